@@ -1,0 +1,25 @@
+// The program's one Tcl interpreter: it evaluates option files and drives
+// script-built windows (the first-run setup, forms).
+#pragma once
+
+#include <tcl.h>
+
+#include <string>
+
+#include "xvt/xvt.h"
+
+extern Tcl_Interp* task_interp;
+
+// Size of the scratch buffer that commands format their results in.
+constexpr size_t kTclScratchSize = 1000;
+
+// Creates the interpreter: registers the program's commands, evaluates
+// optargs.tcl and xvt.tcl when they exist, and enters TASK_WIN.
+Tcl_Interp* TclCreate(WINDOW task_win);
+// Deletes task_interp and frees the scratch buffer.
+void TclDestroy();
+// Announces a window the program made itself to the scripts as name.
+int TclBindWindow(const char* name, WINDOW win);
+// Evaluates a file read as UTF-8. On failure *error holds the result.
+int TclEvalFile(const char* path, std::string* error);
+char* TclScratch();

@@ -1,0 +1,3 @@
+# The demo user's options.
+option General.Fullname "Demo User"
+option General.MailAddress demo@example.org

@@ -1,0 +1,38 @@
+// A fresh world for each frame test: an empty user directory, a copy of the
+// shipped files as the application directory, and the headless toolkit
+// with its records cleared.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "xvt/xvt_test.h"
+
+class FrameTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // Runs the whole program (process entry to exit) with these arguments
+  // after the program name; hook runs once start-up is done.
+  void Run(const std::vector<std::string>& args, std::function<void()> hook = nullptr);
+  // Traces at every level and subsystem, from the next TraceStart on.
+  void TraceEverything();
+
+  std::string ReadFile(const std::string& path) const;
+  void WriteFile(const std::string& path, const std::string& text) const;
+  std::string TraceText() const { return ReadFile(home_ + "/debug.txt"); }
+  // Offsets of each line in the trace, in the order given; -1 if missing.
+  bool TraceInOrder(const std::vector<std::string>& lines, std::string* why) const;
+  // Kinds and texts of the toolkit's posts, one per line ("ask: text").
+  std::string Posts() const;
+  // Fails the test on a question that no answer was queued for.
+  void ExpectNoUnexpectedDialogs();
+
+  std::string home_;
+  std::string appdir_;
+  std::vector<std::string> unexpected_;
+};

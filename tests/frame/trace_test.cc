@@ -1,0 +1,179 @@
+// Tracing and the numbered messages.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+
+#include "src/frame/errors.h"
+#include "src/frame/trace.h"
+#include "src/frame/workspace.h"
+#include "src/options/options.h"
+#include "tests/frame/frame_fixture.h"
+
+namespace {
+
+class Tracing : public FrameTest {
+ protected:
+  void TearDown() override {
+    TraceEnd();
+    TraceSetOutput(kTraceToFile);
+    FrameTest::TearDown();
+  }
+  std::string file() const { return home_ + "/debug.txt"; }
+};
+
+TEST_F(Tracing, ThresholdAndSubsystemMaskFilterLines) {
+  TraceSetThreshold(kTraceMedium);
+  TraceSetSubsystem(kTraceOptions | kTraceModel);
+  TraceStart(file().c_str());
+  struct Case {
+    uint32_t subsystem;
+    int level;
+    bool written;
+  } cases[] = {
+      {kTraceOptions, kTraceCritical, true}, {kTraceOptions, kTraceMedium, true}, {kTraceOptions, kTraceLow, false},
+      {kTraceModel, kTraceHigh, true},       {kTraceFrame, kTraceCritical, false},
+      {kTraceEnclosure, kTraceHigh, false},  // neither compose nor organizer is on
+      {kTraceOptions | kTraceFrame, kTraceHigh, true},
+  };
+  int i = 0;
+  for (const Case& c : cases) Trace(c.subsystem, c.level, "line %d\n", i++);
+  TraceLevel(kTraceMedium, "no mask %d\n", 1);
+  TraceLevel(kTraceLow, "no mask %d\n", 2);
+  std::string text = ReadFile(file());
+  i = 0;
+  for (const Case& c : cases) {
+    std::string line = "line " + std::to_string(i++) + "\n";
+    EXPECT_EQ(text.find(line) != std::string::npos, c.written) << line;
+  }
+  EXPECT_NE(text.find("no mask 1\n"), std::string::npos);
+  EXPECT_EQ(text.find("no mask 2\n"), std::string::npos);
+  EXPECT_NE(text.find("Version 4.1.4 Build (41) for Linux\nDebug tracing (threshold 5) started at "), std::string::npos);
+}
+
+TEST_F(Tracing, OutputStopsPastTheLimitAndTheNextSessionStartsFresh) {
+  TraceSetThreshold(kTraceAll);
+  TraceStart(file().c_str());
+  {
+    std::ofstream out(file(), std::ios::app);
+    out << std::string(kTraceFileLimit - 200, 'x');
+  }
+  Trace(kTraceFrame, kTraceCritical, "%s\n", std::string(300, 'y').c_str());  // crosses the limit
+  Trace(kTraceFrame, kTraceCritical, "dropped\n");
+  struct stat st;
+  ASSERT_EQ(::stat(file().c_str(), &st), 0);
+  EXPECT_GT(st.st_size, kTraceFileLimit);
+  EXPECT_EQ(ReadFile(file()).find("dropped"), std::string::npos);
+  // A new session moves the full file aside rather than staying silent.
+  TraceEnd();
+  TraceStart(file().c_str());
+  Trace(kTraceFrame, kTraceCritical, "after restart\n");
+  EXPECT_NE(ReadFile(file()).find("after restart"), std::string::npos);
+  EXPECT_EQ(::stat((home_ + "/debug.bak").c_str(), &st), 0);
+}
+
+TEST_F(Tracing, DebuggingOptionsSetLevelAndSubsystem) {
+  WriteFile(home_ + "/default.tcl", "option General.Fullname Ann\noption General.MailAddress a@b\n");
+  Run({"-b"}, [&] {
+    struct Case {
+      const char* level;
+      int threshold;
+    } cases[] = {{"none", 0}, {"CRITICAL", 1}, {"high", 3}, {"Medium", 5}, {"low", 7}, {"all", 9}, {"loud", 9}};
+    for (const Case& c : cases) {
+      Opt_AssignString("Debugging.Level", c.level, kOptSession, 0);
+      EXPECT_EQ(TraceGetThreshold(), c.threshold) << c.level;
+    }
+    Opt_AssignString("Debugging.SubSystem", "48", kOptSession, 0);
+    EXPECT_EQ(TraceGetSubsystem(), 48u);
+    // The other spelling of the key works too.
+    Opt_AssignString("Debugging.Subsystem", "1024", kOptSession, 0);
+    EXPECT_EQ(TraceGetSubsystem(), 1024u);
+    Opt_AssignString("Debugging.SubSystem", "junk", kOptSession, 0);
+    EXPECT_EQ(TraceGetSubsystem(), 1024u);
+    // With "none" only level 0 lines reach the file.
+    Opt_AssignString("Debugging.Level", "none", kOptSession, 0);
+    Trace(kTraceFrame, kTraceCritical, "critical line\n");
+    TraceLevel(kTraceAlways, "always line\n");
+    std::string text = TraceText();
+    EXPECT_EQ(text.find("critical line"), std::string::npos);
+    EXPECT_NE(text.find("always line"), std::string::npos);
+    xvt_test_push_answer(RESP_DEFAULT);
+    xvt_test_user_command(TASK_WIN, M_FILE_QUIT);
+  });
+}
+
+TEST_F(Tracing, TelemetryWindowShowsLinesAndClosesAtShutdown) {
+  WriteFile(home_ + "/default.tcl", "option General.Fullname Ann\noption General.MailAddress a@b\n");
+  Run({"-b"}, [&] {
+    TraceSetOutput(kTraceToFile | kTraceToTelemetry);
+    Trace(kTraceFrame, kTraceCritical, "to the window\n");
+    WINDOW w = xvt_test_find_window("Debug Telemetry Output");
+    ASSERT_TRUE(w);
+    bool seen = false;
+    for (const XvtDrawOp& op : xvt_test_paint(w)) seen |= op.op == "text" && op.text == "to the window";
+    EXPECT_TRUE(seen);
+    xvt_test_push_answer(RESP_DEFAULT);
+    xvt_test_user_command(TASK_WIN, M_FILE_QUIT);
+  });
+  EXPECT_EQ(TraceGetOutput() & kTraceToTelemetry, 0u);
+}
+
+TEST(Messages, TableTextsAndRoutes) {
+  xvt_test_reset();
+  // Before ErrorInit the table is built on first use.
+  EXPECT_STREQ(ErrorText(1000), "Foobar");
+  EXPECT_EQ(ErrorCount(), 164);
+  struct Case {
+    int code;
+    const char* text;
+  } cases[] = {
+      {2000, "Address has been changed for: %s"},
+      {2043, "Cannot find a viewer for this type of attachment.  Try changing your viewers through \"Options\"."},
+      {2076, "Velmar cannot load site default options.  Contact your system administrator."},
+      {2104, "Are you sure you want to exit Velmar?"},
+      {3019, "Are you sure you want to delete the Message Service \"%s?\""},
+      {3057, "Are you sure you want to permanently delete the list \"%s\" from the list \"%s\"?"},
+      {4011, "You have specified a working directory that you do not have permission to write to. Please change your "
+             "working directory and restart Velmar."},
+      {4030, "You must select a book to be searched"},
+  };
+  for (const Case& c : cases) EXPECT_STREQ(ErrorText(c.code), c.text) << c.code;
+  for (int unknown : {0, 999, 2062, 2090, 3021, 4031, -1}) EXPECT_EQ(ErrorText(unknown), nullptr) << unknown;
+  // A text with printf fields is shown as it stands, never used as a format.
+  ErrorShow(2000, "detail");
+  ErrorShow(4242, "unknown code");
+  ErrorNote(3002, nullptr);
+  ASSERT_EQ(xvt_test_posts().size(), 2u);
+  EXPECT_EQ(xvt_test_posts()[0].kind, "error");
+  EXPECT_EQ(xvt_test_posts()[0].text, "Address has been changed for: %s");
+  EXPECT_EQ(xvt_test_posts()[1].kind, "note");
+  xvt_test_push_answer(RESP_DEFAULT);
+  EXPECT_EQ(ErrorAsk(3011), 1);
+  xvt_test_push_answer(RESP_2);
+  EXPECT_EQ(ErrorAsk(3011), 0);
+  EXPECT_EQ(xvt_test_posts().back().buttons, (std::vector<std::string>{"OK", "Cancel"}));
+  xvt_test_reset();
+}
+
+TEST(Messages, ToolkitErrorHookTracesBySeverity) {
+  char path[] = "/tmp/velmar-hook-XXXXXX";
+  int fd = mkstemp(path);
+  ASSERT_GE(fd, 0);
+  ::close(fd);
+  TraceSetThreshold(kTraceHigh);
+  TraceStart(path);
+  EXPECT_FALSE(XvtErrorHook(SEV_FATAL, "f", "m1"));
+  EXPECT_FALSE(XvtErrorHook(SEV_ERROR, "g", "m2"));
+  EXPECT_TRUE(XvtErrorHook(SEV_WARNING, "h", "m3"));
+  TraceEnd();
+  std::ifstream in(path);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_NE(text.find("XVT FATAL: funtion->f, message->m1 \n"), std::string::npos);
+  EXPECT_NE(text.find("XVT ERROR: funtion->g, message->m2 \n"), std::string::npos);
+  EXPECT_NE(text.find("XVT WARNING: funtion->h, message->m3 \n"), std::string::npos);
+  ::unlink(path);
+  TraceSetThreshold(kTraceCritical);
+}
+
+}  // namespace

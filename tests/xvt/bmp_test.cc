@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "xvt/common/bmp.h"
+
+namespace {
+
+void Put16(std::vector<uint8_t>& v, size_t at, uint32_t x) {
+  v[at] = x & 0xFF;
+  v[at + 1] = (x >> 8) & 0xFF;
+}
+void Put32(std::vector<uint8_t>& v, size_t at, uint32_t x) {
+  for (int i = 0; i < 4; ++i) v[at + i] = (x >> (8 * i)) & 0xFF;
+}
+
+// A BMP of width x height with bpp bits per pixel; rows filled by fill.
+std::vector<uint8_t> MakeBmp(int width, int height, int bpp, int palette_colors = 0) {
+  size_t stride = ((static_cast<size_t>(width) * bpp + 31) / 32) * 4;
+  size_t offset = 54 + 4 * static_cast<size_t>(palette_colors);
+  std::vector<uint8_t> v(offset + stride * static_cast<size_t>(height < 0 ? -height : height), 0);
+  v[0] = 'B';
+  v[1] = 'M';
+  Put32(v, 2, static_cast<uint32_t>(v.size()));
+  Put32(v, 10, static_cast<uint32_t>(offset));
+  Put32(v, 14, 40);
+  Put32(v, 18, static_cast<uint32_t>(width));
+  Put32(v, 22, static_cast<uint32_t>(height));
+  Put16(v, 26, 1);
+  Put16(v, 28, static_cast<uint32_t>(bpp));
+  Put32(v, 46, static_cast<uint32_t>(palette_colors));
+  return v;
+}
+
+TEST(Bmp, BottomUpRowsAndPadding) {
+  // 3 pixels of 24 bits: 9 bytes a row, padded to 12.
+  auto v = MakeBmp(3, 2, 24);
+  // Bottom row first in the file: make it blue, the top row red.
+  for (int x = 0; x < 3; ++x) {
+    v[54 + 3 * x] = 0xFF;           // bottom row, blue
+    v[54 + 12 + 3 * x + 2] = 0xFF;  // top row, red
+  }
+  xvtbmp::Image img;
+  std::string err;
+  ASSERT_TRUE(xvtbmp::Decode(v.data(), v.size(), &img, &err)) << err;
+  EXPECT_EQ(img.width, 3);
+  EXPECT_EQ(img.height, 2);
+  EXPECT_EQ(img.pixels[0], 0xFFFF0000u);      // top-left red
+  EXPECT_EQ(img.pixels[3 + 2], 0xFF0000FFu);  // bottom-right blue
+}
+
+TEST(Bmp, PalettedAndTopDown) {
+  auto v = MakeBmp(9, -1, 1, 2);  // top-down, 1 bit, two colours
+  Put32(v, 54, 0x00000000);       // black
+  Put32(v, 58, 0x0000FF00);       // green
+  v[62] = 0x80;                   // first pixel set
+  v[63] = 0x80;                   // ninth pixel set
+  xvtbmp::Image img;
+  std::string err;
+  ASSERT_TRUE(xvtbmp::Decode(v.data(), v.size(), &img, &err)) << err;
+  EXPECT_EQ(img.pixels[0], 0xFF00FF00u);
+  EXPECT_EQ(img.pixels[1], 0xFF000000u);
+  EXPECT_EQ(img.pixels[8], 0xFF00FF00u);
+}
+
+TEST(Bmp, HostileHeadersAreRefused) {
+  struct Case {
+    const char* name;
+    std::vector<uint8_t> data;
+  };
+  auto truncated = MakeBmp(100, 100, 24);
+  truncated.resize(truncated.size() - 1);
+  auto huge = MakeBmp(1, 1, 24);
+  Put32(huge, 18, 100000);
+  auto offset_past_end = MakeBmp(2, 2, 24);
+  Put32(offset_past_end, 10, 0xFFFFFFF0u);
+  auto bad_bpp = MakeBmp(2, 2, 7);
+  auto rle = MakeBmp(2, 2, 8, 2);
+  Put32(rle, 30, 1);
+  auto palette_overflow = MakeBmp(2, 2, 8, 300);
+  auto zero_width = MakeBmp(0, 5, 24);
+  std::vector<Case> cases = {
+      {"empty", {}},
+      {"not bmp", std::vector<uint8_t>(100, 'x')},
+      {"truncated pixels", truncated},
+      {"huge width", huge},
+      {"offset past end", offset_past_end},
+      {"bad bits per pixel", bad_bpp},
+      {"compressed", rle},
+      {"palette too large", palette_overflow},
+      {"zero width", zero_width},
+  };
+  for (const Case& c : cases) {
+    xvtbmp::Image img;
+    std::string err;
+    EXPECT_FALSE(xvtbmp::Decode(c.data.data(), c.data.size(), &img, &err)) << c.name;
+    EXPECT_FALSE(err.empty()) << c.name;
+  }
+}
+
+TEST(Bmp, ShippedImagesDecode) {
+  for (const char* name : {"banner.bmp", "icons/9251.bmp", "icons/9357.bmp"}) {
+    xvtbmp::Image img;
+    std::string err;
+    EXPECT_TRUE(xvtbmp::DecodeFile((std::string(VELMAR_SOURCE_DATA_DIR) + "/" + name).c_str(), &img, &err))
+        << name << ": " << err;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,104 @@
+// Test hooks of the headless backend. Only tests include this header.
+//
+// The headless backend keeps windows as records and dispatches events
+// synchronously. Drawing is recorded as a display list with fixed metrics
+// (8 px per character, 16 px per line: ascent 12, descent 4, leading 0).
+// Questions (xvt_dm_post_ask, modal dialogs, prompts, file choosers) take
+// their answers from a queue that the test fills; a question with no answer
+// queued is reported to the unexpected-dialog handler. Information posts
+// (error, note, message) need no answer; every post is recorded. Timers run
+// on a virtual clock that only xvt_test_advance_ms moves.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "xvt/xvt.h"
+
+// Forgets every window, timer, answer and record. The next xvt_app_create
+// starts from nothing.
+void xvt_test_reset(void);
+
+// Called by xvt_app_create once the task window has handled E_CREATE, unless
+// the application was destroyed during start-up. When the hook returns and
+// the application is still up, xvt_app_create destroys it.
+void xvt_test_set_run_hook(std::function<void()> hook);
+
+// Screen size of the headless display (default 1280 x 1024).
+void xvt_test_set_screen_size(int width, int height);
+
+// --- Dialog answers ---------------------------------------------------------
+void xvt_test_push_answer(ASK_RESPONSE response);  // for xvt_dm_post_ask
+// For a modal dialog of resource rid (0: any): fn runs while the dialog is up
+// and drives it (xvt_test_click, xvt_test_select...). The dialog must be gone
+// when fn returns, or the test is told.
+void xvt_test_push_dialog(int rid, std::function<void(WINDOW dlg)> fn);
+// For xvt_dm_post_string_prompt and the file choosers: null means cancel.
+void xvt_test_push_text(const char* text);
+
+struct XvtPost {
+  // "ask", "error", "note", "message", "fatal", "dialog", "prompt",
+  // "file_open", "file_save", "font"; and toolkit calls worth seeing:
+  // "image" (a bitmap read), "progress", "help", "beep", "popup".
+  std::string kind;
+  std::string text;  // the formatted text, or the dialog's title
+  std::vector<std::string> buttons;
+  int rid = 0;
+};
+const std::vector<XvtPost>& xvt_test_posts(void);
+void xvt_test_clear_posts(void);
+// Called for a question with no answer queued (default: print and abort).
+void xvt_test_set_unexpected_handler(std::function<void(const XvtPost&)> handler);
+// Called by xvt_dm_post_fatal_exit instead of ending the process. It must not
+// return (throw or longjmp); by default the process exits with status 1.
+void xvt_test_set_fatal_handler(std::function<void(const std::string&)> handler);
+
+// --- Virtual clock and timers ---------------------------------------------
+void xvt_test_advance_ms(long ms);
+long xvt_test_now_ms(void);
+struct XvtTimer {
+  long id;
+  WINDOW win;
+  long period_ms;
+  long due_ms;
+};
+std::vector<XvtTimer> xvt_test_timers(void);
+
+// --- Simulated user input ------------------------------------------------
+// Input from the user goes through the pointer trap: while a window is
+// trapped, input to any other window is swallowed (and the call returns
+// false). Left button presses and releases and scroll bar use reach the
+// native hook first, as they would on a real display.
+bool xvt_test_user_event(WINDOW win, EVENT* ev);
+bool xvt_test_user_command(WINDOW win, int tag);  // a menu choice
+// Clicks a control of a dialog or window: a check box flips, a radio button
+// is checked, then the owner gets E_CONTROL.
+bool xvt_test_click(WINDOW win, int ctl_id);
+// Selects row index of a list control and tells the owner.
+bool xvt_test_select(WINDOW win, int ctl_id, int index);
+// Types text into an edit control (replacing its text) and tells the owner.
+bool xvt_test_type(WINDOW win, int ctl_id, const char* text);
+// The user switches to another application and back.
+void xvt_test_native(XVT_NATIVE_EVENT what, int code);
+
+// --- State -----------------------------------------------------------------
+std::vector<WINDOW> xvt_test_windows(void);  // live windows, in creation order
+WINDOW xvt_test_find_window(const char* title);
+WINDOW xvt_test_trapped_window(void);
+CURSOR xvt_test_cursor(void);  // the cursor last set (busy cursor: CURSOR_WAIT)
+bool xvt_test_app_running(void);
+
+struct XvtDrawOp {
+  std::string op;  // "clear", "line", "rect", "3d", "text", "icon", "image"
+  RCT rct{};       // bounds (text: x, baseline-ascent, x+width, baseline+descent)
+  std::string text;
+  COLOR fore = 0, back = 0;
+  std::string font;  // "family size style"
+  int icon = 0;
+};
+// Sends E_UPDATE for the whole client area and returns what was drawn.
+const std::vector<XvtDrawOp>& xvt_test_paint(WINDOW win);
+const std::vector<XvtDrawOp>& xvt_test_display_list(WINDOW win);
+std::vector<RCT> xvt_test_invalidated(WINDOW win);  // since the last paint
+std::string xvt_test_help_shown(void);  // last help file opened or topic shown
