@@ -12,6 +12,10 @@
 
 namespace {
 
+constexpr int kHeadingHeight = 40;
+constexpr int kSmallestHeading = 16;
+constexpr int kHeadingMargin = 8;
+
 WINDOW g_setup = NULL_WIN;
 XVT_FNTID g_heading_font = nullptr;
 
@@ -21,12 +25,22 @@ long setup_eh(WINDOW win, EVENT* ev) {
       RCT r;
       xvt_vobj_get_client_rect(win, &r);
       xvt_dwin_clear(win, COLOR_SYSTEM_WINDOW);
-      if (!g_heading_font) g_heading_font = xvt_font_create("sans-serif", 40, XVT_FS_BOLD);
-      xvt_dwin_set_font(win, g_heading_font);
       const char* heading = "Welcome to Velmar";
+      // The heading is 40 high unless the window's fonts are too wide for
+      // that: then it shrinks until it fits.
+      int size = g_heading_font ? xvt_font_get_size(g_heading_font) : kHeadingHeight;
+      int width = 0;
+      for (;;) {
+        if (!g_heading_font) g_heading_font = xvt_font_create("sans-serif", size, XVT_FS_BOLD);
+        xvt_dwin_set_font(win, g_heading_font);
+        width = xvt_dwin_get_text_width(win, heading, -1);
+        if (width <= r.right - 2 * kHeadingMargin || size <= kSmallestHeading) break;
+        xvt_font_destroy(g_heading_font);
+        g_heading_font = nullptr;
+        size -= 2;
+      }
       int leading, ascent, descent;
       xvt_dwin_get_font_metrics(win, &leading, &ascent, &descent);
-      int width = xvt_dwin_get_text_width(win, heading, -1);
       xvt_dwin_draw_text(win, (r.right - width) / 2, 20 + leading + ascent, heading, -1);
       break;
     }

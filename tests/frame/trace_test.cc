@@ -153,6 +153,22 @@ TEST(Messages, TableTextsAndRoutes) {
   xvt_test_push_answer(RESP_2);
   EXPECT_EQ(ErrorAsk(3011), 0);
   EXPECT_EQ(xvt_test_posts().back().buttons, (std::vector<std::string>{"OK", "Cancel"}));
+  // The message dialog: OK answers, Cancel and the close box don't.
+  std::string shown;
+  xvt_test_push_dialog(1040, [&](WINDOW dlg) {
+    char buf[300];
+    shown = xvt_vobj_get_title(xvt_win_get_ctl(dlg, 1004), buf, sizeof buf);
+    xvt_test_click(dlg, 1);
+  });
+  xvt_test_push_dialog(1040, [](WINDOW dlg) { xvt_test_click(dlg, 2); });
+  XVT_CONFIG config{0, 0, "t", "T", "t", 0};
+  xvt_test_set_run_hook([] {
+    EXPECT_EQ(DisplayDialogue(3046), 1);
+    EXPECT_EQ(DisplayDialogue(3046), 0);
+    EXPECT_EQ(DisplayDialogue(7), 0);
+  });
+  xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
+  EXPECT_EQ(shown, "Include original message text?");
   xvt_test_reset();
 }
 

@@ -12,6 +12,7 @@ rm -f "$shot"
 cat > "$home/default.tcl" <<'TCL'
 option General.Fullname "Test User"
 option General.MailAddress test@example.org
+option Debugging.Level all
 TCL
 cat > "$home/script" <<SCRIPT
 wait 500

@@ -1,0 +1,151 @@
+// The harness of the Qt backend's tests. Each test runs a whole
+// application: a toy task handler, and a body that runs from the event loop
+// once E_CREATE has been handled and ends it with xvt_app_destroy. A
+// watchdog ends a run that hangs (a box waiting for a user) and fails it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QImage>
+#include <QKeyEvent>
+#include <QLineEdit>
+#include <QMainWindow>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMouseEvent>
+#include <QScrollBar>
+#include <QThread>
+#include <QTimer>
+#include <QWindow>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "xvt/qt/qt_internal.h"
+#include "xvt/xvt.h"
+
+namespace xvt_qt_test {
+
+using xvtqt::S;
+
+constexpr int kMenuBar = 7000;
+constexpr int kDialog = 7100;
+constexpr int kScriptDialog = 7101;
+
+// --- The harness --------------------------------------------------------------
+
+inline std::vector<EVENT> g_task_events;
+inline std::function<void()> g_body;
+inline QObject* g_ctx = nullptr;  // owns the run's timers; gone with the task window
+
+inline std::function<void(int)> g_on_command;  // the run's answer to menu choices
+
+inline long TaskEh(WINDOW, EVENT* ev) {
+  g_task_events.push_back(*ev);
+  if (ev->type == E_COMMAND && g_on_command) g_on_command(ev->v.cmd.tag);
+  if (ev->type == E_CREATE) {
+    g_ctx = new QObject;
+    QTimer::singleShot(0, g_ctx, [] { g_body(); });
+    QTimer::singleShot(8000, g_ctx, [] {
+      ADD_FAILURE() << "the run timed out";
+      xvt_app_destroy();
+    });
+  } else if (ev->type == E_DESTROY) {
+    g_ctx->deleteLater();
+    g_ctx = nullptr;
+  }
+  return 0;
+}
+
+inline void RunApp(std::function<void()> body, int toolbar_height = 30) {
+  g_task_events.clear();
+  g_on_command = nullptr;
+  g_body = std::move(body);
+  XVT_CONFIG config{kMenuBar, 0, "velmar", "Velmar", "Velmar test", toolbar_height};
+  char arg0[] = "xvt_qt_test";
+  char* argv[] = {arg0, nullptr};
+  xvt_app_create(1, argv, 0, TaskEh, &config);
+}
+
+// Runs the event loop until cond holds or ms have passed.
+inline bool WaitFor(const std::function<bool()>& cond, int ms = 2000) {
+  QElapsedTimer t;
+  t.start();
+  while (!cond()) {
+    if (t.elapsed() > ms) return false;
+    QCoreApplication::processEvents(QEventLoop::AllEvents);
+    QThread::msleep(1);
+  }
+  return true;
+}
+
+// A window handler that logs its events into the vector its app data
+// points at.
+inline long LogEh(WINDOW win, EVENT* ev) {
+  if (auto* log = reinterpret_cast<std::vector<EVENT>*>(xvt_vobj_get_data(win))) log->push_back(*ev);
+  return 0;
+}
+
+inline std::vector<EVENT> OfType(const std::vector<EVENT>& log, EVENT_TYPE type) {
+  std::vector<EVENT> out;
+  for (const EVENT& e : log)
+    if (e.type == type) out.push_back(e);
+  return out;
+}
+
+inline QWidget* ClientOf(WINDOW w) { return w->client; }
+
+inline void Press(QWidget* w, QPoint at, Qt::MouseButton button = Qt::LeftButton) {
+  QMouseEvent e(QEvent::MouseButtonPress, QPointF(at), w->mapToGlobal(QPointF(at)), button, button, Qt::NoModifier);
+  QApplication::sendEvent(w, &e);
+}
+
+inline const MENU_ITEM kFileMenu[] = {
+    {101, "~Open", true, false, false, nullptr},
+    {102, "Save & Close", true, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {103, "~Wrap lines", true, true, false, nullptr},
+    {104, "~Print", false, false, false, nullptr},
+    {0, nullptr, false, false, false, nullptr},
+};
+inline const MENU_ITEM kMenus[] = {
+    {100, "~File", true, false, false, kFileMenu},
+    {0, nullptr, false, false, false, nullptr},
+};
+constexpr int kDocMenuBar = 7001;
+inline const MENU_ITEM kMessageMenu[] = {
+    {201, "~Reply", true, false, false, nullptr},
+    {0, nullptr, false, false, false, nullptr},
+};
+inline const MENU_ITEM kDocMenus[] = {
+    {200, "~Message", true, false, false, kMessageMenu},
+    {0, nullptr, false, false, false, nullptr},
+};
+
+struct Registered {
+  Registered() {
+    xvt_res_register_menubar(kMenuBar, kMenus);
+    xvt_res_register_menubar(kDocMenuBar, kDocMenus);
+  }
+};
+inline Registered registered;
+
+class XvtQt : public ::testing::Test {
+ protected:
+  void SetUp() override { unsetenv("VELMAR_XVT_SCRIPT"); }
+};
+
+
+}  // namespace xvt_qt_test
