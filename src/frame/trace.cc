@@ -14,6 +14,7 @@
 #include "src/frame/filenames.h"
 #include "src/model/model_events.h"
 #include "src/options/options.h"
+#include "xvt/common/strfmt.h"
 #include "xvt/xvt.h"
 
 namespace {
@@ -124,19 +125,6 @@ void Emit(const std::string& line) {
   }
 }
 
-std::string FormatV(const char* format, va_list ap) {
-  char small[512];
-  va_list copy;
-  va_copy(copy, ap);
-  int n = std::vsnprintf(small, sizeof small, format, copy);
-  va_end(copy);
-  if (n < 0) return std::string();
-  if (static_cast<size_t>(n) < sizeof small) return std::string(small, static_cast<size_t>(n));
-  std::string big(static_cast<size_t>(n) + 1, '\0');
-  std::vsnprintf(big.data(), big.size(), format, ap);
-  big.resize(static_cast<size_t>(n));
-  return big;
-}
 
 int WantEvent(ModelEvent* ev, void*) {
   if (ev->type == E_ABANDON_SHIP) return 1;
@@ -216,7 +204,7 @@ void Trace(uint32_t subsystem, int level, const char* format, ...) {
   if (!TraceWanted(subsystem, level)) return;
   va_list ap;
   va_start(ap, format);
-  std::string line = FormatV(format, ap);
+  std::string line = StringPrintfV(format, ap);
   va_end(ap);
   Emit(line);
 }
@@ -226,7 +214,7 @@ void TraceLevel(int level, const char* format, ...) {
   if (!t.enabled || level > t.threshold) return;
   va_list ap;
   va_start(ap, format);
-  std::string line = FormatV(format, ap);
+  std::string line = StringPrintfV(format, ap);
   va_end(ap);
   Emit(line);
 }

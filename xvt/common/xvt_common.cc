@@ -1,10 +1,13 @@
 // Parts of the facade that do not depend on the backend: resource tables,
 // string lists and font records.
+#include <cstdarg>
+#include <cstdio>
 #include <map>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "xvt/common/strfmt.h"
 #include "xvt/xvt.h"
 
 namespace {
@@ -102,3 +105,20 @@ void xvt_font_destroy(XVT_FNTID font) { delete font; }
 const char* xvt_font_get_family(XVT_FNTID font) { return font ? font->family.c_str() : ""; }
 int xvt_font_get_size(XVT_FNTID font) { return font ? font->size : 12; }
 unsigned xvt_font_get_style(XVT_FNTID font) { return font ? font->style : 0; }
+
+// ---------------------------------------------------------------------------
+
+std::string StringPrintfV(const char* format, va_list ap) {
+  if (!format) return std::string();
+  char small[1024];
+  va_list copy;
+  va_copy(copy, ap);
+  int n = std::vsnprintf(small, sizeof small, format, copy);
+  va_end(copy);
+  if (n < 0) return std::string();
+  if (static_cast<size_t>(n) < sizeof small) return std::string(small, static_cast<size_t>(n));
+  std::string big(static_cast<size_t>(n) + 1, '\0');
+  std::vsnprintf(big.data(), big.size(), format, ap);
+  big.resize(static_cast<size_t>(n));
+  return big;
+}

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "xvt/common/bmp.h"
+#include "xvt/common/strfmt.h"
 #include "xvt/xvt.h"
 #include "xvt/xvt_test.h"
 
@@ -127,19 +128,6 @@ State& S() {
 
 bool Live(WINDOW w) { return w && S().live.count(w) != 0; }
 
-std::string Format(const char* fmt, va_list ap) {
-  char small[1024];
-  va_list copy;
-  va_copy(copy, ap);
-  int n = std::vsnprintf(small, sizeof small, fmt, copy);
-  va_end(copy);
-  if (n < 0) return std::string();
-  if (static_cast<size_t>(n) < sizeof small) return std::string(small, static_cast<size_t>(n));
-  std::string big(static_cast<size_t>(n) + 1, '\0');
-  std::vsnprintf(big.data(), big.size(), fmt, ap);
-  big.resize(static_cast<size_t>(n));
-  return big;
-}
 
 void Unexpected(const XvtPost& post) {
   if (S().unexpected) {
@@ -817,7 +805,7 @@ WINDOW xvt_dlg_create_res(WIN_TYPE type, int rid, EVENT_MASK, EVENT_HANDLER eh, 
 ASK_RESPONSE xvt_dm_post_ask(const char* b1, const char* b2, const char* b3, const char* fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
-  std::string text = Format(fmt, ap);
+  std::string text = StringPrintfV(fmt, ap);
   va_end(ap);
   std::vector<std::string> buttons;
   for (const char* b : {b1, b2, b3})
@@ -836,7 +824,7 @@ ASK_RESPONSE xvt_dm_post_ask(const char* b1, const char* b2, const char* b3, con
 #define POST_INFO(kind)                        \
   va_list ap;                                  \
   va_start(ap, fmt);                           \
-  std::string text = Format(fmt, ap);          \
+  std::string text = StringPrintfV(fmt, ap);          \
   va_end(ap);                                  \
   Record(kind, text);
 

@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "xvt/common/strfmt.h"
 #include "xvt/qt/qt_internal.h"
 #include "xvt/qt/qt_widgets.h"
 
@@ -289,7 +290,7 @@ WINDOW xvt_dlg_create_res(WIN_TYPE type, int rid, EVENT_MASK, EVENT_HANDLER eh, 
 ASK_RESPONSE xvt_dm_post_ask(const char* b1, const char* b2, const char* b3, const char* fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
-  std::string text = Format(fmt, ap);
+  std::string text = StringPrintfV(fmt, ap);
   va_end(ap);
   return Ask(b1, b2, b3, text);
 }
@@ -297,7 +298,7 @@ ASK_RESPONSE xvt_dm_post_ask(const char* b1, const char* b2, const char* b3, con
 #define FORMAT_TEXT               \
   va_list ap;                     \
   va_start(ap, fmt);              \
-  std::string text = Format(fmt, ap); \
+  std::string text = StringPrintfV(fmt, ap); \
   va_end(ap);
 
 void xvt_dm_post_error(const char* fmt, ...) {

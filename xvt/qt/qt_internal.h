@@ -192,7 +192,7 @@ QWidget* DialogParent();
 
 // --- Text ------------------------------------------------------------------
 QString FromUtf8(const char* s, int len = -1);
-std::string Format(const char* fmt, va_list ap);
+
 // '~' marks the mnemonic ("~~" is a literal tilde); a literal '&' is doubled.
 QString Mnemonic(const char* title);
 void CopyOut(const QString& text, char* buf, size_t size);

@@ -146,20 +146,6 @@ QString FromUtf8(const char* s, int len) {
   return QString::fromUtf8(s, len < 0 ? static_cast<qsizetype>(std::strlen(s)) : len);
 }
 
-std::string Format(const char* fmt, va_list ap) {
-  if (!fmt) return std::string();
-  char small[1024];
-  va_list copy;
-  va_copy(copy, ap);
-  int n = std::vsnprintf(small, sizeof small, fmt, copy);
-  va_end(copy);
-  if (n < 0) return std::string();
-  if (static_cast<size_t>(n) < sizeof small) return std::string(small, static_cast<size_t>(n));
-  std::string big(static_cast<size_t>(n) + 1, '\0');
-  std::vsnprintf(big.data(), big.size(), fmt, ap);
-  big.resize(static_cast<size_t>(n));
-  return big;
-}
 
 QString Mnemonic(const char* title) {
   QString in = FromUtf8(title);
