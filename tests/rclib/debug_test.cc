@@ -1,0 +1,113 @@
+#include <cstdio>
+#include <cstring>
+#include <regex>
+#include <string>
+
+#include "rclib/dsllist.h"
+#include "rclib/rcdebug.h"
+#include "tests/rclib/rclib_fixture.h"
+
+class DebugTest : public RclibTest {
+ protected:
+  void TearDown() override {
+    rc_debug_term();
+    RclibTest::TearDown();
+  }
+};
+
+TEST_F(DebugTest, TopicLevelRules) {
+  struct Case { const char* name; std::vector<int> add, remove; int ask, answer; };
+  const Case cases[] = {
+      {"lower level asked", {2321}, {}, 2320, 1},
+      {"higher level asked", {2320}, {}, 2323, 0},
+      {"level 9 stored as 3", {2329}, {}, 2323, 1},
+      {"level 9 asked as 3", {2323}, {}, 2329, 1},
+      {"other topic", {2321}, {}, 2331, 0},
+      {"removed", {2321}, {2321}, 2321, 0},
+      {"remove takes the exact level", {2321, 2323}, {2321}, 2322, 1},
+      {"remove caps the level too", {2329}, {2325}, 2320, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_EQ(rc_debug_init(), RC_OK);
+    for (int code : c.add) EXPECT_EQ(rc_debug_add(code), RC_OK);
+    for (int code : c.remove) EXPECT_EQ(rc_debug_remove(code), RC_OK);
+    EXPECT_EQ(rc_debug_test(c.ask), c.answer);
+    EXPECT_EQ(rc_debug_term(), RC_OK);
+  }
+}
+
+TEST_F(DebugTest, TopicsWithoutInitAndMissingRemovals) {
+  EXPECT_EQ(rc_debug_test(2010), 0);
+  EXPECT_EQ(rc_debug_add(2011), RC_OK);  // makes the list on demand
+  EXPECT_EQ(rc_debug_add(2011), RC_OK);
+  EXPECT_EQ(rc_debug_remove(2011), RC_OK);
+  EXPECT_EQ(rc_debug_test(2010), 0);  // the duplicate was not stored twice
+  rc_errno = 0;
+  EXPECT_EQ(rc_debug_remove(2011), RC_FAIL);
+  EXPECT_EQ(rc_errno, kRcErrNotFound);
+  EXPECT_EQ(rc_debug_add(-1), RC_FAIL);
+}
+
+class MemoryTest : public RclibTest {};
+
+TEST_F(MemoryTest, TraceLinesFollowEachAllocationAndRelease) {
+  FILE* trace = std::tmpfile();
+  ASSERT_NE(trace, nullptr);
+  rc_mem_trace_stream = trace;
+  long before = rc_mem_outstanding;
+  LIST_HDR* list = nullptr;
+  dsl_create(&list);
+  EXPECT_EQ(rc_mem_outstanding, before + 1);
+  char address[32];
+  std::snprintf(address, sizeof address, "%p", static_cast<void*>(list));
+  dsl_destroy(&list, RC_FAIL);
+  rc_mem_trace_stream = nullptr;
+  EXPECT_EQ(rc_mem_trace("dropped %d\n", 1), RC_OK);
+
+  std::string text(4096, '\0');
+  std::rewind(trace);
+  text.resize(std::fread(text.data(), 1, text.size(), trace));
+  std::fclose(trace);
+  // The type name is padded to 15 columns and the line number to 5.
+  const std::string pattern = std::string("^") + std::to_string(sizeof(LIST_HDR)) + " bytes at " + address +
+                              " alloc LIST_HDR        Line +[0-9]+ File [^\n]*dsllist\\.cc\n" + address +
+                              " free  LIST_HDR        Line +[0-9]+ File [^\n]*dsllist\\.cc\n$";
+  EXPECT_TRUE(std::regex_match(text, std::regex(pattern))) << text;
+}
+
+TEST_F(MemoryTest, FailedAllocationIsReportedAndLeavesNull) {
+  fail_allocations_after(0);
+  long before = rc_mem_outstanding;
+  LIST_HDR* list = reinterpret_cast<LIST_HDR*>(this);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(dsl_create(&list), RC_FAIL);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unable to allocate data type LIST_HDR\n");
+  EXPECT_EQ(list, nullptr);
+  EXPECT_EQ(rc_mem_outstanding, before);
+}
+
+TEST_F(MemoryTest, HooksResetToDefaultsAndDebugBitsPrintDetail) {
+  rc_hmem_zget_proc = budget_zget;
+  EXPECT_EQ(rc_hmem_hook_reset_zget(), budget_zget);
+  EXPECT_EQ(rc_hmem_zget_proc, rc_hmem_zget_proc_default);
+  rc_hmem_give_proc = nullptr;  // filled on first use
+  rc_hmem_hook_reset_resize();
+
+  long live = rc_hmem_live_blocks;
+  rc_debug_bits = kRcDbgMemory | kRcDbgEntry;
+  testing::internal::CaptureStdout();
+  char* block = static_cast<char*>(rc_hmem_zget("ACHR", 4));
+  block = static_cast<char*>(rc_hmem_resize("ACHR", block, 4000));
+  block[3999] = 'x';
+  rc_hmem_give("ACHR", block);
+  rc_hmem_give("ACHR", nullptr);
+  rc_debug_bits = 0;
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Entered rc_hmem_zget_proc_default\nAllocated 4 bytes for ACHR\n"
+            "Entered rc_hmem_resize_proc_default\nReallocated 4000 bytes for ACHR\n"
+            "Entered rc_hmem_give_proc_default\nFreed memory for ACHR\n"
+            "Entered rc_hmem_give_proc_default\n");
+  EXPECT_EQ(rc_hmem_live_blocks, live);
+  EXPECT_EQ(rc_hmem_give_proc, rc_hmem_give_proc_default);
+}

@@ -1,0 +1,133 @@
+#include "tests/rclib/rclib_fixture.h"
+
+using Values = std::vector<intptr_t>;
+
+class ListTest : public RclibTest {};
+
+TEST_F(ListTest, BuildsFromBothEndsAndTheMiddle) {
+  LIST_HDR* list = make_list({2, 4});
+  dsl_prepend(list, V(1));
+  dsl_insert_before(list, nth_cell(list, 2), V(3));  // before 4
+  dsl_insert_before(list, nullptr, V(0));            // null: the head
+  dsl_append(list, V(5));
+  EXPECT_EQ(values_of(list), (Values{0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(dsl_value(dsl_step(list, dsl_last(list), -5)), V(0));
+  EXPECT_EQ(dsl_step(list, dsl_first(list), 6), nullptr);
+  EXPECT_EQ(dsl_pop_first(list), V(0));
+  CELL* cell = nth_cell(list, 4);
+  EXPECT_EQ(dsl_delete_cell(list, &cell, RC_FAIL), nullptr);  // the tail: no next
+  EXPECT_EQ(cell, nullptr);
+  cell = dsl_first(list);
+  EXPECT_EQ(dsl_value(dsl_delete_cell(list, &cell, RC_FAIL)), V(2));
+  CELL* unlinked = dsl_unlink_cell(list, nth_cell(list, 1));
+  EXPECT_EQ(dsl_unlink_cell_rc(list, unlinked), RC_FAIL);  // no longer linked: refused
+  EXPECT_EQ(values_of(list), (Values{2, 4}));
+  RC_GIVE(CELLPTR, unlinked);
+  dsl_destroy(&list, RC_FAIL);
+  EXPECT_EQ(dsl_is_empty(nullptr), RC_OK);  // a null list reads as empty
+}
+
+TEST_F(ListTest, FreeValuesReleasesEachValue) {
+  LIST_HDR* list = make_list({});
+  for (int i = 0; i < 3; ++i) dsl_append(list, RC_ALLOC(ACHR, 8));
+  CELL* middle = nth_cell(list, 1);
+  dsl_delete_cell(list, &middle, RC_OK);
+  EXPECT_EQ(dsl_clear(list, RC_OK), RC_OK);
+  EXPECT_EQ(dsl_is_empty(list), RC_OK);
+  dsl_append(list, RC_ALLOC(ACHR, 8));
+  EXPECT_EQ(dsl_destroy(&list, RC_OK), RC_OK);
+  EXPECT_EQ(list, nullptr);
+  EXPECT_EQ(dsl_destroy(&list, RC_OK), RC_OK);      // pointer to null
+  EXPECT_EQ(dsl_destroy(nullptr, RC_OK), RC_FAIL);  // null pointer
+}
+
+TEST_F(ListTest, ConcatAndSpliceMoveEveryCellAndReleaseTheHeader) {
+  struct Case { const char* name; Values target; int before; Values other, joined; };  // before -2: concat, -1: null
+  const Case cases[] = {
+      {"concat", {1, 2}, -2, {3, 4}, {1, 2, 3, 4}},        {"concat to empty", {}, -2, {1}, {1}},
+      {"before the middle", {1, 2, 3}, 1, {7, 8}, {1, 7, 8, 2, 3}}, {"before the tail", {1, 2, 3}, 2, {7}, {1, 2, 7, 3}},
+      {"before the head", {1, 2}, 0, {7, 8}, {7, 8, 1, 2}}, {"empty other", {1, 2}, 1, {}, {1, 2}},
+      {"into an empty list", {}, -1, {7, 8}, {7, 8}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    LIST_HDR* target = make_list(c.target);
+    LIST_HDR* other = make_list(c.other);
+    CELL* before = c.before < 0 ? nullptr : nth_cell(target, c.before);
+    EXPECT_EQ(c.before == -2 ? dsl_concat(target, &other) : dsl_splice_before(target, before, &other), RC_OK);
+    EXPECT_EQ(other, nullptr);
+    EXPECT_EQ(values_of(target), c.joined);
+    EXPECT_EQ(dsl_concat(target, &target), RC_FAIL);
+    dsl_destroy(&target, RC_FAIL);
+  }
+}
+
+TEST_F(ListTest, SplitAtCountsAndLinksBothParts) {
+  struct Case { const char* name; Values whole; int at; Values kept, moved; };
+  const Case cases[] = {
+      {"middle", {1, 2, 3, 4, 5}, 2, {1, 2}, {3, 4, 5}},
+      {"tail", {1, 2, 3}, 2, {1, 2}, {3}},
+      {"single cell moves whole", {1}, 0, {}, {1}},
+      {"head of two", {1, 2}, 0, {}, {1, 2}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    LIST_HDR* list = make_list(c.whole);
+    LIST_HDR* out = nullptr;
+    ASSERT_EQ(dsl_split_at(list, nth_cell(list, c.at), &out), RC_OK);
+    dsl_append(list, V(9));  // both halves stay usable at their ends
+    dsl_prepend(out, V(0));
+    Values kept = c.kept, moved = c.moved;
+    kept.push_back(9);
+    moved.insert(moved.begin(), 0);
+    EXPECT_EQ(values_of(list), kept);
+    EXPECT_EQ(values_of(out), moved);
+    dsl_destroy(&list, RC_FAIL);
+    dsl_destroy(&out, RC_FAIL);
+  }
+  LIST_HDR* list = make_list({1, 2});
+  LIST_HDR* other = make_list({3});
+  LIST_HDR* out = nullptr;
+  EXPECT_EQ(dsl_split_at(list, dsl_first(other), &out), RC_FAIL);
+  EXPECT_EQ(rc_errno, kRcErrNotFound);
+  EXPECT_EQ(values_of(list), (Values{1, 2}));
+  dsl_destroy(&list, RC_FAIL);
+  dsl_destroy(&other, RC_FAIL);
+}
+
+TEST_F(ListTest, CopyFailsWithoutLeavingCells) {
+  LIST_HDR* list = make_list({1, 2, 3});
+  LIST_HDR* copy = dsl_copy(list);
+  EXPECT_EQ(values_of(copy), (Values{1, 2, 3}));
+  dsl_destroy(&copy, RC_FAIL);
+  fail_allocations_after(2);  // the header and one cell
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(dsl_copy(list), nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unable to allocate data type RC_BYTE\n");
+  rc_hmem_hook_reset_zget();
+  dsl_destroy(&list, RC_FAIL);
+}
+
+TEST_F(ListTest, FindModesAndDump) {
+  long words[] = {5, 7};
+  char alpha[] = "Alpha", beta[] = "beta", beta_again[] = "beta";
+  LIST_HDR* numbers = make_list({});
+  for (long& w : words) dsl_append(numbers, &w);
+  LIST_HDR* strings = make_list({});
+  for (char* s : {alpha, beta, beta_again}) dsl_append(strings, s);
+  long seven = 7, nine = 9;
+  struct Case { LIST_HDR* list; const void* key; int mode; int want; };  // want: position, -1 none
+  const Case cases[] = {
+      {numbers, &seven, 11, 1}, {numbers, &seven, 12, 1},   {numbers, &seven, 14, 1},
+      {numbers, &nine, 11, -1}, {strings, "BETA", 13, 1},   {strings, "gamma", 13, -1},
+      {strings, beta_again, 15, 2}, {strings, "beta", 15, -1}, {strings, "beta", 16, -1},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(dsl_find(c.list, c.key, c.mode), c.want < 0 ? nullptr : nth_cell(c.list, c.want)) << c.mode;
+  testing::internal::CaptureStdout();
+  dsl_dump(strings);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Number of cells: 3\n\n\tcell (1): Alpha\n\tcell (2): beta\n\tcell (3): beta\n");
+  dsl_destroy(&numbers, RC_FAIL);
+  dsl_destroy(&strings, RC_FAIL);
+}

@@ -1,0 +1,190 @@
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <fstream>
+#include <string>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "rclib/paths.h"
+#include "tests/rclib/rclib_fixture.h"
+
+namespace fs = std::filesystem;
+
+// Runs each test in a fresh scratch directory, which is the current one.
+class PathsTest : public RclibTest {
+ protected:
+  void SetUp() override {
+    RclibTest::SetUp();
+    std::string pattern = (fs::temp_directory_path() / "rclib_paths_XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    dir_ = pattern;
+    old_cwd_ = fs::current_path();
+    fs::current_path(dir_);
+  }
+  void TearDown() override {
+    fs::current_path(old_cwd_);
+    fs::remove_all(dir_);
+    RclibTest::TearDown();
+  }
+  static void touch(const fs::path& p) { std::ofstream(p) << "x"; }
+  fs::path dir_, old_cwd_;
+};
+
+TEST_F(PathsTest, StripSeparatorAndRegularFiles) {
+  struct Case { const char *in, *out; };
+  const Case cases[] = {{"/", "/"}, {"/a/", "/a"}, {"a\\", "a"}, {"a//", "a/"}, {"a", "a"}};
+  for (const Case& c : cases) {
+    std::string s(c.in);
+    EXPECT_STREQ(rc_path_strip_sep(s.data()), c.out) << c.in;
+  }
+  touch("f");
+  fs::create_directory("d");
+  EXPECT_EQ(rc_path_is_file("f"), RC_OK);
+  EXPECT_EQ(rc_path_is_file("f/"), RC_FAIL);
+  EXPECT_EQ(rc_path_is_file_strip("f/"), RC_OK);
+  EXPECT_EQ(rc_path_is_file_strip("d/"), RC_FAIL);
+  EXPECT_EQ(rc_path_is_file("missing"), RC_FAIL);
+}
+
+TEST_F(PathsTest, SplitIntoParts) {
+  struct Case { const char *path, *dir, *name, *ext; };
+  const Case cases[] = {
+      {"/home/u/letter.txt", "/home/u/", "letter", ".txt"},
+      {"letter", "", "letter", ""},
+      {"a.tar.gz", "", "a.tar", ".gz"},
+      {"/home/u/.profile", "/home/u/", ".profile", ""},
+      {"old\\dos\\FILE.DAT", "old\\dos\\", "FILE", ".DAT"},
+      {"/", "/", "", ""},
+      {"..", "", "..", ""},
+      {"name.", "", "name", "."},
+  };
+  for (const Case& c : cases) {
+    char drive[kRcNameBuf] = "?", dir[kRcPathBuf], name[kRcNameBuf], ext[kRcNameBuf];
+    EXPECT_EQ(rc_path_split(c.path, drive, dir, name, ext), RC_OK) << c.path;
+    EXPECT_STREQ(drive, "");
+    EXPECT_STREQ(dir, c.dir) << c.path;
+    EXPECT_STREQ(name, c.name) << c.path;
+    EXPECT_STREQ(ext, c.ext) << c.path;
+  }
+  // A name of 31 characters fits its 32 bytes, 32 do not.
+  std::string name31(31, 'n');
+  char name[kRcNameBuf];
+  EXPECT_EQ(rc_path_split(("/d/" + name31 + ".x").c_str(), nullptr, nullptr, name, nullptr), RC_OK);
+  EXPECT_EQ(name, name31);
+  EXPECT_EQ(rc_path_split(("/d/" + name31 + "n.x").c_str(), nullptr, nullptr, name, nullptr), RC_FAIL);
+  EXPECT_EQ(rc_errno, kRcErrNoFit);
+  EXPECT_STREQ(name, "");
+  EXPECT_EQ(rc_path_split(std::string(300, 'p').c_str(), nullptr, nullptr, nullptr, nullptr), RC_FAIL);
+}
+
+TEST_F(PathsTest, NamesFieldsAndSubstitution) {
+  struct Case { const char* name; std::function<int(char*)> call; int rc, err; const char* out; };
+  const Case cases[] = {
+      {"file name", [](char* o) { return rc_path_file_name("/a/b/c.txt", o); }, RC_OK, 0, "c.txt"},
+      {"file name of dir", [](char* o) { return rc_path_file_name("/a/b/", o); }, RC_OK, 0, ""},
+      {"component 1", [](char* o) { return rc_path_component("/h/.local/in.box.fol", 1, o); }, RC_OK, 0, "in"},
+      {"empty component", [](char* o) { return rc_path_component("a..b", 2, o); }, RC_OK, 0, ""},
+      {"no component 4", [](char* o) { return rc_path_component("in.box.fol", 4, o); }, RC_FAIL, kRcErrNotFound, ""},
+      {"subst", [](char* o) { return rc_path_subst("inbox.fol", "=.idx", o); }, RC_OK, 0, "inbox.idx"},
+      {"subst two", [](char* o) { return rc_path_subst("a.b.c", "x.=.=", o); }, RC_OK, 0, "x.b.c"},
+      {"subst field holding =", [](char* o) { return rc_path_subst("a.b", "x=y.c", o); }, RC_OK, 0, "a.c"},
+      {"subst keeps pattern dir", [](char* o) { return rc_path_subst("/h/.local/in.fol", "/tmp/=.bak", o); },
+       RC_OK, 0, "/tmp/in.bak"},
+      {"subst short model", [](char* o) { return rc_path_subst("inbox", "=.=", o); }, RC_FAIL, kRcErrNoSubst, ""},
+      {"subst model with =", [](char* o) { return rc_path_subst("a=b.c", "=.x", o); }, RC_FAIL, kRcErrNoSubst, ""},
+  };
+  for (const Case& c : cases) {
+    char out[kRcPathBuf] = "?";
+    rc_errno = 0;
+    EXPECT_EQ(c.call(out), c.rc) << c.name;
+    EXPECT_EQ(rc_errno, c.err) << c.name;
+    EXPECT_STREQ(out, c.out) << c.name;
+  }
+}
+
+TEST_F(PathsTest, RelativePaths) {
+  struct Case { const char *path, *base; int rc; const char* out; };
+  const Case cases[] = {
+      {"/a/b/c.txt", "/a/d", RC_OK, "../b/c.txt"},
+      {"/a/b", "/a/b/c/d", RC_OK, "../.."},
+      {"/a/b", "/a//b/.", RC_OK, "."},
+      {"/a/x/../b/f", "/a/b", RC_OK, "f"},
+      {"/etc", "/", RC_OK, "etc"},
+      {"../x", "..", RC_OK, "x"},
+      {"x", "../y", RC_FAIL, ""},  // the base's own name is unknown
+      {"/a", "a", RC_FAIL, ""},
+  };
+  for (const Case& c : cases) {
+    char out[kRcPathBuf] = "?";
+    EXPECT_EQ(rc_path_relpath(c.path, c.base, out), c.rc) << c.path << " from " << c.base;
+    EXPECT_STREQ(out, c.out) << c.path << " from " << c.base;
+  }
+}
+
+TEST_F(PathsTest, TemporaryDirectories) {
+  const char* saved = getenv("TMPDIR");
+  std::string saved_tmpdir = saved ? saved : "";
+  struct Case { const char *tmpdir, *ramdisk; int kind, rc; const char* out; };
+  const Case cases[] = {
+      {"", "", 2, RC_OK, "/tmp"},          {"/var/tmp/", "", 2, RC_OK, "/var/tmp"},
+      {"", "", 1, RC_FAIL, ""},            {"", "/mnt/ram", 1, RC_OK, "/mnt/ram/"},
+  };
+  for (const Case& c : cases) {
+    setenv("TMPDIR", c.tmpdir, 1);
+    setenv("RAMDISK", c.ramdisk, 1);
+    char out[kRcPathBuf] = "?";
+    EXPECT_EQ(rc_path_temp_dir(out, c.kind), c.rc);
+    EXPECT_STREQ(out, c.out);
+  }
+  unsetenv("RAMDISK");
+  if (saved) setenv("TMPDIR", saved_tmpdir.c_str(), 1);
+  else unsetenv("TMPDIR");
+}
+
+TEST_F(PathsTest, TemporaryNamesSkipExistingFiles) {
+  char first[kRcPathBuf];
+  ASSERT_EQ(rc_path_temp_name(first), RC_OK);
+  ASSERT_EQ(std::strlen(first), 8u);
+  EXPECT_STREQ(first + 5, "tmp");
+  int n = std::atoi(first);
+  char name[16];
+  for (int i = 1; i <= 2; ++i) {
+    std::snprintf(name, sizeof name, "%05dtmp", n + i);
+    touch(name);
+  }
+  std::snprintf(name, sizeof name, "%05dtmp", n + 3);
+  fs::create_directory(name);  // a directory does not block the name
+  char next[kRcPathBuf];
+  ASSERT_EQ(rc_path_temp_name(next), RC_OK);
+  EXPECT_STREQ(next, name);
+}
+
+TEST_F(PathsTest, MakeDirsLevelByLevel) {
+  rc_debug_bits = kRcDbgEntry;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(rc_path_make_dirs("", "mail/2024/inbox/"), RC_OK);
+  EXPECT_EQ(rc_path_make_dirs("mail", "2024\\sent"), RC_OK);  // the first level exists
+  std::string out = testing::internal::GetCapturedStdout();
+  rc_debug_bits = 0;
+  EXPECT_EQ(out,
+            "Entered rc_path_make_dirs\n"
+            "parentdir = \nsubdir    = mail/2024/inbox/\nlevels     = 2\nnum_levels = 3\n"
+            "Created directory:  mail\nCreated directory:  mail/2024\nCreated directory:  mail/2024/inbox\n"
+            "Entered rc_path_make_dirs\n"
+            "parentdir = mail\nsubdir    = 2024\\sent\nlevels     = 1\nnum_levels = 2\n"
+            "Created directory:  mail/2024/sent\n");
+  EXPECT_TRUE(fs::is_directory("mail/2024/sent"));
+  struct stat info;
+  ASSERT_EQ(stat("mail/2024/inbox", &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0700u);
+
+  touch("mail/file");
+  EXPECT_EQ(rc_path_make_dirs("mail", "file/sub"), RC_FAIL);
+  EXPECT_EQ(rc_path_make_dirs("missing", "sub"), RC_FAIL);
+  EXPECT_EQ(rc_path_make_dirs((dir_ / "mail").c_str(), "2024/inbox"), RC_OK);  // all there already
+  EXPECT_EQ(rc_path_make_dirs("", std::string(300, 'd').c_str()), RC_FAIL);
+  EXPECT_EQ(rc_errno, kRcErrNoFit);
+}
