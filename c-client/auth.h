@@ -2,3 +2,6 @@
 #pragma once
 
 void AUTH_ForgetLogin();
+// The login of this session (user, password), or null when there is none.
+const char* login_user();
+const char* login_password();

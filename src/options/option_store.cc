@@ -1,16 +1,17 @@
-// The option store. Records live in a hash map keyed by name; each holds
-// the three level values and its flags.
+// The option store: one record per name in a chained hash table, each
+// with its three level values and its flags.
 #include <strings.h>
 
-#include <cctype>
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
+#include <vector>
 
+#include "rclib/dshash.h"
+#include "rclib/rc.h"
 #include "src/frame/cenv.h"
 #include "src/frame/filenames.h"
 #include "src/frame/trace.h"
@@ -21,71 +22,134 @@
 
 namespace {
 
-constexpr unsigned kFlagModified = 1;
-constexpr unsigned kFlagDeleted = 2;
-constexpr unsigned kFlagReadonly = 4;
-
 struct OptionRecord {
+  std::string key;
   std::optional<std::string> value[3];  // default, permanent, session
   unsigned flags = 0;
 };
 
 struct Store {
-  std::unordered_map<std::string, OptionRecord> records;
+  HASH_TABLE* table = nullptr;
+  long count = 0;
   bool changed = false;
 };
 
-std::unique_ptr<Store> g_store;
+constexpr int kHashId = 4;
+constexpr int kHashParam = 1;
+
+Store* g_store = nullptr;
 int g_last_error = kOptErrNone;
 bool g_loading = false;
 int g_notifier = -1;
-
-OptionRecord* Retrieve(const char* name, bool create) {
-  if (!g_store || !name) return nullptr;
-  auto it = g_store->records.find(name);
-  if (it != g_store->records.end()) return &it->second;
-  if (!create) return nullptr;
-  return &g_store->records[name];
-}
 
 int Fail(int code) {
   g_last_error = code;
   return 0;
 }
 
-const std::string* Value(const OptionRecord& r, int level) {
-  for (int l = level; l >= 0; --l)
+int Succeed() {
+  g_last_error = kOptErrNone;
+  return 1;
+}
+
+OptionRecord* RetrieveRecord(const char* name, bool create) {
+  if (!g_store || !name) return nullptr;
+  void* ptr = nullptr;
+  if (ht_get(g_store->table, name, nullptr, &ptr) == RC_OK) return static_cast<OptionRecord*>(ptr);
+  if (!create) return nullptr;
+  auto* r = new (std::nothrow) OptionRecord;
+  if (!r) return nullptr;
+  r->key = name;
+  if (ht_put(g_store->table, name, 0, r) != RC_OK) {
+    delete r;
+    return nullptr;
+  }
+  ++g_store->count;
+  return r;
+}
+
+// The value seen at a level: its own, else the next lower one that has one.
+const std::string* Effective(const OptionRecord& r, int level) {
+  for (int l = level; l >= kOptDefault; --l)
     if (r.value[l]) return &*r.value[l];
   return nullptr;
 }
 
+bool ValidLevel(int level) { return level >= kOptDefault && level <= kOptSession; }
+
+template <typename F>
+void ForEachRecord(F f) {
+  if (!g_store) return;
+  void* ptr = nullptr;
+  for (int rc = ht_get_first(g_store->table, nullptr, nullptr, &ptr); rc == RC_OK;
+       rc = ht_get_next(g_store->table, nullptr, nullptr, &ptr))
+    f(*static_cast<OptionRecord*>(ptr));
+}
+
 int WantEvent(ModelEvent* ev, void*) { return ev->type == E_SHIP_SUNK; }
 
-int OptionCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]);
-
+// The store saves itself at the last moment the windows leave it.
 void HandleEvent(ModelEvent*, void*) {
   Opt_Save();
   Opt_Shutdown();
+}
+
+void PostChanged(const char* name) {
+  ModelEvent* ev = MM_NotEventNew(E_OPTION_CHANGED);
+  ev->option = name;
+  MM_NotEventPost(ev);
+  MM_NotEventFree(ev);
+}
+
+bool LoadSiteDefaults() {
+  std::string site = get_file_name(kFileSysDefault);
+  Trace(kTraceOptions, kTraceLow, "Opt_Init: loading system defaults from: %s\n", site.c_str());
+  if (!Opt_LoadFromTCL(site.c_str())) {
+    Trace(kTraceOptions, kTraceCritical, "Opt_Init: failed to load site defaults file: %s\n", site.c_str());
+    return false;
+  }
+  std::string site2 = get_file_name(kFileSysDefault2);
+  if (FileExists(site2.c_str())) {
+    Trace(kTraceOptions, kTraceLow, "Opt_Init: loading system defaults from: %s\n", site2.c_str());
+    if (!Opt_LoadFromTCL(site2.c_str()))
+      Trace(kTraceOptions, kTraceCritical, "Opt_Init: failed to load site defaults file: %s\n", site2.c_str());
+  }
+  return true;
+}
+
+void Finish() {
+  g_loading = false;
+  Opt_TranslateVersion();
+  xvt_progress_close();
 }
 
 }  // namespace
 
 int Opt_Init() {
   if (g_store) Opt_Shutdown();
-  g_store = std::make_unique<Store>();
+  g_store = new (std::nothrow) Store;
+  if (!g_store) {
+    Trace(kTraceOptions, kTraceCritical, "Opt_Init: failed to allocate %d bytes for cache db\n",
+          static_cast<int>(sizeof(Store)));
+    return Fail(kOptErrAlloc);
+  }
+  if (ht_create(kOptHashChains, kHashId, kHashParam, &g_store->table) != RC_OK) {
+    Trace(kTraceOptions, kTraceCritical, "Opt_Init: failed cache db hash table\n");
+    delete g_store;
+    g_store = nullptr;
+    return Fail(kOptErrHashTable);
+  }
   if (g_notifier < 0) g_notifier = MM_NotRegister(WantEvent, HandleEvent, nullptr, "optiondb.c");
-  if (task_interp) Tcl_CreateObjCommand(task_interp, "option", OptionCmd, nullptr, nullptr);
+  Opt_RegisterCommand(task_interp);
+  xvt_scr_set_busy_cursor();
   g_loading = true;
-  std::string site = get_file_name(kFileSysDefault);
-  Trace(kTraceOptions, kTraceLow, "Opt_Init: loading system defaults from: %s\n", site.c_str());
-  if (!Opt_LoadFromTCL(site.c_str())) {
-    Trace(kTraceOptions, kTraceCritical, "Opt_Init: failed to load site defaults file: %s\n", site.c_str());
+  xvt_progress_open("Velmar", "Reading site defaults ...", false);
+
+  if (!LoadSiteDefaults()) {
     g_loading = false;
+    xvt_progress_close();
     return Fail(kOptErrSiteDefaults);
   }
-  std::string site2 = get_file_name(kFileSysDefault2);
-  if (FileExists(site2.c_str()) && !Opt_LoadFromTCL(site2.c_str()))
-    Trace(kTraceOptions, kTraceHigh, "Opt_Init: failed to load site defaults file: %s\n", site2.c_str());
   Opt_AssignInt("General.RemoteMode", 1, kOptSession, 0);
   short mobile = 0;
   if (Opt_LookupBoolean("General.Mobile", &mobile, kOptSession) && mobile) {
@@ -94,6 +158,7 @@ int Opt_Init() {
   }
   ResolveConnectionMode();
   Opt_GetLocation();
+
   char location[51];
   if (!Opt_LookupString("Options.Location", location, sizeof location - 1, kOptSession)) {
     Opt_AssignString("Options.Location", "Local", kOptSession, 0);
@@ -101,49 +166,85 @@ int Opt_Init() {
   }
   if (strcasecmp(location, "Remote") == 0) {
     if (Opt_LoadFromIMSP()) {
-      g_loading = false;
+      Finish();
       return 1;
     }
     if (CENV_GetManditoryRemote()) {
       g_loading = false;
+      xvt_progress_close();
       return 0;
     }
     Opt_AssignInt("Options.SaveLocation", 0, kOptSession, 0);
     Opt_AssignInt("General.RemoteMode", 0, kOptPermanent, 0);
     Trace(kTraceOptions, kTraceHigh, "Opt_Init: failed to load IMSP - setting remote mode to false.\n");
   }
+
+  xvt_progress_set_text("Reading options from disk ...");
   Opt_AssignString("Options.Location", "Local", kOptSession, 0);
   char file[401];
   std::string local = Opt_LookupString("Options.LocalFile", file, sizeof file - 1, kOptSession)
                           ? std::string(file)
                           : get_file_name(kFileDefaultTcl);
   Trace(kTraceOptions, kTraceLow, "Opt_Init(): attempting to load: %s\n", local.c_str());
+  // A new user has no file yet; that is no failure.
   if (FileExists(local.c_str())) Opt_LoadFromTCL(local.c_str());
-  g_loading = false;
+  Finish();
   return 1;
 }
 
 void Opt_Shutdown() {
-  g_store.reset();
-  if (task_interp) Tcl_DeleteCommand(task_interp, "option");
+  if (g_store) {
+    ForEachRecord([](OptionRecord& r) { delete &r; });
+    ht_destroy(&g_store->table);
+    delete g_store;
+    g_store = nullptr;
+  }
   if (g_notifier >= 0) MM_NotUnregister(g_notifier);
   g_notifier = -1;
+  if (task_interp) Tcl_DeleteCommand(task_interp, "option");
 }
 
 bool Opt_Ready() { return g_store != nullptr; }
+bool Opt_Changed() { return g_store && g_store->changed; }
+bool Opt_Loading() { return g_loading; }
+void Opt_SetLoading(bool loading) { g_loading = loading; }
 
 int Opt_LookupString(const char* name, char* buffer, size_t size, int level) {
-  if (!buffer) return Fail(kOptErrBadPointer);
-  OptionRecord* r = Retrieve(name, false);
-  if (!r || (r->flags & kFlagDeleted)) return Fail(kOptErrNoSuchOption);
-  if (level < kOptDefault || level > kOptSession) return Fail(kOptErrBadLevel);
-  const std::string* v = Value(*r, level);
+  if (!buffer || !name) return Fail(kOptErrBadPointer);
+  OptionRecord* r = RetrieveRecord(name, false);
+  if (!r || (r->flags & kOptDeleted)) return Fail(kOptErrNoSuchOption);
+  if (!ValidLevel(level)) return Fail(kOptErrBadLevel);
+  const std::string* v = Effective(*r, level);
   if (!v) return Fail(kOptErrNoSuchOption);
-  // Buffers hold size + 1 bytes.
   if (v->size() > size) return Fail(kOptErrTooLong);
   std::memcpy(buffer, v->c_str(), v->size() + 1);
-  g_last_error = kOptErrNone;
-  return 1;
+  return Succeed();
+}
+
+int Opt_LookupStringLength(const char* name, int level, size_t* length) {
+  if (!length || !name) return Fail(kOptErrBadPointer);
+  OptionRecord* r = RetrieveRecord(name, false);
+  if (!r || (r->flags & kOptDeleted)) return Fail(kOptErrNoSuchOption);
+  if (!ValidLevel(level)) return Fail(kOptErrBadLevel);
+  const std::string* v = Effective(*r, level);
+  if (!v) return 0;
+  *length = v->size();
+  return Succeed();
+}
+
+char* Opt_LookupAlloc(const char* name, int level) {
+  size_t length = 0;
+  if (!Opt_LookupStringLength(name, level, &length)) return nullptr;
+  char* copy = new (std::nothrow) char[length + 1];
+  if (!copy) {
+    Fail(kOptErrAlloc);
+    return nullptr;
+  }
+  if (!Opt_LookupString(name, copy, length, level)) {
+    delete[] copy;
+    return nullptr;
+  }
+  return copy;
 }
 
 int Opt_LookupInt(const char* name, int* out, int level) {
@@ -173,25 +274,22 @@ int Opt_LookupBoolean(const char* name, short* out, int level) {
 
 int Opt_AssignString(const char* name, const char* value, int level, int readonly) {
   if (!name || !value) return Fail(kOptErrBadPointer);
-  OptionRecord* r = Retrieve(name, true);
-  if (!r) return Fail(kOptErrOther);
-  if (r->flags & kFlagDeleted) r->flags &= ~(kFlagDeleted | kFlagReadonly);
-  if (r->flags & kFlagReadonly) return Fail(kOptErrReadonly);
-  if (level < kOptDefault || level > kOptSession) return Fail(kOptErrBadLevel);
+  if (std::strlen(name) > kOptMaxName || std::strlen(value) > kOptMaxValue) return Fail(kOptErrTooLong);
+  OptionRecord* r = RetrieveRecord(name, true);
+  if (!r) return 0;
+  if (r->flags & kOptDeleted) r->flags &= ~(kOptDeleted | kOptReadonly);
+  if (r->flags & kOptReadonly) return Fail(kOptErrReadonly);
+  if (!ValidLevel(level)) return Fail(kOptErrBadLevel);
   r->value[level] = value;
-  if (level == kOptPermanent && !g_loading) r->flags |= kFlagModified;
+  if (level == kOptPermanent && !g_loading) r->flags |= kOptModified;
   if (readonly & 1)
-    r->flags |= kFlagReadonly;
+    r->flags |= kOptReadonly;
   else
-    r->flags &= ~kFlagReadonly;
-  g_store->changed = true;
-  g_last_error = kOptErrNone;
-  ModelEvent* ev = MM_NotEventNew(E_OPTION_CHANGED);
-  if (ev) {
-    ev->option = name;
-    MM_NotEventPost(ev);
-    MM_NotEventFree(ev);
-  }
+    r->flags &= ~kOptReadonly;
+  Succeed();
+  // The record's key outlives the post, whatever the listeners do.
+  std::string key = r->key;
+  PostChanged(key.c_str());
   return 1;
 }
 
@@ -206,28 +304,105 @@ int Opt_AssignInt(const char* name, int flag, int level, int readonly) {
 }
 
 int Opt_Delete(const char* name) {
-  OptionRecord* r = Retrieve(name, false);
+  OptionRecord* r = RetrieveRecord(name, false);
   if (!r) return Fail(kOptErrNoSuchOption);
-  if (!(r->flags & kFlagReadonly)) r->flags |= kFlagDeleted;
-  return 1;
+  if (r->flags & kOptReadonly) return Fail(kOptErrReadonly);
+  r->flags |= kOptDeleted;
+  return Succeed();
 }
 
 int Opt_DeleteMatching(const char* pattern) {
-  if (!g_store || !pattern) return 0;
-  for (auto& [name, r] : g_store->records)
-    if (!(r.flags & (kFlagDeleted | kFlagReadonly)) && Opt_PatternMatch(pattern, name.c_str())) r.flags |= kFlagDeleted;
-  return 1;
+  if (!g_store || !pattern) return Fail(kOptErrBadPointer);
+  ForEachRecord([&](OptionRecord& r) {
+    if (!(r.flags & (kOptDeleted | kOptReadonly)) && Opt_PatternMatch(pattern, r.key.c_str())) r.flags |= kOptDeleted;
+  });
+  return Succeed();
+}
+
+int Opt_ListMatching(const char* pattern, SLIST* list) {
+  if (!g_store || !pattern || !list) return Fail(kOptErrBadPointer);
+  std::vector<std::string> names;
+  ForEachRecord([&](OptionRecord& r) {
+    if (!(r.flags & kOptDeleted) && Opt_PatternMatch(pattern, r.key.c_str())) names.push_back(r.key);
+  });
+  std::sort(names.begin(), names.end());
+  if (!*list) *list = xvt_slist_create();
+  if (!*list) return Fail(kOptErrAlloc);
+  for (const std::string& n : names) xvt_slist_add_at_elt(*list, nullptr, n.c_str(), 0);
+  return Succeed();
+}
+
+int Opt_Rename(const char* old_name, const char* new_name) {
+  OptionRecord* from = RetrieveRecord(old_name, false);
+  if (!from || (from->flags & kOptDeleted)) return Fail(kOptErrNoSuchOption);
+  if (from->flags & kOptReadonly) return Fail(kOptErrReadonly);
+  if (!new_name) return Fail(kOptErrBadPointer);
+  OptionRecord* to = RetrieveRecord(new_name, true);
+  if (!to) return 0;
+  if (to == from) return Succeed();
+  for (int l = kOptDefault; l <= kOptSession; ++l) {
+    to->value[l] = std::move(from->value[l]);
+    from->value[l].reset();
+  }
+  to->flags = (to->flags & ~kOptDeleted) | kOptModified;
+  from->flags |= kOptDeleted;
+  return Succeed();
 }
 
 int Opt_FlushSession(const char* pattern, int level) {
-  if (!g_store || !pattern) return 0;
-  if (level < kOptDefault || level > kOptSession) return Fail(kOptErrBadLevel);
-  for (auto& [name, r] : g_store->records)
-    if (!(r.flags & (kFlagDeleted | kFlagReadonly)) && Opt_PatternMatch(pattern, name.c_str())) r.value[level].reset();
-  return 1;
+  if (!g_store || !pattern) return Fail(kOptErrBadPointer);
+  if (!ValidLevel(level)) return Fail(kOptErrBadLevel);
+  ForEachRecord([&](OptionRecord& r) {
+    if (!(r.flags & (kOptDeleted | kOptReadonly)) && Opt_PatternMatch(pattern, r.key.c_str())) r.value[level].reset();
+  });
+  return Succeed();
+}
+
+int Opt_SetModified(const char* name, int flag) {
+  OptionRecord* r = RetrieveRecord(name, false);
+  if (!r) return Fail(kOptErrNoSuchOption);
+  if (flag)
+    r->flags |= kOptModified;
+  else
+    r->flags &= ~kOptModified;
+  return Succeed();
+}
+
+int Opt_SetReadonly(const char* name, int flag) {
+  OptionRecord* r = RetrieveRecord(name, false);
+  if (!r) return Fail(kOptErrNoSuchOption);
+  if (flag)
+    r->flags |= kOptReadonly;
+  else
+    r->flags &= ~kOptReadonly;
+  return Succeed();
+}
+
+int Opt_GetReadonly(const char* name) {
+  OptionRecord* r = RetrieveRecord(name, false);
+  return r && (r->flags & kOptReadonly) ? 1 : 0;
+}
+
+void Opt_MarkChanged() {
+  if (g_store) g_store->changed = true;
 }
 
 int Opt_GetLastError() { return g_last_error; }
+
+void Opt_ForEach(void (*f)(const OptionView& view, void* data), void* data) {
+  ForEachRecord([&](OptionRecord& r) {
+    OptionView v{r.key.c_str(), {}, r.flags};
+    for (int l = 0; l < 3; ++l) v.value[l] = r.value[l] ? r.value[l]->c_str() : nullptr;
+    f(v, data);
+  });
+}
+
+// Clears the store's changed flag and, with clear_modified, each record's.
+void OptClearChanged(bool clear_modified) {
+  if (!g_store) return;
+  g_store->changed = false;
+  if (clear_modified) ForEachRecord([](OptionRecord& r) { r.flags &= ~kOptModified; });
+}
 
 void Opt_GetLocation() {
   const char* file = CENV_GetConfigFile();
@@ -251,73 +426,4 @@ void Opt_GetLocation() {
     Opt_AssignString("Options.Location", "Remote", kOptSession, 0);
     Opt_AssignInt("Options.MandatoryRemote", 1, kOptSession, 0);
   }
-}
-
-namespace {
-
-// option ?-default? ?-permanent? ?-session? ?-readonly? name ?value?
-// Reads without a value, assigns with one; the default level is permanent.
-int OptionCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  int level = kOptPermanent, readonly = 0, i = 1;
-  for (; i < objc; ++i) {
-    const char* w = Tcl_GetString(objv[i]);
-    if (w[0] != '-') break;
-    if (!std::strcmp(w, "-default")) level = kOptDefault;
-    else if (!std::strcmp(w, "-permanent")) level = kOptPermanent;
-    else if (!std::strcmp(w, "-session")) level = kOptSession;
-    else if (!std::strcmp(w, "-readonly")) readonly = 1;
-  }
-  if (i >= objc) {
-    Tcl_SetObjResult(interp, Tcl_NewStringObj("option : wrong number of arguments - missing option name", -1));
-    return TCL_OK;
-  }
-  const char* name = Tcl_GetString(objv[i]);
-  if (i + 1 < objc) {
-    if (!Opt_AssignString(name, Tcl_GetString(objv[i + 1]), level, readonly))
-      Trace(kTraceOptions, kTraceCritical, "option: could not set %s (error %d)\n", name, Opt_GetLastError());
-    return TCL_OK;
-  }
-  static char value[2001];
-  if (!Opt_LookupString(name, value, sizeof value - 1, level)) {
-    Tcl_SetObjResult(interp, Tcl_ObjPrintf("option: option %s does not exist", name));
-    return TCL_ERROR;
-  }
-  Tcl_SetObjResult(interp, Tcl_NewStringObj(value, -1));
-  return TCL_OK;
-}
-
-}  // namespace
-
-int Opt_LoadFromTCL(const char* file) {
-  if (!file || !FileExists(file)) return 0;
-  std::string error;
-  if (!TclEvalFile(file, &error)) {
-    Trace(kTraceOptions, kTraceCritical, "Opt_LoadFromTCL: %s: %s\n", file, error.c_str());
-    return 0;
-  }
-  return 1;
-}
-
-// Remote options arrive with the option server client.
-int Opt_LoadFromIMSP() { return 0; }
-
-int Opt_Save() {
-  if (g_store) g_store->changed = false;
-  return 1;
-}
-
-bool Opt_PatternMatch(const char* pattern, const char* name) {
-  if (!pattern || !name) return false;
-  if (*pattern == '\0') return *name == '\0';
-  if (*pattern == '*') {
-    for (const char* n = name;; ++n) {
-      if (Opt_PatternMatch(pattern + 1, n)) return true;
-      if (*n == '\0') return false;
-    }
-  }
-  if (*name == '\0') return false;
-  if (*pattern != '?' && std::tolower(static_cast<unsigned char>(*pattern)) !=
-                             std::tolower(static_cast<unsigned char>(*name)))
-    return false;
-  return Opt_PatternMatch(pattern + 1, name + 1);
 }

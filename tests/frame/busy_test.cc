@@ -145,6 +145,10 @@ TEST_F(Busy, MailTimerPeriodFromTimerInterval) {
     }
     if (c.interval) text += std::string("option -default Timer.Interval {") + c.interval + "}\n";
     WriteFile(appdir_ + "/sysdflt.tcl", text);
+    // A user whose options are already of this version: nothing translates
+    // the interval on the way in.
+    WriteFile(home_ + "/default.tcl",
+              "option General.Fullname Ann\noption General.MailAddress a@b\noption Options.Version 40\n");
     long period = -1;
     Run({"-b"}, [&] {
       period = MSG_MailTimerPeriod();

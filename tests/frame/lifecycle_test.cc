@@ -270,6 +270,14 @@ TEST_F(Lifecycle, FirstRunShowsTheSetupUntilTheScriptIsDone) {
     EXPECT_EQ(SDDE_FullyStarted(), 1);
     Exit();
   });
+  // The answers were saved: the next start goes straight to the organizer.
+  EXPECT_NE(ReadFile(home_ + "/default.tcl").find("option General.Fullname \"Ann Example\""), std::string::npos);
+  xvt_test_reset();
+  Run({"-b"}, [&] {
+    EXPECT_FALSE(xvt_test_find_window("Velmar Setup"));
+    EXPECT_TRUE(xvt_test_find_window("Message Organizer"));
+    Exit();
+  });
 }
 
 TEST_F(Lifecycle, ReinitWorkspaceRebuildsTheStoreAndKeepsOneOfEachNotifier) {

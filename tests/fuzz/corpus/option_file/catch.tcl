@@ -1,0 +1,4 @@
+catch {error boom} m
+option M $m
+return
+option After 1

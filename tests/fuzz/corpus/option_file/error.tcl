@@ -1,0 +1,3 @@
+option Good 1
+broken [
+option Never 2

@@ -1,0 +1,2 @@
+if {[platform] eq "unix"} { option P unix } else { option P x }
+option C [expr {1+2}]

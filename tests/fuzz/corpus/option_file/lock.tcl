@@ -1,0 +1,2 @@
+option Site.Lock no
+option -default -readonly Site.Lock no

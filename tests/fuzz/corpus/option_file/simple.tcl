@@ -1,0 +1,2 @@
+option General.Fullname "Ann Example"
+option General.MailAddress ann@example.org

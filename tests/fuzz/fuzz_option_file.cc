@@ -1,0 +1,59 @@
+// Arbitrary bytes as an option file: the loader must neither crash nor run
+// away, and the store must stay usable.
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "src/frame/cenv.h"
+#include "src/frame/filenames.h"
+#include "src/options/options.h"
+#include "xvt/xvt_test.h"
+
+namespace {
+
+std::string g_file;
+
+void Setup() {
+  char tmpl[] = "/tmp/velmar-fuzz-opt-XXXXXX";
+  std::string root = mkdtemp(tmpl);
+  std::string home = root + "/home", app = root + "/app";
+  mkdir(home.c_str(), 0700);
+  mkdir(app.c_str(), 0700);
+  FILE* f = std::fopen((app + "/sysdflt.tcl").c_str(), "w");
+  std::fputs("option -default -readonly Site.Lock yes\n", f);
+  std::fclose(f);
+  setenv("VELMAR_HOME", home.c_str(), 1);
+  setenv("VELMAR_APPDIR", app.c_str(), 1);
+  char cwd[4096];
+  if (!getcwd(cwd, sizeof cwd)) cwd[0] = '\0';
+  InitDirectories();
+  if (cwd[0] && chdir(cwd) != 0) std::perror("chdir");
+  char* argv[] = {const_cast<char*>("velmar"), nullptr};
+  CENV_Init(1, argv);
+  Opt_Init();
+  g_file = home + "/fuzz.tcl";
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static bool ready = (Setup(), true);
+  (void)ready;
+  static int runs = 0;
+  // A fresh store now and then keeps memory flat over a long run.
+  if (++runs % 200 == 0) Opt_Init();
+  FILE* f = std::fopen(g_file.c_str(), "wb");
+  if (!f) return 0;
+  std::fwrite(data, 1, size, f);
+  std::fclose(f);
+  Opt_LoadFromTCL(g_file.c_str());
+  xvt_test_clear_posts();
+  // Whatever the file did, a readonly site option stays as it was.
+  char buf[10];
+  if (!Opt_LookupString("Site.Lock", buf, sizeof buf - 1, kOptSession) || std::string(buf) != "yes") __builtin_trap();
+  return 0;
+}

@@ -1,0 +1,319 @@
+// Saving and loading options: the local file, the init file, the version
+// translation, and what bad files do.
+#include <sys/stat.h>
+
+#include <map>
+#include <random>
+#include <string>
+
+#include "src/frame/cenv.h"
+#include "src/frame/filenames.h"
+#include "src/frame/workspace.h"
+#include "src/options/options.h"
+#include "tests/frame/frame_fixture.h"
+
+namespace {
+
+using Snapshot = std::map<std::string, std::string>;
+
+void Collect(const OptionView& v, void* data) {
+  if ((v.flags & (kOptDeleted | kOptReadonly)) || !v.value[kOptPermanent]) return;
+  (*static_cast<Snapshot*>(data))[v.name] = v.value[kOptPermanent];
+}
+
+Snapshot Permanent() {
+  Snapshot s;
+  Opt_ForEach(Collect, &s);
+  return s;
+}
+
+class OptionFiles : public FrameTest {
+ protected:
+  void SetUp() override {
+    FrameTest::SetUp();
+    ASSERT_EQ(InitDirectories(), 1);
+    Start();
+  }
+  void TearDown() override {
+    Opt_Shutdown();
+    FrameTest::TearDown();
+  }
+  void Start(std::vector<std::string> args = {}) {
+    std::vector<std::string> words{"velmar"};
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& w : words) argv.push_back(w.data());
+    argv.push_back(nullptr);
+    ASSERT_EQ(CENV_Init(static_cast<int>(words.size()), argv.data()), 1);
+    ASSERT_EQ(Opt_Init(), 1);
+  }
+  // Saves, throws the store away and loads it again, as a restart does.
+  void SaveAndRestart() {
+    ASSERT_EQ(Opt_Save(), 1);
+    Opt_Shutdown();
+    ASSERT_EQ(Opt_Init(), 1);
+  }
+  static std::string Get(const char* name, int level = kOptSession) {
+    char buf[3000];
+    return Opt_LookupString(name, buf, sizeof buf - 1, level) ? buf : "(none)";
+  }
+  std::string DefaultTcl() const { return ReadFile(home_ + "/default.tcl"); }
+};
+
+TEST_F(OptionFiles, AwkwardNamesAndValuesSurviveSaveAndLoad) {
+  struct Case {
+    const char* name;
+    const char* value;
+  } cases[] = {
+      {"Quote.value", "say \"hi\""},   {"Dollar.value", "$HOME and ${x}"}, {"Brackets", "[exec rm -rf /]"},
+      {"Backslash", "c:\\dir\\"},      {"Name with blanks", "v"},          {"Semi;colon", "a;b"},
+      {"Brace{name}", "{unbalanced"},  {"Hash#and*star_", "x"},            {"Folder.Entwürfe", "Grüße ✓"},
+      {"Newlines", "line1\nline2\r\n"}, {"Empty", ""},                     {"Trailing.backslash\\", "\\"},
+      {"\"quoted\"", "}"},
+  };
+  for (const Case& c : cases) ASSERT_TRUE(Opt_AssignString(c.name, c.value, kOptPermanent, 0)) << c.name;
+  Snapshot before = Permanent();
+  SaveAndRestart();
+  for (const Case& c : cases) EXPECT_EQ(Get(c.name, kOptPermanent), c.value) << c.name;
+  EXPECT_EQ(Permanent(), before);
+  // Names are written escaped; a name with a blank carries "#-".
+  EXPECT_NE(DefaultTcl().find("option Name#-with#-blanks \"v\"\n"), std::string::npos) << DefaultTcl();
+}
+
+TEST_F(OptionFiles, RandomStoresRoundTrip) {
+  std::mt19937 rng(20261121);
+  const std::string alphabet =
+      "abcXYZ019 .#*\\_;{}[]$\"'\t\n\r|&?-~`!@%^()=+<>,/:\x01\x1f\x7f\xc3\xa9\xe2\x82\xac\xff\xfe";
+  auto random_text = [&](size_t max_len, bool allow_empty) {
+    std::uniform_int_distribution<size_t> len(allow_empty ? 0 : 1, max_len);
+    std::uniform_int_distribution<size_t> pick(0, alphabet.size() - 1);
+    std::string s;
+    for (size_t n = len(rng); s.size() < n;) s += alphabet[pick(rng)];
+    return s;
+  };
+  for (int round = 0; round < 20; ++round) {
+    Opt_Shutdown();
+    ASSERT_EQ(Opt_Init(), 1);
+    for (int i = 0; i < 60; ++i) {
+      std::string name = "R" + std::to_string(round) + "." + random_text(24, false);
+      std::uniform_int_distribution<int> level(kOptDefault, kOptSession);
+      Opt_AssignString(name.c_str(), random_text(60, true).c_str(), level(rng), 0);
+      if (i % 7 == 0) Opt_Delete(name.c_str());
+    }
+    Snapshot before = Permanent();
+    SaveAndRestart();
+    Snapshot after = Permanent();
+    // Whatever the site defaults and the translation add, the user's
+    // options come back exactly, and nothing else of the user's appears.
+    for (auto& [name, value] : before) EXPECT_EQ(after[name], value) << "round " << round << " name " << name;
+    for (auto& [name, value] : after)
+      if (name[0] == 'R') EXPECT_TRUE(before.count(name)) << "round " << round << " extra " << name;
+    ::unlink((home_ + "/default.tcl").c_str());
+  }
+}
+
+TEST_F(OptionFiles, OnlyLivePermanentValuesAreWritten) {
+  Opt_AssignString("Perm", "p", kOptPermanent, 0);
+  Opt_AssignString("Sess", "s", kOptSession, 0);
+  Opt_AssignString("Dflt", "d", kOptDefault, 0);
+  Opt_AssignString("Gone", "g", kOptPermanent, 0);
+  Opt_Delete("Gone");
+  Opt_AssignString("Locked", "l", kOptPermanent, 1);
+  ASSERT_EQ(Opt_Save(), 1);
+  std::string text = DefaultTcl();
+  EXPECT_NE(text.find("option Perm \"p\""), std::string::npos);
+  for (const char* absent : {"Sess", "Dflt", "Gone", "Locked"}) EXPECT_EQ(text.find(absent), std::string::npos) << absent;
+  struct stat st;
+  ASSERT_EQ(::stat((home_ + "/default.tcl").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  // The next save keeps the previous file as the backup.
+  Opt_AssignString("Perm", "p2", kOptPermanent, 0);
+  ASSERT_EQ(Opt_Save(), 1);
+  EXPECT_NE(ReadFile(home_ + "/default.bak").find("option Perm \"p\""), std::string::npos);
+  EXPECT_NE(DefaultTcl().find("option Perm \"p2\""), std::string::npos);
+}
+
+TEST_F(OptionFiles, AUserFileCannotOverrideAReadonlySiteOption) {
+  WriteFile(appdir_ + "/sysdflt.tcl",
+            ReadFile(appdir_ + "/sysdflt.tcl") + "option -default -readonly Site.Smtp mail.example.org\n");
+  WriteFile(home_ + "/default.tcl", "option Site.Smtp evil.example.com\noption User.after lock yes\noption User.b 2\n");
+  Opt_Shutdown();
+  ASSERT_EQ(Opt_Init(), 1);
+  EXPECT_EQ(Get("Site.Smtp"), "mail.example.org");
+  EXPECT_EQ(Get("User.b"), "2");  // the file went on after the refused line
+}
+
+TEST_F(OptionFiles, AFileWithAnErrorKeepsWhatLoadedAndTellsTheUser) {
+  WriteFile(home_ + "/default.tcl", "option Good.one 1\noption Good.two 2\nthis is not a command\noption Lost 3\n");
+  Opt_Shutdown();
+  xvt_test_clear_posts();
+  ASSERT_EQ(Opt_Init(), 1);
+  EXPECT_EQ(Get("Good.one"), "1");
+  EXPECT_EQ(Get("Good.two"), "2");
+  EXPECT_EQ(Get("Lost"), "(none)");
+  std::string posts = Posts();
+  EXPECT_NE(posts.find("error: The options file " + home_ + "/default.tcl has an error at line 3:"), std::string::npos)
+      << posts;
+  EXPECT_NE(posts.find("invalid command name \"this\""), std::string::npos) << posts;
+  // The whole file is kept before a save could shorten it.
+  EXPECT_EQ(ReadFile(home_ + "/default.tcl.bad"), ReadFile(home_ + "/default.tcl"));
+  ASSERT_EQ(Opt_Save(), 1);
+  EXPECT_NE(ReadFile(home_ + "/default.tcl.bad").find("option Lost 3"), std::string::npos);
+}
+
+TEST_F(OptionFiles, OptionFilesCannotRunProgramsOrTouchFiles) {
+  std::string victim = home_ + "/victim";
+  WriteFile(victim, "precious");
+  struct Case {
+    const char* script;
+    const char* error;
+  } cases[] = {
+      {"exec rm -f VICTIM", "invalid command name \"exec\""},
+      {"file delete VICTIM", "invalid command name \"file\""},
+      {"open VICTIM w", "invalid command name \"open\""},
+      {"proc p {} {}", "invalid command name \"proc\""},
+      {"while 1 {}", "invalid command name \"while\""},
+      {"source VICTIM", "invalid command name \"source\""},
+  };
+  for (const Case& c : cases) {
+    std::string script = c.script;
+    if (size_t at = script.find("VICTIM"); at != std::string::npos) script.replace(at, 6, victim);
+    WriteFile(home_ + "/evil.tcl", "option Before 1\n" + script + "\n");
+    xvt_test_clear_posts();
+    EXPECT_EQ(Opt_LoadFromTCL((home_ + "/evil.tcl").c_str()), 0) << c.script;
+    EXPECT_NE(Posts().find(c.error), std::string::npos) << c.script << "\n" << Posts();
+  }
+  EXPECT_EQ(ReadFile(victim), "precious");
+  // What an option file may use.
+  WriteFile(home_ + "/ok.tcl",
+            "if {[platform] eq \"unix\"} { option Plat unix } else { option Plat other }\n"
+            "option Dir [work_dir]\noption Count [expr {6 * 7}]\n");
+  EXPECT_EQ(Opt_LoadFromTCL((home_ + "/ok.tcl").c_str()), 1);
+  EXPECT_EQ(Get("Plat"), "unix");
+  EXPECT_EQ(Get("Dir"), home_);
+  EXPECT_EQ(Get("Count"), "42");
+}
+
+TEST_F(OptionFiles, OlderFilesInOtherEncodingsLoadByteForByte) {
+  // A file written by an older version in a Windows code page: the bytes
+  // come back as they were, whatever they mean.
+  WriteFile(home_ + "/old.tcl", "option Old.name \"Ren\xe9 M\xfcller\"\noption Old#-folder \"x\"\n");
+  ASSERT_EQ(Opt_LoadFromTCL((home_ + "/old.tcl").c_str()), 1);
+  EXPECT_EQ(Get("Old.name"), "Ren\xe9 M\xfcller");
+  EXPECT_EQ(Get("Old folder"), "x");
+}
+
+TEST_F(OptionFiles, VersionTranslation) {
+  struct Case {
+    const char* stored_interval;  // null: none
+    const char* version;          // null: none
+    const char* expected;
+  } cases[] = {
+      {"600", nullptr, "10"}, {"0", nullptr, "10"}, {"5", nullptr, "5"},
+      {"45", nullptr, "10"},   {nullptr, nullptr, "10"}, {"600", "40", "600"},
+  };
+  for (const Case& c : cases) {
+    std::string site;
+    for (const std::string& line : {std::string("option -default General.ExitClean Prompt\n")}) site += line;
+    WriteFile(appdir_ + "/sysdflt.tcl", site);
+    std::string user;
+    if (c.stored_interval) user += std::string("option Timer.Interval ") + c.stored_interval + "\n";
+    if (c.version) user += std::string("option Options.Version ") + c.version + "\n";
+    WriteFile(home_ + "/default.tcl", user);
+    Opt_Shutdown();
+    ASSERT_EQ(Opt_Init(), 1);
+    EXPECT_EQ(Get("Timer.Interval", kOptPermanent), c.expected)
+        << (c.stored_interval ? c.stored_interval : "(none)") << " version " << (c.version ? c.version : "(none)");
+    EXPECT_EQ(Get("Options.Version", kOptPermanent), c.version ? c.version : "40");
+  }
+}
+
+TEST_F(OptionFiles, SaveLocationWritesAnInitFileTheParserReadsBack) {
+  // Plain layout: where the options are, remote or local as the default.
+  Opt_AssignString("Options.RemoteHost", "imsp.example.org", kOptSession, 0);
+  Opt_AssignString("Options.RemotePort", "406", kOptSession, 0);
+  Opt_AssignString("Options.LocalFile", "/home/ann/my options.tcl", kOptSession, 0);
+  Opt_AssignString("Options.Location", "Remote", kOptSession, 0);
+  ASSERT_EQ(Opt_SaveLocation(), 1);
+  EXPECT_EQ(ReadFile(home_ + "/velmar.ini"),
+            "[REMOTE] default\nhost=imsp.example.org\nport=406\ntype=imsp\n"
+            "[LOCAL]\nfile=/home/ann/my options.tcl\ntype=tcl\n");
+  Opt_Shutdown();
+  Start();
+  EXPECT_STREQ(CENV_GetRemoteHost(), "imsp.example.org");
+  EXPECT_EQ(CENV_GetRemotePort(), 406);
+  EXPECT_EQ(CENV_GetDefaultRemote(), 1);
+  EXPECT_STREQ(CENV_GetConfigFilename(1), "/home/ann/my options.tcl");
+
+  // Session layout: the named configurations in table order; the login
+  // lines are not part of it.
+  WriteFile(home_ + "/velmar.ini",
+            "[userid] ann\n[LOCAL] default\nname=Home Office\nfile=/tmp/h.tcl\ntype=tcl\n"
+            "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\ntype=imsp\n"
+            "[LOCAL]\nname=Laptop\nfile=/tmp/l.tcl\ntype=tcl\n");
+  Opt_Shutdown();
+  xvt_test_push_dialog(150, [](WINDOW dlg) { xvt_test_click(dlg, 158); });
+  Start({"-c", "prompt"});
+  Opt_AssignInt("Options.SaveAuthInfo", 1, kOptSession, 0);
+  ASSERT_EQ(Opt_SaveLocation(), 1);
+  std::string text = ReadFile(home_ + "/velmar.ini");
+  EXPECT_EQ(text,
+            "[LOCAL]\nname=Home Office\nfile=/tmp/h.tcl\nonline_default=1\noffline_default=1\ntype=tcl\n"
+            "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\nonline_default=0\noffline_default=0\ntype=imsp\n"
+            "[LOCAL]\nname=Laptop\nfile=/tmp/l.tcl\nonline_default=0\noffline_default=0\ntype=tcl\n");
+  CENV_ParseInitText(text.data(), text.size());
+  EXPECT_STREQ(CENV_GetConfigName(0), "Home Office");
+  EXPECT_STREQ(CENV_GetConfigName(1), "Work");
+  EXPECT_STREQ(CENV_GetConfigName(2), "Laptop");
+  // Each change of kind gets its header, so a local record after a remote
+  // one is read back as local.
+  EXPECT_STREQ(CENV_GetConfigSection(2), "[LOCAL]");
+  EXPECT_EQ(CENV_GetConfigPort(1), 4060);
+}
+
+TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
+  struct Case {
+    const char* name;
+    const char* key;
+    int level;
+  } cases[] = {
+      {"common.from", "common.from", kOptDefault},
+      {"imsp.user.quota", "imsp.user.quota", kOptDefault},
+      {"velmar.Compose.Signature", "Compose.Signature", kOptPermanent},
+      {"vmrmail.Old.Key", "Old.Key", kOptPermanent},
+      {"velmar.Folder#-Name", "Folder Name", kOptPermanent},
+      {"elsewhere.thing", "elsewhere.thing", kOptDefault},
+      {"something.else", "something.else", kOptDefault},
+  };
+  for (const Case& c : cases) {
+    mm_option(nullptr, c.name, "v", 1);
+    EXPECT_EQ(Get(c.key, c.level), "v") << c.name;
+  }
+  mm_option(nullptr, "velmar.Locked", "l", 0);
+  EXPECT_EQ(Opt_GetReadonly("Locked"), 1);
+  mm_option(nullptr, nullptr, "x", 1);
+  mm_option(nullptr, "velmar.NoValue", nullptr, 1);
+  EXPECT_EQ(Get("NoValue"), "(none)");
+}
+
+TEST_F(OptionFiles, AFailedSaveLeavesTheOldFileAndSaysSo) {
+  Opt_AssignString("Perm", "1", kOptPermanent, 0);
+  ASSERT_EQ(Opt_Save(), 1);
+  std::string before = DefaultTcl();
+  // A file whose directory is a plain file can't be written.
+  WriteFile(home_ + "/plain", "x");
+  Opt_AssignString("Options.LocalFile", (home_ + "/plain/options.tcl").c_str(), kOptSession, 0);
+  xvt_test_clear_posts();
+  Opt_AssignString("Perm", "2", kOptPermanent, 0);
+  EXPECT_EQ(Opt_Save(), 0);
+  EXPECT_NE(Posts().find("error: Failed to open a file: " + home_ + "/plain/options.tcl"), std::string::npos)
+      << Posts();
+  EXPECT_EQ(DefaultTcl(), before);
+}
+
+TEST_F(OptionFiles, NoLocationMeansNothingIsSaved) {
+  Opt_Delete("Options.Location");
+  EXPECT_EQ(Opt_Save(), 0);
+}
+
+}  // namespace
