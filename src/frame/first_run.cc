@@ -8,6 +8,7 @@
 #include "src/frame/workspace.h"
 #include "src/organizer/organizer.h"
 #include "src/script/tcl_interp.h"
+#include "src/script/tcl_window_cmds.h"
 #include "src/send/submit.h"
 
 namespace {
@@ -44,12 +45,19 @@ long setup_eh(WINDOW win, EVENT* ev) {
       xvt_dwin_draw_text(win, (r.right - width) / 2, 20 + leading + ascent, heading, -1);
       break;
     }
+    case E_CONTROL:
+    case E_CHAR:
+      // startup.tcl builds the form in this window and drives it like a
+      // window of its own. The window may be gone when the script returns.
+      TclScriptWindowEvent("startupwin", win, ev);
+      break;
     case E_CLOSE:
       // The setup must finish before the program can go on; closing the
       // window is asking to leave.
       Shutdown_Prompt();
       break;
     case E_DESTROY:
+      TclScriptWindowEvent("startupwin", win, ev);
       if (g_setup == win) g_setup = NULL_WIN;
       xvt_font_destroy(g_heading_font);
       g_heading_font = nullptr;

@@ -7,6 +7,8 @@
 #include "src/frame/filenames.h"
 #include "src/frame/trace.h"
 #include "src/frame/workspace.h"
+#include "src/script/keyed_list.h"
+#include "src/script/tcl_window_cmds.h"
 
 Tcl_Interp* task_interp = nullptr;
 
@@ -98,6 +100,8 @@ Tcl_Interp* TclCreate(WINDOW task_win) {
     Trace(kTraceFrame, kTraceHigh, "TclCreate: Tcl_Init failed: %s\n", Tcl_GetStringResult(interp));
   g_scratch.reset(new char[kTclScratchSize]());
   for (const CommandDef& c : kCommands) Tcl_CreateObjCommand(interp, c.name, c.proc, nullptr, nullptr);
+  TclRegisterKeyedListCommands(interp);
+  TclRegisterWindowCommands(interp);
   task_interp = interp;
   EvalIfPresent(kFileOptArgs);
   EvalIfPresent(kFileXvtTcl);

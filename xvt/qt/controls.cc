@@ -96,6 +96,15 @@ QWidget* MakeWidget(xvt_object* rec, WIN_TYPE type, const char* title, unsigned 
       QObject::connect(e, &QLineEdit::textEdited, e, [e] {
         if (xvt_object* r = RecordOf(e)) NotifyControl(r);
       });
+      // Enter in a field is the window's to act on (forms run a command,
+      // dialogs press their default button), as on the program's own windows.
+      QObject::connect(e, &QLineEdit::returnPressed, e, [e] {
+        xvt_object* r = RecordOf(e);
+        if (!r || !r->parent) return;
+        EVENT ev = MakeEvent(E_CHAR);
+        ev.v.chr.ch = K_ENTER;
+        Send(r->parent, &ev);
+      });
       WatchFocus(e);
       return e;
     }
