@@ -1,5 +1,11 @@
 #include "rclib/rcdebug.h"
 
+#include <sys/stat.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
 #include "rclib/dsllist.h"
 #include "rclib/rc.h"
 #include "rclib/rc_hmem.h"
@@ -64,4 +70,27 @@ int rc_debug_test(int code) {
     if (entry->topic == wanted.topic && entry->level >= wanted.level) return 1;
   }
   return 0;
+}
+
+namespace {
+std::string& TrickleFile() {
+  static std::string name = kTrickleFile;
+  return name;
+}
+}  // namespace
+
+void rc_debug_set_file(const char* path) { TrickleFile() = path && *path ? path : kTrickleFile; }
+
+int rc_debug_trace(int code, const char* format, ...) {
+  if (!rc_debug_test(code) || !format) return RC_FAIL;
+  struct stat st;
+  if (::stat(TrickleFile().c_str(), &st) == 0 && st.st_size > kTrickleLimit) return RC_FAIL;
+  FILE* f = std::fopen(TrickleFile().c_str(), "a");
+  if (!f) return RC_FAIL;
+  va_list ap;
+  va_start(ap, format);
+  std::vfprintf(f, format, ap);
+  va_end(ap);
+  std::fclose(f);
+  return RC_OK;
 }

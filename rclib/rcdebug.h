@@ -21,3 +21,12 @@ int rc_debug_remove(int code);
 // 1 if an entry has the code's topic and a level at or above its level,
 // else 0 (also before init).
 int rc_debug_test(int code);
+
+// The library's and the editor's trace file. A line is written when
+// rc_debug_test(code) holds; the file is opened for each line and closed,
+// like the program's main trace, and stops growing past the limit.
+constexpr const char* kTrickleFile = "trickle.out";
+constexpr long kTrickleLimit = 1000000;
+// The file's name (default "trickle.out" in the current directory).
+void rc_debug_set_file(const char* path);
+int rc_debug_trace(int code, const char* format, ...) __attribute__((format(printf, 2, 3)));

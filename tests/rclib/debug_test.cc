@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <regex>
@@ -47,6 +49,30 @@ TEST_F(DebugTest, TopicsWithoutInitAndMissingRemovals) {
   EXPECT_EQ(rc_debug_remove(2011), RC_FAIL);
   EXPECT_EQ(rc_errno, kRcErrNotFound);
   EXPECT_EQ(rc_debug_add(-1), RC_FAIL);
+}
+
+TEST_F(DebugTest, TrickleTraceFollowsTheTopics) {
+  char path[] = "/tmp/velmar-trickle-XXXXXX";
+  int fd = mkstemp(path);
+  ASSERT_GE(fd, 0);
+  close(fd);
+  rc_debug_set_file(path);
+  EXPECT_EQ(rc_debug_trace(2011, "not wanted %d\n", 1), RC_FAIL);
+  rc_debug_add(2012);
+  EXPECT_EQ(rc_debug_trace(2011, "wanted %d\n", 2), RC_OK);
+  EXPECT_EQ(rc_debug_trace(2013, "too detailed\n"), RC_FAIL);
+  FILE* f = std::fopen(path, "a");
+  std::string filler(1000000, 'x');
+  std::fputs(filler.c_str(), f);
+  std::fclose(f);
+  EXPECT_EQ(rc_debug_trace(2011, "past the limit\n"), RC_FAIL);
+  f = std::fopen(path, "r");
+  char head[20] = "";
+  ASSERT_TRUE(std::fgets(head, sizeof head, f));
+  std::fclose(f);
+  EXPECT_STREQ(head, "wanted 2\n");
+  rc_debug_set_file(nullptr);
+  unlink(path);
 }
 
 class MemoryTest : public RclibTest {};
