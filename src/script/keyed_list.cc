@@ -1,4 +1,5 @@
 #include "src/script/keyed_list.h"
+#include "src/script/tcl_interp.h"
 
 #include <string>
 #include <vector>
@@ -253,15 +254,7 @@ KeylStatus KeylDel(Tcl_Obj* list, std::string_view key, Tcl_Obj** result, std::s
 
 namespace {
 
-int WrongArgs(Tcl_Interp* interp, const char* name) {
-  Tcl_SetObjResult(interp, Tcl_ObjPrintf("%s: wrong # of args", name));
-  return TCL_ERROR;
-}
 
-int Fail(Tcl_Interp* interp, const std::string& text) {
-  Tcl_SetObjResult(interp, Tcl_NewStringObj(text.data(), static_cast<int>(text.size())));
-  return TCL_ERROR;
-}
 
 // The value of a list variable; a variable that doesn't exist reads as an
 // empty list, so that keylset can start one.
@@ -275,14 +268,14 @@ Tcl_Obj* ListVar(Tcl_Interp* interp, Tcl_Obj* name) {
 // is left alone); an empty variable name only tests for the key. Without a
 // variable a missing key is an error.
 int KeylGetCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  if (objc < 3 || objc > 4) return WrongArgs(interp, "keylget");
+  if (objc < 3 || objc > 4) return TclWrongArgs(interp, "keylget");
   Tcl_Obj* value = nullptr;
   std::string error;
   std::string_view key = View(objv[2]);
   KeylStatus st = KeylGet(objv[1], key, &value, &error);
-  if (st == kKeylError) return Fail(interp, error);
+  if (st == kKeylError) return TclFail(interp, error);
   if (objc == 3) {
-    if (st == kKeylNotFound) return Fail(interp, KeylNotFoundText(key));
+    if (st == kKeylNotFound) return TclFail(interp, KeylNotFoundText(key));
     Tcl_SetObjResult(interp, value);
     return TCL_OK;
   }
@@ -295,14 +288,14 @@ int KeylGetCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) 
 
 // keylkeys list ?key?
 int KeylKeysCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  if (objc < 2 || objc > 3) return WrongArgs(interp, "keylkeys");
+  if (objc < 2 || objc > 3) return TclWrongArgs(interp, "keylkeys");
   std::string_view key = objc == 3 ? View(objv[2]) : std::string_view();
-  if (objc == 3 && key.empty()) return Fail(interp, kNullKey);
+  if (objc == 3 && key.empty()) return TclFail(interp, kNullKey);
   Tcl_Obj* keys = nullptr;
   std::string error;
   KeylStatus st = KeylKeys(objv[1], key, &keys, &error);
-  if (st == kKeylError) return Fail(interp, error);
-  if (st == kKeylNotFound) return Fail(interp, KeylNotFoundText(key));
+  if (st == kKeylError) return TclFail(interp, error);
+  if (st == kKeylNotFound) return TclFail(interp, KeylNotFoundText(key));
   Tcl_SetObjResult(interp, keys);
   return TCL_OK;
 }
@@ -311,7 +304,7 @@ int KeylKeysCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[])
 // All pairs are applied to a copy; the variable changes only when every
 // one of them worked.
 int KeylSetCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  if (objc < 4 || objc % 2 != 0) return WrongArgs(interp, "keylset");
+  if (objc < 4 || objc % 2 != 0) return TclWrongArgs(interp, "keylset");
   Tcl_Obj* list = ListVar(interp, objv[1]);
   Tcl_IncrRefCount(list);
   for (int i = 2; i < objc; i += 2) {
@@ -319,7 +312,7 @@ int KeylSetCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) 
     std::string error;
     if (KeylSet(list, View(objv[i]), objv[i + 1], &next, &error) != kKeylFound) {
       Tcl_DecrRefCount(list);
-      return Fail(interp, error);
+      return TclFail(interp, error);
     }
     Tcl_IncrRefCount(next);
     Tcl_DecrRefCount(list);
@@ -334,15 +327,15 @@ int KeylSetCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) 
 
 // keyldel listvar key
 int KeylDelCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  if (objc != 3) return WrongArgs(interp, "keyldel");
+  if (objc != 3) return TclWrongArgs(interp, "keyldel");
   Tcl_Obj* list = Tcl_ObjGetVar2(interp, objv[1], nullptr, TCL_LEAVE_ERR_MSG);
   if (!list) return TCL_ERROR;
   Tcl_Obj* next = nullptr;
   std::string error;
   std::string_view key = View(objv[2]);
   KeylStatus st = KeylDel(list, key, &next, &error);
-  if (st == kKeylError) return Fail(interp, error);
-  if (st == kKeylNotFound) return Fail(interp, KeylNotFoundText(key));
+  if (st == kKeylError) return TclFail(interp, error);
+  if (st == kKeylNotFound) return TclFail(interp, KeylNotFoundText(key));
   Tcl_IncrRefCount(next);
   Tcl_Obj* stored = Tcl_ObjSetVar2(interp, objv[1], nullptr, next, TCL_LEAVE_ERR_MSG);
   Tcl_DecrRefCount(next);

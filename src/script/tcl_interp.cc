@@ -22,13 +22,6 @@ int SetResult(Tcl_Interp* interp, const std::string& text) {
   return TCL_OK;
 }
 
-int WrongArgs(Tcl_Interp* interp, const char* name) {
-  char text[200];
-  std::snprintf(text, sizeof text, "%s: wrong # of args", name);
-  Tcl_SetObjResult(interp, Tcl_NewStringObj(text, -1));
-  return TCL_ERROR;
-}
-
 int PlatformCmd(ClientData, Tcl_Interp* interp, int, Tcl_Obj* const[]) { return SetResult(interp, "unix"); }
 
 int WorkDirCmd(ClientData, Tcl_Interp* interp, int, Tcl_Obj* const[]) { return SetResult(interp, GetUserDir()); }
@@ -50,13 +43,13 @@ int ScreenSizeCmd(ClientData, Tcl_Interp* interp, int, Tcl_Obj* const[]) {
 }
 
 int NoteCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  if (objc != 2) return WrongArgs(interp, "note");
+  if (objc != 2) return TclWrongArgs(interp, "note");
   xvt_dm_post_note("%s", Tcl_GetString(objv[1]));
   return TCL_OK;
 }
 
 int DebugTraceCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  if (objc != 2) return WrongArgs(interp, "debug_trace");
+  if (objc != 2) return TclWrongArgs(interp, "debug_trace");
   Trace(kTraceFrame, kTraceLow, "%s\n", Tcl_GetString(objv[1]));
   return TCL_OK;
 }
@@ -146,4 +139,14 @@ int TclEvalFile(const char* path, std::string* error) {
     return 0;
   }
   return 1;
+}
+
+int TclWrongArgs(Tcl_Interp* interp, const char* name) {
+  Tcl_SetObjResult(interp, Tcl_ObjPrintf("%s: wrong # of args", name));
+  return TCL_ERROR;
+}
+
+int TclFail(Tcl_Interp* interp, const std::string& text) {
+  Tcl_SetObjResult(interp, Tcl_NewStringObj(text.data(), static_cast<int>(text.size())));
+  return TCL_ERROR;
 }

@@ -23,3 +23,7 @@ int TclBindWindow(const char* name, WINDOW win);
 // Evaluates a file read as UTF-8. On failure *error holds the result.
 int TclEvalFile(const char* path, std::string* error);
 char* TclScratch();
+
+// Command results: "<name>: wrong # of args", or an error text; both fail.
+int TclWrongArgs(Tcl_Interp* interp, const char* name);
+int TclFail(Tcl_Interp* interp, const std::string& text);

@@ -27,15 +27,7 @@ constexpr int kMaxCoordinate = 100000;
 // ---------------------------------------------------------------------------
 // Results and errors
 
-int WrongArgs(Tcl_Interp* interp, const char* name) {
-  Tcl_SetObjResult(interp, Tcl_ObjPrintf("%s: wrong # of args", name));
-  return TCL_ERROR;
-}
 
-int Fail(Tcl_Interp* interp, const std::string& text) {
-  Tcl_SetObjResult(interp, Tcl_NewStringObj(text.data(), static_cast<int>(text.size())));
-  return TCL_ERROR;
-}
 
 int Done(Tcl_Interp* interp, const std::string& text) {
   Tcl_SetObjResult(interp, Tcl_NewStringObj(text.data(), static_cast<int>(text.size())));
@@ -245,14 +237,14 @@ bool ParseFlags(Tcl_Interp* interp, const char* cmd, Tcl_Obj* obj, const Word (&
   int count = 0;
   Tcl_Obj** words = nullptr;
   if (Tcl_ListObjGetElements(nullptr, obj, &count, &words) != TCL_OK) {
-    Fail(interp, std::string(cmd) + ": bad flags " + Quoted(Tcl_GetString(obj)));
+    TclFail(interp, std::string(cmd) + ": bad flags " + Quoted(Tcl_GetString(obj)));
     return false;
   }
   unsigned long flags = 0;
   for (int i = 0; i < count; ++i) {
     const Word* w = FindWord(table, Tcl_GetString(words[i]));
     if (!w) {
-      Fail(interp, std::string(cmd) + ": unknown flag " + Quoted(Tcl_GetString(words[i])));
+      TclFail(interp, std::string(cmd) + ": unknown flag " + Quoted(Tcl_GetString(words[i])));
       return false;
     }
     flags |= static_cast<unsigned long>(w->value);
@@ -271,7 +263,7 @@ bool ParseRect(Tcl_Interp* interp, const char* cmd, Tcl_Obj* obj, RCT* out) {
     ok = Tcl_GetIntFromObj(nullptr, words[i], &v[i]) == TCL_OK && v[i] >= -kMaxCoordinate && v[i] <= kMaxCoordinate;
   if (ok) ok = v[2] >= v[0] && v[3] >= v[1];
   if (!ok) {
-    Fail(interp, std::string(cmd) + ": bad rectangle " + Quoted(Tcl_GetString(obj)) +
+    TclFail(interp, std::string(cmd) + ": bad rectangle " + Quoted(Tcl_GetString(obj)) +
                      ": must be \"left top right bottom\"");
     return false;
   }
@@ -289,11 +281,11 @@ bool ParseBool(Tcl_Interp* interp, Tcl_Obj* obj, bool* out) {
 WINDOW NeedWindow(Tcl_Interp* interp, const char* cmd, Tcl_Obj* name) {
   const char* n = Tcl_GetString(name);
   if (!Entry(interp, n)) {
-    Fail(interp, std::string(cmd) + ": unknown window " + Quoted(n));
+    TclFail(interp, std::string(cmd) + ": unknown window " + Quoted(n));
     return NULL_WIN;
   }
   WINDOW win = WindowNamed(interp, n);
-  if (!win) Fail(interp, std::string(cmd) + ": window " + Quoted(n) + " no longer exists");
+  if (!win) TclFail(interp, std::string(cmd) + ": window " + Quoted(n) + " no longer exists");
   return win;
 }
 
@@ -308,7 +300,7 @@ WINDOW NeedControl(Tcl_Interp* interp, const char* cmd, WINDOW win, Tcl_Obj* win
     if (found && (xvt_vobj_get_parent(found) != win || !IsControlType(xvt_vobj_get_type(found)))) found = NULL_WIN;
   }
   if (!found)
-    Fail(interp, std::string(cmd) + ": no control " + Quoted(Tcl_GetString(ctl)) + " in window " +
+    TclFail(interp, std::string(cmd) + ": no control " + Quoted(Tcl_GetString(ctl)) + " in window " +
                      Quoted(Tcl_GetString(winname)));
   return found;
 }
@@ -472,16 +464,16 @@ namespace {
 // _xvt_create_window type rect title parent flags name
 int CreateWindowCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_create_window";
-  if (objc != 7) return WrongArgs(interp, cmd);
+  if (objc != 7) return TclWrongArgs(interp, cmd);
   const Word* type = FindWord(kWindowTypes, Tcl_GetString(objv[1]));
-  if (!type) return Fail(interp, std::string(cmd) + ": unknown window type " + Quoted(Tcl_GetString(objv[1])));
+  if (!type) return TclFail(interp, std::string(cmd) + ": unknown window type " + Quoted(Tcl_GetString(objv[1])));
   RCT rct;
   unsigned long flags = 0;
   if (!ParseRect(interp, cmd, objv[2], &rct) || !ParseFlags(interp, cmd, objv[5], kWindowFlags, &flags))
     return TCL_ERROR;
   const char* name = Tcl_GetString(objv[6]);
-  if (!*name) return Fail(interp, std::string(cmd) + ": a window needs a name");
-  if (InUse(interp, name)) return Fail(interp, std::string(cmd) + ": the name " + Quoted(name) + " is in use");
+  if (!*name) return TclFail(interp, std::string(cmd) + ": a window needs a name");
+  if (InUse(interp, name)) return TclFail(interp, std::string(cmd) + ": the name " + Quoted(name) + " is in use");
   // A parent the scripts don't know makes a top-level window.
   WINDOW parent = WindowNamed(interp, Tcl_GetString(objv[4]));
   if (!parent) parent = SCREEN_WIN;
@@ -502,7 +494,7 @@ int CreateWindowCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const obj
       Tcl_Release(interp);
       delete info;
     }
-    return Fail(interp, std::string(cmd) + ": could not create window " + Quoted(name));
+    return TclFail(interp, std::string(cmd) + ": could not create window " + Quoted(name));
   }
   return Done(interp, PtrText(win));
 }
@@ -510,12 +502,12 @@ int CreateWindowCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const obj
 // _xvt_create_control type rect title parent flags name id
 int CreateControlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_create_control";
-  if (objc != 8) return WrongArgs(interp, cmd);
+  if (objc != 8) return TclWrongArgs(interp, cmd);
   const char* type_word = Tcl_GetString(objv[1]);
   if (!std::strcmp(type_word, "TXEDIT") || !std::strcmp(type_word, "TXEDITLINE"))
-    return Fail(interp, std::string(cmd) + ": " + kEditorMissing);
+    return TclFail(interp, std::string(cmd) + ": " + kEditorMissing);
   const Word* type = FindWord(kControlTypes, type_word);
-  if (!type) return Fail(interp, std::string(cmd) + ": unknown control type " + Quoted(type_word));
+  if (!type) return TclFail(interp, std::string(cmd) + ": unknown control type " + Quoted(type_word));
   RCT rct;
   unsigned long flags = 0;
   if (!ParseRect(interp, cmd, objv[2], &rct) || !ParseFlags(interp, cmd, objv[5], kControlFlags, &flags))
@@ -523,26 +515,26 @@ int CreateControlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const ob
   WINDOW parent = NeedWindow(interp, cmd, objv[4]);
   if (!parent) return TCL_ERROR;
   if (IsControlType(xvt_vobj_get_type(parent)))
-    return Fail(interp, std::string(cmd) + ": " + Quoted(Tcl_GetString(objv[4])) + " is a control, not a window");
+    return TclFail(interp, std::string(cmd) + ": " + Quoted(Tcl_GetString(objv[4])) + " is a control, not a window");
   const char* parent_name = Tcl_GetString(objv[4]);
   const char* name = Tcl_GetString(objv[6]);
-  if (!*name) return Fail(interp, std::string(cmd) + ": a control needs a name");
-  if (InUse(interp, name)) return Fail(interp, std::string(cmd) + ": the name " + Quoted(name) + " is in use");
+  if (!*name) return TclFail(interp, std::string(cmd) + ": a control needs a name");
+  if (InUse(interp, name)) return TclFail(interp, std::string(cmd) + ": the name " + Quoted(name) + " is in use");
   int id = 0;
   if (Tcl_GetIntFromObj(nullptr, objv[7], &id) != TCL_OK || id < 1 || id > 32767)
-    return Fail(interp, std::string(cmd) + ": bad control id " + Quoted(Tcl_GetString(objv[7])) +
+    return TclFail(interp, std::string(cmd) + ": bad control id " + Quoted(Tcl_GetString(objv[7])) +
                             ": must be a number from 1 to 32767");
   // activate_control finds a control by its id: two alike would be confused.
   if (xvt_win_get_ctl(parent, id))
-    return Fail(interp, std::string(cmd) + ": window " + Quoted(parent_name) + " already has a control with id " +
+    return TclFail(interp, std::string(cmd) + ": window " + Quoted(parent_name) + " already has a control with id " +
                             std::to_string(id));
   std::string error;
   Tcl_Obj* parent_entry = WithKid(interp, parent_name, name, true, &error);
-  if (!parent_entry) return Fail(interp, std::string(cmd) + ": " + error);
+  if (!parent_entry) return TclFail(interp, std::string(cmd) + ": " + error);
   WINDOW ctl = xvt_ctl_create(static_cast<WIN_TYPE>(type->value), &rct, Tcl_GetString(objv[3]), parent, flags, id);
   if (!ctl) {
     Tcl_DecrRefCount(parent_entry);
-    return Fail(interp, std::string(cmd) + ": could not create control " + Quoted(name));
+    return TclFail(interp, std::string(cmd) + ": could not create control " + Quoted(name));
   }
   Tcl_Obj* base = StartingEntry(interp, name);
   std::vector<std::pair<const char*, Tcl_Obj*>> keys = {
@@ -559,7 +551,7 @@ int CreateControlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const ob
   if (!entry) {
     xvt_vobj_destroy(ctl);
     Tcl_DecrRefCount(parent_entry);
-    return Fail(interp, std::string(cmd) + ": " + error);
+    return TclFail(interp, std::string(cmd) + ": " + error);
   }
   SetEntry(interp, parent_name, parent_entry);
   Tcl_DecrRefCount(parent_entry);
@@ -574,7 +566,7 @@ int CreateControlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const ob
 // _xvt_get_ctl_title window control
 int GetCtlTitleCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_get_ctl_title";
-  if (objc != 3) return WrongArgs(interp, cmd);
+  if (objc != 3) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   WINDOW ctl = win ? NeedControl(interp, cmd, win, objv[1], objv[2]) : NULL_WIN;
   if (!ctl) return TCL_ERROR;
@@ -584,7 +576,7 @@ int GetCtlTitleCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv
 // _xvt_set_ctl_title window control text
 int SetCtlTitleCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_set_ctl_title";
-  if (objc != 4) return WrongArgs(interp, cmd);
+  if (objc != 4) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   WINDOW ctl = win ? NeedControl(interp, cmd, win, objv[1], objv[2]) : NULL_WIN;
   if (!ctl) return TCL_ERROR;
@@ -597,7 +589,7 @@ WINDOW NeedTyped(Tcl_Interp* interp, const char* cmd, WINDOW win, Tcl_Obj* winna
                  const char* what) {
   WINDOW ctl = NeedControl(interp, cmd, win, winname, id);
   if (ctl && xvt_vobj_get_type(ctl) != type) {
-    Fail(interp, std::string(cmd) + ": control " + Quoted(Tcl_GetString(id)) + " is not " + what);
+    TclFail(interp, std::string(cmd) + ": control " + Quoted(Tcl_GetString(id)) + " is not " + what);
     return NULL_WIN;
   }
   return ctl;
@@ -606,12 +598,12 @@ WINDOW NeedTyped(Tcl_Interp* interp, const char* cmd, WINDOW win, Tcl_Obj* winna
 // _xvt_checkbox FLIP|SET|GET window id ?value?
 int CheckboxCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_checkbox";
-  if (objc < 4 || objc > 5) return WrongArgs(interp, cmd);
+  if (objc < 4 || objc > 5) return TclWrongArgs(interp, cmd);
   const char* mode = Tcl_GetString(objv[1]);
   bool set = !std::strcmp(mode, "SET");
   if (!set && std::strcmp(mode, "FLIP") && std::strcmp(mode, "GET"))
-    return Fail(interp, std::string(cmd) + ": unknown mode " + Quoted(mode) + ": must be FLIP, SET or GET");
-  if (set != (objc == 5)) return WrongArgs(interp, cmd);
+    return TclFail(interp, std::string(cmd) + ": unknown mode " + Quoted(mode) + ": must be FLIP, SET or GET");
+  if (set != (objc == 5)) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[2]);
   WINDOW ctl = win ? NeedTyped(interp, cmd, win, objv[2], objv[3], WC_CHECKBOX, "a check box") : NULL_WIN;
   if (!ctl) return TCL_ERROR;
@@ -626,16 +618,16 @@ int CheckboxCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[])
 // _xvt_radiobutton GET window {id...}         the id of the checked one, or 0
 int RadioCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_radiobutton";
-  if (objc != 4) return WrongArgs(interp, cmd);
+  if (objc != 4) return TclWrongArgs(interp, cmd);
   const char* mode = Tcl_GetString(objv[1]);
   if (std::strcmp(mode, "SET") && std::strcmp(mode, "GET"))
-    return Fail(interp, std::string(cmd) + ": unknown mode " + Quoted(mode) + ": must be SET or GET");
+    return TclFail(interp, std::string(cmd) + ": unknown mode " + Quoted(mode) + ": must be SET or GET");
   WINDOW win = NeedWindow(interp, cmd, objv[2]);
   if (!win) return TCL_ERROR;
   int count = 0;
   Tcl_Obj** ids = nullptr;
   if (Tcl_ListObjGetElements(interp, objv[3], &count, &ids) != TCL_OK) return TCL_ERROR;
-  if (count == 0) return Fail(interp, std::string(cmd) + ": no radio buttons given");
+  if (count == 0) return TclFail(interp, std::string(cmd) + ": no radio buttons given");
   std::vector<WINDOW> group;
   for (int i = 0; i < count; ++i) {
     WINDOW b = NeedTyped(interp, cmd, win, objv[2], ids[i], WC_RADIOBUTTON, "a radio button");
@@ -655,7 +647,7 @@ bool IsListType(WIN_TYPE t) { return t == WC_LBOX || t == WC_LISTBUTTON || t == 
 
 bool ListIndex(Tcl_Interp* interp, WINDOW ctl, Tcl_Obj* obj, int* index) {
   if (Tcl_GetIntFromObj(nullptr, obj, index) != TCL_OK || *index < 0 || *index >= xvt_list_count_all(ctl)) {
-    Fail(interp, "listboxcmd: no item " + Quoted(Tcl_GetString(obj)));
+    TclFail(interp, "listboxcmd: no item " + Quoted(Tcl_GetString(obj)));
     return false;
   }
   return true;
@@ -666,39 +658,39 @@ bool ListIndex(Tcl_Interp* interp, WINDOW ctl, Tcl_Obj* obj, int* index) {
 //   selected (the selected indexes)   select index ?on?   suspend   resume
 int ListCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_list";
-  if (objc < 4) return WrongArgs(interp, cmd);
+  if (objc < 4) return TclWrongArgs(interp, cmd);
   WINDOW win = WindowNamed(interp, Tcl_GetString(objv[1]));
   int id = 0;
   WINDOW ctl = win && Tcl_GetIntFromObj(nullptr, objv[2], &id) == TCL_OK ? xvt_win_get_ctl(win, id) : NULL_WIN;
-  if (!ctl || !IsListType(xvt_vobj_get_type(ctl))) return Fail(interp, "listboxcmd: bad window");
+  if (!ctl || !IsListType(xvt_vobj_get_type(ctl))) return TclFail(interp, "listboxcmd: bad window");
   std::string sub = Tcl_GetString(objv[3]);
   int extra = objc - 4;
   int index = 0;
   if (sub == "add") {
-    if (extra < 1 || extra > 2) return WrongArgs(interp, cmd);
+    if (extra < 1 || extra > 2) return TclWrongArgs(interp, cmd);
     if (extra == 2 && Tcl_GetIntFromObj(interp, objv[5], &index) != TCL_OK) return TCL_ERROR;
     if (!xvt_list_add(ctl, extra == 2 ? index : -1, Tcl_GetString(objv[4])))
-      return Fail(interp, "listboxcmd: could not add the item");
+      return TclFail(interp, "listboxcmd: could not add the item");
   } else if (sub == "clear" || sub == "suspend" || sub == "resume") {
-    if (extra != 0) return WrongArgs(interp, cmd);
+    if (extra != 0) return TclWrongArgs(interp, cmd);
     if (sub == "clear") xvt_list_clear(ctl);
     else if (sub == "suspend") xvt_list_suspend(ctl);
     else xvt_list_resume(ctl);
   } else if (sub == "count") {
-    if (extra != 0) return WrongArgs(interp, cmd);
+    if (extra != 0) return TclWrongArgs(interp, cmd);
     return DoneInt(interp, xvt_list_count_all(ctl));
   } else if (sub == "delete") {
-    if (extra != 1) return WrongArgs(interp, cmd);
+    if (extra != 1) return TclWrongArgs(interp, cmd);
     if (!ListIndex(interp, ctl, objv[4], &index)) return TCL_ERROR;
     xvt_list_rem(ctl, index);
   } else if (sub == "item") {
-    if (extra != 1) return WrongArgs(interp, cmd);
+    if (extra != 1) return TclWrongArgs(interp, cmd);
     if (!ListIndex(interp, ctl, objv[4], &index)) return TCL_ERROR;
     std::vector<char> buf(kTextLimit);
-    if (!xvt_list_get_elt(ctl, index, buf.data(), buf.size())) return Fail(interp, "listboxcmd: could not read the item");
+    if (!xvt_list_get_elt(ctl, index, buf.data(), buf.size())) return TclFail(interp, "listboxcmd: could not read the item");
     return Done(interp, buf.data());
   } else if (sub == "selected") {
-    if (extra != 0) return WrongArgs(interp, cmd);
+    if (extra != 0) return TclWrongArgs(interp, cmd);
     Tcl_Obj* out = Tcl_NewListObj(0, nullptr);
     int n = xvt_list_count_all(ctl);
     for (int i = 0; i < n; ++i)
@@ -706,13 +698,13 @@ int ListCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
     Tcl_SetObjResult(interp, out);
     return TCL_OK;
   } else if (sub == "select") {
-    if (extra < 1 || extra > 2) return WrongArgs(interp, cmd);
+    if (extra < 1 || extra > 2) return TclWrongArgs(interp, cmd);
     bool on = true;
     if (!ListIndex(interp, ctl, objv[4], &index) || (extra == 2 && !ParseBool(interp, objv[5], &on)))
       return TCL_ERROR;
     xvt_list_set_sel(ctl, index, on);
   } else {
-    return Fail(interp, "listboxcmd: unknown subcommand " + Quoted(sub.c_str()) +
+    return TclFail(interp, "listboxcmd: unknown subcommand " + Quoted(sub.c_str()) +
                             ": must be add, clear, count, delete, item, selected, select, suspend or resume");
   }
   Tcl_ResetResult(interp);
@@ -725,7 +717,7 @@ int ListCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
 // _xvt_show_win window ?visible?
 int ShowWinCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_show_win";
-  if (objc < 2 || objc > 3) return WrongArgs(interp, cmd);
+  if (objc < 2 || objc > 3) return TclWrongArgs(interp, cmd);
   bool on = true;
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   if (!win || (objc == 3 && !ParseBool(interp, objv[2], &on))) return TCL_ERROR;
@@ -738,14 +730,14 @@ int ShowWinCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) 
 // windows the program made (type external) are closed by the program.
 int CloseWinCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_close_win";
-  if (objc != 2) return WrongArgs(interp, cmd);
+  if (objc != 2) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   if (!win) return TCL_ERROR;
   const char* name = Tcl_GetString(objv[1]);
   Tcl_Obj* entry = Entry(interp, name);
   std::string type;
   if (win == TASK_WIN || win == SCREEN_WIN || (EntryKey(entry, "type", &type) && type == "external"))
-    return Fail(interp, std::string(cmd) + ": window " + Quoted(name) + " belongs to the program");
+    return TclFail(interp, std::string(cmd) + ": window " + Quoted(name) + " belongs to the program");
   if (IsControlType(xvt_vobj_get_type(win))) {
     // Controls get no events of their own: their entries go here.
     std::string parent, error;
@@ -768,7 +760,7 @@ int CloseWinCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[])
 // _xvt_enable_win window ?enabled?
 int EnableWinCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_enable_win";
-  if (objc < 2 || objc > 3) return WrongArgs(interp, cmd);
+  if (objc < 2 || objc > 3) return TclWrongArgs(interp, cmd);
   bool on = true;
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   if (!win || (objc == 3 && !ParseBool(interp, objv[2], &on))) return TCL_ERROR;
@@ -780,7 +772,7 @@ int EnableWinCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]
 // _xvt_enable_ctl window control ?enabled?
 int EnableCtlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_enable_ctl";
-  if (objc < 3 || objc > 4) return WrongArgs(interp, cmd);
+  if (objc < 3 || objc > 4) return TclWrongArgs(interp, cmd);
   bool on = true;
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   WINDOW ctl = win ? NeedControl(interp, cmd, win, objv[1], objv[2]) : NULL_WIN;
@@ -795,7 +787,7 @@ int EnableCtlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]
 // what the user needs to start typing in it.
 int SelectTextCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_select_text";
-  if (objc != 3 && objc != 5) return WrongArgs(interp, cmd);
+  if (objc != 3 && objc != 5) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   WINDOW ctl = win ? NeedControl(interp, cmd, win, objv[1], objv[2]) : NULL_WIN;
   if (!ctl) return TCL_ERROR;
@@ -807,7 +799,7 @@ int SelectTextCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[
 // _xvt_get_client_rect window -> "left top right bottom"
 int GetClientRectCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_get_client_rect";
-  if (objc != 2) return WrongArgs(interp, cmd);
+  if (objc != 2) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   if (!win) return TCL_ERROR;
   RCT r{};
@@ -821,7 +813,7 @@ int GetClientRectCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const ob
 // (hidden, disabled, or a static text or group box).
 int FocusCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_focus";
-  if (objc < 2 || objc > 3) return WrongArgs(interp, cmd);
+  if (objc < 2 || objc > 3) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   if (win && objc == 3) win = NeedControl(interp, cmd, win, objv[1], objv[2]);
   if (!win) return TCL_ERROR;
@@ -833,7 +825,7 @@ int FocusCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
 // _xvt_raise window
 int RaiseCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_xvt_raise";
-  if (objc != 2) return WrongArgs(interp, cmd);
+  if (objc != 2) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   if (!win) return TCL_ERROR;
   xvt_vobj_raise(win);
@@ -847,7 +839,7 @@ int RaiseCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
 // knows its own panes. 1 when there was a container to ask.
 int ContainerNextFocusCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "_container_next_focus";
-  if (objc != 2) return WrongArgs(interp, cmd);
+  if (objc != 2) return TclWrongArgs(interp, cmd);
   WINDOW win = NeedWindow(interp, cmd, objv[1]);
   if (!win) return TCL_ERROR;
   WINDOW container = xvt_vobj_get_parent(win);
@@ -863,16 +855,16 @@ int ContainerNextFocusCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* con
 
 // The editor's controls and font come with the text editor.
 int EditorMissingCmd(ClientData data, Tcl_Interp* interp, int, Tcl_Obj* const[]) {
-  return Fail(interp, std::string(static_cast<const char*>(data)) + ": " + kEditorMissing);
+  return TclFail(interp, std::string(static_cast<const char*>(data)) + ": " + kEditorMissing);
 }
 
 // txeditctl name get|set ?text?
 int TxEditCtlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "txeditctl";
-  if (objc < 3 || objc > 4) return WrongArgs(interp, cmd);
+  if (objc < 3 || objc > 4) return TclWrongArgs(interp, cmd);
   const char* sub = Tcl_GetString(objv[2]);
-  if (std::strcmp(sub, "get") && std::strcmp(sub, "set")) return Fail(interp, "unknown txeditctl subcommand");
-  return Fail(interp, std::string(cmd) + ": " + kEditorMissing);
+  if (std::strcmp(sub, "get") && std::strcmp(sub, "set")) return TclFail(interp, "unknown txeditctl subcommand");
+  return TclFail(interp, std::string(cmd) + ": " + kEditorMissing);
 }
 
 // ---------------------------------------------------------------------------
@@ -880,7 +872,7 @@ int TxEditCtlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]
 
 // get_filename prompt ?initial? -> the chosen path, or "" when cancelled
 int GetFilenameCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  if (objc < 2 || objc > 3) return WrongArgs(interp, "get_filename");
+  if (objc < 2 || objc > 3) return TclWrongArgs(interp, "get_filename");
   char path[4096];
   std::snprintf(path, sizeof path, "%s", objc == 3 ? Tcl_GetString(objv[2]) : "");
   if (!xvt_dm_post_file_open(Tcl_GetString(objv[1]), path, sizeof path)) path[0] = '\0';
@@ -889,13 +881,13 @@ int GetFilenameCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv
 
 // ideal_height kind
 int IdealHeightCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
-  if (objc != 2) return WrongArgs(interp, "ideal_height");
+  if (objc != 2) return TclWrongArgs(interp, "ideal_height");
   static const Word kKinds[] = {{"label", kIdealMarginLabel},   {"checkbox", kIdealMarginCheck},
                                 {"radiobutton", kIdealMarginCheck}, {"edit", kIdealMarginEdit},
                                 {"button", kIdealMarginButton}};
   const Word* kind = FindWord(kKinds, Tcl_GetString(objv[1]));
   if (!kind)
-    return Fail(interp, "ideal_height: unknown kind " + Quoted(Tcl_GetString(objv[1])) +
+    return TclFail(interp, "ideal_height: unknown kind " + Quoted(Tcl_GetString(objv[1])) +
                             ": must be button, checkbox, edit, label or radiobutton");
   int leading = 0, ascent = 0, descent = 0;
   xvt_dwin_get_font_metrics(NULL_WIN, &leading, &ascent, &descent);
@@ -905,20 +897,20 @@ int IdealHeightCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv
 // change_debug_level level subsystem
 int ChangeDebugLevelCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   const char* cmd = "change_debug_level";
-  if (objc != 3) return WrongArgs(interp, cmd);
+  if (objc != 3) return TclWrongArgs(interp, cmd);
   const char* level = Tcl_GetString(objv[1]);
   if (TraceLevelFromWord(level) < 0)
-    return Fail(interp, std::string(cmd) + ": unknown level " + Quoted(level) +
+    return TclFail(interp, std::string(cmd) + ": unknown level " + Quoted(level) +
                             ": must be none, critical, high, medium, low or all");
   const char* subsystem = Tcl_GetString(objv[2]);
   char* end = nullptr;
   errno = 0;
   unsigned long mask = std::strtoul(subsystem, &end, 10);
   if (!*subsystem || *end || errno || mask > 0xFFFFFFFFul || subsystem[0] == '-')
-    return Fail(interp, std::string(cmd) + ": bad subsystem " + Quoted(subsystem) + ": must be a number");
+    return TclFail(interp, std::string(cmd) + ": bad subsystem " + Quoted(subsystem) + ": must be a number");
   if (!Opt_AssignString("Debugging.Level", level, kOptSession, 0) ||
       !Opt_AssignString("Debugging.Subsystem", subsystem, kOptSession, 0))
-    return Fail(interp, std::string(cmd) + ": could not set the debugging options");
+    return TclFail(interp, std::string(cmd) + ": could not set the debugging options");
   Tcl_ResetResult(interp);
   return TCL_OK;
 }
