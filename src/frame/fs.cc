@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "c-client/env.h"
 #include "src/frame/trace.h"
 #include "src/frame/workspace.h"
 #include "src/model/mm.h"

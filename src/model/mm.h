@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "c-client/env.h"
+
 constexpr int kMaxServices = 20;
 constexpr int kMaxFolders = 50;
 constexpr int INVALID_FOLDER = 999;
@@ -19,7 +21,6 @@ void MM_QuietOn();
 void MM_QuietOff();
 int MM_Quiet();
 
-// Callbacks from the mail layer.
-void mm_log(const char* text, long level);
-void mm_dlog(const char* text);
-[[noreturn]] void mm_fatal(const char* text);
+// The mail layer's callbacks (mm_*) are declared in c-client/env.h and
+// defined with the model's start and stop, so that a program that starts
+// the model has them.

@@ -1,0 +1,257 @@
+// Remote mailbox names and the choice of driver for a name.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "c-client/mail.h"
+#include "c-client/plain_env.h"
+
+namespace {
+
+struct ParseCase {
+  const char* name;
+  bool ok;
+  const char* host = "";
+  const char* mailbox = "";
+  const char* service = "";
+  long port = 0;
+  bool anonymous = false;
+  bool bboard = false;
+  bool ssl = false, tls = false, notls = false, novalidate = false;
+};
+
+// The parser's rules, one per row: what it accepts and what it fills.
+const ParseCase kParseCases[] = {
+    {"{mail.example.org}INBOX", true, "mail.example.org", "INBOX", "imap"},
+    {"{Mail.Example.ORG}Lists/Work", true, "Mail.Example.ORG", "Lists/Work", "imap"},
+    {"{host}", true, "host", "INBOX", "imap"},
+    {"*{host}", true, "host", "general", "imap", 0, false, true},
+    {"*{host}comp.mail", true, "host", "comp.mail", "imap", 0, false, true},
+    {"{host:143}x", true, "host", "x", "imap", 143},
+    {"{host:1}x", true, "host", "x", "imap", 1},
+    {"{host:65535}x", true, "host", "x", "imap", 65535},
+    {"{host/imap2}x", true, "host", "x", "imap2"},
+    {"{host/IMAP2}x", true, "host", "x", "imap2"},
+    {"{host/imap4}x", true, "host", "x", "imap4"},
+    {"{host/pop3}x", true, "host", "x", "pop3"},
+    {"{host/nntp}x", true, "host", "x", "nntp"},
+    {"{host/service=imap2}x", true, "host", "x", "imap2"},
+    {"{host/SERVICE=Imap}x", true, "host", "x", "imap"},
+    {"{host/service=other}x", true, "host", "x", "other"},
+    {"{host/anonymous}x", true, "host", "x", "imap", 0, true},
+    {"{host:993/imap/ssl/novalidate-cert}x", true, "host", "x", "imap", 993, false, false, true, false, false, true},
+    {"{host/tls:143}x", true, "host", "x", "imap", 143, false, false, false, true},
+    {"{host/notls}x", true, "host", "x", "imap", 0, false, false, false, false, true},
+    {"{host/anonymous/anonymous}x", true, "host", "x", "imap", 0, true},
+    {"{[::1]}x", true, "[::1]", "x", "imap"},
+    {"{[::1]:143}x", true, "[::1]", "x", "imap", 143},
+    {"{[fe80::1:2]/imap2}x", true, "[fe80::1:2]", "x", "imap2"},
+    {"{[::ffff:192.0.2.1]}x", true, "[::ffff:192.0.2.1]", "x", "imap"},
+    {"{host}a}b", true, "host", "a}b", "imap"},
+    // Not remote names at all.
+    {"INBOX", false},
+    {"host}x", false},
+    {"{host", false},
+    {"{}x", false},
+    {"*", false},
+    {"**{host}x", false},
+    {"", false},
+    // Remote in form, refused by a rule.
+    {"{host/imap=1}x", false},
+    {"{host:0}x", false},
+    {"{host:-1}x", false},
+    {"{host:65536}x", false},
+    {"{host:}x", false},
+    {"{host:14x}x", false},
+    {"{host:143:144}x", false},
+    {"{host:0143000}x", false},
+    {"{host/imap/imap2}x", false},
+    {"{host/service=imap/pop3}x", false},
+    {"{host/pop3/service=imap}x", false},
+    {"{host/service=}x", false},
+    {"{host/service=abcdefghijklmnopqrstuvwxyz0123456}x", false},
+    {"{host/user=fred}x", false},
+    {"{host/bogus}x", false},
+    {"{host/}x", false},
+    {"{host//imap}x", false},
+    {"{:143}x", false},
+    {"{/imap}x", false},
+    {"{host/ssl/tls}x", false},
+    {"{host/notls/ssl}x", false},
+    {"{host/tls/notls}x", false},
+    {"{[::1}x", false},
+    {"{[]}x", false},
+    {"{[127.0.0.1]}x", false},
+    {"{[::g]}x", false},
+    {"{[::1]x}y", false},
+};
+
+TEST(MailNames, ParserTable) {
+  for (const ParseCase& c : kParseCases) {
+    SCOPED_TRACE(c.name);
+    NetMailbox net;
+    std::memset(&net, 0x5a, sizeof net);
+    ASSERT_EQ(mail_valid_net_parse(c.name, &net), c.ok);
+    if (!c.ok) {
+      // A refusal leaves nothing half-filled behind.
+      EXPECT_STREQ(net.host, "");
+      EXPECT_STREQ(net.mailbox, "");
+      continue;
+    }
+    EXPECT_STREQ(net.host, c.host);
+    EXPECT_STREQ(net.mailbox, c.mailbox);
+    EXPECT_STREQ(net.service, c.service);
+    EXPECT_EQ(net.port, c.port);
+    EXPECT_EQ(net.anonymous, c.anonymous);
+    EXPECT_EQ(net.bboard, c.bboard);
+    EXPECT_EQ(net.ssl, c.ssl);
+    EXPECT_EQ(net.tls, c.tls);
+    EXPECT_EQ(net.notls, c.notls);
+    EXPECT_EQ(net.novalidate_cert, c.novalidate);
+  }
+  EXPECT_FALSE(mail_valid_net_parse(nullptr, nullptr));
+}
+
+TEST(MailNames, LengthLimitsRefuseRatherThanCut) {
+  std::string host255(255, 'h'), host256(256, 'h');
+  std::string box1023(1023, 'm'), box1024(1024, 'm');
+  NetMailbox net;
+  EXPECT_TRUE(mail_valid_net_parse(("{" + host255 + "}x").c_str(), &net));
+  EXPECT_EQ(std::strlen(net.host), 255u);
+  EXPECT_FALSE(mail_valid_net_parse(("{" + host256 + "}x").c_str(), &net));
+  EXPECT_FALSE(mail_valid_net_parse(("{" + host256 + ":143}x").c_str(), &net));
+  EXPECT_TRUE(mail_valid_net_parse(("{h}" + box1023).c_str(), &net));
+  EXPECT_EQ(std::strlen(net.mailbox), 1023u);
+  EXPECT_FALSE(mail_valid_net_parse(("{h}" + box1024).c_str(), &net));
+  // Switches may make the braces longer than a host can be.
+  std::string many = "{h";
+  for (int i = 0; i < 100; ++i) many += "/anonymous";
+  EXPECT_TRUE(mail_valid_net_parse((many + "}x").c_str(), &net));
+}
+
+MailDriver MakeNamed(const char* name) {
+  MailDriver d{};
+  d.name = name;
+  return d;
+}
+
+TEST(MailNames, ValidNetAcceptsOnlyItsService) {
+  MailDriver imap2 = MakeNamed("imap2");
+  MailDriver imap4 = MakeNamed("imap4rev1");
+  MailDriver pop3 = MakeNamed("pop3");
+  struct Row {
+    const char* name;
+    MailDriver* driver;
+    bool accepted;
+  } rows[] = {
+      {"{h}x", &imap2, true},        {"{h/imap}x", &imap2, true},    {"{h/imap2}x", &imap2, true},
+      {"{h/imap4}x", &imap2, false}, {"{h/imap4}x", &imap4, false},  {"{h}x", &imap4, true},
+      {"{h/pop3}x", &imap2, false},  {"{h/pop3}x", &pop3, true},     {"{h/nntp}x", &imap2, false},
+      {"{h}x", &pop3, false},        {"{h/imap=1}x", &imap2, false}, {"INBOX", &imap2, false},
+      {"{h}x", nullptr, false},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(std::string(r.name) + " for " + (r.driver ? r.driver->name : "none"));
+    char host[256] = "unchanged", mailbox[1024] = "unchanged";
+    MailDriver* got = mail_valid_net(r.name, r.driver, host, mailbox);
+    EXPECT_EQ(got, r.accepted ? r.driver : nullptr);
+    if (r.accepted) {
+      EXPECT_STREQ(host, "h");
+      EXPECT_STREQ(mailbox, "x");
+    } else {
+      EXPECT_STREQ(host, "unchanged");
+    }
+  }
+  EXPECT_EQ(mail_valid_net("{h}x", &imap2, nullptr, nullptr), &imap2);
+}
+
+// A driver that takes remote names through the parser, as the remote
+// driver does, and one that takes local names of one prefix.
+MailDriver* RemoteValid(const char* name);
+MailDriver* LocalValid(const char* name);
+MailDriver g_remote = [] {
+  MailDriver d{};
+  d.name = "imap2";
+  d.valid = RemoteValid;
+  return d;
+}();
+MailDriver g_local = [] {
+  MailDriver d{};
+  d.name = "local";
+  d.valid = LocalValid;
+  return d;
+}();
+MailDriver* RemoteValid(const char* name) { return mail_valid_net(name, &g_remote, nullptr, nullptr); }
+MailDriver* LocalValid(const char* name) { return std::strncmp(name, "#local/", 7) == 0 ? &g_local : nullptr; }
+
+class MailValid : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    mail_unlink_all();
+    mail_link(&g_remote);
+    mail_link(&g_local);
+    mail_env_clear();
+  }
+  void TearDown() override { mail_unlink_all(); }
+
+  static std::vector<std::string> Logs() {
+    std::vector<std::string> out;
+    for (const MailEnvLine& l : mail_env_lines())
+      if (l.callback == "log") out.push_back(l.text + " @" + std::to_string(l.level));
+    return out;
+  }
+};
+
+TEST_F(MailValid, FindsTheDriverOrSaysWhyNot) {
+  struct Row {
+    const char* name;
+    MailDriver* driver;
+    const char* complaint;
+  } rows[] = {
+      {"{host}INBOX", &g_remote, nullptr},
+      {"*{host}news", &g_remote, nullptr},
+      {"#local/box", &g_local, nullptr},
+      {"{host/pop3}x", nullptr, "Can't open mailbox {host/pop3}x: invalid remote specification @2"},
+      {"{host/imap4}x", nullptr, "Can't open mailbox {host/imap4}x: invalid remote specification @2"},
+      {"{host:0}x", nullptr, "Can't open mailbox {host:0}x: invalid remote specification @2"},
+      {"*{host", nullptr, "Can't open mailbox *{host: invalid remote specification @2"},
+      {"*news", nullptr, "Can't open mailbox *news: no such bboard @2"},
+      {"mybox", nullptr, "Can't open mailbox mybox: no such mailbox @2"},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.name);
+    mail_env_clear();
+    EXPECT_EQ(mail_valid(nullptr, r.name, "open mailbox"), r.driver);
+    if (r.complaint)
+      EXPECT_EQ(Logs(), std::vector<std::string>{r.complaint});
+    else
+      EXPECT_TRUE(Logs().empty());
+    // Without a purpose the answer is the same, and silent.
+    mail_env_clear();
+    EXPECT_EQ(mail_valid(nullptr, r.name, nullptr), r.driver);
+    EXPECT_TRUE(Logs().empty());
+  }
+}
+
+MailDriver* g_dummy_self = nullptr;
+
+TEST_F(MailValid, AStreamServesOnlyItsOwnFormatUnlessDummy) {
+  MailDriver dummy = MakeNamed("dummy");
+  dummy.valid = [](const char* name) { return std::strncmp(name, "#dummy/", 7) == 0 ? g_dummy_self : nullptr; };
+  g_dummy_self = &dummy;
+  mail_link(&dummy);
+  MailStream stream{};
+  stream.driver = &g_remote;
+  // A good local name, but not for this stream: the caller hears only that
+  // there is no such mailbox.
+  EXPECT_EQ(mail_valid(&stream, "#local/box", "subscribe to mailbox"), nullptr);
+  EXPECT_EQ(Logs(), std::vector<std::string>{"Can't subscribe to mailbox #local/box: no such mailbox @2"});
+  EXPECT_EQ(mail_valid(&stream, "{host}x", "open mailbox"), &g_remote);
+  EXPECT_EQ(mail_valid(&stream, "#dummy/x", "open mailbox"), &g_remote);
+  stream.driver = nullptr;
+  EXPECT_EQ(mail_valid(&stream, "#dummy/x", nullptr), nullptr);
+}
+
+}  // namespace
