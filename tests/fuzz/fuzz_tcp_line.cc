@@ -1,0 +1,120 @@
+// Feeds arbitrary bytes to the transport's line and block reader. Input:
+// four bytes that seed the choices (the sizes of the pieces the writer
+// sends, and whether the reader takes a line or a counted block of what
+// size), then the stream itself. A thread writes the stream in those
+// pieces to one end of a socket pair and closes it; the reader reads until
+// the stream ends. Whatever the chunking, every line and block must be
+// exactly the next bytes of the input, and the reader must stop at the end.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "c-client/env.h"
+#include "c-client/plain_env.h"
+#include "c-client/tcp.h"
+
+namespace {
+
+void Check(bool ok) {
+  if (!ok) std::abort();
+}
+
+// xorshift32: cheap, and the same choices for the same input.
+struct Choices {
+  uint32_t state;
+  uint32_t Next(uint32_t bound) {
+    state ^= state << 13;
+    state ^= state >> 17;
+    state ^= state << 5;
+    return bound ? state % bound : 0;
+  }
+};
+
+size_t FindCrlf(const std::string& s, size_t from) {
+  for (size_t i = from; i + 1 < s.size(); ++i) {
+    if (s[i] == '\r' && s[i + 1] == '\n') return i;
+  }
+  return std::string::npos;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static bool initialised = false;
+  if (!initialised) {
+    // A reader that waits where it should not fails the checks below in
+    // seconds instead of sitting out the two-minute time-out.
+    tcp_set_timeouts_for_test(10, 10, 10);
+    initialised = true;
+  }
+  if (size < 4) return 0;
+  uint32_t seed;
+  std::memcpy(&seed, data, 4);
+  const std::string input(reinterpret_cast<const char*>(data + 4), size - 4);
+
+  int pair[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) return 0;
+  long before = connections;
+  TcpStream* stream = tcp_attach_fd(pair[0], "fuzz");
+  Check(stream != nullptr);
+
+  std::thread writer([&input, seed, fd = pair[1]] {
+    Choices pick{seed | 1};
+    for (size_t at = 0; at < input.size();) {
+      size_t piece = 1 + pick.Next(300);
+      if (piece > input.size() - at) piece = input.size() - at;
+      ssize_t sent = ::send(fd, input.data() + at, piece, MSG_NOSIGNAL);
+      if (sent <= 0) break;  // the reader has gone
+      at += static_cast<size_t>(sent);
+    }
+    ::close(fd);
+  });
+
+  Choices pick{(seed * 2654435761u) | 1};
+  size_t at = 0;  // where the reader is in the input
+  for (;;) {
+    if (pick.Next(4) != 0) {
+      char* line = tcp_getline(stream);
+      size_t end = FindCrlf(input, at);
+      if (end == std::string::npos || end - at > kTcpMaxLine) {
+        Check(line == nullptr);
+        break;
+      }
+      Check(line != nullptr);
+      // The line may hold a NUL; what a C string shows must match.
+      size_t shown = std::strlen(line);
+      Check(shown <= end - at);
+      Check(std::memcmp(line, input.data() + at, shown) == 0);
+      Check(shown == end - at || input[at + shown] == '\0');
+      FS_GIVE(&line);
+      at = end + 2;
+    } else {
+      unsigned long want = pick.Next(600);
+      std::vector<char> buffer(want + 1, '@');
+      long ok = tcp_getbuffer(stream, want, buffer.data());
+      if (at + want > input.size()) {
+        Check(ok == 0);
+        break;
+      }
+      Check(ok == 1);
+      Check(std::memcmp(buffer.data(), input.data() + at, want) == 0);
+      Check(buffer[want] == '\0');
+      at += want;
+    }
+  }
+  // The end of the input is the end of the stream: nothing more, no wait.
+  Check(tcp_getline(stream) == nullptr);
+  Check(stream->socket == -1);
+  writer.join();
+  tcp_close(stream);
+  Check(connections == before);
+  mail_env_clear();
+  return 0;
+}
