@@ -4,7 +4,6 @@
 // Everything works on a zero-terminated text in place (quote stripping and
 // the cut at an unterminated comment write into it). Nothing recurses: group
 // nesting is a counter, comments are scanned with a depth count.
-#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -136,9 +135,11 @@ bool parse_addrspec(char** text, MailAddress* adr, const char* host) {
     if (*he == '[') {
       // A domain literal runs to its "]", so that IPv6 forms such as
       // [IPv6:2001:db8::1] keep their colons.
-      char* close = std::strchr(he, ']');
-      if (close && std::find_if(he, close, [](char c) { return is_blank(c) || c == '<' || c == '>' || c == ','; }) == close)
-        he = close + 1;
+      // Only address characters count, so that nothing a writer would
+      // have to quote can hide inside the brackets.
+      char* q = he + 1;
+      while (std::isalnum(static_cast<unsigned char>(*q)) || *q == ':' || *q == '.' || *q == '-') ++q;
+      if (*q == ']') he = q + 1;
     }
     while (*he && !ends_host(*he)) ++he;
     if (he > h) {
