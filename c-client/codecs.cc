@@ -5,6 +5,7 @@
 // rules, spelled out at each function.
 #include <cstring>
 
+#include "c-client/charvalue.h"
 #include "c-client/env.h"
 #include "c-client/rfc822_write.h"
 
@@ -18,21 +19,7 @@ constexpr unsigned long kQPLineChars = 75;      // plus the "=" of a soft break:
 // streaming decoder can hold no more than this while it waits.
 constexpr unsigned long kQPMaxDroppedBlanks = sizeof(DecodeState::pending);
 
-int Base64Value(unsigned char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  if (c == '+') return 62;
-  if (c == '/') return 63;
-  return -1;
-}
 
-int HexValue(unsigned char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
 
 bool IsBlank(unsigned char c) { return c == ' ' || c == '\t'; }
 
@@ -86,7 +73,7 @@ unsigned char* rfc822_base64(const unsigned char* source, unsigned long size, un
   int position = 0;
   for (unsigned long i = 0; i < size; ++i) {
     const unsigned char c = source[i];
-    const int v = Base64Value(c);
+    const int v = base64_value(c);
     if (v >= 0) {
       quantum = (quantum << 6) | static_cast<unsigned long>(v);
       if (++position == 4) {
@@ -106,7 +93,7 @@ unsigned char* rfc822_base64(const unsigned char* source, unsigned long size, un
     if (position == 2) {
       *d++ = static_cast<unsigned char>(quantum >> 4);
       unsigned long j = i + 1;
-      while (j < size && source[j] != '=' && Base64Value(source[j]) < 0) ++j;
+      while (j < size && source[j] != '=' && base64_value(source[j]) < 0) ++j;
       if (j < size && source[j] != '=') {
         FS_GIVE(&ret);
         return nullptr;
@@ -191,8 +178,8 @@ unsigned char* rfc822_qprint(const unsigned char* source, unsigned long size, un
         i += (source[i + 1] == '\r' && i + 2 < size && source[i + 2] == '\n') ? 3 : 2;
         continue;
       }
-      const int hi = i + 1 < size ? HexValue(source[i + 1]) : -1;
-      const int lo = i + 2 < size ? HexValue(source[i + 2]) : -1;
+      const int hi = i + 1 < size ? hex_value(source[i + 1]) : -1;
+      const int lo = i + 2 < size ? hex_value(source[i + 2]) : -1;
       if (hi < 0 || lo < 0) {
         FS_GIVE(&ret);
         return nullptr;

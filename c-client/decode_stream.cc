@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "c-client/charvalue.h"
 #include "c-client/env.h"
 #include "c-client/rfc822_write.h"
 
@@ -30,21 +31,7 @@ constexpr int kQPEqualsCR = 4;    // after "=" and CR
 
 constexpr unsigned long kPendingSize = sizeof(DecodeState::pending);
 
-int Base64Value(unsigned char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  if (c == '+') return 62;
-  if (c == '/') return 63;
-  return -1;
-}
 
-int HexValue(unsigned char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
 
 void Flush(DecodeState* st) {
   if (!st->used) return;
@@ -87,7 +74,7 @@ void Base64DecodeChar(DecodeState* st, char ch) {
     Fault(st, "Base64 encoded message data is corrupt.  Invalid character after '=' in encoded data.");
     // The character starts over as data.
   }
-  const int v = Base64Value(c);
+  const int v = base64_value(c);
   if (v >= 0) {
     st->quantum = (st->quantum << 6) | static_cast<unsigned int>(v);
     if (++st->position == 4) {
@@ -175,7 +162,7 @@ void QPDecodeChar(DecodeState* st, char ch) {
         st->state = kQPPlain;
         continue;
       case kQPEquals:
-        if (HexValue(c) >= 0) {
+        if (hex_value(c) >= 0) {
           st->hex = c;
           st->state = kQPHex;
           return;
@@ -193,8 +180,8 @@ void QPDecodeChar(DecodeState* st, char ch) {
         st->state = kQPPlain;
         continue;
       case kQPHex:
-        if (HexValue(c) >= 0) {
-          Put(st, static_cast<char>((HexValue(static_cast<unsigned char>(st->hex)) << 4) | HexValue(c)));
+        if (hex_value(c) >= 0) {
+          Put(st, static_cast<char>((hex_value(static_cast<unsigned char>(st->hex)) << 4) | hex_value(c)));
           st->state = kQPPlain;
           return;
         }

@@ -13,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+#include "c-client/charvalue.h"
+
 namespace {
 
 // Encoded words decoded per header; the rest stay as they are.
@@ -225,21 +227,7 @@ std::string Clean(std::string_view s) {
   return out;
 }
 
-int HexValue(unsigned char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
 
-int Base64Value(unsigned char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  if (c == '+') return 62;
-  if (c == '/') return 63;
-  return -1;
-}
 
 bool DecodeB(std::string_view text, std::string& out) {
   unsigned long quantum = 0;
@@ -250,7 +238,7 @@ bool DecodeB(std::string_view text, std::string& out) {
       ++pads;
       continue;
     }
-    const int v = Base64Value(c);
+    const int v = base64_value(c);
     if (v < 0 || pads) return false;  // nothing but padding after padding
     quantum = (quantum << 6) | static_cast<unsigned long>(v);
     if (++position == 4) {
@@ -277,7 +265,7 @@ bool DecodeQ(std::string_view text, std::string& out) {
       out += ' ';
     } else if (c == '=') {
       if (i + 2 >= text.size()) return false;
-      const int hi = HexValue(text[i + 1]), lo = HexValue(text[i + 2]);
+      const int hi = hex_value(text[i + 1]), lo = hex_value(text[i + 2]);
       if (hi < 0 || lo < 0) return false;
       out += static_cast<char>((hi << 4) | lo);
       i += 2;
@@ -374,8 +362,8 @@ bool IEquals(std::string_view a, std::string_view b) {
 
 void AppendPercentDecoded(std::string& out, std::string_view s) {
   for (size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '%' && i + 2 < s.size() && HexValue(s[i + 1]) >= 0 && HexValue(s[i + 2]) >= 0) {
-      out += static_cast<char>((HexValue(s[i + 1]) << 4) | HexValue(s[i + 2]));
+    if (s[i] == '%' && i + 2 < s.size() && hex_value(s[i + 1]) >= 0 && hex_value(s[i + 2]) >= 0) {
+      out += static_cast<char>((hex_value(s[i + 1]) << 4) | hex_value(s[i + 2]));
       i += 2;
     } else {
       out += s[i];  // a stray "%" is kept as it stands

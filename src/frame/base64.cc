@@ -1,19 +1,13 @@
 #include "src/frame/base64.h"
 
+#include "c-client/charvalue.h"
+
 namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr size_t kLineLength = 76;
 
 // The value of an alphabet character, or -1.
-int Sextet(unsigned char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  if (c == '+') return 62;
-  if (c == '/') return 63;
-  return -1;
-}
 
 bool IsSpace(unsigned char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
 
@@ -37,7 +31,7 @@ bool Base64Decode(const char* text, size_t len, std::string* out) {
       ++padding;
       continue;
     }
-    int value = Sextet(c);
+    int value = base64_value(c);
     if (value < 0 || padding > 0) return false;
     group = (group << 6) | static_cast<unsigned long>(value);
     if (++count == 4) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "c-client/charvalue.h"
 #include "src/options/option_internal.h"
 #include "src/options/options.h"
 
@@ -18,12 +19,6 @@ char* Dup(const std::string& s) {
   return out;
 }
 
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 const char kHex[] = "0123456789abcdef";
 
@@ -203,7 +198,7 @@ std::string OptDecodeNameString(const char* text) {
       case '/': out += '\\'; break;
       case '_': out += '_'; break;
       case 'x': {
-        int hi = HexValue(p[1]), lo = hi >= 0 ? HexValue(p[2]) : -1;
+        int hi = hex_value(p[1]), lo = hi >= 0 ? hex_value(p[2]) : -1;
         if (hi >= 0 && lo >= 0 && (hi || lo)) {
           out += static_cast<char>(hi * 16 + lo);
           p += 2;
