@@ -1,7 +1,7 @@
-// Stand-ins for the three drivers, so that the core, the model and the
-// tools link and run before the drivers' own code exists. Each refuses
-// every name, does nothing in every other slot, and has its prototype
-// stream. The real imap2, mh and dawz drivers replace these tables one by
+// Stand-ins for the drivers not written yet (imap2 and dawz), so that the
+// core, the model and the tools link and run before the drivers' own code
+// exists. Each refuses every name, does nothing in every other slot, and
+// has its prototype stream. The real drivers replace these tables one by
 // one: delete a driver's table here when its own file defines it.
 #include "c-client/mail.h"
 
@@ -37,11 +37,9 @@ long SetQuota(MailStream*, const char*, long, long) { return 0; }
 void Gc(MailStream*, long) {}
 
 extern MailStream imap2_prototype;
-extern MailStream mh_prototype;
 extern MailStream dawz_prototype;
 
 MailStream* Imap2Open(MailStream* stream) { return stream ? nullptr : &imap2_prototype; }
-MailStream* MhOpen(MailStream* stream) { return stream ? nullptr : &mh_prototype; }
 MailStream* DawzOpen(MailStream* stream) { return stream ? nullptr : &dawz_prototype; }
 
 constexpr MailDriver Pending(const char* name, MailStream* (*open)(MailStream*), MailStream* prototype) {
@@ -98,11 +96,9 @@ constexpr MailStream Prototype(MailDriver* driver) {
 }
 
 MailStream imap2_prototype = Prototype(&imap2driver);
-MailStream mh_prototype = Prototype(&mhdriver);
 MailStream dawz_prototype = Prototype(&dawzdriver);
 
 }  // namespace
 
 MailDriver imap2driver = Pending("imap2", Imap2Open, &imap2_prototype);
-MailDriver mhdriver = Pending("mh", MhOpen, &mh_prototype);
 MailDriver dawzdriver = Pending("dawz", DawzOpen, &dawz_prototype);

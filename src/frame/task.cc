@@ -1,5 +1,9 @@
 // Process entry and the task window's handler: the start-up sequence on
 // E_CREATE and the final one on E_DESTROY.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -58,6 +62,7 @@ struct Process {
   int32_t* task_data = nullptr;
   bool icon_set = false;
   WINDOW mdi_client = NULL_WIN;
+  int lock_fd = -1;
 };
 
 Process& P() {
@@ -79,6 +84,22 @@ bool StopFrameServices() {
   return true;
 }
 
+// Two programs on one directory would rewrite each other's folder indexes
+// and option files: the second one stops and says why.
+bool LockUserDir() {
+  Process& p = P();
+  std::string path = JoinPath(GetUserDir(), ".velmar.lock");
+  p.lock_fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (p.lock_fd < 0) return true;  // a directory we can't lock in is found out later
+  if (::flock(p.lock_fd, LOCK_EX | LOCK_NB) == 0) return true;
+  ::close(p.lock_fd);
+  p.lock_fd = -1;
+  xvt_dm_post_error("Velmar is already running with the directory %s.\nUse that window, or start Velmar with "
+                    "another VELMAR_HOME.",
+                    GetUserDir().c_str());
+  return false;
+}
+
 void OnCreate(WINDOW win) {
   WINDOW progress = xvt_progress_win();
   if (WIN_in_critical() && progress)
@@ -90,7 +111,7 @@ void OnCreate(WINDOW win) {
   xvt_vobj_set_data(win, reinterpret_cast<intptr_t>(P().task_data));
   xvt_vobj_set_attr(NULL_WIN, ATTR_ERRMSG_HANDLER, reinterpret_cast<intptr_t>(&XvtErrorHook));
 
-  if (!InitDirectories()) {
+  if (!InitDirectories() || !LockUserDir()) {
     xvt_app_destroy();
     return;
   }
@@ -154,6 +175,8 @@ void OnDestroy() {
   ErrorShutdown();
   p.icon_set = false;
   p.mdi_client = NULL_WIN;
+  if (p.lock_fd >= 0) ::close(p.lock_fd);
+  p.lock_fd = -1;
   fs_shutdown();
 }
 

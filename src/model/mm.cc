@@ -3,7 +3,9 @@
 #include "src/model/mm.h"
 
 #include "c-client/mail.h"
+#include "c-client/local_paths.h"
 #include "c-client/tcp.h"
+#include "src/frame/filenames.h"
 #include "src/frame/trace.h"
 #include "src/model/model_events.h"
 #include "src/options/options.h"
@@ -41,6 +43,7 @@ int MM_Init() {
   mail_link(&mhdriver);
   mail_link(&dawzdriver);
   tcp_set_hooks(&kTcpHooks);
+  local_set_home(GetUserDir().c_str());
   MM_NotInit();
   MM_NotSetActive(true);
   g_quiet = 0;

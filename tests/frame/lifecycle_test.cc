@@ -1,4 +1,6 @@
 // The program's life from process entry to exit, on the headless toolkit.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <string>
@@ -302,6 +304,18 @@ TEST_F(Lifecycle, UnwritableWorkingDirectoryStopsWithMessage4011) {
                          "to. Please change your working directory and restart Velmar."),
             std::string::npos)
       << Posts();
+}
+
+TEST_F(Lifecycle, ASecondProgramOnTheSameDirectoryStops) {
+  int fd = ::open((home_ + "/.velmar.lock").c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+  Run({"-b"}, [] { ADD_FAILURE() << "the second program should not have started"; });
+  EXPECT_NE(Posts().find("error: Velmar is already running with the directory " + home_), std::string::npos) << Posts();
+  ::close(fd);
+  // Once the first has gone, the directory is free again.
+  Run({"-b"}, [&] { Exit(); });
+  EXPECT_EQ(Posts().find("ask: Are you sure you want to exit Velmar?") != std::string::npos, true) << Posts();
 }
 
 TEST_F(Lifecycle, MissingKeybindIsFatal) {
