@@ -8,6 +8,7 @@
 
 #include "c-client/mail.h"
 #include "c-client/plain_env.h"
+#include "tests/c-client/env_lines.h"
 
 namespace {
 
@@ -75,13 +76,8 @@ TEST_F(Sequences, MarksOrExplains) {
     mail_env_clear();
     EXPECT_EQ(mail_sequence(stream_, r.text), r.result);
     EXPECT_EQ(Marked(), r.marked);
-    std::vector<std::string> logs;
-    for (const MailEnvLine& l : mail_env_lines())
-      if (l.callback == "log") logs.push_back(l.text + " @" + std::to_string(l.level));
-    if (r.error)
-      EXPECT_EQ(logs, std::vector<std::string>{std::string(r.error) + " @2"});
-    else
-      EXPECT_TRUE(logs.empty());
+    EXPECT_EQ(EnvLines("log", true),
+              r.error ? std::vector<std::string>{std::string(r.error) + " @2"} : std::vector<std::string>{});
   }
 }
 

@@ -15,34 +15,10 @@ namespace {
 
 class MhDriver : public MhTest {};
 
-TEST_F(MhDriver, TableFillsEverySlotAndNamesTheFolderFormat) {
-  EXPECT_STREQ(mhdriver.name, "mh");
+TEST_F(MhDriver, TheDriverTakesItsOwnNamesOnly) {
   EXPECT_EQ(mhdriver.open(nullptr), mhdriver.prototype);
   ASSERT_NE(mhdriver.prototype, nullptr);
   EXPECT_EQ(mhdriver.prototype->driver, &mhdriver);
-  const void* slots[] = {
-      reinterpret_cast<const void*>(mhdriver.valid),          reinterpret_cast<const void*>(mhdriver.parameters),
-      reinterpret_cast<const void*>(mhdriver.capabilities),   reinterpret_cast<const void*>(mhdriver.find),
-      reinterpret_cast<const void*>(mhdriver.find_bboards),   reinterpret_cast<const void*>(mhdriver.find_all),
-      reinterpret_cast<const void*>(mhdriver.find_all_bboards), reinterpret_cast<const void*>(mhdriver.subscribe),
-      reinterpret_cast<const void*>(mhdriver.unsubscribe),    reinterpret_cast<const void*>(mhdriver.subscribe_bboard),
-      reinterpret_cast<const void*>(mhdriver.unsubscribe_bboard), reinterpret_cast<const void*>(mhdriver.create),
-      reinterpret_cast<const void*>(mhdriver.remove),         reinterpret_cast<const void*>(mhdriver.rename),
-      reinterpret_cast<const void*>(mhdriver.open),           reinterpret_cast<const void*>(mhdriver.close),
-      reinterpret_cast<const void*>(mhdriver.fetchfast),      reinterpret_cast<const void*>(mhdriver.fetchflags),
-      reinterpret_cast<const void*>(mhdriver.fetchstructure), reinterpret_cast<const void*>(mhdriver.fetchheader),
-      reinterpret_cast<const void*>(mhdriver.fetchtext),      reinterpret_cast<const void*>(mhdriver.fetchbody),
-      reinterpret_cast<const void*>(mhdriver.setflag),        reinterpret_cast<const void*>(mhdriver.clearflag),
-      reinterpret_cast<const void*>(mhdriver.search),         reinterpret_cast<const void*>(mhdriver.ping),
-      reinterpret_cast<const void*>(mhdriver.check),          reinterpret_cast<const void*>(mhdriver.expunge),
-      reinterpret_cast<const void*>(mhdriver.copy),           reinterpret_cast<const void*>(mhdriver.move),
-      reinterpret_cast<const void*>(mhdriver.append),         reinterpret_cast<const void*>(mhdriver.getacl),
-      reinterpret_cast<const void*>(mhdriver.setacl),         reinterpret_cast<const void*>(mhdriver.deleteacl),
-      reinterpret_cast<const void*>(mhdriver.myrights),       reinterpret_cast<const void*>(mhdriver.setquota),
-      reinterpret_cast<const void*>(mhdriver.getquota),       reinterpret_cast<const void*>(mhdriver.gc),
-  };
-  for (size_t i = 0; i < std::size(slots); ++i) EXPECT_NE(slots[i], nullptr) << "slot " << i + 2;
-
   Create("Box");
   EXPECT_EQ(mail_valid(nullptr, "Box", nullptr), &mhdriver);
   EXPECT_EQ(mail_valid(nullptr, "#MH/Box", nullptr), &mhdriver);

@@ -55,8 +55,7 @@ class MhSearch : public MhTest {
     mail_env_clear();
     mail_search(s, criteria);
     std::vector<unsigned long> hits;
-    for (const MailEnvLine& l : mail_env_lines())
-      if (l.callback == "searched") hits.push_back(l.number);
+    for (const std::string& n : EnvLines("searched")) hits.push_back(std::stoul(n));
     EXPECT_EQ(s->searched, hits.size()) << criteria;
     return hits;
   }

@@ -24,6 +24,7 @@
 #include "c-client/mh_names.h"
 #include "c-client/plain_env.h"
 #include "c-client/rfc822.h"
+#include "tests/c-client/env_lines.h"
 
 namespace mh_test {
 
@@ -321,11 +322,7 @@ class MhTest : public ::testing::Test {
     return out;
   }
 
-  static bool Said(const std::string& callback, const std::string& text) {
-    for (const MailEnvLine& l : mail_env_lines())
-      if (l.callback == callback && l.text == text) return true;
-    return false;
-  }
+  static bool Said(const std::string& callback, const std::string& text) { return EnvSaid(callback, text); }
 
   static MhIndexHeader Header(const std::string& dir) {
     std::string bytes = ReadFile(dir + "/mh_index.dat");

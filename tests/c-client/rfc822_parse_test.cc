@@ -15,20 +15,29 @@
 #include <vector>
 
 #include "c-client/plain_env.h"
+#include "tests/c-client/env_lines.h"
 #include "c-client/rfc822.h"
 
 namespace {
 
 // Level-3 warnings since the last call, one a line.
 std::string Warnings() {
-  std::string out;
-  for (const MailEnvLine& l : mail_env_lines())
-    if (l.callback == "log" && l.level == 3) out += l.text + "\n";
+  std::string out = EnvLogs(3);
   mail_env_clear();
   return out;
 }
 
 std::string Field(const char* s) { return s ? s : "-"; }
+
+// An unlinked temporary file holding these bytes, read from the start.
+int TempFileWith(const std::string& bytes) {
+  char path[] = "/tmp/rfc822_parse_test_XXXXXX";
+  int fd = mkstemp(path);
+  unlink(path);
+  EXPECT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  lseek(fd, 0, SEEK_SET);
+  return fd;
+}
 
 // A list as "personal|adl|mailbox|host" records; "-" for null.
 std::string Render(const MailAddress* list) {
@@ -137,17 +146,19 @@ TEST(Rfc822Header, NextHeaderFoldsAndEndsAtTheBlankLine) {
   EXPECT_EQ(remaining, 0u);
 }
 
+unsigned long HeaderEnd(const std::string& text) {
+  size_t lf = text.find("\n\n"), crlf = text.find("\r\n\r\n");
+  if (crlf != std::string::npos && crlf < lf) return crlf + 4;
+  return lf == std::string::npos ? text.size() : lf + 2;
+}
+
 // Parses a header block (and a body, when one follows a blank line).
 struct Parsed {
   Envelope* env = nullptr;
   BodyPart* body = nullptr;
   std::string text;
   explicit Parsed(const std::string& message, const char* host = "local.host") : text(message) {
-    size_t split = text.find("\n\n");
-    size_t crlf = text.find("\r\n\r\n");
-    unsigned long hs = crlf != std::string::npos && (split == std::string::npos || crlf < split)
-                           ? crlf + 4
-                           : (split == std::string::npos ? text.size() : split + 2);
+    unsigned long hs = HeaderEnd(text);
     StringSource s;
     string_init(&s, &mail_string, text.data(), text.size());
     string_setpos(&s, hs);
@@ -314,12 +325,6 @@ std::vector<Section> Structure(const BodyPart* body, unsigned long body_offset, 
   return out;
 }
 
-unsigned long HeaderEnd(const std::string& text) {
-  size_t lf = text.find("\n\n"), crlf = text.find("\r\n\r\n");
-  if (crlf != std::string::npos && crlf < lf) return crlf + 4;
-  return lf == std::string::npos ? text.size() : lf + 2;
-}
-
 // Parses through a memory source, or a file source over the same bytes put
 // after junk at some start offset in a file.
 std::vector<Section> ParseStructure(const std::string& text, bool from_file, Envelope** env_out = nullptr) {
@@ -328,14 +333,10 @@ std::vector<Section> ParseStructure(const std::string& text, bool from_file, Env
   std::vector<char> work(kRfc822WorkSize);
   StringSource s;
   FileText ft{};
-  char path[] = "/tmp/rfc822_parse_test_XXXXXX";
   int fd = -1;
   if (from_file) {
-    fd = mkstemp(path);
     std::string junk = "From someone Sat Jan  1 00:00:00 2000\n";
-    EXPECT_EQ(write(fd, junk.data(), junk.size()), static_cast<ssize_t>(junk.size()));
-    EXPECT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    unlink(path);
+    fd = TempFileWith(junk + text);
     ft.fd = fd;
     ft.start = junk.size();
     string_init(&s, &file_string, &ft, text.size());
@@ -642,11 +643,7 @@ TEST(Rfc822Body, HostileSizesStayLinear) {
 TEST(StringSource, FileAndMemoryAgreeAcrossChunks) {
   std::string text;
   for (int i = 0; i < 30000; ++i) text += static_cast<char>('a' + (i * 7) % 26);
-  char path[] = "/tmp/strsrc_test_XXXXXX";
-  int fd = mkstemp(path);
-  unlink(path);
-  ASSERT_EQ(write(fd, "xyz", 3), 3);
-  ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  int fd = TempFileWith("xyz" + text);
   FileText ft{};
   ft.fd = fd;
   ft.start = 3;
@@ -691,11 +688,7 @@ TEST(Rfc822HeaderSize, ExactBytesOfTheHeader) {
       {std::string(20000, 'x') + "\n\nbody", 20002},
   };
   for (const Case& c : cases) {
-    char path[] = "/tmp/header_size_XXXXXX";
-    int fd = mkstemp(path);
-    unlink(path);
-    ASSERT_EQ(write(fd, c.file.data(), c.file.size()), static_cast<ssize_t>(c.file.size()));
-    lseek(fd, 0, SEEK_SET);
+    int fd = TempFileWith(c.file);
     EXPECT_EQ(rfc822_header_size(fd), c.size) << c.file.substr(0, 20);
     EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 0) << "the position is left alone";
     close(fd);

@@ -14,6 +14,7 @@
 
 #include "c-client/local_paths.h"
 #include "c-client/plain_env.h"
+#include "tests/c-client/env_lines.h"
 
 namespace {
 
@@ -51,13 +52,7 @@ class Subscribe : public ::testing::Test {
     EXPECT_EQ(state, nullptr);
     return names;
   }
-  // The texts logged, in order.
-  std::vector<std::string> Logged() {
-    std::vector<std::string> out;
-    for (const MailEnvLine& l : mail_env_lines())
-      if (l.callback == "log") out.push_back(l.text);
-    return out;
-  }
+  std::vector<std::string> Logged() { return EnvLines("log"); }
   std::string dir_, before_;
 };
 

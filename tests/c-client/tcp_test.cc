@@ -22,12 +22,6 @@ std::string WithPort(const char* form, unsigned port) {
   return text;
 }
 
-std::string Take(char* line) {
-  std::string text = line ? line : "(null)";
-  if (line) FS_GIVE(&line);
-  return text;
-}
-
 // Every byte value, CR and LF and NUL among them, in an order that shows a
 // lost or repeated piece.
 std::string Pattern(size_t size) {

@@ -44,6 +44,13 @@ inline double ThreadCpuSeconds() {
   return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
 }
 
+// A line the transport gave, freed; "(null)" for none.
+inline std::string Take(char* line) {
+  std::string text = line ? line : "(null)";
+  if (line) FS_GIVE(&line);
+  return text;
+}
+
 inline void Pause(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
 inline bool SendAll(int fd, const std::string& data) {

@@ -19,12 +19,6 @@ using namespace tcptest;
 
 const char* const kScript = VELMAR_TEST_DATA_DIR "/../peers/tls-server.sh";
 
-std::string Take(char* line) {
-  std::string text = line ? line : "(null)";
-  if (line) FS_GIVE(&line);
-  return text;
-}
-
 std::string Run(const std::string& command) {
   std::string out;
   if (FILE* p = ::popen((command + " 2>&1").c_str(), "r")) {

@@ -14,11 +14,7 @@ class Busy : public FrameTest {
  protected:
   void SetUp() override {
     FrameTest::SetUp();
-    WriteFile(home_ + "/default.tcl", "option General.Fullname Ann\noption General.MailAddress ann@example.org\n");
-  }
-  void Exit() {
-    xvt_test_push_answer(RESP_DEFAULT);
-    xvt_test_user_command(TASK_WIN, M_FILE_QUIT);
+    WriteUserOptions();
   }
   static int CriticalTimers() {
     int n = 0;

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -15,7 +14,6 @@
 
 #include "src/frame/base64.h"
 #include "src/frame/filenames.h"
-#include "src/frame/trace.h"
 #include "xvt/xvt_test.h"
 
 namespace {
@@ -104,52 +102,35 @@ class CenvTest : public ::testing::Test {
 
 // --- base64 -----------------------------------------------------------------
 
-TEST(Base64, Rfc4648Vectors) {
-  const std::pair<const char*, const char*> vectors[] = {
-      {"", ""},         {"f", "Zg=="},        {"fo", "Zm8="},        {"foo", "Zm9v"},
-      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
-  };
-  for (auto [plain, coded] : vectors) {
-    EXPECT_EQ(Base64Encode(plain, false), coded) << plain;
-    std::string out = "junk";
-    EXPECT_TRUE(Base64Decode(coded, std::strlen(coded), &out)) << coded;
-    EXPECT_EQ(out, plain) << coded;
-  }
-}
-
-TEST(Base64, DecodeToleranceAndErrors) {
+// Decoded, and encoded back unless the coded text is a loose form; or
+// refused.
+TEST(Base64, VectorsToleranceAndErrors) {
   const struct {
-    const char* text;
-    bool ok;
-    const char* plain;
+    const char* plain;  // null: refused
+    const char* coded;
+    bool loose = false;
   } cases[] = {
-      {"Zm9v\r\nYmFy", true, "foobar"}, {" Zm 9v\tYg = = \r\n", true, "foob"}, {"Zm9vYg", true, "foob"},
-      {"Zg=", false, ""},               {"Zg===", false, ""},                  {"Zg==Zg==", false, ""},
-      {"Z", false, ""},                 {"Zm9v!", false, ""},                  {"=Zm9v", false, ""},
-      {"Zm9vY", false, ""},             {"Zm9v====", false, ""},
+      {"", ""},           {"f", "Zg=="},       {"fo", "Zm8="},         {"foo", "Zm9v"},
+      {"foobar", "Zm9vYmFy"},                  {"foobar", "Zm9v\r\nYmFy", true},
+      {"foob", " Zm 9v\tYg = = \r\n", true},   {"foob", "Zm9vYg", true},
+      {nullptr, "Zg="},   {nullptr, "Zg==="},  {nullptr, "Zg==Zg=="},  {nullptr, "Z"},
+      {nullptr, "Zm9v!"}, {nullptr, "=Zm9v"},  {nullptr, "Zm9vY"},
   };
   for (const auto& c : cases) {
-    std::string out;
-    EXPECT_EQ(Base64Decode(c.text, std::strlen(c.text), &out), c.ok) << c.text;
-    EXPECT_EQ(out, c.plain) << c.text;
+    std::string out = "junk";
+    EXPECT_EQ(Base64Decode(c.coded, std::strlen(c.coded), &out), c.plain != nullptr) << c.coded;
+    EXPECT_EQ(out, c.plain ? c.plain : "") << c.coded;
+    if (c.plain && !c.loose) {
+      EXPECT_EQ(Base64Encode(c.plain, false), c.coded) << c.plain;
+    }
   }
-}
-
-TEST(Base64, LinesOf76AndRoundTrip) {
+  // Lines of 76 with CRLF, only when asked; every byte comes back.
   std::string bytes;
   for (int i = 0; i < 256; ++i) bytes.push_back(static_cast<char>(i));
-  EXPECT_EQ(Base64Encode(std::string(57, 'a'), false).size(), 76u);  // exactly one full line, no break
-  EXPECT_EQ(Base64Encode(std::string(57, 'a'), true).substr(76), "\r\n");
-  std::string coded = Base64Encode(bytes, true);
-  std::istringstream lines(coded);
-  std::string line, back;
-  size_t count = 0;
-  while (std::getline(lines, line)) {
-    ASSERT_EQ(line.back(), '\r');
-    EXPECT_LE(line.size() - 1, 76u);
-    ++count;
-  }
-  EXPECT_EQ(count, (344u + 75) / 76);
+  EXPECT_EQ(Base64Encode(std::string(57, 'a'), false).size(), 76u);
+  std::string coded = Base64Encode(bytes, true), back;
+  EXPECT_EQ(coded.substr(76, 2), "\r\n");
+  EXPECT_EQ(coded.size(), 344u + 2 * 5);
   ASSERT_TRUE(Base64Decode(coded.data(), coded.size(), &back));
   EXPECT_EQ(back, bytes);
 }
@@ -203,14 +184,11 @@ TEST_F(CenvTest, CommandLine) {
       {{}, nullptr, 0, nullptr, nullptr, nullptr, 0, 1},
       {{"-c", "Prompt"}, nullptr, 0, nullptr, nullptr, nullptr, P, 2},
       {{"-cp"}, nullptr, 0, nullptr, nullptr, nullptr, P, 2},
-      {{"-c", "online"}, nullptr, 0, nullptr, nullptr, nullptr, 0, 1},
       {{"-cd", "-c", ""}, nullptr, 0, nullptr, nullptr, nullptr, 0, 1},
       {{"-c", "d"}, nullptr, 0, nullptr, nullptr, nullptr, 0, 0},
-      {{"-cDisconnected"}, nullptr, 0, nullptr, nullptr, nullptr, 0, 0},
       {{"-rhost1"}, "host1", 0, nullptr, nullptr, nullptr, R, 1},
       {{"-r", "host1", "-n", "143"}, "host1", 143, nullptr, nullptr, nullptr, R, 1},
       {{"-n143"}, nullptr, 143, nullptr, nullptr, nullptr, 0, 1},
-      {{"-n", "abc"}, nullptr, 0, nullptr, nullptr, nullptr, 0, 1},
       {{"-n", "70000"}, nullptr, 0, nullptr, nullptr, nullptr, 0, 1},
       {{"-m", "mh"}, "mh", 0, nullptr, nullptr, nullptr, M, 1},
       {{"-m", ""}, nullptr, 0, nullptr, nullptr, nullptr, M, 1},
@@ -224,7 +202,6 @@ TEST_F(CenvTest, CommandLine) {
       {{"-b", "-", "-s"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
       {{"-b", "word", "-s"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
       {{"-x", "-b"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
-      {{"-xbz"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
       {{"-b", "-u"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
       {{"-w", "x", "-h", "y", "-s"}, nullptr, 0, nullptr, nullptr, nullptr, S, 1},
       {{"-f", "-b"}, nullptr, 0, "-b", nullptr, nullptr, 0, 1},
@@ -549,32 +526,12 @@ TEST_F(CenvTest, RecordAccessAndSwitching) {
   EXPECT_EQ(CENV_GetCurrentConfigIndex(), -1);
 }
 
-TEST_F(CenvTest, ShutdownNotesAndForgets) {
+TEST_F(CenvTest, ShutdownForgets) {
   CENV_SetUserid("joe");
   CENV_Shutdown();
-  ASSERT_EQ(xvt_test_posts().size(), 1u);
-  EXPECT_EQ(xvt_test_posts()[0].kind, "note");
-  EXPECT_EQ(xvt_test_posts()[0].text, "garbage collecting...");
   EXPECT_EQ(CENV_GetUserid(), nullptr);
   CENV_SetUserid("late");  // no record: nothing happens
   EXPECT_EQ(CENV_GetUserid(), nullptr);
-}
-
-TEST_F(CenvTest, AccessorsTraceTheirNames) {
-  const std::string log = (root_ / "trace.txt").string();
-  TraceStart(log.c_str());
-  TraceSetOutput(kTraceToFile);
-  TraceSetSubsystem(kTraceOptions);
-  TraceSetThreshold(kTraceLow);
-  CENV_SetRemoteHost("h");
-  CENV_GetRemoteHost();
-  CENV_SetSessionManagrment(1);
-  CENV_GetConfigPort(0);
-  TraceEnd();
-  std::ifstream in(log);
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  for (const char* name : {"CENV_SetRemoteHost", "CENV_GetRemoteHost", "CENV_SetSessionManagrment", "CENV_GetConfigPort"})
-    EXPECT_NE(text.find(std::string(name) + ": function entry.\n"), std::string::npos) << name;
 }
 
 }  // namespace

@@ -60,6 +60,21 @@ void FrameTest::TraceEverything() {
   TraceSetSubsystem(0xFFFFFFFFu);
 }
 
+void FrameTest::WriteUserOptions() const {
+  WriteFile(home_ + "/default.tcl",
+            "option General.Fullname {Ann Example}\noption General.MailAddress ann@example.org\n");
+}
+
+void FrameTest::Exit() {
+  xvt_test_push_answer(RESP_DEFAULT);
+  EXPECT_TRUE(xvt_test_user_command(TASK_WIN, M_FILE_QUIT));
+}
+
+std::string FrameTest::Option(const char* name, int level) {
+  char buf[3000];
+  return Opt_LookupString(name, buf, sizeof buf - 1, level) ? buf : "(none)";
+}
+
 std::string FrameTest::ReadFile(const std::string& path) const {
   std::ifstream in(path, std::ios::binary);
   std::stringstream ss;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "src/options/options.h"
 #include "xvt/xvt_test.h"
 
 class FrameTest : public ::testing::Test {
@@ -21,6 +22,12 @@ class FrameTest : public ::testing::Test {
   void Run(const std::vector<std::string>& args, std::function<void()> hook = nullptr);
   // Traces at every level and subsystem, from the next TraceStart on.
   void TraceEverything();
+  // A user who has been through the setup: the program starts normally.
+  void WriteUserOptions() const;
+  // Chooses File > Exit and answers the question with Exit.
+  static void Exit();
+  // An option's value at a level, or "(none)".
+  static std::string Option(const char* name, int level = kOptSession);
 
   std::string ReadFile(const std::string& path) const;
   void WriteFile(const std::string& path, const std::string& text) const;

@@ -50,14 +50,7 @@ class Lifecycle : public FrameTest {
  protected:
   void SetUp() override {
     FrameTest::SetUp();
-    // A user who has been through the setup.
-    WriteFile(home_ + "/default.tcl",
-              "option General.Fullname {Ann Example}\noption General.MailAddress ann@example.org\n");
-  }
-  // Chooses File > Exit and answers the question with Exit.
-  void Exit() {
-    xvt_test_push_answer(RESP_DEFAULT);
-    ASSERT_TRUE(xvt_test_user_command(TASK_WIN, M_FILE_QUIT));
+    WriteUserOptions();
   }
 };
 
@@ -241,9 +234,7 @@ TEST_F(Lifecycle, GoOfflineAndOnline) {
     EXPECT_EQ(IsOffline(), 0);
     EXPECT_TRUE(xvt_menu_get_item_enabled(TASK_WIN, M_SEND_QUEUE_NOW));
     EXPECT_TRUE(SDDE_ServerRunning());
-    char queue[10];
-    ASSERT_TRUE(Opt_LookupString("Compose.QueueOutgoing", queue, sizeof queue - 1, kOptSession));
-    EXPECT_STREQ(queue, "FALSE");
+    EXPECT_EQ(Option("Compose.QueueOutgoing"), "FALSE");
     Exit();
   });
 }
@@ -287,9 +278,8 @@ TEST_F(Lifecycle, ReinitWorkspaceRebuildsTheStoreAndKeepsOneOfEachNotifier) {
     int before = MM_NotCount();
     Opt_AssignString("Test.Session", "x", kOptSession, 0);
     for (int i = 0; i < 2; ++i) ReinitWorkspace();
-    char buf[10];
-    EXPECT_FALSE(Opt_LookupString("Test.Session", buf, sizeof buf - 1, kOptSession));
-    EXPECT_TRUE(Opt_LookupString("General.TCPConnectOk", buf, sizeof buf - 1, kOptSession));
+    EXPECT_EQ(Option("Test.Session"), "(none)");
+    EXPECT_NE(Option("General.TCPConnectOk"), "(none)");
     EXPECT_EQ(MM_NotCount(), before);
     EXPECT_TRUE(xvt_test_find_window("Message Organizer"));
     Exit();

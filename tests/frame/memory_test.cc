@@ -38,7 +38,7 @@ class Memory : public FrameTest {
  protected:
   void SetUp() override {
     FrameTest::SetUp();
-    WriteFile(home_ + "/default.tcl", "option General.Fullname Ann\noption General.MailAddress ann@example.org\n");
+    WriteUserOptions();
     g_fail_count = 0;
     g_fail_always = false;
     g_low_memory_events = 0;
@@ -53,10 +53,7 @@ class Memory : public FrameTest {
       fs_set_allocator(&kTestAllocator);
       MM_NotRegister(LowWant, LowHandle, nullptr, "folder node");
       body();
-      if (xvt_test_app_running()) {
-        xvt_test_push_answer(RESP_DEFAULT);
-        xvt_test_user_command(TASK_WIN, M_FILE_QUIT);
-      }
+      if (xvt_test_app_running()) Exit();
     });
   }
   static int CountPosts(const std::string& kind, const std::string& start) {

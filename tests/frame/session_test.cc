@@ -15,11 +15,7 @@ class Session : public FrameTest {
  protected:
   void SetUp() override {
     FrameTest::SetUp();
-    WriteFile(home_ + "/default.tcl", "option General.Fullname Ann\noption General.MailAddress ann@example.org\n");
-  }
-  void Exit() {
-    xvt_test_push_answer(RESP_DEFAULT);
-    xvt_test_user_command(TASK_WIN, M_FILE_QUIT);
+    WriteUserOptions();
   }
   static std::string ListRows(WINDOW dlg) {
     WINDOW list = xvt_win_get_ctl(dlg, 156);
@@ -28,10 +24,6 @@ class Session : public FrameTest {
     for (int i = 0; i < xvt_list_count_all(list); ++i)
       rows += std::string(xvt_list_is_sel(list, i) ? "*" : "") + xvt_list_get_elt(list, i, buf, sizeof buf) + ";";
     return rows;
-  }
-  static std::string Option(const char* name) {
-    char buf[400] = "";
-    return Opt_LookupString(name, buf, sizeof buf - 1, kOptSession) ? buf : "(none)";
   }
 };
 

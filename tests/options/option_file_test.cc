@@ -53,10 +53,6 @@ class OptionFiles : public FrameTest {
     Opt_Shutdown();
     ASSERT_EQ(Opt_Init(), 1);
   }
-  static std::string Get(const char* name, int level = kOptSession) {
-    char buf[3000];
-    return Opt_LookupString(name, buf, sizeof buf - 1, level) ? buf : "(none)";
-  }
   std::string DefaultTcl() const { return ReadFile(home_ + "/default.tcl"); }
 };
 
@@ -74,7 +70,7 @@ TEST_F(OptionFiles, AwkwardNamesAndValuesSurviveSaveAndLoad) {
   for (const Case& c : cases) ASSERT_TRUE(Opt_AssignString(c.name, c.value, kOptPermanent, 0)) << c.name;
   Snapshot before = Permanent();
   SaveAndRestart();
-  for (const Case& c : cases) EXPECT_EQ(Get(c.name, kOptPermanent), c.value) << c.name;
+  for (const Case& c : cases) EXPECT_EQ(Option(c.name, kOptPermanent), c.value) << c.name;
   EXPECT_EQ(Permanent(), before);
   // Names are written escaped; a name with a blank carries "#-".
   EXPECT_NE(DefaultTcl().find("option Name#-with#-blanks \"v\"\n"), std::string::npos) << DefaultTcl();
@@ -139,8 +135,8 @@ TEST_F(OptionFiles, AUserFileCannotOverrideAReadonlySiteOption) {
   WriteFile(home_ + "/default.tcl", "option Site.Smtp evil.example.com\noption User.after lock yes\noption User.b 2\n");
   Opt_Shutdown();
   ASSERT_EQ(Opt_Init(), 1);
-  EXPECT_EQ(Get("Site.Smtp"), "mail.example.org");
-  EXPECT_EQ(Get("User.b"), "2");  // the file went on after the refused line
+  EXPECT_EQ(Option("Site.Smtp"), "mail.example.org");
+  EXPECT_EQ(Option("User.b"), "2");  // the file went on after the refused line
 }
 
 TEST_F(OptionFiles, AFileWithAnErrorKeepsWhatLoadedAndTellsTheUser) {
@@ -148,9 +144,9 @@ TEST_F(OptionFiles, AFileWithAnErrorKeepsWhatLoadedAndTellsTheUser) {
   Opt_Shutdown();
   xvt_test_clear_posts();
   ASSERT_EQ(Opt_Init(), 1);
-  EXPECT_EQ(Get("Good.one"), "1");
-  EXPECT_EQ(Get("Good.two"), "2");
-  EXPECT_EQ(Get("Lost"), "(none)");
+  EXPECT_EQ(Option("Good.one"), "1");
+  EXPECT_EQ(Option("Good.two"), "2");
+  EXPECT_EQ(Option("Lost"), "(none)");
   std::string posts = Posts();
   EXPECT_NE(posts.find("error: The options file " + home_ + "/default.tcl has an error at line 3:"), std::string::npos)
       << posts;
@@ -189,9 +185,9 @@ TEST_F(OptionFiles, OptionFilesCannotRunProgramsOrTouchFiles) {
             "if {[platform] eq \"unix\"} { option Plat unix } else { option Plat other }\n"
             "option Dir [work_dir]\noption Count [expr {6 * 7}]\n");
   EXPECT_EQ(Opt_LoadFromTCL((home_ + "/ok.tcl").c_str()), 1);
-  EXPECT_EQ(Get("Plat"), "unix");
-  EXPECT_EQ(Get("Dir"), home_);
-  EXPECT_EQ(Get("Count"), "42");
+  EXPECT_EQ(Option("Plat"), "unix");
+  EXPECT_EQ(Option("Dir"), home_);
+  EXPECT_EQ(Option("Count"), "42");
 }
 
 TEST_F(OptionFiles, OlderFilesInOtherEncodingsLoadByteForByte) {
@@ -199,8 +195,8 @@ TEST_F(OptionFiles, OlderFilesInOtherEncodingsLoadByteForByte) {
   // come back as they were, whatever they mean.
   WriteFile(home_ + "/old.tcl", "option Old.name \"Ren\xe9 M\xfcller\"\noption Old#-folder \"x\"\n");
   ASSERT_EQ(Opt_LoadFromTCL((home_ + "/old.tcl").c_str()), 1);
-  EXPECT_EQ(Get("Old.name"), "Ren\xe9 M\xfcller");
-  EXPECT_EQ(Get("Old folder"), "x");
+  EXPECT_EQ(Option("Old.name"), "Ren\xe9 M\xfcller");
+  EXPECT_EQ(Option("Old folder"), "x");
 }
 
 TEST_F(OptionFiles, VersionTranslation) {
@@ -222,9 +218,9 @@ TEST_F(OptionFiles, VersionTranslation) {
     WriteFile(home_ + "/default.tcl", user);
     Opt_Shutdown();
     ASSERT_EQ(Opt_Init(), 1);
-    EXPECT_EQ(Get("Timer.Interval", kOptPermanent), c.expected)
+    EXPECT_EQ(Option("Timer.Interval", kOptPermanent), c.expected)
         << (c.stored_interval ? c.stored_interval : "(none)") << " version " << (c.version ? c.version : "(none)");
-    EXPECT_EQ(Get("Options.Version", kOptPermanent), c.version ? c.version : "40");
+    EXPECT_EQ(Option("Options.Version", kOptPermanent), c.version ? c.version : "40");
   }
 }
 
@@ -287,13 +283,13 @@ TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
   };
   for (const Case& c : cases) {
     mm_option(nullptr, c.name, "v", 1);
-    EXPECT_EQ(Get(c.key, c.level), "v") << c.name;
+    EXPECT_EQ(Option(c.key, c.level), "v") << c.name;
   }
   mm_option(nullptr, "velmar.Locked", "l", 0);
   EXPECT_EQ(Opt_GetReadonly("Locked"), 1);
   mm_option(nullptr, nullptr, "x", 1);
   mm_option(nullptr, "velmar.NoValue", nullptr, 1);
-  EXPECT_EQ(Get("NoValue"), "(none)");
+  EXPECT_EQ(Option("NoValue"), "(none)");
 }
 
 TEST_F(OptionFiles, AFailedSaveLeavesTheOldFileAndSaysSo) {

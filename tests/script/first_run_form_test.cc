@@ -18,11 +18,6 @@ constexpr int kNameEdit = 103;
 constexpr int kAddressEdit = 105;
 constexpr int kOkButton = 106;
 
-std::string Option(const char* name, int level) {
-  char value[200];
-  return Opt_LookupString(name, value, sizeof value - 1, level) ? value : "<none>";
-}
-
 bool Known(const char* name) { return Tcl_GetVar2Ex(task_interp, "windows", name, TCL_GLOBAL_ONLY) != nullptr; }
 
 class FirstRunForm : public FrameTest {
@@ -120,7 +115,7 @@ TEST_F(FirstRunForm, IncompleteAnswersGiveANoteAndKeepTheForm) {
       EXPECT_NE(Notes().find(c.note), std::string::npos) << Notes();
       EXPECT_EQ(xvt_test_find_window("Velmar Setup"), setup) << c.address;
       EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(setup, c.focus)) << c.address;
-      EXPECT_EQ(Option("General.Fullname", kOptPermanent), "<none>");
+      EXPECT_EQ(Option("General.Fullname", kOptPermanent), "(none)");
       EXPECT_EQ(SDDE_FullyStarted(), 0);
     }
     // The form still works afterwards, and Enter in the address is OK.

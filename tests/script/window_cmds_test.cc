@@ -54,9 +54,7 @@ class WindowCommands : public FrameTest {
  protected:
   void SetUp() override {
     FrameTest::SetUp();
-    // A user who has been through the setup: the program starts normally.
-    WriteFile(home_ + "/default.tcl",
-              "option General.Fullname {Ann Example}\noption General.MailAddress ann@example.org\n");
+    WriteUserOptions();
   }
 
   // Runs the program with the test window built; body runs once it is up.
@@ -359,9 +357,7 @@ TEST_F(WindowCommands, WindowOperations) {
     EXPECT_EQ(Eval("get_filename {Select form file...} /tmp"), "ok: ");
 
     EXPECT_EQ(Eval("change_debug_level medium 1024"), "ok: ");
-    char value[20];
-    ASSERT_TRUE(Opt_LookupString("Debugging.Level", value, sizeof value - 1, kOptSession));
-    EXPECT_STREQ(value, "medium");
+    EXPECT_EQ(Option("Debugging.Level"), "medium");
     EXPECT_EQ(TraceGetThreshold(), kTraceMedium);
     EXPECT_EQ(TraceGetSubsystem(), 1024u);
   });
