@@ -152,3 +152,19 @@ int file_install(const std::string& base) {
   SyncDirectory(dat);
   return 1;
 }
+
+bool local_write_all(int fd, const std::string& text) {
+  const char* p = text.data();
+  size_t left = text.size();
+  while (left) {
+    const ssize_t n = ::write(fd, p, left);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = EIO;
+      return false;
+    }
+    p += n;
+    left -= static_cast<size_t>(n);
+  }
+  return true;
+}

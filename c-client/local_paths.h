@@ -20,3 +20,6 @@ bool local_pattern_match(const char* name, const char* pattern, char delimiter);
 // (deleting base.dat if that fails), rename base.new to base.dat. base.new
 // has been fsync'ed by its writer. 1 on success.
 int file_install(const std::string& base);
+// Writes all of text to fd, retrying short writes and EINTR. false with
+// errno set (EIO for a write that took nothing).
+bool local_write_all(int fd, const std::string& text);

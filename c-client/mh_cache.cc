@@ -403,21 +403,6 @@ bool ListMessages(const char* dir, std::vector<uint32_t>* numbers) {
   return true;
 }
 
-// The rebuild's new files, removed unless installed.
-struct NewFiles {
-  std::string index_path, cache_path;
-  MhWriter index, cache;
-  bool keep = false;
-  ~NewFiles() {
-    mh_close_fd(&index.fd);
-    mh_close_fd(&cache.fd);
-    if (!keep) {
-      ::unlink(index_path.c_str());
-      ::unlink(cache_path.c_str());
-    }
-  }
-};
-
 }  // namespace
 
 // --- Records and elements -------------------------------------------------
@@ -628,7 +613,7 @@ long mh_cache_rebuild(MailStream* stream) {
   MhLocal* local = mh_local(stream);
   if (!local) return 0;
   mm_notify(stream, "Rebuilding MH cache database - this may take awhile.", 1);
-  NewFiles out;
+  MhNewFiles out;
   out.index_path = mh_file(local->path, "mh_index.new");
   out.cache_path = mh_file(local->path, "mh_cache.new");
   out.index.fd = ::open(out.index_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

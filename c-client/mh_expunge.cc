@@ -42,25 +42,11 @@ struct CacheWindow {
   }
 };
 
-struct NewFiles {
-  std::string index_path, cache_path;
-  MhWriter index, cache;
-  bool keep = false;
-  ~NewFiles() {
-    mh_close_fd(&index.fd);
-    mh_close_fd(&cache.fd);
-    if (!keep) {
-      ::unlink(index_path.c_str());
-      ::unlink(cache_path.c_str());
-    }
-  }
-};
-
 enum class Outcome { kDone, kFailed, kCorrupt };
 
 // Step 1: the new files, holding every record that stays. *doomed gets the
 // positions of the messages that go.
-Outcome WriteNewFiles(MailStream* stream, NewFiles* out, std::vector<unsigned long>* doomed) {
+Outcome WriteNewFiles(MailStream* stream, MhNewFiles* out, std::vector<unsigned long>* doomed) {
   MhLocal* local = mh_local(stream);
   MhIndexHeader h;
   if (!mh_read_header(local->index_file, &h) || h.version != kMhIndexVersion || h.nmsgs < stream->nmsgs)
@@ -165,7 +151,7 @@ void mh_expunge(MailStream* stream) {
     return;
   }
 
-  NewFiles out;
+  MhNewFiles out;
   std::vector<unsigned long> doomed;
   Outcome outcome = WriteNewFiles(stream, &out, &doomed);
   if (outcome == Outcome::kCorrupt) mh_corrupt(stream);

@@ -52,6 +52,18 @@ struct MhWriter {
 bool mh_writer_put(MhWriter* w, const void* data, size_t size);
 bool mh_writer_flush(MhWriter* w);
 
+// The new index and cache that a rebuild or an expunge writes whole: closed
+// and removed unless the writer sets keep once they are installed.
+struct MhNewFiles {
+  std::string index_path, cache_path;
+  MhWriter index, cache;
+  bool keep = false;
+  MhNewFiles() = default;
+  MhNewFiles(const MhNewFiles&) = delete;
+  MhNewFiles& operator=(const MhNewFiles&) = delete;
+  ~MhNewFiles();
+};
+
 // --- The folder's files --------------------------------------------------------
 
 MhLocal* mh_local(MailStream* stream);

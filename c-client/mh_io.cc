@@ -102,6 +102,15 @@ void mh_close_fd(int* fd) {
   *fd = -1;
 }
 
+MhNewFiles::~MhNewFiles() {
+  mh_close_fd(&index.fd);
+  mh_close_fd(&cache.fd);
+  if (!keep) {
+    ::unlink(index_path.c_str());
+    ::unlink(cache_path.c_str());
+  }
+}
+
 bool mh_writer_flush(MhWriter* w) {
   if (w->failed) return false;
   if (!w->buffer.empty() && !mh_write(w->fd, w->buffer.data(), w->buffer.size())) {

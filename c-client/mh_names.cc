@@ -259,22 +259,6 @@ bool ShortNameTaken(const std::string& parent, const std::string& short_name) {
   return Lookup(parent, short_name, Key::kShort, &ignored) == 1;
 }
 
-bool WriteAll(int fd, const std::string& text) {
-  const char* p = text.data();
-  size_t left = text.size();
-  while (left) {
-    const ssize_t n = ::write(fd, p, left);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = EIO;
-      return false;
-    }
-    p += n;
-    left -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
 // Appends "long#short" to parent's mhname.dat in one write. A write that
 // fails part-way is cut back off, so that the next line starts on a line
 // of its own.
@@ -296,7 +280,7 @@ bool AppendName(const std::string& parent, const std::string& long_name, const s
     if (::pread(fd, &last, 1, st.st_size - 1) == 1 && last != '\n') line += '\n';
   }
   line += long_name + "#" + short_name + "\n";
-  if (!WriteAll(fd, line) || ::fsync(fd) != 0) {
+  if (!local_write_all(fd, line) || ::fsync(fd) != 0) {
     const int error = errno;
     if (::ftruncate(fd, old_size) != 0) {
       // Nothing more to do: the line that follows starts after a stray piece.
@@ -544,7 +528,7 @@ bool CreateCacheFiles(const std::string& dir) {
   }
   uint8_t header[kMhHeaderSize];
   mh_encode_header(MhIndexHeader{kMhIndexVersion, 0, 0, 0}, header);
-  bool ok = WriteAll(index, std::string(reinterpret_cast<const char*>(header), sizeof header));
+  bool ok = local_write_all(index, std::string(reinterpret_cast<const char*>(header), sizeof header));
   const int error = errno;
   ::close(index);
   ::close(cache);
@@ -684,7 +668,7 @@ bool mh_name_delete(const std::string& parent, const char* long_name) {
   }
   const bool read_ok = !std::ferror(in);
   std::fclose(in);
-  bool ok = read_ok && ::fchmod(fd, 0600) == 0 && WriteAll(fd, text) && ::fsync(fd) == 0;
+  bool ok = read_ok && ::fchmod(fd, 0600) == 0 && local_write_all(fd, text) && ::fsync(fd) == 0;
   int error = ok ? 0 : (read_ok ? errno : EIO);
   if (::close(fd) != 0 && ok) {
     ok = false;

@@ -86,22 +86,6 @@ bool ReadNames(const std::string& path, std::vector<std::string>* names, bool* o
   return true;
 }
 
-bool WriteAll(int fd, const std::string& text) {
-  const char* p = text.data();
-  size_t left = text.size();
-  while (left) {
-    const ssize_t n = ::write(fd, p, left);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = EIO;
-      return false;
-    }
-    p += n;
-    left -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
 // Writes the list to subscrib.new and installs it. open_failure is the
 // caller's text for a .new that can't be made.
 long Rewrite(const std::vector<std::string>& names, const char* open_failure) {
@@ -115,7 +99,7 @@ long Rewrite(const std::vector<std::string>& names, const char* open_failure) {
   std::string text;
   for (const std::string& name : names) text += name + "\n";
   // An older .new may have been made with another mode.
-  bool ok = ::fchmod(fd, 0600) == 0 && WriteAll(fd, text) && ::fsync(fd) == 0;
+  bool ok = ::fchmod(fd, 0600) == 0 && local_write_all(fd, text) && ::fsync(fd) == 0;
   int error = ok ? 0 : errno;
   if (::close(fd) != 0 && ok) {
     ok = false;
