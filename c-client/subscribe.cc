@@ -125,6 +125,12 @@ struct Walk {
   size_t next = 0;
 };
 
+// A line of the file names the folder that the walk shows for it: the walk
+// hands out C strings, so a stray NUL ends the name there. Adding and
+// removing compare the same way, or a line the user sees listed could
+// never be removed.
+bool SameName(const std::string& line, const char* name) { return std::strcmp(line.c_str(), name) == 0; }
+
 }  // namespace
 
 long subscribe_add(const char* name) {
@@ -143,7 +149,7 @@ long subscribe_add(const char* name) {
     return 0;
   }
   for (const std::string& n : names)
-    if (n == name) {
+    if (SameName(n, name)) {
       Log(Format("Already subscribed to mailbox %s", name));
       return 0;
     }
@@ -165,7 +171,7 @@ long subscribe_remove(const char* name) {
   std::vector<std::string> kept;
   kept.reserve(names.size());
   for (std::string& n : names)
-    if (n != name) kept.push_back(std::move(n));
+    if (!SameName(n, name)) kept.push_back(std::move(n));
   if (kept.size() == names.size()) {
     Log(Format("Not subscribed to mailbox %s", name));
     return 0;
