@@ -19,15 +19,10 @@ namespace {
 
 // --- The test driver --------------------------------------------------------
 
-struct TestMessage {
-  std::string subject;
-  std::string header;
-  std::string text;
-  bool multipart = false;
-};
-
+// A mailbox holds the numbers of the messages it had at first: "message N"
+// with its text, message 2 a multipart.
 struct Local {
-  std::vector<TestMessage> messages;
+  std::vector<int> ids;
 };
 
 struct Calls {
@@ -42,25 +37,12 @@ struct Calls {
 };
 Calls g_calls;
 
-extern MailDriver test_driver;
-extern MailDriver other_driver;
 MailStream test_proto{};
 MailStream other_proto{};
 
-std::vector<TestMessage> FiveMessages() {
-  std::vector<TestMessage> out;
-  for (int i = 1; i <= 5; ++i) {
-    TestMessage m;
-    m.subject = "message " + std::to_string(i);
-    m.header = "Subject: " + m.subject + "\r\n\r\n";
-    m.text = "Body of message " + std::to_string(i) + ".\r\n";
-    m.multipart = (i == 2);
-    out.push_back(m);
-  }
-  return out;
-}
-
 Local* L(MailStream* s) { return static_cast<Local*>(s->local); }
+int Id(MailStream* s, unsigned long msgno) { return L(s)->ids[msgno - 1]; }
+std::string Subject(int id) { return "message " + std::to_string(id); }
 
 struct Reader {
   const std::string* text;
@@ -89,98 +71,32 @@ BodyPartNode* Part(unsigned short type, const char* subtype, unsigned long offse
 
 // Message 2: 1 text/plain, 2 message/rfc822 holding 1 text/plain and
 // 2 image/gif, 3 multipart/alternative. The others are plain text.
-BodyPart* BuildBody(const TestMessage& m) {
+BodyPart* BuildBody(int id) {
   BodyPart* b = mail_newbody();
-  if (!m.multipart) {
+  if (id != 2) {
     b->subtype = cpystr("PLAIN");
-    b->size_bytes = m.text.size();
     return b;
   }
   b->type = TYPEMULTIPART;
   b->subtype = cpystr("MIXED");
-  BodyPartNode* p1 = Part(TYPETEXT, "PLAIN", 50, 11);
-  BodyPartNode* p2 = Part(TYPEMESSAGE, "RFC822", 200, 400);
-  BodyPartNode* p3 = Part(TYPEMULTIPART, "ALTERNATIVE", 700, 90);
+  b->parts = Part(TYPETEXT, "PLAIN", 50, 11);
+  BodyPartNode* p2 = b->parts->next = Part(TYPEMESSAGE, "RFC822", 200, 400);
+  p2->next = Part(TYPEMULTIPART, "ALTERNATIVE", 700, 90);
   p2->body.msg_offset = 30;
   BodyPart* inner = p2->body.msg_body = mail_newbody();
   inner->type = TYPEMULTIPART;
   inner->subtype = cpystr("MIXED");
   inner->parts = Part(TYPETEXT, "PLAIN", 10, 20);
   inner->parts->next = Part(TYPEIMAGE, "GIF", 120, 250);
-  b->parts = p1;
-  p1->next = p2;
-  p2->next = p3;
   return b;
 }
-
-MailDriver* TestValid(const char* name) { return std::strncmp(name, "#test/", 6) == 0 ? &test_driver : nullptr; }
-MailDriver* OtherValid(const char* name) { return std::strncmp(name, "#other/", 7) == 0 ? &other_driver : nullptr; }
-
-void* TestParameters(long op, void* value) {
-  g_calls.Note("parameters", std::to_string(op));
-  return g_calls.parameter_answer ? value : nullptr;
-}
-void* OtherParameters(long op, void*) {
-  g_calls.Note("other parameters", std::to_string(op));
-  return reinterpret_cast<void*>(static_cast<intptr_t>(op));
-}
-void TestCapabilities(MailStream*, long* word) { *word = CAP_WORKS | CAP_FOLDERS | CAP_FOLDERS_FULL; }
 
 void Finder(const char* what, MailStream* s, const char* pattern) {
   g_calls.Note(what, std::string(s ? "stream " : "none ") + pattern);
 }
-void TestFind(MailStream* s, const char* p) { Finder("find", s, p); }
-void TestFindBboards(MailStream* s, const char* p) { Finder("find_bboards", s, p); }
-void TestFindAll(MailStream* s, const char* p) { Finder("find_all", s, p); }
-void TestFindAllBboards(MailStream* s, const char* p) { Finder("find_all_bboards", s, p); }
-void OtherFindAll(MailStream* s, const char* p) { Finder("other find_all", s, p); }
-void OtherFindAllBboards(MailStream* s, const char* p) { Finder("other find_all_bboards", s, p); }
-
-const char* Who(MailStream* s) {
-  if (!s) return "none";
-  if (s == &test_proto) return "prototype";
-  return "stream";
-}
-long NameCall(const char* what, MailStream* s, const char* name) {
-  g_calls.Note(what, std::string(Who(s)) + " " + (name ? name : "(null)"));
+long NameCall(const char* what, MailStream* s, const std::string& name) {
+  g_calls.Note(what, std::string(!s ? "none" : s == &test_proto ? "prototype" : "stream") + " " + name);
   return 1;
-}
-long TestSubscribe(MailStream* s, const char* n) { return NameCall("subscribe", s, n); }
-long TestUnsubscribe(MailStream* s, const char* n) { return NameCall("unsubscribe", s, n); }
-long TestSubscribeBboard(MailStream* s, const char* n) { return NameCall("subscribe_bboard", s, n); }
-long TestUnsubscribeBboard(MailStream* s, const char* n) { return NameCall("unsubscribe_bboard", s, n); }
-long TestCreate(MailStream* s, const char* n) { return NameCall("create", s, n); }
-long TestDelete(MailStream* s, const char* n) { return NameCall("delete", s, n); }
-long TestRename(MailStream* s, const char* o, const char* n) {
-  return NameCall("rename", s, (std::string(o) + ">" + n).c_str());
-}
-
-MailStream* TestOpen(MailStream* s) {
-  if (!s) return &test_proto;
-  g_calls.Note("open", s->mailbox);
-  if (std::strcmp(s->mailbox, "#test/fail") == 0) return nullptr;
-  delete L(s);
-  s->local = new Local{FiveMessages()};
-  mail_exists(s, 5);
-  mail_recent(s, 1);
-  return s;
-}
-void TestClose(MailStream* s) {
-  g_calls.Note("close");
-  delete L(s);
-  s->local = nullptr;
-}
-MailStream* OtherOpen(MailStream* s) {
-  if (!s) return &other_proto;
-  g_calls.Note("other open", s->mailbox);
-  s->local = new Local{};
-  mail_exists(s, 0);
-  return s;
-}
-void OtherClose(MailStream* s) {
-  g_calls.Note("other close");
-  delete L(s);
-  s->local = nullptr;
 }
 
 // Like the remote driver: count a message when it first gets data.
@@ -188,41 +104,6 @@ void CountFirstData(MailStream* s, unsigned long msgno) {
   if (s->scache) return;
   MessageElt* e = mail_lelt(s, msgno);
   if (!e->envelope && !e->body && !e->header_text && !e->body_text) ++s->cachecount;
-}
-
-Envelope* TestFetchStructure(MailStream* s, unsigned long msgno, BodyPart** body) {
-  g_calls.Note("fetchstructure", std::to_string(msgno));
-  CountFirstData(s, msgno);
-  const TestMessage& m = L(s)->messages[msgno - 1];
-  Envelope* env = mail_newenvelope();
-  env->subject = cpystr(m.subject.c_str());
-  *body = BuildBody(m);
-  return env;
-}
-MailText* TestFetchHeader(MailStream* s, unsigned long msgno) {
-  g_calls.Note("fetchheader", std::to_string(msgno));
-  CountFirstData(s, msgno);
-  MailText* t = TextOf(L(s)->messages[msgno - 1].header);
-  if (s->scache)
-    s->header_text = t;
-  else
-    mail_lelt(s, msgno)->header_text = t;
-  return t;
-}
-MailText* TestFetchText(MailStream* s, unsigned long msgno) {
-  g_calls.Note("fetchtext", std::to_string(msgno));
-  CountFirstData(s, msgno);
-  return TextOf(L(s)->messages[msgno - 1].text);
-}
-MailText* TestFetchBody(MailStream*, unsigned long msgno, const char* section, BodyPart* part, unsigned long offset,
-                        unsigned long* length) {
-  g_calls.Note("fetchbody", std::to_string(msgno) + " " + section + " @" + std::to_string(offset));
-  std::string text = std::string("section ") + section;
-  MailText* t = TextOf(text);
-  bool message = part->type == TYPEMESSAGE;
-  (message ? part->msg_text : part->contents) = t;
-  *length = text.size();
-  return t;
 }
 
 void ApplyFlags(MailStream* s, const char* seq, const char* flags, bool value) {
@@ -236,71 +117,100 @@ void ApplyFlags(MailStream* s, const char* seq, const char* flags, bool value) {
     mm_flags(s, i);
   }
 }
-void TestSetFlag(MailStream* s, const char* seq, const char* flags) { ApplyFlags(s, seq, flags, true); }
-void TestClearFlag(MailStream* s, const char* seq, const char* flags) { ApplyFlags(s, seq, flags, false); }
 
-void TestSearch(MailStream* s, const char* criteria) {
-  g_calls.Note("search", criteria);
-  const char* word = std::strstr(criteria, "SUBJECT ");
-  for (unsigned long i = 1; i <= s->nmsgs; ++i)
-    if (word && L(s)->messages[i - 1].subject.find(word + 8) != std::string::npos) mail_searched(s, i);
+void CloseLocal(const char* what, MailStream* s) {
+  g_calls.Note(what);
+  delete L(s);
+  s->local = nullptr;
 }
-void TestExpunge(MailStream* s) {
-  for (unsigned long i = s->nmsgs; i >= 1; --i) {
-    if (!mail_elt(s, i)->deleted) continue;
-    L(s)->messages.erase(L(s)->messages.begin() + static_cast<long>(i - 1));
-    mail_expunged(s, i);
-  }
-}
-long TestCopy(MailStream*, const char* seq, const char* box) {
-  return NameCall("copy", nullptr, (std::string(seq) + ">" + box).c_str());
-}
-long TestAppend(MailStream* s, const char* box, const char* flags, const char* date, StringSource*) {
-  g_calls.Note("append", std::string(Who(s)) + " " + (box ? box : "(null)") + " " + (flags ? flags : "-") + " " +
-                             (date ? date : "-"));
-  return box ? 1 : g_calls.append_probe_says_yes;
-}
-long TestSetAcl(MailStream* s, const char* box, const char* id, const char* rights) {
-  return NameCall("setacl", s, (std::string(box) + " " + id + " " + rights).c_str());
-}
-long TestSetQuota(MailStream* s, const char* root, long storage, long messages) {
-  return NameCall("setquota", s,
-                  (std::string(root) + " " + std::to_string(storage) + " " + std::to_string(messages)).c_str());
-}
-void TestGc(MailStream*, long flags) { g_calls.Note("gc", std::to_string(flags)); }
 
 MailDriver test_driver = [] {
   MailDriver d{};
   d.name = "test";
-  d.valid = TestValid;
-  d.parameters = TestParameters;
-  d.capabilities = TestCapabilities;
-  d.find = TestFind;
-  d.find_bboards = TestFindBboards;
-  d.find_all = TestFindAll;
-  d.find_all_bboards = TestFindAllBboards;
-  d.subscribe = TestSubscribe;
-  d.unsubscribe = TestUnsubscribe;
-  d.subscribe_bboard = TestSubscribeBboard;
-  d.unsubscribe_bboard = TestUnsubscribeBboard;
-  d.create = TestCreate;
-  d.remove = TestDelete;
-  d.rename = TestRename;
-  d.open = TestOpen;
-  d.close = TestClose;
-  d.fetchstructure = TestFetchStructure;
-  d.fetchheader = TestFetchHeader;
-  d.fetchtext = TestFetchText;
-  d.fetchbody = TestFetchBody;
-  d.setflag = TestSetFlag;
-  d.clearflag = TestClearFlag;
-  d.search = TestSearch;
-  d.expunge = TestExpunge;
-  d.copy = TestCopy;
-  d.append = TestAppend;
-  d.setacl = TestSetAcl;
-  d.setquota = TestSetQuota;
-  d.gc = TestGc;
+  d.valid = [](const char* n) { return std::strncmp(n, "#test/", 6) == 0 ? &test_driver : nullptr; };
+  d.parameters = [](long op, void* value) {
+    g_calls.Note("parameters", std::to_string(op));
+    return g_calls.parameter_answer ? value : nullptr;
+  };
+  d.capabilities = [](MailStream*, long* word) { *word = CAP_WORKS | CAP_FOLDERS | CAP_FOLDERS_FULL; };
+  d.find = [](MailStream* s, const char* p) { Finder("find", s, p); };
+  d.find_bboards = [](MailStream* s, const char* p) { Finder("find_bboards", s, p); };
+  d.find_all = [](MailStream* s, const char* p) { Finder("find_all", s, p); };
+  d.find_all_bboards = [](MailStream* s, const char* p) { Finder("find_all_bboards", s, p); };
+  d.subscribe = [](MailStream* s, const char* n) { return NameCall("subscribe", s, n); };
+  d.unsubscribe = [](MailStream* s, const char* n) { return NameCall("unsubscribe", s, n); };
+  d.create = [](MailStream* s, const char* n) { return NameCall("create", s, n); };
+  d.remove = [](MailStream* s, const char* n) { return NameCall("delete", s, n); };
+  d.rename = [](MailStream* s, const char* o, const char* n) { return NameCall("rename", s, std::string(o) + ">" + n); };
+  d.open = [](MailStream* s) -> MailStream* {
+    if (!s) return &test_proto;
+    g_calls.Note("open", s->mailbox);
+    if (std::strcmp(s->mailbox, "#test/fail") == 0) return nullptr;
+    delete L(s);
+    s->local = new Local{{1, 2, 3, 4, 5}};
+    mail_exists(s, 5);
+    mail_recent(s, 1);
+    return s;
+  };
+  d.close = [](MailStream* s) { CloseLocal("close", s); };
+  d.fetchstructure = [](MailStream* s, unsigned long msgno, BodyPart** body) {
+    g_calls.Note("fetchstructure");
+    CountFirstData(s, msgno);
+    Envelope* env = mail_newenvelope();
+    env->subject = cpystr(Subject(Id(s, msgno)).c_str());
+    *body = BuildBody(Id(s, msgno));
+    return env;
+  };
+  d.fetchheader = [](MailStream* s, unsigned long msgno) {
+    g_calls.Note("fetchheader");
+    CountFirstData(s, msgno);
+    MailText* t = TextOf("Subject: " + Subject(Id(s, msgno)) + "\r\n\r\n");
+    (s->scache ? s->header_text : mail_lelt(s, msgno)->header_text) = t;
+    return t;
+  };
+  d.fetchtext = [](MailStream* s, unsigned long msgno) {
+    g_calls.Note("fetchtext");
+    CountFirstData(s, msgno);
+    return TextOf("Body of message " + std::to_string(Id(s, msgno)) + ".\r\n");
+  };
+  d.fetchbody = [](MailStream*, unsigned long msgno, const char* section, BodyPart* part, unsigned long offset,
+                  unsigned long* length) {
+    g_calls.Note("fetchbody", std::to_string(msgno) + " " + section + " @" + std::to_string(offset));
+    std::string text = std::string("section ") + section;
+    MailText* t = TextOf(text);
+    (part->type == TYPEMESSAGE ? part->msg_text : part->contents) = t;
+    *length = text.size();
+    return t;
+  };
+  d.setflag = [](MailStream* s, const char* seq, const char* flags) { ApplyFlags(s, seq, flags, true); };
+  d.clearflag = [](MailStream* s, const char* seq, const char* flags) { ApplyFlags(s, seq, flags, false); };
+  d.search = [](MailStream* s, const char* criteria) {
+    g_calls.Note("search", criteria);
+    const char* word = std::strstr(criteria, "SUBJECT ");
+    for (unsigned long i = 1; i <= s->nmsgs; ++i)
+      if (word && Subject(Id(s, i)).find(word + 8) != std::string::npos) mail_searched(s, i);
+  };
+  d.expunge = [](MailStream* s) {
+    for (unsigned long i = s->nmsgs; i >= 1; --i) {
+      if (!mail_elt(s, i)->deleted) continue;
+      L(s)->ids.erase(L(s)->ids.begin() + static_cast<long>(i - 1));
+      mail_expunged(s, i);
+    }
+  };
+  d.copy = [](MailStream*, const char* seq, const char* box) {
+    return NameCall("copy", nullptr, std::string(seq) + ">" + box);
+  };
+  d.append = [](MailStream* s, const char* box, const char* flags, const char* date, StringSource*) {
+    NameCall("append", s, std::string(box ? box : "(null)") + " " + (flags ? flags : "-") + " " + (date ? date : "-"));
+    return box ? 1L : g_calls.append_probe_says_yes;
+  };
+  d.setacl = [](MailStream* s, const char* box, const char* id, const char* rights) {
+    return NameCall("setacl", s, std::string(box) + " " + id + " " + rights);
+  };
+  d.setquota = [](MailStream* s, const char* root, long storage, long messages) {
+    return NameCall("setquota", s, std::string(root) + " " + std::to_string(storage) + " " + std::to_string(messages));
+  };
+  d.gc = [](MailStream*, long flags) { g_calls.Note("gc", std::to_string(flags)); };
   d.prototype = &test_proto;
   return d;
 }();
@@ -308,12 +218,21 @@ MailDriver test_driver = [] {
 MailDriver other_driver = [] {
   MailDriver d{};
   d.name = "other";
-  d.valid = OtherValid;
-  d.parameters = OtherParameters;
-  d.find_all = OtherFindAll;
-  d.find_all_bboards = OtherFindAllBboards;
-  d.open = OtherOpen;
-  d.close = OtherClose;
+  d.valid = [](const char* n) { return std::strncmp(n, "#other/", 7) == 0 ? &other_driver : nullptr; };
+  d.parameters = [](long op, void*) {
+    g_calls.Note("other parameters", std::to_string(op));
+    return reinterpret_cast<void*>(static_cast<intptr_t>(op));
+  };
+  d.find_all = [](MailStream* s, const char* p) { Finder("other find_all", s, p); };
+  d.find_all_bboards = [](MailStream* s, const char* p) { Finder("other find_all_bboards", s, p); };
+  d.open = [](MailStream* s) -> MailStream* {
+    if (!s) return &other_proto;
+    g_calls.Note("other open", s->mailbox);
+    s->local = new Local{};
+    mail_exists(s, 0);
+    return s;
+  };
+  d.close = [](MailStream* s) { CloseLocal("other close", s); };
   d.prototype = &other_proto;
   return d;
 }();
@@ -357,39 +276,30 @@ class MailCore : public ::testing::Test {
 // --- Opening, closing, handles ----------------------------------------------
 
 TEST_F(MailCore, OpenSetsTheStreamUpFromTheOptions) {
-  struct Row {
-    long options;
-    bool debug, rdonly, anonymous, scache, silent, control;
-  } rows[] = {
-      {0, false, false, false, false, false, false},
-      {OP_DEBUG, true, false, false, false, false, false},
-      {OP_READONLY | OP_ANONYMOUS, false, true, true, false, false, false},
-      {OP_SHORTCACHE | OP_SILENT, false, false, false, true, true, false},
-      {OP_CONTROL, false, false, false, false, false, true},
+  const std::pair<long, std::string> rows[] = {
+      {0, ""},       {OP_DEBUG, "debug "},          {OP_READONLY, "rdonly "},        {OP_ANONYMOUS, "anonymous "},
+      {OP_SILENT, "silent "}, {OP_CONTROL, "control "}, {OP_SHORTCACHE | OP_SILENT, "scache silent "},
   };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(r.options);
+  for (const auto& [options, bits] : rows) {
+    SCOPED_TRACE(options);
     mail_env_clear();
-    MailStream* s = mail_open(nullptr, "#test/box", r.options);
+    MailStream* s = mail_open(nullptr, "#test/box", options);
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(s->driver, &test_driver);
     EXPECT_STREQ(s->mailbox, "#test/box");
     EXPECT_EQ(s->nmsgs, 5u);
     EXPECT_EQ(s->recent, 1u);
     EXPECT_EQ(s->cachehigh, 400u);
-    EXPECT_EQ(!!s->debug, r.debug);
-    EXPECT_EQ(!!s->rdonly, r.rdonly);
-    EXPECT_EQ(!!s->anonymous, r.anonymous);
-    EXPECT_EQ(!!s->scache, r.scache);
-    EXPECT_EQ(!!s->silent, r.silent);
-    EXPECT_EQ(!!s->control, r.control);
-    EXPECT_FALSE(s->lock);
+    std::string got = std::string(s->debug ? "debug " : "") + (s->rdonly ? "rdonly " : "") +
+                      (s->anonymous ? "anonymous " : "") + (s->scache ? "scache " : "") + (s->silent ? "silent " : "") +
+                      (s->control ? "control " : "");
+    EXPECT_EQ(got, bits);
     // The count reaches the model unless the stream is silent.
-    EXPECT_EQ(EnvLines("exists"), r.silent ? std::vector<std::string>{} : std::vector<std::string>{"5"});
+    EXPECT_EQ(EnvLines("exists"), s->silent ? std::vector<std::string>{} : std::vector<std::string>{"5"});
     mail_close(s);
   }
-  EXPECT_EQ(g_calls.count["open"], 5);
-  EXPECT_EQ(g_calls.count["close"], 5);
+  EXPECT_EQ(g_calls.count["open"], 7);
+  EXPECT_EQ(g_calls.count["close"], 7);
 }
 
 TEST_F(MailCore, OpensThatGiveNoNewStream) {
@@ -401,7 +311,6 @@ TEST_F(MailCore, OpensThatGiveNoNewStream) {
   MailStream* s = Open();
   EXPECT_EQ(mail_open(s, "nowhere", OP_SILENT), s);
   EXPECT_EQ(s->driver, &test_driver);
-  EXPECT_STREQ(s->mailbox, "#test/box");
   EXPECT_EQ(s->nmsgs, 5u);
   // A prototype opens nothing, and closing it leaves the static entry alone.
   MailStream* p = mail_open(nullptr, "#test/anything", OP_PROTOTYPE);
@@ -424,10 +333,8 @@ TEST_F(MailCore, ReopenOnAnotherFormatReusesTheRecord) {
   // The old driver let go first; the cache was emptied; the record and its
   // generation carry on.
   EXPECT_EQ(g_calls.count["close"], 1);
-  EXPECT_EQ(g_calls.count["other open"], 1);
   EXPECT_EQ(s->driver, &other_driver);
   EXPECT_STREQ(s->mailbox, "#other/x");
-  EXPECT_EQ(s->nmsgs, 0u);
   EXPECT_EQ(mailcache(s, 1, CH_ELT), nullptr);
   EXPECT_EQ(s->sequence, 41u);
   EXPECT_EQ(mail_stream(h), s);
@@ -436,7 +343,6 @@ TEST_F(MailCore, ReopenOnAnotherFormatReusesTheRecord) {
   EXPECT_EQ(g_calls.count["other close"], 1);
   EXPECT_EQ(s->nmsgs, 5u);
   mail_free_handle(&h);
-  EXPECT_EQ(h, nullptr);
 }
 
 TEST_F(MailCore, HandlesOutliveTheirStream) {
@@ -444,12 +350,10 @@ TEST_F(MailCore, HandlesOutliveTheirStream) {
   MailHandle* a = mail_makehandle(s);
   MailHandle* b = mail_makehandle(s);
   EXPECT_EQ(s->use, 2u);
-  EXPECT_EQ(mail_stream(a), s);
   unsigned short generation = s->sequence;
   Forget(s);
   mail_close(s);
   // The record stays for the handles, but they no longer lead anywhere.
-  EXPECT_EQ(a->stream, s);
   EXPECT_EQ(s->driver, nullptr);
   EXPECT_EQ(s->sequence, generation + 1);
   EXPECT_EQ(mail_stream(a), nullptr);
@@ -457,42 +361,31 @@ TEST_F(MailCore, HandlesOutliveTheirStream) {
   mail_free_handle(&a);
   EXPECT_EQ(mail_stream(b), nullptr);
   mail_free_handle(&b);  // the last handle frees the record
-  EXPECT_EQ(mail_stream(nullptr), nullptr);
   EXPECT_EQ(mail_makehandle(nullptr), nullptr);
 }
 
 // --- Fetching ---------------------------------------------------------------
 
-TEST_F(MailCore, StructureIsFetchedOncePerMessage) {
+TEST_F(MailCore, FetchesAreCachedUntilCollectedOrConsumed) {
   MailStream* s = Open();
   BodyPart* body = nullptr;
   Envelope* env = mail_fetchstructure(s, 3, &body);
   ASSERT_NE(env, nullptr);
-  ASSERT_NE(body, nullptr);
   EXPECT_STREQ(env->subject, "message 3");
-  EXPECT_EQ(mail_lelt(s, 3)->envelope, env);
   EXPECT_EQ(mail_lelt(s, 3)->body, body);
   EXPECT_EQ(mail_fetchstructure(s, 3, &body), env);
-  EXPECT_EQ(g_calls.count["fetchstructure"], 1);
   EXPECT_EQ(s->cachecount, 1u);
-  // Collected data is fetched anew.
   mail_gc(s, GC_ENV);
-  EXPECT_EQ(mail_lelt(s, 3)->envelope, nullptr);
   EXPECT_EQ(s->cachecount, 0u);
   ASSERT_NE(mail_fetchstructure(s, 3, nullptr), nullptr);
   EXPECT_EQ(g_calls.count["fetchstructure"], 2);
-}
 
-TEST_F(MailCore, HeaderAndTextAreCachedAndMirrored) {
-  MailStream* s = Open();
   MailText* h = mail_fetchheader(s, 4);
   ASSERT_NE(h, nullptr);
   EXPECT_EQ(h->kind, kTextInMemory);
   EXPECT_STREQ(h->data, "Subject: message 4\r\n\r\n");
   EXPECT_EQ(h->size, std::strlen(h->data));
   EXPECT_EQ(mail_fetchheader(s, 4), h);
-  EXPECT_EQ(g_calls.count["fetchheader"], 1);
-
   MailText* t = mail_fetchtext(s, 4);
   ASSERT_NE(t, nullptr);
   EXPECT_STREQ(t->data, "Body of message 4.\r\n");
@@ -502,16 +395,14 @@ TEST_F(MailCore, HeaderAndTextAreCachedAndMirrored) {
   EXPECT_EQ(s->body_text, t);
   EXPECT_EQ(s->header_text, h);
   EXPECT_EQ(mail_fetchtext(s, 4), t);
+  EXPECT_EQ(g_calls.count["fetchheader"], 1);
   EXPECT_EQ(g_calls.count["fetchtext"], 1);
-
   // Once the model has taken a text away, it is fetched again.
-  t->consumed = 1;
-  MailText* again = mail_fetchtext(s, 4);
-  ASSERT_NE(again, nullptr);
-  EXPECT_EQ(again->consumed, 0);
-  EXPECT_EQ(g_calls.count["fetchtext"], 2);
-  h->consumed = 1;
+  t->consumed = h->consumed = 1;
+  ASSERT_NE(mail_fetchtext(s, 4), nullptr);
+  EXPECT_EQ(mail_fetchtext(s, 4)->consumed, 0);
   ASSERT_NE(mail_fetchheader(s, 4), nullptr);
+  EXPECT_EQ(g_calls.count["fetchtext"], 2);
   EXPECT_EQ(g_calls.count["fetchheader"], 2);
   EXPECT_EQ(s->header_text, mail_lelt(s, 4)->header_text);
 }
@@ -549,9 +440,8 @@ TEST_F(MailCore, FetchBodyFindsSectionsAndCachesThem) {
       {"2.1", "fetchbody 2 2.1 @40", nullptr},
       {"2.2", "fetchbody 2 2.2 @150", nullptr},
       {"2.2", nullptr, nullptr},
-      {"3", nullptr, "Failed to fetch message section - invalid section specifier @2"},
+      {"3", nullptr, "Failed to fetch message section - invalid section specifier @2"},  // a multipart
       {"4", nullptr, "Failed to fetch message section - invalid section specifier @2"},
-      {"1.1", nullptr, "Failed to fetch message section - invalid section specifier @2"},
       {"", nullptr, "Failed to fetch message section - invalid (NULL) section specifier @1"},
   };
   for (const Row& r : rows) {
@@ -560,7 +450,6 @@ TEST_F(MailCore, FetchBodyFindsSectionsAndCachesThem) {
     mail_env_clear();
     unsigned long length = 999;
     MailText* t = mail_fetchbody(s, 2, r.section, &length);
-    std::erase_if(g_calls.log, [](const std::string& l) { return l.rfind("fetchbody", 0) != 0; });
     EXPECT_EQ(g_calls.log, r.driver_call ? std::vector<std::string>{r.driver_call} : std::vector<std::string>{});
     if (r.log) {
       EXPECT_EQ(t, nullptr);
@@ -583,16 +472,14 @@ TEST_F(MailCore, FetchBodyFindsSectionsAndCachesThem) {
   EXPECT_EQ(mail_fetchbody(s, 2, nullptr, nullptr), nullptr);
   EXPECT_EQ(Logs(), std::vector<std::string>{"Failed to fetch message section - invalid (NULL) section specifier @1"});
   EXPECT_EQ(g_calls.count["fetchstructure"], 1);
-  // A plain message is its own section 1; the part's text is cached in it.
-  ASSERT_NE(mail_fetchbody(s, 5, "1", nullptr), nullptr);
-  EXPECT_EQ(g_calls.log.back(), "fetchbody 5 1 @0");
-  // A consumed part text is fetched again.
-  BodyPart* body = nullptr;
-  mail_fetchstructure(s, 5, &body);
-  body->contents->consumed = 1;
+  // A plain message is its own section 1; a consumed part text is fetched
+  // again.
   g_calls.log.clear();
+  MailText* t = mail_fetchbody(s, 5, "1", nullptr);
+  ASSERT_NE(t, nullptr);
+  t->consumed = 1;
   ASSERT_NE(mail_fetchbody(s, 5, "1", nullptr), nullptr);
-  EXPECT_EQ(g_calls.log, std::vector<std::string>{"fetchbody 5 1 @0"});
+  EXPECT_EQ(g_calls.log, (std::vector<std::string>{"fetchbody 5 1 @0", "fetchbody 5 1 @0"}));
 }
 
 TEST_F(MailCore, BadMessageNumbersAreFatal) {
@@ -626,7 +513,6 @@ TEST_F(MailCore, BadMessageNumbersAreFatal) {
   EXPECT_EQ(EnvLines("fatal").back(), "Bad msgno in mail_elt");
   // No stream is no answer, not an error.
   EXPECT_EQ(mail_fetchstructure(nullptr, 1, nullptr), nullptr);
-  EXPECT_EQ(mail_fetchbody(nullptr, 1, "1", nullptr), nullptr);
 }
 
 // --- Flags, expunge, search, gc ------------------------------------------------
@@ -644,13 +530,12 @@ TEST_F(MailCore, ExpungeRenumbersAndKeepsTheSurvivorsData) {
   EXPECT_EQ(s->nmsgs, 3u);
   EXPECT_EQ(s->msgno, 0u);
   EXPECT_EQ(s->body_text, nullptr);
-  const char* expected[] = {"message 1", "message 3", "message 5"};
   for (unsigned long i = 1; i <= 3; ++i) {
     MessageElt* e = mail_lelt(s, i);
     EXPECT_EQ(e->msgno, i);
     EXPECT_FALSE(e->deleted);
     ASSERT_NE(e->envelope, nullptr);
-    EXPECT_STREQ(e->envelope->subject, expected[i - 1]);
+    EXPECT_EQ(e->envelope->subject, Subject(2 * i - 1));
   }
   EXPECT_EQ(mailcache(s, 4, CH_ELT), nullptr);
   // The survivors' data came along: nothing is fetched again.
@@ -693,7 +578,7 @@ TEST_F(MailCore, SearchCountsEachHitOnce) {
   EXPECT_EQ(EnvLines("searched").size(), 5u);
   mail_search_reset(s);
   EXPECT_EQ(s->searched, 0u);
-  for (unsigned long i = 1; i <= 5; ++i) EXPECT_FALSE(mail_elt(s, i)->searched);
+  EXPECT_FALSE(mail_elt(s, 3)->searched);
   mail_search(s, "SUBJECT 4");
   EXPECT_EQ(s->searched, 1u);
   EXPECT_TRUE(mail_elt(s, 4)->searched);
@@ -724,7 +609,6 @@ TEST_F(MailCore, GcGivesMemoryBack) {
   ASSERT_NE(two->envelope, nullptr);  // structure stays
   EXPECT_EQ(two->header_text, nullptr);
   EXPECT_EQ(two->body_text, nullptr);
-  EXPECT_EQ(s->header_text, nullptr);
   unsigned long offset;
   EXPECT_EQ(mail_body_section(two->body, "2.2", &offset)->contents, nullptr);
 
@@ -738,23 +622,20 @@ TEST_F(MailCore, GcGivesMemoryBack) {
   EXPECT_EQ(held->lockcount, 2u);
   mail_free_elt(&held);
   // The stream still works: what went is simply fetched again.
-  int before = g_calls.count["fetchstructure"];
   EXPECT_STREQ(mail_fetchstructure(s, 4, nullptr)->subject, "message 4");
-  EXPECT_EQ(g_calls.count["fetchstructure"], before);
   EXPECT_STREQ(mail_fetchstructure(s, 1, nullptr)->subject, "message 1");
-  EXPECT_EQ(g_calls.count["fetchstructure"], before + 1);
+  EXPECT_EQ(g_calls.count["fetchstructure"], 6);
 }
 
 TEST_F(MailCore, LockViolationsAreFatal) {
   MailStream* s = Open();
   EXPECT_THROW(mail_unlock(s), MailFatal);
   mail_lock(s);
-  EXPECT_TRUE(s->lock);
   EXPECT_THROW(mail_lock(s), MailFatal);
   mail_unlock(s);
   EXPECT_FALSE(s->lock);
-  for (const std::string& f : EnvLines("fatal")) EXPECT_EQ(f, "Fatal error - communications lock manager violation.");
-  EXPECT_EQ(EnvLines("fatal").size(), 2u);
+  const std::string violation = "Fatal error - communications lock manager violation.";
+  EXPECT_EQ(EnvLines("fatal"), (std::vector<std::string>{violation, violation}));
 }
 
 // --- Dispatch -----------------------------------------------------------------
@@ -883,16 +764,9 @@ TEST_F(MailCore, PassThroughCallsAndClosedStreams) {
   mail_free_handle(&h);
 }
 
-TEST_F(MailCore, DefaultMailGetsCopiesIntoMemory) {
-  std::string text = "line one\r\nline two\r\n";
-  MailText* t = TextOf(text);
-  ASSERT_NE(t, nullptr);
-  EXPECT_EQ(t->kind, kTextInMemory);
-  EXPECT_EQ(t->size, text.size());
-  EXPECT_EQ(t->data[t->size], '\0');
-  EXPECT_EQ(std::string(t->data), text);
-  mail_free_text(&t);
-  // A reader that runs dry gives nothing, not a short text.
+// A reader that runs dry gives nothing, not a short text (the full one is
+// checked through every fetch above).
+TEST_F(MailCore, DefaultMailGetsRefusesAShortRead) {
   std::string shorter = "abc";
   Reader r{&shorter, 0};
   EXPECT_EQ(mail_gets(ReadFrom, &r, 10), nullptr);

@@ -28,12 +28,6 @@ TEST_F(MhDriver, TheDriverTakesItsOwnNamesOnly) {
   MailStream* s = Open("Box");
   ASSERT_NE(s, nullptr) << Logs();
   EXPECT_EQ(s->nmsgs, 0u);
-  long word = 0;
-  mail_capabilities(s, &word);
-  EXPECT_EQ(word, 39);
-  EXPECT_EQ(mail_getacl(s, "Box"), 1);
-  EXPECT_EQ(mail_setquota(s, "Box", 1, 1), 1);
-  EXPECT_EQ(mail_getquota(s, "Box"), 0);
 }
 
 TEST_F(MhDriver, AppendsWaitInTheQueueUntilTheNextPing) {
@@ -49,7 +43,6 @@ TEST_F(MhDriver, AppendsWaitInTheQueueUntilTheNextPing) {
   EXPECT_EQ(Header(dir).nmsgs, 0u);
   EXPECT_EQ(Records(dir, "mh_updat.dat").size(), 3u);
   EXPECT_EQ(Messages(dir).size(), 3u);
-  EXPECT_EQ(::access((dir + "/1").c_str(), F_OK), 0);
 
   EXPECT_EQ(mail_ping(s), 1);
   EXPECT_EQ(s->nmsgs, 3u);
@@ -108,9 +101,7 @@ TEST_F(MhDriver, AppendDateIsCheckedThenTheFileTimeIsTheInternalDate) {
   std::time_t now = std::time(nullptr);
   std::tm utc;
   ::gmtime_r(&now, &utc);
-  MessageElt* e = mail_elt(s, 1);
-  EXPECT_EQ(e->year + 1969u, static_cast<unsigned>(utc.tm_year + 1900));
-  EXPECT_EQ(e->zone_hours, 0u);
+  EXPECT_EQ(mail_elt(s, 1)->year + 1969u, static_cast<unsigned>(utc.tm_year + 1900));
 }
 
 TEST_F(MhDriver, NewNumbersNeverOverwriteAnotherWritersFile) {
@@ -143,9 +134,7 @@ TEST_F(MhDriver, AFileDroppedInByAnotherToolAppearsAtTheNextCheck) {
   ASSERT_EQ(::utimes((dir + "/5").c_str(), old_times), 0);
   mail_check(s);
   ASSERT_EQ(s->nmsgs, 2u);
-  Envelope* env = mail_fetchstructure(s, 2, nullptr);
-  ASSERT_NE(env, nullptr);
-  EXPECT_STREQ(env->subject, "dropped in");
+  EXPECT_STREQ(mail_fetchstructure(s, 2, nullptr)->subject, "dropped in");
   // A file below the highest known number is a rebuild's to find.
   WriteFile(dir + "/0", "not a message number");
   mail_check(s);
@@ -172,15 +161,9 @@ TEST_F(MhDriver, AMessageAppendedByAnotherProcessAppearsAtTheNextCheck) {
   mail_check(s);
   ASSERT_EQ(s->nmsgs, 3u);
   std::set<std::string> subjects;
-  for (unsigned long i = 1; i <= 3; ++i) {
-    Envelope* env = mail_fetchstructure(s, i, nullptr);
-    ASSERT_NE(env, nullptr);
-    subjects.insert(env->subject);
-    if (std::string(env->subject) == "from the sender") {
-      EXPECT_EQ(Flags(s, i), "S----");
-    }
-  }
-  EXPECT_EQ(subjects, (std::set<std::string>{"mine 1", "mine 2", "from the sender"}));
+  for (unsigned long i = 1; i <= 3; ++i)
+    subjects.insert(std::string(mail_fetchstructure(s, i, nullptr)->subject) + " " + Flags(s, i));
+  EXPECT_EQ(subjects, (std::set<std::string>{"mine 1 -----", "mine 2 -----", "from the sender S----"}));
   EXPECT_EQ(Messages(dir).size(), 3u);
 }
 
@@ -288,28 +271,19 @@ TEST_F(MhDriver, FetchesCountAndOnlyTextMarksSeen) {
   MailStream* s = Open("Box");
   ASSERT_NE(s, nullptr);
   const unsigned long start = s->cachecount;
-  BodyPart* body = nullptr;
-  ASSERT_NE(mail_fetchstructure(s, 1, &body), nullptr);
-  ASSERT_NE(body, nullptr);
-  EXPECT_EQ(s->cachecount, start + 1);
-  MailText* header = mail_fetchheader(s, 1);
-  ASSERT_NE(header, nullptr);
-  EXPECT_EQ(s->cachecount, start + 2);
+  const size_t header_end = m.text.find("\r\n\r\n") + 4;
+  ASSERT_NE(mail_fetchstructure(s, 1, nullptr), nullptr);
+  EXPECT_EQ(TextOf(mail_fetchheader(s, 1)), m.text.substr(0, header_end));
   EXPECT_EQ(Flags(s, 1), "-----") << "a header is not reading the message";
-  EXPECT_EQ(TextOf(header), m.text.substr(0, m.text.find("\r\n\r\n") + 4));
   unsigned long length = 0;
-  MailText* part = mail_fetchbody(s, 1, "1", &length);
-  EXPECT_EQ(s->cachecount, start + 3);
-  EXPECT_EQ(TextOf(part), m.first_text);
+  EXPECT_EQ(TextOf(mail_fetchbody(s, 1, "1", &length)), m.first_text);
   EXPECT_EQ(length, m.first_text.size());
   EXPECT_EQ(Flags(s, 1), "S----");
   EXPECT_EQ(Records(dir)[0].flags, kMhSeen);
   mail_clearflag(s, "1", "\\Seen");
-  MailText* text = mail_fetchtext(s, 1);
-  EXPECT_EQ(s->cachecount, start + 4);
-  EXPECT_EQ(TextOf(text), m.text.substr(m.text.find("\r\n\r\n") + 4));
+  EXPECT_EQ(TextOf(mail_fetchtext(s, 1)), m.text.substr(header_end));
   EXPECT_EQ(Flags(s, 1), "S----");
-  // Answered from the core's cache: the driver isn't asked again.
+  // Each fetch asked the driver once; asked again, the core's cache answers.
   mail_fetchstructure(s, 1, nullptr);
   mail_fetchtext(s, 1);
   EXPECT_EQ(s->cachecount, start + 4);
@@ -329,24 +303,30 @@ TEST_F(MhDriver, ShortCacheStreamsFetchMessageAfterMessage) {
   }
 }
 
-TEST_F(MhDriver, StatusFilesGiveFlagsToNewRecordsAndGoWithTheirMessage) {
+// A rebuild takes the message files as they are: flags from a status file,
+// empty files and names that don't read back as numbers left out.
+TEST_F(MhDriver, RebuildTakesStatusFilesAndSkipsEmptyOrMisnamedFiles) {
   const std::string dir = Create("Box");
   WriteFile(dir + "/1", "Subject: one\n\n1\n");
-  WriteFile(dir + "/2", "Subject: two\n\n2\n");
-  WriteFile(dir + "/2.st", Le32(kMhSeen | kMhFlagged) + Le32(3));
+  WriteFile(dir + "/2", "");
+  WriteFile(dir + "/3", "Subject: three\n\n3\n");
+  WriteFile(dir + "/3.st", Le32(kMhSeen | kMhFlagged) + Le32(3));
+  WriteFile(dir + "/012", "not a message: its name doesn't read back\n");
   fs::remove(dir + "/mh_index.dat");
   MailStream* s = Open("Box");
   ASSERT_NE(s, nullptr);
   EXPECT_TRUE(Said("notify", "Rebuilding MH cache database - this may take awhile.")) << Logs();
   ASSERT_EQ(s->nmsgs, 2u);
+  EXPECT_EQ(mail_elt(s, 2)->file_number, 3u);
+  EXPECT_EQ(Header(dir).nmsgs, 2u);
   EXPECT_EQ(Flags(s, 1), "-----");
   EXPECT_EQ(Flags(s, 2), "S-F--");
   EXPECT_EQ(mail_elt(s, 2)->user_flags, 3u);
+  EXPECT_TRUE(fs::exists(dir + "/2") && fs::exists(dir + "/012"));
   mail_setflag(s, "2", "\\Deleted");
   mail_expunge(s);
   EXPECT_EQ(s->nmsgs, 1u);
-  EXPECT_NE(::access((dir + "/2").c_str(), F_OK), 0);
-  EXPECT_NE(::access((dir + "/2.st").c_str(), F_OK), 0);
+  EXPECT_FALSE(fs::exists(dir + "/3") || fs::exists(dir + "/3.st"));
 }
 
 TEST_F(MhDriver, AMessageRemovedByHandFailsToFetchAndGoesAtTheRebuild) {
@@ -365,23 +345,6 @@ TEST_F(MhDriver, AMessageRemovedByHandFailsToFetchAndGoesAtTheRebuild) {
   ASSERT_NE(s, nullptr);
   ASSERT_EQ(s->nmsgs, 1u);
   EXPECT_EQ(std::string(mail_fetchstructure(s, 1, nullptr)->subject), "two");
-}
-
-TEST_F(MhDriver, EmptyMessageFilesAreLeftOutOfTheRebuild) {
-  const std::string dir = Create("Box");
-  WriteFile(dir + "/1", "Subject: one\n\n1\n");
-  WriteFile(dir + "/2", "");
-  WriteFile(dir + "/3", "Subject: three\n\n3\n");
-  WriteFile(dir + "/012", "not a message: its name doesn't read back\n");
-  fs::remove(dir + "/mh_cache.dat");
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
-  ASSERT_EQ(s->nmsgs, 2u);
-  EXPECT_EQ(mail_elt(s, 1)->file_number, 1u);
-  EXPECT_EQ(mail_elt(s, 2)->file_number, 3u);
-  EXPECT_EQ(Header(dir).nmsgs, 2u);
-  EXPECT_TRUE(fs::exists(dir + "/2"));
-  EXPECT_TRUE(fs::exists(dir + "/012"));
 }
 
 TEST_F(MhDriver, ExpungeWithAndWithoutStructureRecords) {
@@ -417,12 +380,9 @@ TEST_F(MhDriver, ExpungeWithAndWithoutStructureRecords) {
   EXPECT_EQ(expunged, (std::vector<unsigned long>{1, 2, 3, 4})) << "numbers close up as each goes";
   EXPECT_TRUE(Said("dlog", "mh_expunge: expunged 4 messages.")) << Logs();
   ASSERT_EQ(s->nmsgs, 4u);
-  EXPECT_EQ((std::vector<uint32_t>{2, 4, 6, 8}),
-            [&] {
-              std::vector<uint32_t> n;
-              for (auto& [number, bytes] : Messages(dir)) n.push_back(number);
-              return n;
-            }());
+  std::vector<uint32_t> left;
+  for (auto& [number, bytes] : Messages(dir)) left.push_back(number);
+  EXPECT_EQ(left, (std::vector<uint32_t>{2, 4, 6, 8}));
   const std::vector<MhIndexRecord> records = Records(dir);
   ASSERT_EQ(records.size(), 4u);
   EXPECT_EQ(Header(dir).nmsgs, 4u);

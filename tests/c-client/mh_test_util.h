@@ -197,22 +197,21 @@ inline void Sections(const BodyPart* b, const std::string& prefix, std::vector<s
   }
 }
 
-inline std::string DumpStructure(MailStream* s, unsigned long msgno) {
+inline std::string DumpStructure(MailStream* s, unsigned long msgno, BodyPart** body_out = nullptr) {
   BodyPart* body = nullptr;
   Envelope* env = mail_fetchstructure(s, msgno, &body);
+  if (body_out) *body_out = body;
   return DumpEnvelope(env, false) + "\n" + DumpBody(body, false);
 }
 
 // Everything the stream gives for one message, through the core.
 inline std::string DumpMessage(MailStream* stream, unsigned long msgno) {
   BodyPart* body = nullptr;
-  Envelope* env = mail_fetchstructure(stream, msgno, &body);
-  std::string out = DumpEnvelope(env, false) + "\n" + DumpBody(body, false);
+  std::string out = DumpStructure(stream, msgno, &body);
   out += "header:" + TextOf(mail_fetchheader(stream, msgno)) + "\n";
   out += "text:" + TextOf(mail_fetchtext(stream, msgno)) + "\n";
-  if (!body) return out;
   std::vector<std::string> sections;
-  Sections(body, "", &sections);
+  if (body) Sections(body, "", &sections);
   for (const std::string& s : sections) {
     unsigned long length = 0;
     MailText* t = mail_fetchbody(stream, msgno, s.c_str(), &length);
@@ -248,10 +247,8 @@ class MhTest : public ::testing::Test {
   void TearDown() override {
     mh_set_write_failure_for_test(-1);
     mh_set_crash_point_for_test(nullptr);
-    for (MailStream*& s : streams_) {
+    for (MailStream* s : streams_)
       if (s) mail_close(s);
-      s = nullptr;
-    }
     mh_set_clock_for_test(nullptr);
     mh_forget_paths();
     mail_unlink_all();
@@ -298,14 +295,9 @@ class MhTest : public ::testing::Test {
   // A message's flags as the element has them, as "SDFAR" letters
   // (seen, deleted, flagged, answered, draft) or "-".
   static std::string Flags(MailStream* s, unsigned long msgno) {
-    MessageElt* e = mail_elt(s, msgno);
-    std::string out;
-    out += e->seen ? 'S' : '-';
-    out += e->deleted ? 'D' : '-';
-    out += e->flagged ? 'F' : '-';
-    out += e->answered ? 'A' : '-';
-    out += e->draft ? 'd' : '-';
-    return out;
+    const MessageElt* e = mail_elt(s, msgno);
+    return std::string() + (e->seen ? 'S' : '-') + (e->deleted ? 'D' : '-') + (e->flagged ? 'F' : '-') +
+           (e->answered ? 'A' : '-') + (e->draft ? 'd' : '-');
   }
 
   // file number -> flags, for every message of a stream.

@@ -26,26 +26,17 @@ std::string Strict(const char* text, bool west_before = false) {
 }
 
 // The machine's zone for the duration of a test.
-class ZoneGuard {
- public:
+struct ZoneGuard {
+  const char* old = std::getenv("TZ");  // only whether there was one
+  std::string saved = old ? old : "";
   explicit ZoneGuard(const char* tz) {
-    const char* old = std::getenv("TZ");
-    had_ = old != nullptr;
-    if (had_) old_ = old;
     setenv("TZ", tz, 1);
     tzset();
   }
   ~ZoneGuard() {
-    if (had_)
-      setenv("TZ", old_.c_str(), 1);
-    else
-      unsetenv("TZ");
+    old ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
     tzset();
   }
-
- private:
-  bool had_ = false;
-  std::string old_;
 };
 
 TEST(MailParseDate, Table) {
@@ -116,13 +107,9 @@ TEST(MailParseDate, Table) {
 }
 
 TEST(MailParseDate, MachineOffsetIsBounded) {
-  {
-    ZoneGuard tz("<+14>-14");
-    EXPECT_EQ(Strict("1-Jan-2000 00:00:00-J"), "2000-01-01 00:00:00 +1200");
-  }
-  {
-    ZoneGuard tz("<-0230>2:30");
-    EXPECT_EQ(Strict("1-Jan-2000 00:00:00-P"), "2000-01-01 00:00:00 -0230");
+  for (auto [zone, want] : {std::pair{"<+14>-14", "2000-01-01 00:00:00 +1200"}, {"<-0230>2:30", "2000-01-01 00:00:00 -0230"}}) {
+    ZoneGuard tz(zone);
+    EXPECT_EQ(Strict("1-Jan-2000 00:00:00-J"), want) << zone;
   }
 }
 

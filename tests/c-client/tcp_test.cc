@@ -51,7 +51,7 @@ TEST_F(Transport, HostFormsReachTheServer) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.form);
     mail_env_clear();
-    HookLog::outcomes().clear();
+    HookLog::outcomes.clear();
     std::string said;  // before the server, whose thread writes it
     LoopbackServer server(c.ipv6);
     if (!server.ok()) {
@@ -73,7 +73,7 @@ TEST_F(Transport, HostFormsReachTheServer) {
     EXPECT_TRUE(Told("dlog", c.trace)) << AllTold();
     EXPECT_TRUE(Told("dlog", "tcp_open(): host = " + name + ", service = imap\n"));
     EXPECT_TRUE(Told("dlog", "tcp_open(): connected."));
-    EXPECT_EQ(HookLog::outcomes(), std::vector<int>{1});
+    EXPECT_EQ(HookLog::outcomes, std::vector<int>{1});
     EXPECT_EQ(connections, baseline_ + 1);
     EXPECT_EQ(Take(tcp_getline(s)), "* OK hello");
     EXPECT_EQ(tcp_soutr(s, "a NOOP\r\n"), 1);
@@ -83,50 +83,39 @@ TEST_F(Transport, HostFormsReachTheServer) {
 }
 
 TEST_F(Transport, FailedOpensSayWhyAndRecordTheOutcome) {
-  // A port that nobody listens on.
-  int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof a;
-  ASSERT_EQ(::bind(probe, reinterpret_cast<sockaddr*>(&a), len), 0);
-  ::getsockname(probe, reinterpret_cast<sockaddr*>(&a), &len);
-  unsigned closed = ntohs(a.sin_port);
-  ::close(probe);
+  unsigned closed = LoopbackServer().port();  // nobody listens there any more
 
-  struct Case {
-    const char* form;
-    const char* message;  // %u: the closed port
-    bool prefix;          // the end depends on the machine's resolver
+  const std::string literal = "Illegal format for domain-literal hostname: ";
+  const std::string port = "Invalid string after port number in host specification: ";
+  const std::pair<std::string, std::string> cases[] = {
+      {"127.0.0.1:%u", "Failed to connect to 127.0.0.1: connection refused "},
+      {"[127.0.0.1]:%u", "Failed to connect to [127.0.0.1]: connection refused "},
+      {"[1.2.3]", literal + "[1.2.3]"},
+      {"[127.0.0.1", literal + "[127.0.0.1"},
+      {"[127.0.0.1]x", literal + "[127.0.0.1]x"},
+      {"[]", literal + "[]"},
+      {"localhost:143x", port + "localhost:143x"},
+      {"localhost:", port + "localhost:"},
+      {"localhost:99999", port + "localhost:99999"},
+      {"localhost:0", port + "localhost:0"},
+      // Without a network the resolver may not get as far as "no such host":
+      // only the start is sure.
+      {"No-Such-Host.invalid", "Failed to resolve hostname 'no-such-host.invalid' - *"},
   };
-  const Case cases[] = {
-      {"127.0.0.1:%u", "Failed to connect to 127.0.0.1: connection refused ", false},
-      {"[127.0.0.1]:%u", "Failed to connect to [127.0.0.1]: connection refused ", false},
-      {"[1.2.3]", "Illegal format for domain-literal hostname: [1.2.3]", false},
-      {"[127.0.0.1", "Illegal format for domain-literal hostname: [127.0.0.1", false},
-      {"[127.0.0.1]x", "Illegal format for domain-literal hostname: [127.0.0.1]x", false},
-      {"[]", "Illegal format for domain-literal hostname: []", false},
-      {"localhost:143x", "Invalid string after port number in host specification: localhost:143x", false},
-      {"localhost:", "Invalid string after port number in host specification: localhost:", false},
-      {"localhost:99999", "Invalid string after port number in host specification: localhost:99999", false},
-      {"localhost:0", "Invalid string after port number in host specification: localhost:0", false},
-      // Without a network the resolver may not get as far as "no such host".
-      {"No-Such-Host.invalid", "Failed to resolve hostname 'no-such-host.invalid' - ", true},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.form);
+  for (const auto& [form, message] : cases) {
+    SCOPED_TRACE(form);
     mail_env_clear();
-    HookLog::outcomes().clear();
-    std::string name = WithPort(c.form, closed);
+    HookLog::outcomes.clear();
+    std::string name = WithPort(form.c_str(), closed);
     EXPECT_EQ(tcp_open(name.c_str(), "imap", 143), nullptr);
-    std::string expected = WithPort(c.message, closed);
+    std::string expected = WithPort(message.c_str(), closed);
+    bool prefix = expected.back() == '*';
+    if (prefix) expected.pop_back();
     bool found = false;
-    for (const MailEnvLine& l : mail_env_lines()) {
-      if (l.callback != "log" || l.level != 2) continue;
-      found = found || (c.prefix ? l.text.compare(0, expected.size(), expected) == 0 : l.text == expected);
-    }
+    for (const MailEnvLine& l : mail_env_lines())
+      found |= l.callback == "log" && l.level == 2 && (prefix ? l.text.rfind(expected, 0) == 0 : l.text == expected);
     EXPECT_TRUE(found) << AllTold();
-    EXPECT_EQ(HookLog::outcomes(), std::vector<int>{0});
+    EXPECT_EQ(HookLog::outcomes, std::vector<int>{0});
     EXPECT_EQ(connections, baseline_);
   }
 }
@@ -155,7 +144,7 @@ TEST_F(Transport, ConnectGivesUpAfterTheTimeout) {
   EXPECT_LT(took, 5.0);
   EXPECT_TRUE(Told("log", "Failed to connect to [127.0.0.1]: connection timed out -- no response from server", 2))
       << AllTold();
-  EXPECT_EQ(HookLog::outcomes(), std::vector<int>{0});
+  EXPECT_EQ(HookLog::outcomes, std::vector<int>{0});
   for (int fd : fillers) ::close(fd);
 }
 
@@ -329,8 +318,8 @@ TEST_F(Transport, WritesToAServerThatDoesNotReadTimeOut) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     mail_env_clear();
-    HookLog::asked() = 0;
-    HookLog::short_next() = c.short_next;
+    HookLog::asked = 0;
+    HookLog::short_next = c.short_next;
     LoopbackServer server;
     server.Serve([&](int) { server.WaitUntilDone(); });
     tcp_set_timeouts_for_test(10, c.write_timeout, 10);
@@ -346,8 +335,8 @@ TEST_F(Transport, WritesToAServerThatDoesNotReadTimeOut) {
     EXPECT_GE(took, c.at_least);
     EXPECT_LT(took, c.at_most);
     EXPECT_TRUE(Told("dlog", c.trace)) << AllTold();
-    EXPECT_EQ(HookLog::asked(), 1);
-    EXPECT_FALSE(HookLog::short_next()) << "the short time-out was not taken";
+    EXPECT_EQ(HookLog::asked, 1);
+    EXPECT_FALSE(HookLog::short_next) << "the short time-out was not taken";
     server.done() = true;
     tcp_close(s);
   }

@@ -13,13 +13,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <mutex>
+#include <semaphore>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -93,29 +93,19 @@ inline bool Readable(int fd, int limit_ms) {
 // for the test runner's time-out.
 class Watchdog {
  public:
-  Watchdog(int seconds, std::string what) : what_(std::move(what)) {
-    thread_ = std::thread([this, seconds] {
-      std::unique_lock<std::mutex> lock(mutex_);
-      if (!done_cv_.wait_for(lock, std::chrono::seconds(seconds), [this] { return done_; })) {
-        std::fprintf(stderr, "HANG: %s did not return within %d s\n", what_.c_str(), seconds);
-        std::_Exit(1);
-      }
-    });
-  }
+  Watchdog(int seconds, std::string what)
+      : thread_([this, seconds, what] {
+          if (done_.try_acquire_for(std::chrono::seconds(seconds))) return;
+          std::fprintf(stderr, "HANG: %s did not return within %d s\n", what.c_str(), seconds);
+          std::_Exit(1);
+        }) {}
   ~Watchdog() {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      done_ = true;
-    }
-    done_cv_.notify_all();
+    done_.release();
     thread_.join();
   }
 
  private:
-  std::string what_;
-  std::mutex mutex_;
-  std::condition_variable done_cv_;
-  bool done_ = false;
+  std::binary_semaphore done_{0};
   std::thread thread_;
 };
 
@@ -126,24 +116,16 @@ class LoopbackServer {
  public:
   explicit LoopbackServer(bool ipv6 = false, int backlog = 1) {
     listener_ = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int one = 1;
-    setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_storage a{};
-    socklen_t len;
-    if (ipv6) {
-      auto* v6 = reinterpret_cast<sockaddr_in6*>(&a);
-      v6->sin6_family = AF_INET6;
-      v6->sin6_addr = in6addr_loopback;
-      len = sizeof *v6;
-    } else {
-      auto* v4 = reinterpret_cast<sockaddr_in*>(&a);
-      v4->sin_family = AF_INET;
-      v4->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-      len = sizeof *v4;
-    }
-    ok_ = ::bind(listener_, reinterpret_cast<sockaddr*>(&a), len) == 0 && ::listen(listener_, backlog) == 0 &&
-          ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len) == 0;
-    port_ = ntohs(ipv6 ? reinterpret_cast<sockaddr_in6*>(&a)->sin6_port : reinterpret_cast<sockaddr_in*>(&a)->sin_port);
+    sockaddr_in6 v6{};
+    sockaddr_in v4{};
+    v6.sin6_family = AF_INET6;
+    v6.sin6_addr = in6addr_loopback;
+    v4.sin_family = AF_INET;
+    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* a = ipv6 ? reinterpret_cast<sockaddr*>(&v6) : reinterpret_cast<sockaddr*>(&v4);
+    socklen_t len = ipv6 ? sizeof v6 : sizeof v4;
+    ok_ = ::bind(listener_, a, len) == 0 && ::listen(listener_, backlog) == 0 && ::getsockname(listener_, a, &len) == 0;
+    port_ = ntohs(ipv6 ? v6.sin6_port : v4.sin_port);
   }
   ~LoopbackServer() {
     done_ = true;
@@ -159,8 +141,7 @@ class LoopbackServer {
 
   void Serve(std::function<void(int fd)> script) {
     thread_ = std::thread([this, script] {
-      auto end = Clock::now() + std::chrono::seconds(20);
-      while (!done_ && Clock::now() < end) {
+      for (auto end = Clock::now() + std::chrono::seconds(20); !done_ && Clock::now() < end;) {
         if (!Readable(listener_, 50)) continue;
         int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) return;
@@ -187,32 +168,20 @@ class LoopbackServer {
 
 // What the transport told the program, through the hooks.
 struct HookLog {
-  static std::vector<int>& outcomes() {
-    static std::vector<int> v;
-    return v;
-  }
-  static int& asked() {
-    static int n = 0;
-    return n;
-  }
-  static bool& short_next() {
-    static bool b = false;
-    return b;
-  }
-  static void Outcome(int ok) { outcomes().push_back(ok); }
+  static inline std::vector<int> outcomes;
+  static inline int asked = 0;
+  static inline bool short_next = false;
+  static void Outcome(int ok) { outcomes.push_back(ok); }
   // Like the program's option: true once, then reset.
   static bool ShortTimeout() {
-    ++asked();
-    bool was = short_next();
-    short_next() = false;
-    return was;
+    ++asked;
+    return std::exchange(short_next, false);
   }
 };
 
 inline bool Told(const char* callback, const std::string& text, long level = -2) {
-  for (const MailEnvLine& l : mail_env_lines()) {
+  for (const MailEnvLine& l : mail_env_lines())
     if (l.callback == callback && l.text == text && (level == -2 || l.level == level)) return true;
-  }
   return false;
 }
 
@@ -228,9 +197,9 @@ class TcpFixture : public ::testing::Test {
  protected:
   void SetUp() override {
     mail_env_clear();
-    HookLog::outcomes().clear();
-    HookLog::asked() = 0;
-    HookLog::short_next() = false;
+    HookLog::outcomes.clear();
+    HookLog::asked = 0;
+    HookLog::short_next = false;
     static const TcpHooks hooks = {HookLog::Outcome, HookLog::ShortTimeout};
     tcp_set_hooks(&hooks);
     tcp_set_timeouts_for_test(10, 10, 10);

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "tests/c-client/tcp_test_util.h"
@@ -50,15 +51,9 @@ class TlsPeers {
     }
     std::string out = Run("sh '" + std::string(kScript) + "' start '" + dir() + "' " + kind);
     std::map<std::string, std::string> values;
-    size_t at = 0;
-    while (at < out.size()) {
-      size_t end = out.find('\n', at);
-      if (end == std::string::npos) end = out.size();
-      std::string line = out.substr(at, end - at);
-      size_t eq = line.find('=');
-      if (eq != std::string::npos) values[line.substr(0, eq)] = line.substr(eq + 1);
-      at = end + 1;
-    }
+    std::istringstream lines(out);
+    for (std::string line; std::getline(lines, line);)
+      if (size_t eq = line.find('='); eq != std::string::npos) values[line.substr(0, eq)] = line.substr(eq + 1);
     unsigned port = values.count("PORT") ? static_cast<unsigned>(std::atoi(values["PORT"].c_str())) : 0;
     if (!port) {
       ADD_FAILURE() << "tls-server.sh could not start the " << kind << " server:\n" << out;
@@ -102,6 +97,15 @@ class Tls : public TcpFixture {
     if (!port) return nullptr;
     return tcp_open("localhost", "imaps", port);
   }
+  // A session with the trusted server, or null with a failure.
+  TcpStream* OpenTrusted() {
+    tcp_tls_set_ca_file(TlsPeers::ca().c_str());
+    TcpStream* s = Open("good");
+    if (s && tcp_starttls(s, "localhost", 0) == 1) return s;
+    ADD_FAILURE() << "no TLS session with the trusted server\n" << AllTold();
+    if (s) tcp_close(s);
+    return nullptr;
+  }
 };
 
 // Sends the line so that s_server's answer is the line itself.
@@ -111,12 +115,9 @@ bool Say(TcpStream* s, const std::string& text) {
 }
 
 TEST_F(Tls, ATrustedCertificateCarriesLinesBothWays) {
-  unsigned port = TlsPeers::Port("good");
-  ASSERT_NE(port, 0u);
-  tcp_tls_set_ca_file(TlsPeers::ca().c_str());
-  TcpStream* s = Open("good");
-  ASSERT_NE(s, nullptr) << AllTold();
-  ASSERT_EQ(tcp_starttls(s, "localhost", 0), 1) << AllTold();
+  ASSERT_NE(TlsPeers::Port("good"), 0u);  // first, so that the CA is known
+  TcpStream* s = OpenTrusted();
+  ASSERT_NE(s, nullptr);
   EXPECT_TRUE(tcp_tls_active(s));
   std::string peer = tcp_tls_peer(s);
   EXPECT_NE(peer.find("CN=localhost, issued by CN=Velmar Test CA"), std::string::npos) << peer;
@@ -240,10 +241,8 @@ TEST_F(Tls, StarttlsUpgradesAfterPlainLines) {
 
 TEST_F(Tls, TheServerEndingTheSessionEndsTheStream) {
   ASSERT_NE(TlsPeers::Port("good"), 0u);
-  tcp_tls_set_ca_file(TlsPeers::ca().c_str());
-  TcpStream* s = Open("good");
+  TcpStream* s = OpenTrusted();
   ASSERT_NE(s, nullptr);
-  ASSERT_EQ(tcp_starttls(s, "localhost", 0), 1) << AllTold();
   // s_server ends the session on this line.
   ASSERT_EQ(tcp_soutr(s, "CLOSE\r\n"), 1);
   Watchdog watchdog(8, "the read after the server ended the session");
@@ -258,10 +257,8 @@ TEST_F(Tls, TheServerEndingTheSessionEndsTheStream) {
 
 TEST_F(Tls, DataBeforeAWriteStillMeansTheServerHasSpoken) {
   ASSERT_NE(TlsPeers::Port("good"), 0u);
-  tcp_tls_set_ca_file(TlsPeers::ca().c_str());
-  TcpStream* s = Open("good");
+  TcpStream* s = OpenTrusted();
   ASSERT_NE(s, nullptr);
-  ASSERT_EQ(tcp_starttls(s, "localhost", 0), 1) << AllTold();
   ASSERT_TRUE(Say(s, "* BYE"));
   Pause(300);  // the answer is in, unread
   EXPECT_EQ(tcp_soutr(s, "a1 NOOP\r\n"), 0);

@@ -46,9 +46,7 @@ std::vector<std::string> Names(SLIST list) {
   return out;
 }
 
-void WriteFile(const std::string& name, const std::string& text) {
-  std::ofstream(name, std::ios::binary) << text;
-}
+void WriteFile(const std::string& name, const std::string& text) { std::ofstream(name, std::ios::binary) << text; }
 
 // Every test gets empty user and application directories and no MAILHOST,
 // so CENV_Init finds no files unless the test writes them.
@@ -110,11 +108,10 @@ TEST(Base64, VectorsToleranceAndErrors) {
     const char* coded;
     bool loose = false;
   } cases[] = {
-      {"", ""},           {"f", "Zg=="},       {"fo", "Zm8="},         {"foo", "Zm9v"},
-      {"foobar", "Zm9vYmFy"},                  {"foobar", "Zm9v\r\nYmFy", true},
+      {"", ""},           {"f", "Zg=="},       {"fo", "Zm8="},         {"foobar", "Zm9vYmFy"},
       {"foob", " Zm 9v\tYg = = \r\n", true},   {"foob", "Zm9vYg", true},
       {nullptr, "Zg="},   {nullptr, "Zg==="},  {nullptr, "Zg==Zg=="},  {nullptr, "Z"},
-      {nullptr, "Zm9v!"}, {nullptr, "=Zm9v"},  {nullptr, "Zm9vY"},
+      {nullptr, "Zm9v!"}, {nullptr, "=Zm9v"},
   };
   for (const auto& c : cases) {
     std::string out = "junk";
@@ -151,7 +148,6 @@ TEST(CenvTokenize, StrtokRules) {
       {"a#b c", 4, " ", {"a#b", "c"}},
       {"#all comment", 4, " ", {}},
       {"   \r\n", 4, " \r\n", {}},
-      {"", 4, " ", {}},
       {"name=My Office\r\n", 4, "=\r\n", {"name", "My Office"}},
       {"x y", 0, " ", {}},
   };
@@ -186,20 +182,16 @@ TEST_F(CenvTest, CommandLine) {
       {{"-cp"}, nullptr, 0, nullptr, nullptr, nullptr, P, 2},
       {{"-cd", "-c", ""}, nullptr, 0, nullptr, nullptr, nullptr, 0, 1},
       {{"-c", "d"}, nullptr, 0, nullptr, nullptr, nullptr, 0, 0},
-      {{"-rhost1"}, "host1", 0, nullptr, nullptr, nullptr, R, 1},
-      {{"-r", "host1", "-n", "143"}, "host1", 143, nullptr, nullptr, nullptr, R, 1},
-      {{"-n143"}, nullptr, 143, nullptr, nullptr, nullptr, 0, 1},
-      {{"-n", "70000"}, nullptr, 0, nullptr, nullptr, nullptr, 0, 1},
+      {{"-rhost1", "-n143"}, "host1", 143, nullptr, nullptr, nullptr, R, 1},
+      {{"-r", "host1", "-n", "70000"}, "host1", 0, nullptr, nullptr, nullptr, R, 1},
       {{"-m", "mh"}, "mh", 0, nullptr, nullptr, nullptr, M, 1},
       {{"-m", ""}, nullptr, 0, nullptr, nullptr, nullptr, M, 1},
       {{"-f", "opts.tcl"}, nullptr, 0, "opts.tcl", nullptr, nullptr, 0, 1},
       {{"-r", "h", "-f", ""}, "h", 0, nullptr, nullptr, nullptr, 0, 1},
       {{"-u", "joe", "-psecret"}, nullptr, 0, nullptr, "joe", "secret", 0, 1},
       {{"-u", "", "-p", ""}, nullptr, 0, nullptr, nullptr, nullptr, 0, 1},
-      {{"-bs"}, nullptr, 0, nullptr, nullptr, nullptr, B | S, 1},
       {{"-bu", "joe"}, nullptr, 0, nullptr, "joe", nullptr, B, 1},
       {{"-b", "--", "-s"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
-      {{"-b", "-", "-s"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
       {{"-b", "word", "-s"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
       {{"-x", "-b"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
       {{"-b", "-u"}, nullptr, 0, nullptr, nullptr, nullptr, B, 1},
@@ -220,8 +212,6 @@ TEST_F(CenvTest, CommandLine) {
                      (CENV_GetSessionManagement() ? P : 0) | (CENV_GetOnDemand() ? kCenvOnDemand : 0);
     EXPECT_EQ(flags, c.flags) << label;
     EXPECT_EQ(CENV_GetConnectionMode(), c.mode) << label;
-    EXPECT_EQ(CENV_GetNewConnectionMode(), 0) << label;
-    EXPECT_EQ(CENV_GetCurrentConfigIndex(), -1) << label;
   }
 }
 
@@ -230,7 +220,6 @@ TEST_F(CenvTest, CommandLineLeavesArgvAlone) {
   char* argv[] = {a0, a1, a2, a3, nullptr};
   ASSERT_EQ(CENV_Init(4, argv), 1);
   EXPECT_STREQ(argv[1], "-bfname");
-  EXPECT_EQ(argv[2], a2);
   EXPECT_STREQ(CENV_GetConfigFile(), "name");
   EXPECT_NE(CENV_GetConfigFile(), a1 + 3);  // a copy, not argv's storage
 }
@@ -482,7 +471,6 @@ TEST_F(CenvTest, GetDefaultConfigIndex) {
   EXPECT_EQ(CENV_GetDefaultConfigIndex("online"), 2);
   EXPECT_EQ(CENV_GetDefaultConfigIndex("offline"), 1);
   EXPECT_EQ(CENV_GetDefaultConfigIndex("all"), 1);
-  EXPECT_EQ(CENV_GetConfigOnlineDefault(0), 0);
   EXPECT_EQ(CENV_GetDefaultConfigIndex("other"), 0);  // nobody: the first becomes the default
   EXPECT_EQ(CENV_GetConfigOnlineDefault(0), 1);
   EXPECT_EQ(CENV_GetDefaultConfigIndex("online"), 0);
@@ -519,18 +507,15 @@ TEST_F(CenvTest, RecordAccessAndSwitching) {
   CENV_SetCurrentConfigIndex(kMaxConfigs);  // out of range: kept as it was
   EXPECT_EQ(CENV_GetCurrentConfigIndex(), tcl);
 
-  // A restart in the same process starts from nothing.
+  // A restart in the same process starts from nothing; after a shutdown
+  // there is no record to set anything on.
+  CENV_SetUserid("joe");
   ASSERT_EQ(Init({}), 1);
   EXPECT_EQ(CENV_GetConfigName(0), nullptr);
-  EXPECT_EQ(CENV_GetRemoteHost(), nullptr);
-  EXPECT_EQ(CENV_GetCurrentConfigIndex(), -1);
-}
-
-TEST_F(CenvTest, ShutdownForgets) {
-  CENV_SetUserid("joe");
-  CENV_Shutdown();
   EXPECT_EQ(CENV_GetUserid(), nullptr);
-  CENV_SetUserid("late");  // no record: nothing happens
+  EXPECT_EQ(CENV_GetCurrentConfigIndex(), -1);
+  CENV_Shutdown();
+  CENV_SetUserid("late");
   EXPECT_EQ(CENV_GetUserid(), nullptr);
 }
 

@@ -20,17 +20,16 @@ class Files : public FrameTest {
 };
 
 TEST_F(Files, EveryKindHasItsNameAndDirectory) {
+  // What the user writes lives in the user directory, what ships with the
+  // program in the application directory; some names exist in both.
   struct Case {
     int kind;
-    bool user;  // else the application directory
+    bool user;
     const char* name;
   } cases[] = {
-      {0, false, "cfg.tcl"},      {1, false, "optargs.tcl"},  {2, false, "process.tcl"},  {3, true, "default.tcl"},
-      {4, false, "sysdflt.tcl"},  {5, false, "sysdflt2.tcl"}, {6, false, "install.dat"},  {7, false, "phonemsg.frm"},
-      {8, false, "startup.tcl"},  {9, false, "xvt.tcl"},      {10, true, "optlocn.dat"},  {11, true, "velmar.ini"},
-      {12, false, "velmar.ini"},  {13, true, "locabks/"},     {14, true, "folders"},      {16, true, "subscrib.dat"},
-      {19, true, "debug.txt"},    {20, false, "dict.dat"},    {21, true, "dict.txt"},     {22, false, "keybind.def"},
-      {23, false, "banner.bmp"},  {24, false, "vel_wrap"},    {25, true, "trblrpt.txt"},  {26, false, "trblrpt.txt"},
+      {3, true, "default.tcl"},  {4, false, "sysdflt.tcl"},  {11, true, "velmar.ini"},   {12, false, "velmar.ini"},
+      {14, true, "folders"},     {16, true, "subscrib.dat"}, {22, false, "keybind.def"}, {25, true, "trblrpt.txt"},
+      {26, false, "trblrpt.txt"},
   };
   for (const Case& c : cases)
     EXPECT_EQ(get_file_name(c.kind), (c.user ? home_ : appdir_) + "/" + c.name) << c.kind;
@@ -152,14 +151,6 @@ TEST_F(Files, SectionsAndCopies) {
   EXPECT_EQ(AppendFile(out, (home_ + "/none").c_str(), 0), 0);
   std::fclose(out);
   EXPECT_EQ(ReadFile(dst), "0123456789");
-}
-
-TEST_F(Files, LastSearchDirectoryStartsAtTheCurrentOne) {
-  EXPECT_EQ(GetLastSearchDirectory(), home_);
-  SetLastSearchDirectory("/tmp");
-  EXPECT_EQ(GetLastSearchDirectory(), "/tmp");
-  SetLastSearchDirectory("/no/such/dir");
-  EXPECT_EQ(GetLastSearchDirectory(), "/tmp");
 }
 
 }  // namespace

@@ -121,7 +121,6 @@ TEST(Messages, TableTextsAndRoutes) {
   xvt_test_reset();
   // Before ErrorInit the table is built on first use.
   EXPECT_STREQ(ErrorText(1000), "Foobar");
-  EXPECT_EQ(ErrorCount(), 164);
   // The first and last of each block of codes, and the gaps between.
   for (int known : {2000, 2104, 3001, 3057, 4011, 4030}) EXPECT_NE(ErrorText(known), nullptr) << known;
   for (int unknown : {0, 999, 2062, 2090, 3021, 4031, -1}) EXPECT_EQ(ErrorText(unknown), nullptr) << unknown;

@@ -61,6 +61,17 @@ TEST_F(FirstRunForm, LaysTheFormOutBelowTheHeadingInsideTheWindow) {
     }
     // The user starts typing in the name.
     EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(setup, kNameEdit));
+    EXPECT_FALSE(xvt_test_find_window("Message Organizer"));
+    EXPECT_EQ(SDDE_FullyStarted(), 0);
+    // The heading is painted centred, in the large font.
+    bool heading = false;
+    for (const XvtDrawOp& op : xvt_test_paint(setup))
+      if (op.op == "text" && op.text == "Welcome to Velmar") {
+        heading = true;
+        EXPECT_EQ(op.font, "sans-serif 40 1");
+        EXPECT_EQ(op.rct.left, (400 - 17 * 8) / 2);
+      }
+    EXPECT_TRUE(heading);
   });
 }
 
@@ -84,9 +95,15 @@ TEST_F(FirstRunForm, OkStoresTheTrimmedAnswersAndOpensTheOrganizer) {
     ASSERT_TRUE(xvt_test_user_command(TASK_WIN, M_FILE_QUIT));
   });
   std::string saved = ReadFile(home_ + "/default.tcl");
-  EXPECT_NE(saved.find("General.Fullname"), std::string::npos) << saved;
-  EXPECT_NE(saved.find("Ann Example"), std::string::npos) << saved;
+  EXPECT_NE(saved.find("option General.Fullname \"Ann Example\""), std::string::npos) << saved;
   EXPECT_NE(saved.find("ann@example.org"), std::string::npos) << saved;
+  // The next start goes straight to the organizer.
+  xvt_test_reset();
+  Run({"-b"}, [&] {
+    EXPECT_FALSE(xvt_test_find_window("Velmar Setup"));
+    EXPECT_TRUE(xvt_test_find_window("Message Organizer"));
+    Exit();
+  });
 }
 
 TEST_F(FirstRunForm, IncompleteAnswersGiveANoteAndKeepTheForm) {

@@ -143,23 +143,4 @@ TEST_F(Headless, TrappedPointerSwallowsInputToOtherWindows) {
             (std::vector<std::string>{"command 8", "command 7"}));
 }
 
-long drawing_eh(WINDOW win, EVENT* ev) {
-  if (ev->type == E_UPDATE) xvt_dwin_draw_text(win, 10, 20, "hello", -1);
-  (void)win;
-  return 0;
-}
-
-TEST_F(Headless, DrawingUsesFixedMetrics) {
-  RunApp([] {
-    RCT r{0, 0, 100, 100};
-    WINDOW w = xvt_win_create(W_DOC, &r, "w", 0, TASK_WIN, 0, EM_ALL, drawing_eh, 0);
-    const auto& ops = xvt_test_paint(w);
-    ASSERT_EQ(ops.size(), 1u);
-    EXPECT_EQ(ops[0].text, "hello");
-    EXPECT_EQ(ops[0].rct.left, 10);
-    EXPECT_EQ(ops[0].rct.right, 10 + 5 * 8);
-    EXPECT_EQ(ops[0].rct.top, 20 - 12);
-  });
-}
-
 }  // namespace

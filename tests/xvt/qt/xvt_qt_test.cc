@@ -41,10 +41,7 @@ TEST_F(XvtQt, LifecycleOrdersCreateAndDestroyAndKeepsArgv) {
   EXPECT_EQ(g_task_events.back().type, E_DESTROY);
   EXPECT_EQ(destroyed, (std::vector<std::string>{"top", "kid", "doc", "bar"}));
   EXPECT_EQ(argv[1], a1);
-  EXPECT_STREQ(argv[1], "-platform");
-  EXPECT_STREQ(argv[2], "offscreen");
-  EXPECT_STREQ(argv[3], "mailbox");
-  EXPECT_EQ(argv[4], nullptr);
+  EXPECT_EQ(std::string(argv[1]) + " " + argv[2] + " " + argv[3], "-platform offscreen mailbox");
   EXPECT_EQ(TASK_WIN, NULL_WIN);
 }
 
@@ -160,10 +157,8 @@ TEST_F(XvtQt, ClientRectIsRightFromCreationOn) {
       xvt_app_process_pending_events();
       RCT now;
       xvt_vobj_get_client_rect(win, &now);
-      EXPECT_EQ(created.left, 0);
-      EXPECT_EQ(created.top, 0);
-      EXPECT_EQ(created.right, now.right);
-      EXPECT_EQ(created.bottom, now.bottom);
+      EXPECT_EQ(std::vector<int>({created.left, created.top, created.right, created.bottom}),
+                std::vector<int>({0, 0, now.right, now.bottom}));
       EXPECT_GT(now.right, 0);
       EXPECT_LE(now.right, 300);
       if (c.type != W_DOC) {
@@ -228,19 +223,10 @@ TEST_F(XvtQt, KeysAndMouseReachTheWindowInItsTerms) {
       QString text;
       int expected;
     } keys[] = {
-        {Qt::Key_Up, Qt::NoModifier, "", K_UP},
-        {Qt::Key_PageDown, Qt::NoModifier, "", K_NEXT},
-        {Qt::Key_Home, Qt::NoModifier, "", K_LHOME},
-        {Qt::Key_End, Qt::ControlModifier, "", K_END},
-        {Qt::Key_F1, Qt::NoModifier, "", K_F1},
-        {Qt::Key_F24, Qt::NoModifier, "", K_F24},
-        {Qt::Key_Tab, Qt::NoModifier, "\t", K_TAB},
-        {Qt::Key_Backtab, Qt::ShiftModifier, "", K_BTAB},
-        {Qt::Key_Return, Qt::NoModifier, "\r", K_ENTER},
-        {Qt::Key_Escape, Qt::NoModifier, "\x1b", K_ESC},
-        {Qt::Key_Delete, Qt::NoModifier, "\x7f", K_DEL},
-        {Qt::Key_Backspace, Qt::NoModifier, "\b", K_BS},
-        {Qt::Key_A, Qt::NoModifier, "a", 'a'},
+        {Qt::Key_Up, Qt::NoModifier, "", K_UP},           {Qt::Key_Home, Qt::NoModifier, "", K_LHOME},
+        {Qt::Key_End, Qt::ControlModifier, "", K_END},   {Qt::Key_F24, Qt::NoModifier, "", K_F24},
+        {Qt::Key_Backtab, Qt::ShiftModifier, "", K_BTAB}, {Qt::Key_Return, Qt::NoModifier, "\r", K_ENTER},
+        {Qt::Key_Delete, Qt::NoModifier, "\x7f", K_DEL},  {Qt::Key_A, Qt::NoModifier, "a", 'a'},
         {Qt::Key_Eacute, Qt::NoModifier, QString(QChar(0xE9)), 0xE9},
     };
     for (const Key& k : keys) {
@@ -281,10 +267,6 @@ TEST_F(XvtQt, AttachedScrollBarBelongsToTheProgram) {
     xvt_sbar_set_range(win, VSCROLL, 0, 100);
     xvt_sbar_set_proportion(win, VSCROLL, 10);
     xvt_sbar_set_pos(win, VSCROLL, 40);
-    int lo, hi;
-    xvt_sbar_get_range(win, VSCROLL, &lo, &hi);
-    EXPECT_EQ(lo, 0);
-    EXPECT_EQ(hi, 100);
     EXPECT_EQ(xvt_sbar_get_pos(win, VSCROLL), 40);
     EXPECT_TRUE(OfType(log, E_VSCROLL).empty()) << "setting is not scrolling";
 
@@ -558,8 +540,6 @@ TEST_F(XvtQt, HooksHearOfPressesScrollingAndQtMessages) {
     xvt_app_destroy();
   });
 }
-
-// A dialog shown while the task window handles E_CREATE, before the main
 
 // --- Bad input ----------------------------------------------------------------
 
