@@ -34,6 +34,7 @@
 #include "c-client/mail.h"
 #include "c-client/mail_core.h"
 #include "c-client/mh_names.h"
+#include "bench/bench_rng.h"
 #include "c-client/plain_env.h"
 
 namespace {
@@ -56,16 +57,7 @@ long PeakBytes() {
 
 // --- The folder -------------------------------------------------------------
 
-struct Rng {
-  uint64_t state;
-  uint64_t next() {
-    uint64_t z = (state += 0x9e3779b97f4a7c15ULL);
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
-    return z ^ (z >> 31);
-  }
-  size_t below(size_t n) { return static_cast<size_t>(next() % n); }
-};
+using Rng = BenchRng;
 
 const char* const kWords[] = {"the",    "message", "server", "folder", "meeting", "report", "draft",  "attached",
                               "see",    "below",   "thanks", "update", "quarter", "budget", "plan",   "review",

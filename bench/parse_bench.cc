@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "c-client/mail.h"
+#include "bench/bench_rng.h"
 #include "c-client/plain_env.h"
 #include "c-client/rfc822.h"
 #include "c-client/strsrc.h"
@@ -30,19 +31,7 @@ namespace {
 
 // --- A deterministic corpus ---------------------------------------------
 
-// splitmix64: the same stream on every platform and library, unlike the
-// standard distributions.
-struct Rng {
-  uint64_t state;
-  uint64_t next() {
-    uint64_t z = (state += 0x9e3779b97f4a7c15ULL);
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
-    return z ^ (z >> 31);
-  }
-  size_t below(size_t n) { return static_cast<size_t>(next() % n); }
-  bool chance(int percent) { return below(100) < static_cast<size_t>(percent); }
-};
+using Rng = BenchRng;
 
 const char* const kWords[] = {"the",  "message", "server", "folder", "meeting", "report", "draft", "attached",
                               "see",  "below",   "thanks", "update", "quarter", "budget", "plan",  "review",
