@@ -131,6 +131,15 @@ struct Walk {
 // never be removed.
 bool SameName(const std::string& line, const char* name) { return std::strcmp(line.c_str(), name) == 0; }
 
+// The list that an add or a remove rewrites; a missing file is an empty
+// list. False, with the reason logged, when the file can't be read.
+bool ReadForChange(std::vector<std::string>* names) {
+  bool opened;
+  if (ReadNames(Base() + ".dat", names, &opened)) return true;
+  Log(Format("Failed on read of subscription database: %s", std::strerror(errno)));
+  return false;
+}
+
 }  // namespace
 
 long subscribe_add(const char* name) {
@@ -143,11 +152,7 @@ long subscribe_add(const char* name) {
     return 0;
   }
   std::vector<std::string> names;
-  bool opened;
-  if (!ReadNames(Base() + ".dat", &names, &opened)) {
-    Log(Format("Failed on read of subscription database: %s", std::strerror(errno)));
-    return 0;
-  }
+  if (!ReadForChange(&names)) return 0;
   for (const std::string& n : names)
     if (SameName(n, name)) {
       Log(Format("Already subscribed to mailbox %s", name));
@@ -163,11 +168,7 @@ long subscribe_remove(const char* name) {
     return 0;
   }
   std::vector<std::string> names;
-  bool opened;
-  if (!ReadNames(Base() + ".dat", &names, &opened)) {
-    Log(Format("Failed on read of subscription database: %s", std::strerror(errno)));
-    return 0;
-  }
+  if (!ReadForChange(&names)) return 0;
   std::vector<std::string> kept;
   kept.reserve(names.size());
   for (std::string& n : names)
