@@ -152,22 +152,23 @@ void Canvas::keyPressEvent(QKeyEvent* e) {
   Send(rec, &ev);
 }
 
-void Canvas::focusInEvent(QFocusEvent* e) {
-  QWidget::focusInEvent(e);
-  if (xvt_object* rec = RecordOf(this)) {
+// E_FOCUS to the window that a canvas draws, when it has one.
+static void SendFocus(QWidget* canvas, bool active) {
+  if (xvt_object* rec = RecordOf(canvas)) {
     EVENT ev = MakeEvent(E_FOCUS);
-    ev.v.active = true;
+    ev.v.active = active;
     Send(rec, &ev);
   }
 }
 
+void Canvas::focusInEvent(QFocusEvent* e) {
+  QWidget::focusInEvent(e);
+  SendFocus(this, true);
+}
+
 void Canvas::focusOutEvent(QFocusEvent* e) {
   QWidget::focusOutEvent(e);
-  if (xvt_object* rec = RecordOf(this)) {
-    EVENT ev = MakeEvent(E_FOCUS);
-    ev.v.active = false;
-    Send(rec, &ev);
-  }
+  SendFocus(this, false);
 }
 
 void Canvas::resizeEvent(QResizeEvent* e) {
