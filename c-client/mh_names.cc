@@ -145,6 +145,15 @@ bool NextName(FILE* file, NameLine* entry) {
     if (hash == std::string::npos) continue;
     entry->long_name.assign(line, 0, hash);
     entry->short_name.assign(line, hash + 1);
+    // Names leave here as C strings, so a stray NUL ends a name where the
+    // listing shows it ends, and a listed folder can be opened by that name.
+    entry->long_name.resize(std::strlen(entry->long_name.c_str()));
+    entry->short_name.resize(std::strlen(entry->short_name.c_str()));
+    // A short name is one directory inside the parent. An empty one, "."
+    // or "..", or one with a "/" would lead a folder to the parent or
+    // outside it, where deleting the folder would delete what isn't its own.
+    const std::string& dir = entry->short_name;
+    if (dir.empty() || dir == "." || dir == ".." || dir.find('/') != std::string::npos) continue;
     return true;
   }
   return false;

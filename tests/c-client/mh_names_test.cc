@@ -376,7 +376,9 @@ TEST_F(MhNames, NameFileLinesAndLimits) {
             "no hash here\n" +
             over_long + "\n" +
             "Split#26000000.002#tail\n"
-            "#26000000.003\n"
+            "#26000000.003\n" +
+            std::string("Nul\0junk#26000000.005\n", 22) +  // listed as "Nul", so found as "Nul"
+            "Empty#\nUp#..\nOut#../elsewhere\nHere#.\n" +         // would lead outside the folder
             "Last#26000000.004");  // no line feed at the end
   const struct {
     const char* long_name;
@@ -386,6 +388,11 @@ TEST_F(MhNames, NameFileLinesAndLimits) {
       {"Plain", 1, plain.c_str()},
       {"Split", 1, "26000000.002#tail"},
       {"Last", 1, "26000000.004"},
+      {"Nul", 1, "26000000.005"},
+      {"Empty", 0, "Empty"},
+      {"Up", 0, "Up"},
+      {"Out", 0, "Out"},
+      {"Here", 0, "Here"},
       {"no hash here", 0, "no hash here"},
       {"Hidden", 0, "Hidden"},
       {"plain", 0, "plain"},
@@ -416,7 +423,7 @@ TEST_F(MhNames, NameFileLinesAndLimits) {
   EXPECT_EQ(out, made);
   ASSERT_TRUE(mh_name_delete(root_, "Plain"));
   EXPECT_EQ(Read(root_ + "/mhname.dat"),
-            "Split#26000000.002#tail\n#26000000.003\nLast#26000000.004\nNew#" + made + "\n");
+            "Split#26000000.002#tail\n#26000000.003\nNul#26000000.005\nLast#26000000.004\nNew#" + made + "\n");
   EXPECT_EQ(Mode(root_ + "/mhname.dat"), 0600u);
   ASSERT_TRUE(mh_name_delete(root_, "Nosuch"));
   ASSERT_TRUE(mh_name_delete(root_ + "/nowhere", "Nosuch"));
