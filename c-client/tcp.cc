@@ -16,10 +16,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "c-client/env.h"
@@ -34,7 +39,57 @@ int g_read_timeout = kTcpReadTimeoutSeconds;
 int g_write_timeout = kTcpWriteTimeoutSeconds;
 int g_connect_timeout = kTcpConnectTimeoutSeconds;
 
+TcpResolver g_resolver = ::getaddrinfo;
+
 void Trace(const std::string& text) { mm_dlog(text.c_str()); }
+
+// One name lookup, shared by the caller and the thread that asks the
+// resolver; whichever is left last frees it (and the answer, if the caller
+// gave up waiting for it).
+struct Lookup {
+  std::mutex mutex;
+  std::condition_variable done_cv;
+  bool done = false;
+  bool abandoned = false;
+  int code = EAI_AGAIN;
+  addrinfo* found = nullptr;
+};
+
+// getaddrinfo with a deadline. The system resolver has no time-out of its
+// own that the program controls (a dead name server can hold it for half
+// a minute or more), so it runs on a thread of its own and the caller
+// waits at most the connect time-out; an answer that comes later is freed
+// by that thread. A lookup that runs out of time is EAI_AGAIN.
+int ResolveWithin(const std::string& name, const addrinfo& hints, addrinfo** found, int seconds) {
+  *found = nullptr;
+  auto lookup = std::make_shared<Lookup>();
+  const TcpResolver resolver = g_resolver;
+  try {
+    std::thread([lookup, name, hints, resolver] {
+      addrinfo* answer = nullptr;
+      const int code = resolver(name.c_str(), nullptr, &hints, &answer);
+      std::lock_guard<std::mutex> hold(lookup->mutex);
+      if (lookup->abandoned) {
+        if (code == 0 && answer) freeaddrinfo(answer);
+        return;
+      }
+      lookup->code = code;
+      lookup->found = code == 0 ? answer : nullptr;
+      lookup->done = true;
+      lookup->done_cv.notify_one();
+    }).detach();
+  } catch (const std::system_error&) {
+    // No thread to be had: ask in this one rather than not at all.
+    return resolver(name.c_str(), nullptr, &hints, found);
+  }
+  std::unique_lock<std::mutex> hold(lookup->mutex);
+  if (!lookup->done_cv.wait_for(hold, std::chrono::seconds(seconds), [&] { return lookup->done; })) {
+    lookup->abandoned = true;
+    return EAI_AGAIN;
+  }
+  *found = lookup->found;
+  return lookup->code;
+}
 void Report(const std::string& text, long level) { mm_log(text.c_str(), level); }
 
 void Outcome(int ok) {
@@ -154,7 +209,7 @@ std::string LocalName(int fd, bool ask_resolver) {
     hints.ai_flags = AI_CANONNAME;
     addrinfo* found = nullptr;
     std::string result = name;
-    if (getaddrinfo(name, nullptr, &hints, &found) == 0) {
+    if (ResolveWithin(name, hints, &found, g_connect_timeout) == 0) {
       if (found && found->ai_canonname && found->ai_canonname[0]) result = found->ai_canonname;
       freeaddrinfo(found);
     }
@@ -263,6 +318,8 @@ void tcp_ignore_sigpipe() {
 
 void tcp_set_hooks(const TcpHooks* hooks) { g_hooks = hooks ? *hooks : TcpHooks{nullptr, nullptr}; }
 
+void tcp_set_resolver_for_test(TcpResolver resolver) { g_resolver = resolver ? resolver : ::getaddrinfo; }
+
 void tcp_set_timeouts_for_test(int read_seconds, int write_seconds, int connect_seconds) {
   g_read_timeout = read_seconds > 0 ? read_seconds : kTcpReadTimeoutSeconds;
   g_write_timeout = write_seconds > 0 ? write_seconds : kTcpWriteTimeoutSeconds;
@@ -323,7 +380,7 @@ TcpStream* tcp_open(const char* host, const char* service, unsigned long port) {
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_CANONNAME;
     addrinfo* found = nullptr;
-    int code = getaddrinfo(name.c_str(), nullptr, &hints, &found);
+    int code = ResolveWithin(name, hints, &found, g_connect_timeout);
     if (code != 0) return Fail(ResolveError(code, name));
     shown_host = found && found->ai_canonname && found->ai_canonname[0] ? found->ai_canonname : name;
     for (addrinfo* a = found; a; a = a->ai_next) {

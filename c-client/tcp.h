@@ -65,3 +65,9 @@ TcpStream* tcp_attach_fd(int fd, const char* host);
 // For tests: the read, write and connect time-outs in seconds; 0 or less
 // restores the standard value. The short write time-out stays as it is.
 void tcp_set_timeouts_for_test(int read_seconds, int write_seconds, int connect_seconds);
+// For tests: the name lookup (getaddrinfo's shape); null restores it. A
+// lookup waits at most the connect time-out.
+struct addrinfo;
+using TcpResolver = int (*)(const char* node, const char* service, const struct addrinfo* hints,
+                            struct addrinfo** result);
+void tcp_set_resolver_for_test(TcpResolver resolver);

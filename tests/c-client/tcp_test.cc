@@ -1,6 +1,7 @@
 // The plain transport against a server thread on loopback: the host forms,
 // the failures users see, lines and counted blocks however the bytes are
 // split, a peer that closes or stays silent, and the write rules.
+#include <netdb.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -146,6 +147,23 @@ TEST_F(Transport, ConnectGivesUpAfterTheTimeout) {
       << AllTold();
   EXPECT_EQ(HookLog::outcomes, std::vector<int>{0});
   for (int fd : fillers) ::close(fd);
+}
+
+// A name server that doesn't answer holds the lookup no longer than a
+// connect may take; the answer that comes later is dropped.
+int SlowResolver(const char* node, const char* service, const addrinfo* hints, addrinfo** result) {
+  Pause(3000);
+  return ::getaddrinfo(node, service, hints, result);
+}
+
+TEST_F(Transport, ALookupGivesUpAfterTheTimeout) {
+  tcp_set_timeouts_for_test(10, 10, 1);
+  tcp_set_resolver_for_test(SlowResolver);
+  auto start = Clock::now();
+  EXPECT_EQ(tcp_open("localhost", "imap", 143), nullptr);
+  EXPECT_LT(SecondsSince(start), 2.5);
+  EXPECT_TRUE(Told("log", "Failed to resolve hostname 'localhost' - failed to contact name server", 2)) << AllTold();
+  EXPECT_EQ(HookLog::outcomes, std::vector<int>{0});
 }
 
 // Opens a stream to a server that sends the pieces with pauses between

@@ -208,6 +208,7 @@ class TcpFixture : public ::testing::Test {
   void TearDown() override {
     tcp_set_hooks(nullptr);
     tcp_set_timeouts_for_test(0, 0, 0);
+    tcp_set_resolver_for_test(nullptr);
     EXPECT_EQ(connections, baseline_) << "a socket was not given back";
   }
   long baseline_ = 0;
