@@ -41,7 +41,16 @@ class MhRecovery : public MhTest {
     Close(s);
     files_ = Messages(dir_);
     mail_env_clear();
+    fs::copy(dir_, Pristine());
   }
+
+  // Puts back the folder as MakeFolder left it, for the next case.
+  void Restore() {
+    fs::remove_all(dir_);
+    fs::copy(Pristine(), dir_);
+    mh_forget_paths();
+  }
+  std::string Pristine() const { return home_ + "/pristine"; }
 
   // Every message is there once, with its structure, and its flags unless
   // they were lost.
@@ -113,12 +122,8 @@ TEST_F(MhRecovery, DamagedCacheFilesAreRebuiltWithEveryMessageAndFlag) {
        [](const std::string& d) { WriteFile(d + "/mh_updat.dat", std::string(30, '\x01')); }, true, true},
   };
   MakeFolder();
-  const std::string pristine = home_ + "/pristine";
-  fs::copy(dir_, pristine);
   for (const Case& c : cases) {
-    fs::remove_all(dir_);
-    fs::copy(pristine, dir_);
-    mh_forget_paths();
+    Restore();
     c.damage(dir_);
     mail_env_clear();
     MailStream* s = Open("Box");
@@ -241,12 +246,8 @@ TEST_F(MhRecovery, DyingAtAnyStepLeavesAFolderThatOpensWhole) {
       {"update-appended", false, false},  {"update-committed", false, false},
   };
   MakeFolder();
-  const std::string pristine = home_ + "/pristine";
-  fs::copy(dir_, pristine);
   for (const Case& c : cases) {
-    fs::remove_all(dir_);
-    fs::copy(pristine, dir_);
-    mh_forget_paths();
+    Restore();
     MailStream* s = Open("Box");
     ASSERT_NE(s, nullptr);
     if (c.to_expunge) {
