@@ -21,6 +21,7 @@ build: configure
 test: test-main test-asan
 
 test-main: build
+	scripts/check-layers
 	cd $(BUILD) && ctest --output-on-failure -j2 --timeout 300
 
 test-asan: deps

@@ -21,11 +21,11 @@
 #include <string>
 #include <vector>
 
-#include "c-client/mail.h"
+#include "c-client/core/mail.h"
 #include "bench/bench_rng.h"
-#include "c-client/plain_env.h"
-#include "c-client/rfc822.h"
-#include "c-client/strsrc.h"
+#include "c-client/core/plain_env.h"
+#include "c-client/rfc822/rfc822.h"
+#include "c-client/rfc822/strsrc.h"
 
 namespace {
 

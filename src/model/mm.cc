@@ -2,12 +2,12 @@
 // layer; until then every service slot is empty.
 #include "src/model/mm.h"
 
-#include "c-client/mail.h"
-#include "c-client/local_paths.h"
-#include "c-client/tcp.h"
-#include "src/frame/filenames.h"
-#include "src/frame/trace.h"
-#include "src/model/model_events.h"
+#include "c-client/core/mail.h"
+#include "c-client/mh/local_paths.h"
+#include "c-client/net/tcp.h"
+#include "src/base/filenames.h"
+#include "src/base/trace.h"
+#include "src/base/model_events.h"
 #include "src/options/options.h"
 #include "xvt/xvt.h"
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "c-client/env.h"
+#include "c-client/core/env.h"
 
 constexpr int kMaxServices = 20;
 constexpr int kMaxFolders = 50;

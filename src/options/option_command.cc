@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "src/frame/trace.h"
+#include "src/base/trace.h"
 #include "src/options/option_internal.h"
 #include "src/options/options.h"
 

@@ -11,12 +11,11 @@
 #include <ctime>
 #include <string>
 
-#include "c-client/auth.h"
-#include "src/frame/base64.h"
-#include "src/frame/cenv.h"
-#include "src/frame/filenames.h"
-#include "src/frame/trace.h"
-#include "src/frame/workspace.h"
+#include "c-client/auth/auth.h"
+#include "src/base/base64.h"
+#include "src/base/cenv.h"
+#include "src/base/filenames.h"
+#include "src/base/trace.h"
 #include "src/options/option_internal.h"
 #include "src/options/options.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "c-client/charvalue.h"
+#include "c-client/core/charvalue.h"
 #include "src/options/option_internal.h"
 #include "src/options/options.h"
 

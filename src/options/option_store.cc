@@ -12,13 +12,13 @@
 
 #include "rclib/dshash.h"
 #include "rclib/rc.h"
-#include "src/frame/cenv.h"
-#include "src/frame/filenames.h"
-#include "src/frame/trace.h"
-#include "src/frame/workspace.h"
-#include "src/model/model_events.h"
+#include "src/base/cenv.h"
+#include "src/base/filenames.h"
+#include "src/base/trace.h"
+#include "src/options/session.h"
+#include "src/base/model_events.h"
 #include "src/options/options.h"
-#include "src/script/tcl_interp.h"
+#include "src/base/tcl_interp.h"
 
 namespace {
 
@@ -95,8 +95,12 @@ void HandleEvent(ModelEvent*, void*) {
 }
 
 void PostChanged(const char* name) {
+  std::string value(kOptMaxValue + 1, '\0');
+  if (!Opt_LookupString(name, value.data(), kOptMaxValue, kOptSession)) value.clear();
+  value.resize(std::strlen(value.c_str()));
   ModelEvent* ev = MM_NotEventNew(E_OPTION_CHANGED);
   ev->option = name;
+  ev->option_value = value.c_str();
   MM_NotEventPost(ev);
   MM_NotEventFree(ev);
 }

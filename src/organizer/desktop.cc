@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "src/frame/trace.h"
-#include "src/model/model_events.h"
+#include "src/base/trace.h"
+#include "src/base/model_events.h"
 #include "src/options/options.h"
 
 namespace {

@@ -1,6 +1,6 @@
-#include "src/frame/trace.h"
-#include "src/frame/workspace.h"
-#include "src/model/model_events.h"
+#include "src/base/trace.h"
+#include "src/base/critical.h"
+#include "src/base/model_events.h"
 #include "src/options/options.h"
 #include "src/organizer/organizer.h"
 

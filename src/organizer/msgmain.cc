@@ -3,10 +3,12 @@
 // the window shows where the tree will be.
 #include <cstdio>
 
-#include "src/frame/cenv.h"
-#include "src/frame/trace.h"
-#include "src/frame/workspace.h"
-#include "src/model/model_events.h"
+#include "src/base/cenv.h"
+#include "src/base/trace.h"
+#include "src/base/commands.h"
+#include "src/base/window_list.h"
+#include "src/options/session.h"
+#include "src/base/model_events.h"
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
 #include "src/organizer/organizer.h"
@@ -102,17 +104,6 @@ long about_eh(WINDOW win, EVENT* ev) {
   return 0;
 }
 
-void LoadOptionsCommand() {
-  Opt_AssignInt("Options.Loading", 1, kOptSession, 0);
-  if (CENV_GetSessionManagement() && CENV_GetConfigName(0) && CENV_GetConfigName(1)) {
-    SessionManagerDialog();
-    return;
-  }
-  // Without named configurations the options come from one place.
-  char file[401] = "";
-  Opt_LookupString("Options.LocalFile", file, sizeof file - 1, kOptSession);
-  xvt_dm_post_note("Options are read from %s.\nStart Velmar with -f FILE to use another file.", file);
-}
 
 }  // namespace
 
@@ -142,15 +133,18 @@ WINDOW MSG_TopWindow() { return Top().win; }
 
 void MSG_DoCommonCommand(WINDOW, int command) {
   switch (command) {
-    case M_FILE_QUIT: Shutdown_Prompt(); break;
+    case M_FILE_QUIT:
     case M_GO_ONLINE_OFFLINE:
-      if (IsOffline())
-        GoOnline();
-      else
-        GoOffline();
+    case M_OPTIONS_LOAD: {
+      // The program's life belongs to the task window: it shuts down and
+      // goes online or offline.
+      EVENT ev{};
+      ev.type = E_COMMAND;
+      ev.v.cmd.tag = command;
+      if (TASK_WIN) xvt_win_dispatch_event(TASK_WIN, &ev);
       break;
+    }
     case M_SEND_QUEUE_NOW: SUBMIT_FlushOutbox(); break;
-    case M_OPTIONS_LOAD: LoadOptionsCommand(); break;
     case M_OPTIONS_SAVE: Opt_Save(); break;
     case M_HELP_CONTENTS: xvt_help_display(nullptr); break;
     case M_HELP_ABOUT:

@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "src/frame/trace.h"
-#include "src/frame/workspace.h"
+#include "src/base/trace.h"
+#include "src/base/commands.h"
 #include "src/options/options.h"
-#include "src/script/keyed_list.h"
-#include "src/script/tcl_interp.h"
+#include "src/base/keyed_list.h"
+#include "src/base/tcl_interp.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // keeps its state.
 #include "src/send/submit.h"
 
-#include "src/frame/trace.h"
+#include "src/base/trace.h"
 
 namespace {
 bool g_server = false;

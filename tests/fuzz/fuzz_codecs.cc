@@ -5,9 +5,9 @@
 #include <cstring>
 #include <string>
 
-#include "c-client/env.h"
-#include "c-client/plain_env.h"
-#include "c-client/rfc822_write.h"
+#include "c-client/core/env.h"
+#include "c-client/core/plain_env.h"
+#include "c-client/rfc822/rfc822_write.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "src/script/keyed_list.h"
+#include "src/base/keyed_list.h"
 
 namespace {
 

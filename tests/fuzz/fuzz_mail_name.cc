@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "c-client/mail.h"
-#include "c-client/plain_env.h"
+#include "c-client/core/mail.h"
+#include "c-client/core/plain_env.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "c-client/mail.h"
-#include "c-client/plain_env.h"
+#include "c-client/core/mail.h"
+#include "c-client/core/plain_env.h"
 
 namespace {
 

@@ -20,11 +20,11 @@
 #include <string>
 #include <vector>
 
-#include "c-client/local_paths.h"
-#include "c-client/mail.h"
-#include "c-client/mail_core.h"
-#include "c-client/mh_names.h"
-#include "c-client/plain_env.h"
+#include "c-client/mh/local_paths.h"
+#include "c-client/core/mail.h"
+#include "c-client/core/mail_core.h"
+#include "c-client/mh/mh_names.h"
+#include "c-client/core/plain_env.h"
 
 namespace {
 

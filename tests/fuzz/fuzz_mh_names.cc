@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "c-client/mh_names.h"
-#include "c-client/plain_env.h"
+#include "c-client/mh/mh_names.h"
+#include "c-client/core/plain_env.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "c-client/mh_format.h"
-#include "c-client/plain_env.h"
+#include "c-client/mh/mh_format.h"
+#include "c-client/core/plain_env.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-#include "c-client/mail.h"
-#include "c-client/mime_display.h"
-#include "c-client/plain_env.h"
+#include "c-client/core/mail.h"
+#include "c-client/rfc822/mime_display.h"
+#include "c-client/core/plain_env.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <string>
 
-#include "src/frame/cenv.h"
-#include "src/frame/filenames.h"
+#include "src/base/cenv.h"
+#include "src/base/filenames.h"
 #include "src/options/options.h"
 #include "xvt/xvt_test.h"
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "c-client/plain_env.h"
-#include "c-client/rfc822.h"
-#include "c-client/rfc822_write.h"
+#include "c-client/core/plain_env.h"
+#include "c-client/rfc822/rfc822.h"
+#include "c-client/rfc822/rfc822_write.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include <cstring>
 #include <string>
 
-#include "c-client/local_paths.h"
-#include "c-client/plain_env.h"
-#include "c-client/subscribe.h"
+#include "c-client/mh/local_paths.h"
+#include "c-client/core/plain_env.h"
+#include "c-client/mh/subscribe.h"
 
 namespace {
 

@@ -16,9 +16,9 @@
 #include <thread>
 #include <vector>
 
-#include "c-client/env.h"
-#include "c-client/plain_env.h"
-#include "c-client/tcp.h"
+#include "c-client/core/env.h"
+#include "c-client/core/plain_env.h"
+#include "c-client/net/tcp.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <string>
 
-#include "src/frame/cenv.h"
-#include "src/frame/filenames.h"
+#include "src/base/cenv.h"
+#include "src/base/filenames.h"
 
 namespace {
 

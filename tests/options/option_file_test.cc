@@ -6,11 +6,11 @@
 #include <random>
 #include <string>
 
-#include "src/frame/cenv.h"
-#include "src/frame/filenames.h"
-#include "src/frame/workspace.h"
+#include "src/base/cenv.h"
+#include "src/base/filenames.h"
+#include "src/app/workspace.h"
 #include "src/options/options.h"
-#include "tests/frame/frame_fixture.h"
+#include "tests/support/frame_fixture.h"
 
 namespace {
 

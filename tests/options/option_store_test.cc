@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "src/frame/cenv.h"
-#include "src/frame/filenames.h"
+#include "src/base/cenv.h"
+#include "src/base/filenames.h"
 #include "src/options/options.h"
-#include "tests/frame/frame_fixture.h"
+#include "tests/support/frame_fixture.h"
 
 namespace {
 

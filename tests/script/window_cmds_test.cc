@@ -7,11 +7,11 @@
 #include <functional>
 #include <string>
 
-#include "src/frame/trace.h"
+#include "src/base/trace.h"
 #include "src/options/options.h"
-#include "src/script/keyed_list.h"
-#include "src/script/tcl_interp.h"
-#include "tests/frame/frame_fixture.h"
+#include "src/base/keyed_list.h"
+#include "src/base/tcl_interp.h"
+#include "tests/support/frame_fixture.h"
 
 namespace {
 

@@ -1,0 +1,170 @@
+// Where local folders live, mailbox names as paths, this machine's name,
+// the listing pattern match, and installing a rewritten file.
+#include "c-client/mh/local_paths.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+std::string& Home() {
+  static std::string home;
+  return home;
+}
+
+// Path names of the user's directory may end in "/"; joins add their own.
+std::string WithoutTrailingSlashes(std::string s) {
+  while (s.size() > 1 && s.back() == '/') s.pop_back();
+  return s;
+}
+
+// The name "INBOX" is the same in any case; everything else is compared
+// as it is written.
+bool IsInbox(const char* s) {
+  static const char kInbox[] = "INBOX";
+  for (int i = 0; i < 5; ++i) {
+    char c = s[i];
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    if (c != kInbox[i]) return false;
+  }
+  return s[5] == '\0';
+}
+
+// Makes the rename that just happened in dir survive a crash.
+void SyncDirectory(const std::string& file) {
+  std::string::size_type slash = file.rfind('/');
+  std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+  int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return;
+  ::fsync(fd);
+  ::close(fd);
+}
+
+}  // namespace
+
+void local_set_home(const char* dir) { Home() = WithoutTrailingSlashes(dir ? dir : ""); }
+
+// Until the program says otherwise the user's directory is the one it
+// runs in: the frame changes to it at start.
+const std::string& local_home() {
+  std::string& home = Home();
+  if (home.empty()) {
+    char buffer[PATH_MAX];
+    home = ::getcwd(buffer, sizeof buffer) ? buffer : ".";
+  }
+  return home;
+}
+
+// "\" is the folder delimiter, never a path separator: a name that
+// begins with it names a top-level folder, as it does in the folder tree,
+// so only "/" makes a name absolute.
+std::string mailbox_path(const char* name) {
+  if (!name) name = "";
+  std::string path;
+  if (name[0] == '/') {
+    path = name;
+  } else {
+    if (name[0] == '~') ++name;
+    while (*name == '/' || *name == '\\') ++name;
+    path = local_home();
+    if (path != "/") path += '/';
+    path += "folders";
+    if (*name) path += '/';
+    path += name;
+  }
+  for (char& c : path)
+    if (c == '\\') c = '/';
+  return WithoutTrailingSlashes(std::move(path));
+}
+
+// The resolver is not asked for a canonical name: with a slow or absent
+// name server it can stall the program for minutes, and the name only
+// qualifies local addresses.
+const char* local_host_name() {
+  static const std::string name = [] {
+    char buffer[256] = {};
+    if (::gethostname(buffer, sizeof buffer - 1) != 0 || !buffer[0]) return std::string("localhost");
+    return std::string(buffer);
+  }();
+  return name.c_str();
+}
+
+// A simulation of all the ways the pattern can have matched so far, one
+// flag per pattern position: time is name length times pattern length
+// whatever the pattern, where backtracking over "*" and "%" can take
+// exponential time on a hostile pattern.
+bool local_pattern_match(const char* name, const char* pattern, char delimiter) {
+  if (!name || !pattern) return false;
+  if (IsInbox(name)) name = "INBOX";
+  if (IsInbox(pattern)) pattern = "INBOX";
+  const size_t m = std::strlen(pattern);
+  std::vector<char> at(m + 1, 0), next(m + 1, 0);
+  // A wildcard may match nothing: being before it is being after it.
+  auto close = [&](std::vector<char>& s) {
+    for (size_t i = 0; i < m; ++i)
+      if (s[i] && (pattern[i] == '*' || pattern[i] == '%')) s[i + 1] = 1;
+  };
+  at[0] = 1;
+  close(at);
+  for (const char* n = name; *n; ++n) {
+    std::fill(next.begin(), next.end(), 0);
+    bool any = false;
+    for (size_t i = 0; i < m; ++i) {
+      if (!at[i]) continue;
+      const char p = pattern[i];
+      if (p == '*' || (p == '%' && *n != delimiter)) {
+        next[i] = 1;
+        any = true;
+      } else if (p != '%' && p == *n) {
+        next[i + 1] = 1;
+        any = true;
+      }
+    }
+    if (!any) return false;
+    close(next);
+    at.swap(next);
+  }
+  return at[m] != 0;
+}
+
+// base.dat never goes missing here: base.bak becomes a second name of the
+// old file, and the rename of base.new replaces base.dat in one step.
+// Where the file system has no links, base.dat is renamed to base.bak
+// first; if the new file can't then take its place, the old one goes back.
+int file_install(const std::string& base) {
+  const std::string dat = base + ".dat", bak = base + ".bak", fresh = base + ".new";
+  ::unlink(bak.c_str());
+  bool moved = false;
+  if (::link(dat.c_str(), bak.c_str()) != 0 && errno != ENOENT) moved = ::rename(dat.c_str(), bak.c_str()) == 0;
+  if (::rename(fresh.c_str(), dat.c_str()) != 0) {
+    const int error = errno;
+    if (moved) ::rename(bak.c_str(), dat.c_str());
+    errno = error;
+    return 0;
+  }
+  SyncDirectory(dat);
+  return 1;
+}
+
+bool local_write_all(int fd, const std::string& text) {
+  const char* p = text.data();
+  size_t left = text.size();
+  while (left) {
+    const ssize_t n = ::write(fd, p, left);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = EIO;
+      return false;
+    }
+    p += n;
+    left -= static_cast<size_t>(n);
+  }
+  return true;
+}

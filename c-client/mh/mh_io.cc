@@ -1,0 +1,191 @@
+// File access of the mh driver: exact reads and writes, the sequential
+// writer, index headers and records, and the test hooks that make writes
+// fail or stop the driver dead between two steps.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "c-client/mh/mh_internal.h"
+
+namespace {
+
+long g_writes_left = -1;  // -1: writes never fail
+std::string g_crash_step;
+
+// A write the test hook refuses, as a full disk would.
+bool Refused() {
+  if (g_writes_left < 0) return false;
+  if (g_writes_left == 0) {
+    errno = ENOSPC;
+    return true;
+  }
+  --g_writes_left;
+  return false;
+}
+
+}  // namespace
+
+void mh_set_write_failure_for_test(long writes) { g_writes_left = writes < 0 ? -1 : writes; }
+void mh_set_crash_point_for_test(const char* step) { g_crash_step = step ? step : ""; }
+bool mh_crash_here(const char* step) { return !g_crash_step.empty() && g_crash_step == step; }
+
+const char* mh_error() { return std::strerror(errno); }
+
+bool mh_write(int fd, const void* data, size_t size) {
+  if (Refused()) return false;
+  const char* p = static_cast<const char*>(data);
+  while (size) {
+    ssize_t n = ::write(fd, p, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = ENOSPC;
+      return false;
+    }
+    p += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+bool mh_pwrite(int fd, const void* data, size_t size, off_t at) {
+  if (Refused()) return false;
+  const char* p = static_cast<const char*>(data);
+  while (size) {
+    ssize_t n = ::pwrite(fd, p, size, at);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = ENOSPC;
+      return false;
+    }
+    p += n;
+    at += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+ssize_t mh_pread_some(int fd, void* data, size_t size, off_t at) {
+  char* p = static_cast<char*>(data);
+  size_t got = 0;
+  while (got < size) {
+    ssize_t n = ::pread(fd, p + got, size - got, at + static_cast<off_t>(got));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return -1;
+    if (n == 0) break;
+    got += static_cast<size_t>(n);
+  }
+  return static_cast<ssize_t>(got);
+}
+
+bool mh_pread(int fd, void* data, size_t size, off_t at) {
+  ssize_t n = mh_pread_some(fd, data, size, at);
+  if (n < 0) return false;
+  if (static_cast<size_t>(n) != size) {
+    errno = EIO;
+    return false;
+  }
+  return true;
+}
+
+bool mh_fsync(int fd) {
+  while (::fsync(fd) != 0) {
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
+
+void mh_close_fd(int* fd) {
+  if (*fd >= 0) ::close(*fd);
+  *fd = -1;
+}
+
+MhNewFiles::~MhNewFiles() {
+  mh_close_fd(&index.fd);
+  mh_close_fd(&cache.fd);
+  if (!keep) {
+    ::unlink(index_path.c_str());
+    ::unlink(cache_path.c_str());
+  }
+}
+
+bool mh_writer_flush(MhWriter* w) {
+  if (w->failed) return false;
+  if (!w->buffer.empty() && !mh_write(w->fd, w->buffer.data(), w->buffer.size())) {
+    w->failed = true;
+    return false;
+  }
+  w->buffer.clear();
+  return true;
+}
+
+bool mh_writer_put(MhWriter* w, const void* data, size_t size) {
+  if (w->failed) return false;
+  w->written += size;
+  if (w->buffer.capacity() < kMhIoChunk) w->buffer.reserve(kMhIoChunk);
+  if (w->buffer.size() + size > kMhIoChunk) {
+    if (!mh_writer_flush(w)) return false;
+    if (size >= kMhIoChunk) {
+      if (!mh_write(w->fd, data, size)) w->failed = true;
+      return !w->failed;
+    }
+  }
+  const uint8_t* p = static_cast<const uint8_t*>(data);
+  w->buffer.insert(w->buffer.end(), p, p + size);
+  return true;
+}
+
+// --- The folder's files -----------------------------------------------------
+
+MhLocal* mh_local(MailStream* stream) { return stream ? static_cast<MhLocal*>(stream->local) : nullptr; }
+
+std::string mh_file(const char* dir, const char* name) { return std::string(dir) + "/" + name; }
+
+std::string mh_message_path(const char* dir, uint32_t number) {
+  return std::string(dir) + "/" + std::to_string(number);
+}
+
+bool mh_read_header(int fd, MhIndexHeader* header) {
+  uint8_t bytes[kMhHeaderSize];
+  return fd >= 0 && mh_pread(fd, bytes, sizeof bytes, 0) && mh_decode_header(bytes, sizeof bytes, header);
+}
+
+bool mh_write_header(int fd, const MhIndexHeader& header) {
+  uint8_t bytes[kMhHeaderSize];
+  mh_encode_header(header, bytes);
+  return fd >= 0 && mh_pwrite(fd, bytes, sizeof bytes, 0);
+}
+
+bool mh_read_record(int fd, unsigned long msgno, MhIndexRecord* record) {
+  uint8_t bytes[kMhRecordSize];
+  if (fd < 0 || msgno < 1 || !mh_pread(fd, bytes, sizeof bytes, mh_record_offset(msgno))) return false;
+  mh_decode_record(bytes, record);
+  return true;
+}
+
+bool mh_write_record(int fd, unsigned long msgno, const MhIndexRecord& record) {
+  uint8_t bytes[kMhRecordSize];
+  mh_encode_record(record, bytes);
+  return fd >= 0 && msgno >= 1 && mh_pwrite(fd, bytes, sizeof bytes, mh_record_offset(msgno));
+}
+
+bool mh_record_sane(const MhIndexRecord& r, uint64_t cache_size) {
+  if (r.number == 0 || r.header_size > r.size) return false;
+  if (r.cache_offset == 0) return true;
+  const uint64_t end = uint64_t{r.cache_offset} + 4 + r.envelope_size + r.body_size;
+  return r.cache_offset >= kMhCacheLead && end <= cache_size && r.envelope_size + uint64_t{r.body_size} <= kMhMaxStructure;
+}
+
+bool mh_message_number(const char* name, uint32_t* number) {
+  if (name[0] < '1' || name[0] > '9') return false;
+  uint64_t n = 0;
+  for (const char* p = name; *p; ++p) {
+    if (*p < '0' || *p > '9') return false;
+    n = n * 10 + static_cast<uint64_t>(*p - '0');
+    if (n > UINT32_MAX) return false;
+  }
+  *number = static_cast<uint32_t>(n);
+  return true;
+}

@@ -1,0 +1,19 @@
+// Turning stored header text into what a reader sees: RFC 2047 encoded
+// words and raw 8-bit bytes to UTF-8, and RFC 2231 parameters (split and
+// charset-tagged file names) reassembled. Stored envelopes stay raw; these
+// run at display time.
+#pragma once
+
+#include <string>
+
+#include "c-client/core/mail.h"
+
+// Header text for display, in UTF-8: encoded words decoded, raw bytes
+// taken as UTF-8 when they are valid UTF-8, else as Windows-1252.
+std::string mime_display_text(const char* raw);
+// A parameter's value from a part's list, with RFC 2231 continuations
+// (NAME*0, NAME*1*...) and charsets decoded; empty when absent.
+std::string mime_parameter(const BodyParameter* list, const char* attribute);
+// The file name a part suggests (FILENAME of a disposition if kept, else
+// NAME), made safe for a file system: no "/" or control characters.
+std::string mime_file_name(const BodyPart* part);

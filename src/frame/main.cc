@@ -1,3 +1,0 @@
-#include "src/frame/workspace.h"
-
-int main(int argc, char** argv) { return velmar_main(argc, argv); }

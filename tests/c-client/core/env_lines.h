@@ -1,0 +1,33 @@
+// Shared by the mail layer's tests: what the environment's callbacks were
+// told since the last mail_env_clear.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "c-client/core/plain_env.h"
+
+// What one callback was told, in order: each text (its number where it has
+// none), as "text @level" when asked.
+inline std::vector<std::string> EnvLines(const std::string& callback, bool with_level = false) {
+  std::vector<std::string> out;
+  for (const MailEnvLine& l : mail_env_lines())
+    if (l.callback == callback)
+      out.push_back((l.text.empty() ? std::to_string(l.number) : l.text) +
+                    (with_level ? " @" + std::to_string(l.level) : ""));
+  return out;
+}
+
+// The "log" texts of one level, each ended by a line feed.
+inline std::string EnvLogs(long level) {
+  std::string out;
+  for (const MailEnvLine& l : mail_env_lines())
+    if (l.callback == "log" && l.level == level) out += l.text + "\n";
+  return out;
+}
+
+inline bool EnvSaid(const std::string& callback, const std::string& text) {
+  for (const MailEnvLine& l : mail_env_lines())
+    if (l.callback == callback && l.text == text) return true;
+  return false;
+}

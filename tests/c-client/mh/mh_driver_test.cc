@@ -1,0 +1,438 @@
+// The mh driver through the mail core: its table, opening, appending and
+// the update queue, flags written through to the index, the status file,
+// close, fetches, expunge, copy and move.
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <set>
+
+#include "tests/c-client/mh/mh_test_util.h"
+
+namespace mh_test {
+namespace {
+
+class MhDriver : public MhTest {};
+
+TEST_F(MhDriver, TheDriverTakesItsOwnNamesOnly) {
+  EXPECT_EQ(mhdriver.open(nullptr), mhdriver.prototype);
+  ASSERT_NE(mhdriver.prototype, nullptr);
+  EXPECT_EQ(mhdriver.prototype->driver, &mhdriver);
+  Create("Box");
+  EXPECT_EQ(mail_valid(nullptr, "Box", nullptr), &mhdriver);
+  EXPECT_EQ(mail_valid(nullptr, "#MH/Box", nullptr), &mhdriver);
+  for (const char* other : {"#dawz/Box", "{host}Box", "Missing"})
+    EXPECT_EQ(mail_valid(nullptr, other, nullptr), nullptr) << other;
+
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr) << Logs();
+  EXPECT_EQ(s->nmsgs, 0u);
+}
+
+TEST_F(MhDriver, AppendsWaitInTheQueueUntilTheNextPing) {
+  const std::string dir = Create("Box");
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  mail_env_clear();
+  ASSERT_EQ(Append("Box", MakeMessage(0, true).text, "(\\Seen \\Flagged)"), 1) << Logs();
+  ASSERT_EQ(Append("Box", MakeMessage(1, false).text), 1) << Logs();
+  ASSERT_EQ(Append("Box", MakeMessage(2, true).text, "\\Draft"), 1) << Logs();
+  // Appending touches neither the index nor the open stream.
+  EXPECT_EQ(s->nmsgs, 0u);
+  EXPECT_EQ(Header(dir).nmsgs, 0u);
+  EXPECT_EQ(Records(dir, "mh_updat.dat").size(), 3u);
+  EXPECT_EQ(Messages(dir).size(), 3u);
+
+  EXPECT_EQ(mail_ping(s), 1);
+  EXPECT_EQ(s->nmsgs, 3u);
+  EXPECT_EQ(s->recent, 3u);
+  EXPECT_TRUE(Said("exists", "")) << Logs();
+  EXPECT_EQ(Flags(s, 1), "S-F--");
+  EXPECT_EQ(Flags(s, 2), "-----");
+  EXPECT_EQ(Flags(s, 3), "----d");
+  EXPECT_EQ(Header(dir).nmsgs, 3u);
+  EXPECT_NE(::access((dir + "/mh_updat.dat").c_str(), F_OK), 0) << "the queue is gone once applied";
+  // Every queued message got its structure record on the way in.
+  for (const MhIndexRecord& r : Records(dir)) EXPECT_NE(r.cache_offset, 0u) << r.number;
+  for (unsigned long i = 1; i <= 3; ++i) {
+    MessageElt* e = mail_elt(s, i);
+    EXPECT_EQ(e->file_number, i);
+    EXPECT_EQ(e->rfc822_size, MakeMessage(static_cast<int>(i - 1), i != 2).text.size());
+  }
+  mail_check(s);
+  EXPECT_EQ(s->nmsgs, 3u);
+}
+
+TEST_F(MhDriver, AppendRefusalsLeaveNothingBehind) {
+  const std::string dir = Create("Box");
+  struct Case {
+    const char* mailbox;
+    const char* date;
+    std::string text;
+    const char* callback;
+    std::string said;
+  } cases[] = {
+      {"Missing", nullptr, "Subject: x\n\nbody\n", "notify", "[TRYCREATE] Must create mailbox before append"},
+      {"{host}Box", nullptr, "Subject: x\n\nbody\n", "log", "Invalid MH-format mailbox name: {host}Box"},
+      {"#dawz/Box", nullptr, "Subject: x\n\nbody\n", "log", "Invalid MH-format mailbox name: #dawz/Box"},
+      {"Box", "the day after tomorrow", "Subject: x\n\nbody\n", "log", "Bad date in append"},
+      {"Box", nullptr, "", "log", "Failed on write to message file " + dir + "/1 - no message header"},
+  };
+  for (const Case& c : cases) {
+    mail_env_clear();
+    StringSource source;
+    string_init(&source, &mail_string, const_cast<char*>(c.text.data()), c.text.size());
+    EXPECT_EQ(mhdriver.append(nullptr, c.mailbox, nullptr, c.date, &source), 0) << c.said;
+    EXPECT_TRUE(Said(c.callback, c.said)) << Logs();
+  }
+  EXPECT_TRUE(Messages(dir).empty());
+  EXPECT_NE(::access((dir + "/mh_updat.dat").c_str(), F_OK), 0);
+  // The core's question whether the default format takes anything at all.
+  EXPECT_EQ(mhdriver.append(mhdriver.prototype, nullptr, nullptr, nullptr, nullptr), 0);
+}
+
+TEST_F(MhDriver, AppendDateIsCheckedThenTheFileTimeIsTheInternalDate) {
+  Create("Box");
+  ASSERT_EQ(Append("Box", MakeMessage(0, false).text, nullptr, "1-Jan-2000 10:00:00 +0000"), 1) << Logs();
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(s->nmsgs, 1u);
+  std::time_t now = std::time(nullptr);
+  std::tm utc;
+  ::gmtime_r(&now, &utc);
+  EXPECT_EQ(mail_elt(s, 1)->year + 1969u, static_cast<unsigned>(utc.tm_year + 1900));
+}
+
+TEST_F(MhDriver, NewNumbersNeverOverwriteAnotherWritersFile) {
+  const std::string dir = Create("Box");
+  WriteFile(dir + "/7", "Subject: by another tool\n\nseven\n");
+  ASSERT_EQ(Append("Box", "Subject: a\n\nA\n"), 1);
+  EXPECT_EQ(ReadFile(dir + "/8"), "Subject: a\n\nA\n") << "the scan finds the highest number";
+  // Another writer takes the next number behind our memory's back.
+  WriteFile(dir + "/9", "Subject: theirs\n\nnine\n");
+  ASSERT_EQ(Append("Box", "Subject: b\n\nB\n"), 1);
+  EXPECT_EQ(ReadFile(dir + "/9"), "Subject: theirs\n\nnine\n");
+  EXPECT_EQ(ReadFile(dir + "/10"), "Subject: b\n\nB\n");
+  struct stat st;
+  ASSERT_EQ(::stat((dir + "/10").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
+TEST_F(MhDriver, AFileDroppedInByAnotherToolAppearsAtTheNextCheck) {
+  const std::string dir = Create("Box");
+  ASSERT_EQ(Append("Box", "Subject: ours\n\nx\n"), 1);
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(s->nmsgs, 1u);
+  // A copy by hand: no queued record. While it may still be being written
+  // it waits; once settled, the next check takes it.
+  WriteFile(dir + "/5", "Subject: dropped in\n\ny\n");
+  mail_check(s);
+  EXPECT_EQ(s->nmsgs, 1u);
+  struct timeval old_times[2] = {{std::time(nullptr) - 60, 0}, {std::time(nullptr) - 60, 0}};
+  ASSERT_EQ(::utimes((dir + "/5").c_str(), old_times), 0);
+  mail_check(s);
+  ASSERT_EQ(s->nmsgs, 2u);
+  EXPECT_STREQ(mail_fetchstructure(s, 2, nullptr)->subject, "dropped in");
+  // A file below the highest known number is a rebuild's to find.
+  WriteFile(dir + "/0", "not a message number");
+  mail_check(s);
+  EXPECT_EQ(s->nmsgs, 2u);
+}
+
+TEST_F(MhDriver, AMessageAppendedByAnotherProcessAppearsAtTheNextCheck) {
+  const std::string dir = Create("Outbox");
+  MailStream* s = Open("Outbox");
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(Append("Outbox", "Subject: mine 1\n\nx\n"), 1);
+  pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // The background sender: a process of its own appending to the folder.
+    mh_forget_paths();
+    _exit(Append("Outbox", "Subject: from the sender\n\ny\n", "\\Seen") == 1 ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  ASSERT_EQ(Append("Outbox", "Subject: mine 2\n\nz\n"), 1);
+  EXPECT_EQ(s->nmsgs, 0u);
+  mail_check(s);
+  ASSERT_EQ(s->nmsgs, 3u);
+  std::set<std::string> subjects;
+  for (unsigned long i = 1; i <= 3; ++i)
+    subjects.insert(std::string(mail_fetchstructure(s, i, nullptr)->subject) + " " + Flags(s, i));
+  EXPECT_EQ(subjects, (std::set<std::string>{"mine 1 -----", "mine 2 -----", "from the sender S----"}));
+  EXPECT_EQ(Messages(dir).size(), 3u);
+}
+
+TEST_F(MhDriver, FlagListsAreParsedAndWrittenThrough) {
+  const std::string dir = Create("Box");
+  struct Case {
+    const char* list;
+    std::string flags;
+    std::string logged;  // empty: nothing
+  } cases[] = {
+      {"\\Seen", "S----", ""},
+      {"(\\Deleted \\Flagged)", "-DF--", ""},
+      {"\\Answered \\Draft", "---Ad", ""},
+      {"\\seen \\dRAFT", "S---d", ""},
+      {"\\Sxyz", "S----", ""},  // the first letter decides, the length must fit
+      {"\\Sx", "-----", "Unknown message flag encountered."},
+      {"\\Recent \\Flagged", "--F--", "Unknown message flag encountered."},
+      {"Seen \\Seen", "S----", "Unknown flag: SEEN"},
+      {"(\\Seen", "-----", "Bad flag list"},
+      {"\\Seen)", "-----", "Bad flag list"},
+  };
+  for (size_t i = 0; i < std::size(cases); ++i) ASSERT_EQ(Append("Box", "Subject: f\n\nf\n"), 1);
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(s->nmsgs, std::size(cases));
+  const std::time_t before = std::time(nullptr);
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    mail_env_clear();
+    const std::string seq = std::to_string(i + 1);
+    mail_setflag(s, seq.c_str(), cases[i].list);
+    EXPECT_EQ(Flags(s, i + 1), cases[i].flags) << cases[i].list;
+    if (!cases[i].logged.empty()) {
+      EXPECT_TRUE(Said("log", cases[i].logged)) << cases[i].list << "\n" << Logs();
+    }
+  }
+  const std::vector<MhIndexRecord> records = Records(dir);
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const bool changed = cases[i].flags != "-----";
+    EXPECT_EQ(records[i].changed != 0, changed) << cases[i].list;
+    if (changed) {
+      EXPECT_GE(records[i].changed, static_cast<uint32_t>(before));
+    }
+  }
+  Close(s);
+  s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(Flags(s, i + 1), cases[i].flags) << "after reopening";
+
+  mail_setflag(s, "1:3", "\\Seen \\Deleted \\Flagged \\Answered \\Draft");
+  mail_clearflag(s, "3,1", "(\\Seen \\Draft)");
+  EXPECT_EQ(Flags(s, 1), "-DFA-");
+  EXPECT_EQ(Flags(s, 2), "SDFAd");
+  EXPECT_EQ(Flags(s, 3), "-DFA-");
+  mail_env_clear();
+  mail_setflag(s, "1:999", "\\Seen");
+  EXPECT_TRUE(Said("log", "Sequence range invalid")) << Logs();
+}
+
+TEST_F(MhDriver, UnknownIndexFlagBitsSurviveAFlagChange) {
+  const std::string dir = Create("Box");
+  ASSERT_EQ(Append("Box", "Subject: f\n\nf\n"), 1);
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  Close(s);
+  std::string index = ReadFile(dir + "/mh_index.dat");
+  index.replace(kMhHeaderSize + 32, 4, Le32(0x100 | kMhFlagged));
+  WriteFile(dir + "/mh_index.dat", index);
+  s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(Flags(s, 1), "--F--");
+  mail_setflag(s, "1", "\\Seen");
+  EXPECT_EQ(Records(dir)[0].flags, 0x100u | kMhFlagged | kMhSeen);
+}
+
+TEST_F(MhDriver, CloseClearsRecentAndRemembersTheLastMessage) {
+  const std::string dir = Create("Box");
+  ASSERT_EQ(Append("Box", "Subject: 1\n\n1\n"), 1);
+  ASSERT_EQ(Append("Box", "Subject: 2\n\n2\n"), 1);
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(s->recent, 2u);
+  EXPECT_TRUE(mail_elt(s, 1)->recent);
+  Close(s);
+  EXPECT_EQ(Header(dir).recent, 0u);
+  EXPECT_EQ(Header(dir).last_seen, 2u);
+  ASSERT_EQ(Append("Box", "Subject: 3\n\n3\n"), 1);
+  s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(s->nmsgs, 3u);
+  EXPECT_EQ(s->recent, 1u);
+  EXPECT_FALSE(mail_elt(s, 1)->recent);
+  EXPECT_FALSE(mail_elt(s, 2)->recent);
+  EXPECT_TRUE(mail_elt(s, 3)->recent);
+  // Opening again on the same stream closes the old open first.
+  MailStream* again = mail_open(s, "Box", 0);
+  ASSERT_EQ(again, s);
+  EXPECT_EQ(s->nmsgs, 3u);
+  EXPECT_EQ(s->recent, 0u);
+}
+
+TEST_F(MhDriver, FetchesCountAndOnlyTextMarksSeen) {
+  const std::string dir = Create("Box");
+  const GenMessage m = MakeMessage(1, true);
+  ASSERT_EQ(Append("Box", m.text), 1);
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  const unsigned long start = s->cachecount;
+  const size_t header_end = m.text.find("\r\n\r\n") + 4;
+  ASSERT_NE(mail_fetchstructure(s, 1, nullptr), nullptr);
+  EXPECT_EQ(TextOf(mail_fetchheader(s, 1)), m.text.substr(0, header_end));
+  EXPECT_EQ(Flags(s, 1), "-----") << "a header is not reading the message";
+  unsigned long length = 0;
+  EXPECT_EQ(TextOf(mail_fetchbody(s, 1, "1", &length)), m.first_text);
+  EXPECT_EQ(length, m.first_text.size());
+  EXPECT_EQ(Flags(s, 1), "S----");
+  EXPECT_EQ(Records(dir)[0].flags, kMhSeen);
+  mail_clearflag(s, "1", "\\Seen");
+  EXPECT_EQ(TextOf(mail_fetchtext(s, 1)), m.text.substr(header_end));
+  EXPECT_EQ(Flags(s, 1), "S----");
+  // Each fetch asked the driver once; asked again, the core's cache answers.
+  mail_fetchstructure(s, 1, nullptr);
+  mail_fetchtext(s, 1);
+  EXPECT_EQ(s->cachecount, start + 4);
+}
+
+TEST_F(MhDriver, ShortCacheStreamsFetchMessageAfterMessage) {
+  Create("Box");
+  for (int i = 0; i < 4; ++i) ASSERT_EQ(Append("Box", MakeMessage(i, i % 2).text), 1);
+  MailStream* s = Open("Box", OP_SHORTCACHE);
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(s->nmsgs, 4u);
+  for (unsigned long i = 1; i <= 4; ++i) {
+    Envelope* env = mail_fetchstructure(s, i, nullptr);
+    ASSERT_NE(env, nullptr);
+    EXPECT_EQ(std::string(env->subject), "Shape " + std::to_string(i - 1) + " number " + std::to_string(i - 1));
+    EXPECT_NE(mail_fetchtext(s, i), nullptr);
+  }
+}
+
+// A rebuild takes the message files as they are: flags from a status file,
+// empty files and names that don't read back as numbers left out.
+TEST_F(MhDriver, RebuildTakesStatusFilesAndSkipsEmptyOrMisnamedFiles) {
+  const std::string dir = Create("Box");
+  WriteFile(dir + "/1", "Subject: one\n\n1\n");
+  WriteFile(dir + "/2", "");
+  WriteFile(dir + "/3", "Subject: three\n\n3\n");
+  WriteFile(dir + "/3.st", Le32(kMhSeen | kMhFlagged) + Le32(3));
+  WriteFile(dir + "/012", "not a message: its name doesn't read back\n");
+  fs::remove(dir + "/mh_index.dat");
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  EXPECT_TRUE(Said("notify", "Rebuilding MH cache database - this may take awhile.")) << Logs();
+  ASSERT_EQ(s->nmsgs, 2u);
+  EXPECT_EQ(mail_elt(s, 2)->file_number, 3u);
+  EXPECT_EQ(Header(dir).nmsgs, 2u);
+  EXPECT_EQ(Flags(s, 1), "-----");
+  EXPECT_EQ(Flags(s, 2), "S-F--");
+  EXPECT_EQ(mail_elt(s, 2)->user_flags, 3u);
+  EXPECT_TRUE(fs::exists(dir + "/2") && fs::exists(dir + "/012"));
+  mail_setflag(s, "2", "\\Deleted");
+  mail_expunge(s);
+  EXPECT_EQ(s->nmsgs, 1u);
+  EXPECT_FALSE(fs::exists(dir + "/3") || fs::exists(dir + "/3.st"));
+}
+
+TEST_F(MhDriver, AMessageRemovedByHandFailsToFetchAndGoesAtTheRebuild) {
+  const std::string dir = Create("Box");
+  ASSERT_EQ(Append("Box", "Subject: one\n\n1\n"), 1);
+  ASSERT_EQ(Append("Box", "Subject: two\n\n2\n"), 1);
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  fs::remove(dir + "/1");
+  mail_env_clear();
+  EXPECT_EQ(mail_fetchtext(s, 1), nullptr);
+  EXPECT_TRUE(Said("log", "Failed to open MH message file: " + dir + "/1 - No such file or directory")) << Logs();
+  Close(s);
+  fs::remove(dir + "/mh_cache.dat");
+  s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(s->nmsgs, 1u);
+  EXPECT_EQ(std::string(mail_fetchstructure(s, 1, nullptr)->subject), "two");
+}
+
+TEST_F(MhDriver, ExpungeWithAndWithoutStructureRecords) {
+  const std::string dir = Create("Box");
+  for (int i = 0; i < 8; ++i) ASSERT_EQ(Append("Box", MakeMessage(i, i % 2 == 0).text), 1);
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  Close(s);
+  // Messages 2, 3, 6 and 7 lose their structure records, as if never
+  // fetched; 3 and 7 go, 2 and 6 stay.
+  std::string index = ReadFile(dir + "/mh_index.dat");
+  for (int n : {2, 3, 6, 7}) index.replace(kMhHeaderSize + (n - 1) * kMhRecordSize + 16, 12, std::string(12, '\0'));
+  WriteFile(dir + "/mh_index.dat", index);
+  s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  std::map<unsigned long, std::string> before;
+  for (unsigned long i = 1; i <= 8; ++i) before[i] = DumpMessage(s, i);
+  for (unsigned long i = 1; i <= 8; ++i) {
+    EXPECT_NE(Records(dir)[i - 1].cache_offset, 0u) << "fetching made a record for " << i;
+  }
+  Close(s);
+  WriteFile(dir + "/mh_index.dat", index);  // back to records without structures
+
+  s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  mail_setflag(s, "1,3,5,7", "\\Deleted");
+  mail_setflag(s, "2", "\\Flagged");
+  mail_env_clear();
+  mail_expunge(s);
+  std::vector<unsigned long> expunged;
+  for (const MailEnvLine& l : mail_env_lines())
+    if (l.callback == "expunged") expunged.push_back(l.number);
+  EXPECT_EQ(expunged, (std::vector<unsigned long>{1, 2, 3, 4})) << "numbers close up as each goes";
+  EXPECT_TRUE(Said("dlog", "mh_expunge: expunged 4 messages.")) << Logs();
+  ASSERT_EQ(s->nmsgs, 4u);
+  std::vector<uint32_t> left;
+  for (auto& [number, bytes] : Messages(dir)) left.push_back(number);
+  EXPECT_EQ(left, (std::vector<uint32_t>{2, 4, 6, 8}));
+  const std::vector<MhIndexRecord> records = Records(dir);
+  ASSERT_EQ(records.size(), 4u);
+  EXPECT_EQ(Header(dir).nmsgs, 4u);
+  // Only the records there were are copied: 4 and 8 had one, 2 and 6 none.
+  uint64_t copied = 4;  // the cache begins with a zero word
+  for (const MhIndexRecord& r : records) {
+    EXPECT_EQ(r.cache_offset != 0, r.number == 4 || r.number == 8) << r.number;
+    if (r.cache_offset) copied += 4 + r.envelope_size + r.body_size;
+  }
+  EXPECT_EQ(fs::file_size(dir + "/mh_cache.dat"), copied);
+  EXPECT_EQ(records[0].flags, kMhFlagged);
+  for (unsigned long i = 1; i <= 4; ++i) EXPECT_EQ(DumpMessage(s, i), before[2 * i]) << "message " << 2 * i;
+  Close(s);
+  s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  for (unsigned long i = 1; i <= 4; ++i) EXPECT_EQ(DumpMessage(s, i), before[2 * i]) << "reopened, " << 2 * i;
+
+  mail_env_clear();
+  mail_expunge(s);
+  EXPECT_TRUE(Said("dlog", "mh_expunge: no messages deleted, so no messages expunged")) << Logs();
+  EXPECT_EQ(s->nmsgs, 4u);
+}
+
+TEST_F(MhDriver, CopyAndMoveBetweenTwoFolders) {
+  Create("From");
+  const std::string to_dir = Create("To");
+  ASSERT_EQ(Append("From", MakeMessage(0, true).text, "\\Seen"), 1);
+  ASSERT_EQ(Append("From", MakeMessage(1, false).text, "\\Flagged \\Answered"), 1);
+  ASSERT_EQ(Append("From", MakeMessage(3, true).text, "\\Draft"), 1);
+  MailStream* s = Open("From");
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(mail_copy(s, "1:2", "To"), 1) << Logs();
+  ASSERT_EQ(mail_move(s, "3", "To"), 1) << Logs();
+  EXPECT_EQ(Flags(s, 1), "S----");
+  EXPECT_EQ(Flags(s, 3), "-D--d") << "a moved message is marked deleted";
+  MailStream* t = Open("To");
+  ASSERT_NE(t, nullptr);
+  ASSERT_EQ(t->nmsgs, 3u);
+  const char* want[] = {"S----", "--FA-", "----d"};
+  for (unsigned long i = 1; i <= 3; ++i) {
+    EXPECT_EQ(Flags(t, i), want[i - 1]);
+    EXPECT_EQ(DumpMessage(t, i), DumpMessage(s, i)) << i;
+  }
+  mail_env_clear();
+  EXPECT_EQ(mail_copy(s, "1", "Elsewhere"), 0);
+  EXPECT_TRUE(Said("notify", "[TRYCREATE] Must create mailbox before append")) << Logs();
+  EXPECT_EQ(mail_move(s, "2", "Elsewhere"), 0);
+  EXPECT_EQ(Flags(s, 2), "S-FA-") << "nothing copied, nothing marked";
+  EXPECT_EQ(Messages(to_dir).size(), 3u);
+}
+
+}  // namespace
+}  // namespace mh_test

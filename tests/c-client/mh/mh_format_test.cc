@@ -1,0 +1,461 @@
+// The MH folder's index and structure records against fixed bytes, and the
+// structure readers against every kind of damage.
+#include "c-client/mh/mh_format.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "c-client/core/plain_env.h"
+
+namespace {
+
+using Bytes = std::string;
+
+// Hex digits, blanks ignored.
+Bytes H(const char* hex) {
+  Bytes out;
+  int high = -1;
+  for (const char* p = hex; *p; ++p) {
+    if (*p == ' ') continue;
+    const int v = *p <= '9' ? *p - '0' : (*p | 0x20) - 'a' + 10;
+    if (high < 0) {
+      high = v;
+    } else {
+      out += static_cast<char>(high << 4 | v);
+      high = -1;
+    }
+  }
+  return out;
+}
+
+// The bytes of a string with its zero; its length is written by hand.
+Bytes Z(const char* text) { return Bytes(text, std::strlen(text) + 1); }
+
+// --- Index ---------------------------------------------------------------------
+
+TEST(MhIndex, HeaderAndRecordBytes) {
+  const Bytes header_bytes = H("06100000 03000000 02000000 11000000");
+  const MhIndexHeader header{4102, 3, 2, 17};
+  uint8_t out[kMhHeaderSize];
+  mh_encode_header(header, out);
+  EXPECT_EQ(Bytes(reinterpret_cast<char*>(out), sizeof out), header_bytes);
+  MhIndexHeader back{};
+  ASSERT_TRUE(mh_decode_header(reinterpret_cast<const uint8_t*>(header_bytes.data()), header_bytes.size(), &back));
+  EXPECT_EQ(std::memcmp(&back, &header, sizeof back), 0);
+  EXPECT_FALSE(mh_decode_header(reinterpret_cast<const uint8_t*>(header_bytes.data()), kMhHeaderSize - 1, &back));
+
+  const Bytes record_bytes = H(
+      "07000000"     // number 7
+      "80009265"     // mtime 1704067200
+      "d2040000"     // size 1234
+      "c8010000"     // header_size 456
+      "00100000"     // cache_offset 4096
+      "c8000000"     // envelope_size 200
+      "96000000"     // body_size 150
+      "00019265"     // changed
+      "55000000"     // flags: seen, flagged, answered, draft
+      "01000080"     // user_flags: 0 and 31
+      "0102030405060708090a0b0c");  // reserved, kept as found
+  MhIndexRecord record{7, 1704067200, 1234, 456, 4096, 200, 150, 0x65920100,
+                       kMhSeen | kMhFlagged | kMhAnswered | kMhDraft, 0x80000001u, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}};
+  ASSERT_EQ(record_bytes.size(), kMhRecordSize);
+  uint8_t rec[kMhRecordSize];
+  mh_encode_record(record, rec);
+  EXPECT_EQ(Bytes(reinterpret_cast<char*>(rec), sizeof rec), record_bytes);
+  MhIndexRecord r{};
+  mh_decode_record(reinterpret_cast<const uint8_t*>(record_bytes.data()), &r);
+  EXPECT_EQ(std::memcmp(&r, &record, sizeof r), 0);
+}
+
+// --- Structure fixtures --------------------------------------------------------------
+
+MailAddress* Address(const char* personal, const char* mailbox, const char* host, MailAddress* next = nullptr) {
+  MailAddress* a = mail_newaddr();
+  a->personal = cpystr(personal);
+  a->mailbox = cpystr(mailbox);
+  a->host = cpystr(host);
+  a->next = next;
+  return a;
+}
+
+BodyParameter* Parameter(const char* attribute, const char* value, BodyParameter* next = nullptr) {
+  BodyParameter* p = mail_newbody_parameter();
+  p->attribute = cpystr(attribute);
+  p->value = cpystr(value);
+  p->next = next;
+  return p;
+}
+
+void SetPart(BodyPart* b, unsigned short type, unsigned short encoding, const char* subtype, unsigned long lines,
+             unsigned long bytes) {
+  b->type = type;
+  b->encoding = encoding;
+  b->subtype = cpystr(subtype);
+  b->size_lines = lines;
+  b->size_bytes = b->size_raw = bytes;
+}
+
+Envelope* FixtureEnvelope() {
+  Envelope* env = mail_newenvelope();
+  env->date = cpystr("Mon, 1 Jan 2024 10:00:00 +0000");
+  env->from = Address("Ann", "ann", "example.org");
+  env->subject = cpystr("Figures");
+  env->to = Address("Bob", "bob", "example.org", Address(nullptr, "carl", "example.net"));
+  env->message_id = cpystr("<1@example.org>");
+  return env;
+}
+
+const Bytes kFixtureEnvelope =
+    H("f4010000") +                                    // 500
+    H("fa010000 1f000000") + Z("Mon, 1 Jan 2024 10:00:00 +0000") +  // 506 date
+    H("f5010000 04000000") + Z("Ann") + H("00000000") +              // 501 from
+    H("04000000") + Z("ann") + H("0c000000") + Z("example.org") +    //
+    H("f7010000 08000000") + Z("Figures") +                          // 503 subject
+    H("f6010000 04000000") + Z("Bob") + H("00000000") +              // 502 to, first
+    H("04000000") + Z("bob") + H("0c000000") + Z("example.org") +    //
+    H("f6010000 00000000 00000000") +                                // 502 to, second
+    H("05000000") + Z("carl") + H("0c000000") + Z("example.net") +   //
+    H("ff010000 10000000") + Z("<1@example.org>") +                  // 511 message_id
+    H("57020000");                                                   // 599
+
+// multipart/MIXED (boundary) of text/PLAIN (two parameters) and a
+// message/RFC822 that holds a text/PLAIN.
+BodyPart* FixtureBody() {
+  BodyPart* body = mail_newbody();
+  SetPart(body, TYPEMULTIPART, ENC7BIT, "MIXED", 20, 600);
+  body->parameter = Parameter("BOUNDARY", "b1");
+  BodyPartNode* first = mail_newbody_part();
+  first->offset = 100;
+  SetPart(&first->body, TYPETEXT, ENCQUOTEDPRINTABLE, "PLAIN", 3, 50);
+  first->body.parameter = Parameter("CHARSET", "US-ASCII", Parameter("FORMAT", "flowed"));
+  BodyPartNode* second = mail_newbody_part();
+  second->offset = 200;
+  SetPart(&second->body, TYPEMESSAGE, ENC7BIT, "RFC822", 10, 300);
+  second->body.id = cpystr("<p2@x>");
+  second->body.description = cpystr("Forwarded");
+  second->body.msg_env = mail_newenvelope();
+  second->body.msg_env->subject = cpystr("Inner");
+  second->body.msg_body = mail_newbody();
+  SetPart(second->body.msg_body, TYPETEXT, ENC8BIT, "PLAIN", 2, 20);
+  first->next = second;
+  body->parts = first;
+  return body;
+}
+
+const Bytes kFixtureBody =
+    H("58020000 0100 0000") +                          // 600, multipart, 7bit
+    H("06000000") + Z("MIXED") + H("00000000 00000000") +  // subtype, no id, no description
+    H("14000000 58020000 58020000") +                  // lines 20, bytes 600, raw 600
+    H("59020000 09000000") + Z("BOUNDARY") + H("03000000") + Z("b1") +  // 601
+    H("5a020000") +                                    // 602
+    H("5d020000 64000000") +                           // 605, offset 100
+    H("58020000 0000 0400") +                          //   600, text, quoted-printable
+    H("06000000") + Z("PLAIN") + H("00000000 00000000") +  //
+    H("03000000 32000000 32000000") +                  //   3, 50, 50
+    H("59020000 08000000") + Z("CHARSET") + H("09000000") + Z("US-ASCII") +
+    H("59020000 07000000") + Z("FORMAT") + H("07000000") + Z("flowed") +
+    H("5a020000 bb020000") +                           //   602 699
+    H("5d020000 c8000000") +                           // 605, offset 200
+    H("58020000 0200 0000") +                          //   600, message, 7bit
+    H("07000000") + Z("RFC822") + H("07000000") + Z("<p2@x>") + H("0a000000") + Z("Forwarded") +
+    H("0a000000 2c010000 2c010000") +                  //   10, 300, 300
+    H("5a020000") +                                    //   602
+    H("f4010000 f7010000 06000000") + Z("Inner") + H("57020000") +  // envelope
+    H("58020000 0000 0100") +                          //   600, text, 8bit
+    H("06000000") + Z("PLAIN") + H("00000000 00000000") +
+    H("02000000 14000000 14000000") +                  //   2, 20, 20
+    H("5a020000 bb020000") +                           //   602 699
+    H("bb020000") +                                    //   699
+    H("5e020000 bb020000");                            // 606 699
+
+const uint8_t* U(const Bytes& b) { return reinterpret_cast<const uint8_t*>(b.data()); }
+
+std::vector<std::string> Mailboxes(const MailAddress* a) {
+  std::vector<std::string> out;
+  for (; a; a = a->next) out.push_back(a->mailbox ? a->mailbox : "(null)");
+  return out;
+}
+
+std::vector<std::string> Attributes(const BodyParameter* p) {
+  std::vector<std::string> out;
+  for (; p; p = p->next) out.push_back(p->attribute);
+  return out;
+}
+
+TEST(MhStructure, WriterMatchesFixtureBytes) {
+  Envelope* env = FixtureEnvelope();
+  BodyPart* body = FixtureBody();
+  EXPECT_EQ(mh_encode_envelope(env), kFixtureEnvelope);
+  EXPECT_EQ(mh_encode_body(body), kFixtureBody);
+  mail_free_envelope(&env);
+  mail_free_body(&body);
+}
+
+// A cache record is number, envelope, body in one run of bytes: each
+// reader must stop exactly at its own end.
+TEST(MhStructure, ReaderGivesListsReversedAndPartsInOrder) {
+  const Bytes record = H("07000000") + kFixtureEnvelope + kFixtureBody;
+  const uint8_t* p = U(record) + 4;
+  const uint8_t* end = U(record) + record.size();
+  Envelope* env = nullptr;
+  BodyPart* body = nullptr;
+  ASSERT_TRUE(mh_decode_envelope(&p, end, &env));
+  EXPECT_EQ(p, U(record) + 4 + kFixtureEnvelope.size());
+  ASSERT_TRUE(mh_decode_body(&p, end, &body));
+  EXPECT_EQ(p, end);
+
+  // Every envelope field is pinned by writing it again (below).
+  EXPECT_EQ(Mailboxes(env->to), (std::vector<std::string>{"carl", "bob"}));
+
+  ASSERT_EQ(body->type, TYPEMULTIPART);
+  EXPECT_EQ(body->size_bytes, 600u);
+  ASSERT_TRUE(body->parts && body->parts->next && !body->parts->next->next);
+  const BodyPartNode* first = body->parts;
+  const BodyPartNode* second = first->next;
+  EXPECT_EQ(first->offset, 100u);
+  EXPECT_EQ(first->body.encoding, ENCQUOTEDPRINTABLE);
+  EXPECT_EQ(Attributes(first->body.parameter), (std::vector<std::string>{"FORMAT", "CHARSET"}));
+  EXPECT_EQ(second->offset, 200u);
+  EXPECT_STREQ(second->body.description, "Forwarded");
+  ASSERT_TRUE(second->body.msg_env && second->body.msg_body);
+  EXPECT_STREQ(second->body.msg_env->subject, "Inner");
+  EXPECT_EQ(second->body.msg_body->size_raw, 20u);
+
+  // Written again, the reversed lists come out reversed a second time.
+  Envelope* again = FixtureEnvelope();
+  mail_free_address(&again->to);
+  again->to = Address(nullptr, "carl", "example.net", Address("Bob", "bob", "example.org"));
+  EXPECT_EQ(mh_encode_envelope(env), mh_encode_envelope(again));
+  mail_free_envelope(&again);
+  mail_free_envelope(&env);
+  mail_free_body(&body);
+}
+
+// Every field set once, to pin the written order of the items.
+TEST(MhStructure, EveryEnvelopeFieldInWrittenOrder) {
+  Envelope* env = mail_newenvelope();
+  env->remail = cpystr("not stored");
+  env->return_path = Address(nullptr, "r", nullptr);
+  env->date = cpystr("d");
+  env->from = Address(nullptr, "f", nullptr);
+  env->sender = Address(nullptr, "s", nullptr);
+  env->reply_to = Address(nullptr, "y", nullptr);
+  env->subject = cpystr("j");
+  env->to = Address(nullptr, "t", nullptr);
+  env->cc = Address(nullptr, "c", nullptr);
+  env->bcc = Address(nullptr, "b", nullptr);
+  env->bcc->error = cpystr("not stored either");
+  env->in_reply_to = cpystr("i");
+  env->message_id = cpystr("m");
+  env->newsgroups = cpystr("n");
+  ExtraHeader* x1 = mail_newextra();
+  x1->name = cpystr("X-A");
+  x1->value = cpystr("1");
+  ExtraHeader* x2 = mail_newextra();
+  x2->name = cpystr("X-B");
+  x1->next = x2;
+  env->extra_headers = x1;
+  auto addr = [](const char* tag, const char* mailbox) {
+    return H(tag) + H("00000000 00000000 02000000") + Z(mailbox) + H("00000000");
+  };
+  auto str = [](const char* tag, const char* s) { return H(tag) + H("02000000") + Z(s); };
+  const Bytes expected = H("f4010000") + addr("f9010000", "r") + str("fa010000", "d") + addr("f5010000", "f") +
+                         addr("fb010000", "s") + addr("f8010000", "y") + str("f7010000", "j") +
+                         addr("f6010000", "t") + addr("fc010000", "c") + addr("fd010000", "b") +
+                         str("fe010000", "i") + str("ff010000", "m") + str("00020000", "n") +
+                         H("03020000 04000000") + Z("X-A") + H("02000000") + Z("1") +
+                         H("03020000 04000000") + Z("X-B") + H("00000000") + H("57020000");
+  EXPECT_EQ(mh_encode_envelope(env), expected);
+
+  const uint8_t* p = U(expected);
+  Envelope* back = nullptr;
+  ASSERT_TRUE(mh_decode_envelope(&p, U(expected) + expected.size(), &back));
+  ASSERT_TRUE(back->extra_headers && back->extra_headers->next);
+  EXPECT_STREQ(back->extra_headers->name, "X-B");  // reversed, as every list
+  EXPECT_EQ(back->remail, nullptr);
+  EXPECT_EQ(back->bcc->error, nullptr);
+  // Written again, the one-element lists and the reversed extras give the
+  // same bytes but for the order of the two extras.
+  std::swap(env->extra_headers->name, env->extra_headers->next->name);
+  std::swap(env->extra_headers->value, env->extra_headers->next->value);
+  EXPECT_EQ(mh_encode_envelope(back), mh_encode_envelope(env));
+  mail_free_envelope(&env);
+  mail_free_envelope(&back);
+}
+
+// Null structures and message parts the parser left opaque.
+TEST(MhStructure, EmptyAndOpaqueParts) {
+  EXPECT_EQ(mh_encode_envelope(nullptr), H("f4010000 57020000"));
+  const Bytes empty_body = H("58020000 0000 0000 00000000 00000000 00000000 00000000 00000000 00000000 5a020000 bb020000");
+  EXPECT_EQ(mh_encode_body(nullptr), empty_body);
+
+  BodyPart* opaque = mail_newbody();
+  SetPart(opaque, TYPEMESSAGE, ENCBASE64, "RFC822", 4, 80);
+  const Bytes opaque_bytes = H("58020000 0200 0300 07000000") + Z("RFC822") +
+                             H("00000000 00000000 04000000 50000000 50000000 5a020000 bb020000");
+  EXPECT_EQ(mh_encode_body(opaque), opaque_bytes);
+  const uint8_t* p = U(opaque_bytes);
+  BodyPart* back = nullptr;
+  ASSERT_TRUE(mh_decode_body(&p, U(opaque_bytes) + opaque_bytes.size(), &back));
+  EXPECT_EQ(back->msg_env, nullptr);
+  EXPECT_EQ(back->msg_body, nullptr);
+  EXPECT_EQ(back->encoding, ENCBASE64);
+  mail_free_body(&back);
+
+  // With only the envelope, the body is written as an empty one.
+  opaque->msg_env = mail_newenvelope();
+  const Bytes half = mh_encode_body(opaque);
+  p = U(half);
+  ASSERT_TRUE(mh_decode_body(&p, U(half) + half.size(), &back));
+  ASSERT_TRUE(back->msg_env && back->msg_body);
+  EXPECT_EQ(back->msg_body->subtype, nullptr);
+  mail_free_body(&back);
+  mail_free_body(&opaque);
+}
+
+// --- Damage ------------------------------------------------------------------------
+
+bool DecodeEnvelope(const Bytes& b) {
+  const uint8_t* p = U(b);
+  Envelope* env = reinterpret_cast<Envelope*>(&env);  // must come back null
+  const bool ok = mh_decode_envelope(&p, U(b) + b.size(), &env);
+  if (!ok) {
+    EXPECT_TRUE(env == nullptr && p == U(b));
+    env = nullptr;
+  }
+  mail_free_envelope(&env);
+  return ok;
+}
+
+bool DecodeBody(const Bytes& b) {
+  const uint8_t* p = U(b);
+  BodyPart* body = reinterpret_cast<BodyPart*>(&body);
+  const bool ok = mh_decode_body(&p, U(b) + b.size(), &body);
+  if (!ok) {
+    EXPECT_TRUE(body == nullptr && p == U(b));
+    body = nullptr;
+  }
+  mail_free_body(&body);
+  return ok;
+}
+
+TEST(MhStructure, EveryCutIsAShortRead) {
+  for (size_t cut = 0; cut < kFixtureEnvelope.size(); ++cut)
+    EXPECT_FALSE(DecodeEnvelope(kFixtureEnvelope.substr(0, cut))) << cut;
+  for (size_t cut = 0; cut < kFixtureBody.size(); ++cut) EXPECT_FALSE(DecodeBody(kFixtureBody.substr(0, cut))) << cut;
+  EXPECT_TRUE(DecodeEnvelope(kFixtureEnvelope));
+  EXPECT_TRUE(DecodeBody(kFixtureBody));
+}
+
+TEST(MhStructure, DamagedEnvelopes) {
+  // Well formed but for its length, one above the limit.
+  const Bytes big = Bytes(kMhMaxString, 'a') + Bytes(1, '\0');
+  struct Row {
+    const char* what;
+    Bytes bytes;
+  } rows[] = {
+      {"bad first tag", H("f5010000 57020000")},
+      {"tag 514", H("f4010000 02020000 02000000") + Z("x") + H("57020000")},
+      {"body tag inside", H("f4010000 58020000 57020000")},
+      {"string beyond the buffer", H("f4010000 f7010000 10000000") + Z("short") + H("57020000")},
+      {"string without its zero", H("f4010000 f7010000 02000000") + "ab" + H("57020000")},
+      {"zero inside a string", H("f4010000 f7010000 03000000") + Bytes("a\0\0", 3) + H("57020000")},
+      {"null subject", H("f4010000 f7010000 00000000 57020000")},
+      {"subject twice", H("f4010000 f7010000 02000000") + Z("a") + H("f7010000 02000000") + Z("b") + H("57020000")},
+      {"address cut by the end tag", H("f4010000 f5010000 00000000 57020000")},
+      {"string above the limit", H("f4010000 f7010000 01001000") + big + H("57020000")},
+  };
+  for (const Row& r : rows) EXPECT_FALSE(DecodeEnvelope(r.bytes)) << r.what;
+}
+
+TEST(MhStructure, DamagedBodies) {
+  // A text part, then the same with one thing changed.
+  const Bytes head = H("58020000");
+  const Bytes fields = H("00000000 00000000 00000000 01000000 02000000 03000000");
+  struct Row {
+    const char* what;
+    Bytes bytes;
+    bool ok;
+  } rows[] = {
+      {"plain", head + H("0700 0500") + fields + H("5a020000 bb020000"), true},
+      {"type 8", head + H("0800 0000") + fields + H("5a020000 bb020000"), false},
+      {"encoding 6", head + H("0000 0600") + fields + H("5a020000 bb020000"), false},
+      {"bad first tag", H("59020000 0000 0000") + fields + H("5a020000 bb020000"), false},
+      {"bad parameter tag", head + H("0000 0000") + fields + H("5b020000 5a020000 bb020000"), false},
+      {"bad end tag", head + H("0000 0000") + fields + H("5a020000 ba020000"), false},
+      {"end of parts in a text", head + H("0000 0000") + fields + H("5a020000 5e020000 bb020000"), false},
+      {"multipart without parts", head + H("0100 0000") + fields + H("5a020000 5e020000 bb020000"), true},
+      {"multipart without 606", head + H("0100 0000") + fields + H("5a020000 bb020000"), false},
+      {"bad part tag", head + H("0100 0000") + fields + H("5c020000 00000000") + head + H("0000 0000") + fields +
+                           H("5a020000 bb020000 5e020000 bb020000"),
+       false},
+      {"message with a text where its envelope goes",
+       head + H("0200 0000 07000000") + Z("RFC822") + H("00000000 00000000 00000000 00000000 00000000 5a020000") +
+           head + H("0000 0000") + fields + H("5a020000 bb020000 bb020000"),
+       false},
+      {"damaged enclosed envelope",
+       head + H("0200 0000 07000000") + Z("RFC822") + H("00000000 00000000 00000000 00000000 00000000 5a020000") +
+           H("f4010000 02020000 57020000") + head + H("0000 0000") + fields + H("5a020000 bb020000 bb020000"),
+       false},
+  };
+  for (const Row& r : rows) EXPECT_EQ(DecodeBody(r.bytes), r.ok) << r.what;
+}
+
+// Multiparts nested `depth` deep below the outermost part.
+Bytes Nested(int depth) {
+  const Bytes head = H("58020000 0100 0000 00000000 00000000 00000000 00000000 00000000 00000000 5a020000");
+  Bytes out;
+  for (int i = 0; i < depth; ++i) out += head + H("5d020000 00000000");
+  out += head + H("5e020000 bb020000");
+  for (int i = 0; i < depth; ++i) out += H("5e020000 bb020000");
+  return out;
+}
+
+TEST(MhStructure, DepthLimit) {
+  const Bytes deepest = Nested(kMhMaxDepth);
+  ASSERT_TRUE(DecodeBody(deepest));
+  EXPECT_FALSE(DecodeBody(Nested(kMhMaxDepth + 1)));
+  // The writer refuses what the reader would refuse.
+  const uint8_t* p = U(deepest);
+  BodyPart* body = nullptr;
+  ASSERT_TRUE(mh_decode_body(&p, U(deepest) + deepest.size(), &body));
+  EXPECT_EQ(mh_encode_body(body), deepest);
+  BodyPart* inner = body;
+  while (inner->parts) inner = &inner->parts->body;
+  inner->parts = mail_newbody_part();
+  EXPECT_EQ(mh_encode_body(body), "");
+  mail_free_body(&body);
+}
+
+TEST(MhStructure, WriterRefusesWhatCannotBeRead) {
+  Envelope* env = mail_newenvelope();
+  env->subject = static_cast<char*>(FS_GET(kMhMaxString));
+  std::memset(env->subject, 'a', kMhMaxString - 1);  // the zero makes the limit
+  EXPECT_EQ(mh_encode_envelope(env).size(), 16u + kMhMaxString);
+  mail_free_envelope(&env);
+  env = mail_newenvelope();
+  env->from = Address(nullptr, nullptr, nullptr);
+  env->from->host = static_cast<char*>(FS_GET(kMhMaxString + 1));
+  std::memset(env->from->host, 'h', kMhMaxString);
+  EXPECT_EQ(mh_encode_envelope(env), "");
+  mail_free_envelope(&env);
+
+  struct Row {
+    const char* what;
+    unsigned short type, encoding;
+    unsigned long size;
+  } rows[] = {{"type 8", 8, 0, 1}, {"encoding 6", 0, 6, 1}, {"size above 32 bits", 0, 0, 0x100000000UL}};
+  for (const Row& r : rows) {
+    BodyPart* body = mail_newbody();
+    body->type = r.type;
+    body->encoding = r.encoding;
+    body->size_bytes = r.size;
+    EXPECT_EQ(mh_encode_body(body), "") << r.what;
+    mail_free_body(&body);
+  }
+}
+
+}  // namespace

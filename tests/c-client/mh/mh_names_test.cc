@@ -1,0 +1,547 @@
+// MH folders as directories: short directory names and mhname.dat, paths
+// of folder names, listing, create, delete and rename, subscriptions.
+#include "c-client/mh/mh_names.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "c-client/mh/local_paths.h"
+#include "c-client/core/plain_env.h"
+#include "tests/c-client/core/env_lines.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The clock the short names are made from: each call takes the next time
+// queued, and the last one stays; with nothing queued it moves on by one
+// second a call, so each folder of a test has its own second.
+std::deque<long> g_times;
+long g_next = 1767225600;  // 2026-01-01
+int g_clock_calls = 0;
+long TestClock() {
+  ++g_clock_calls;
+  if (g_times.empty()) return g_next++;
+  const long t = g_times.front();
+  if (g_times.size() > 1) g_times.pop_front();
+  return t;
+}
+
+std::string Short(long t) {
+  const time_t tt = t;
+  struct tm tm;
+  char buffer[32];
+  localtime_r(&tt, &tm);
+  std::strftime(buffer, sizeof buffer, "%y%H%M%S.%j", &tm);
+  return buffer;
+}
+
+std::string Read(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+void Write(const fs::path& p, const std::string& text) { std::ofstream(p, std::ios::binary) << text; }
+
+unsigned Mode(const fs::path& p) {
+  struct stat st;
+  return ::stat(p.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+}
+
+ino_t Inode(const std::string& p) {
+  struct stat st;
+  return ::stat(p.c_str(), &st) == 0 ? st.st_ino : 0;
+}
+
+// Drops the process's limit on open files (or file size) to what a step
+// needs, and puts it back.
+class Limit {
+ public:
+  Limit(int resource, rlim_t value) : resource_(resource) {
+    ::getrlimit(resource_, &old_);
+    rlimit now = old_;
+    now.rlim_cur = value;
+    ::setrlimit(resource_, &now);
+  }
+  ~Limit() { ::setrlimit(resource_, &old_); }
+
+  // Room for `free` more open files.
+  static rlim_t Files(int free) {
+    const int fd = ::open("/dev/null", O_RDONLY);
+    ::close(fd);
+    return static_cast<rlim_t>(fd + free);
+  }
+
+ private:
+  int resource_;
+  rlimit old_;
+};
+
+constexpr char kCafe[] = "Café 2025 – notes";  // UTF-8, blanks
+const std::string kLong = "A folder name with blanks that goes on and on " + std::string(150, 'x');
+constexpr char kUnicode[] = "Ünïcødé ✉";
+
+class MhNames : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/mh_names_test.XXXXXX";
+    ASSERT_NE(::mkdtemp(tmpl), nullptr);
+    home_ = tmpl;
+    local_set_home(home_.c_str());
+    root_ = home_ + "/folders";
+    g_times.clear();
+    g_clock_calls = 0;
+    mh_set_clock_for_test(TestClock);
+    mh_forget_paths();
+    mail_env_clear();
+  }
+  void TearDown() override {
+    mh_set_clock_for_test(nullptr);
+    mh_forget_paths();
+    fs::remove_all(home_);
+    mail_env_clear();
+  }
+
+  // Projects, Projects\Café, Projects\Café\<long>, Ünïcødé: one second each.
+  void MakeTree() {
+    first_ = g_next;
+    for (const std::string& name : {std::string("Projects"), Cafe(), Deep(), std::string(kUnicode)})
+      ASSERT_EQ(mh_create(nullptr, name.c_str()), 1) << name << ": " << Logs();
+    mail_env_clear();
+  }
+  static std::string Cafe() { return std::string("Projects\\") + kCafe; }
+  static std::string Deep() { return Cafe() + "\\" + kLong; }
+  std::string Dir(int i) const { return Short(first_ + i); }
+  std::string ProjectsDir() const { return root_ + "/" + Dir(0); }
+  std::string CafeDir() const { return ProjectsDir() + "/" + Dir(1); }
+
+  static std::string Logs(long level = 2) { return EnvLogs(level); }
+  static std::vector<std::string> Mailboxes() {
+    std::vector<std::string> out;
+    for (const MailEnvLine& l : mail_env_lines())
+      if (l.callback == "mailbox") {
+        EXPECT_EQ(l.text.substr(l.text.size() - 5), " \\ ()");
+        out.push_back(l.text.substr(0, l.text.size() - 5));
+      }
+    return out;
+  }
+
+  std::string home_, root_;
+  long first_ = 0;
+};
+
+TEST_F(MhNames, CreateMakesShortDirectoriesRecordedByName) {
+  MakeTree();
+  EXPECT_EQ(Read(root_ + "/mhname.dat"), "Projects#" + Dir(0) + "\n" + kUnicode + "#" + Dir(3) + "\n");
+  EXPECT_EQ(Read(ProjectsDir() + "/mhname.dat"), std::string(kCafe) + "#" + Dir(1) + "\n");
+  EXPECT_EQ(Read(CafeDir() + "/mhname.dat"), kLong + "#" + Dir(2) + "\n");
+  EXPECT_EQ(Dir(0).size(), 12u);
+
+  const std::string deep = CafeDir() + "/" + Dir(2);
+  EXPECT_EQ(Mode(deep), 0700u);
+  EXPECT_EQ(Mode(root_ + "/mhname.dat"), 0600u);
+  EXPECT_EQ(Mode(deep + "/mh_index.dat"), 0600u);
+  EXPECT_EQ(Read(deep + "/mh_index.dat"), std::string("\x06\x10\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
+  EXPECT_EQ(Read(deep + "/mh_cache.dat"), "");
+
+  const std::pair<std::string, std::string> paths[] = {
+      {"Projects", ProjectsDir()},
+      {"#mh/Projects", ProjectsDir()},
+      {"#MH/Projects\\", ProjectsDir()},
+      {Cafe(), CafeDir()},
+      {Deep(), deep},
+      {"~/" + Deep(), deep},
+      {kUnicode, root_ + "/" + Dir(3)},
+      {"Projects\\Nosuch", ProjectsDir() + "/Nosuch"},
+  };
+  for (bool forget : {false, true})
+    for (const auto& [name, path] : paths) {
+      if (forget) mh_forget_paths();
+      EXPECT_EQ(mh_path(name.c_str()), path) << name;
+      EXPECT_EQ(mh_path(name.c_str()), path) << name << " again";
+    }
+  EXPECT_EQ(Logs(1) + Logs(2), "");
+
+  // A folder "1" beside message file 1 of its parent.
+  Write(ProjectsDir() + "/1", "Subject: x\n\nbody\n");
+  ASSERT_EQ(mh_create(nullptr, "Projects\\1"), 1) << Logs();
+  EXPECT_EQ(mh_path("Projects\\1"), ProjectsDir() + "/" + Short(g_next - 1));
+  EXPECT_TRUE(mh_valid_name("Projects\\1", false));
+}
+
+TEST_F(MhNames, TwoFoldersInOneSecondGetDifferentDirectories) {
+  const long t = 1767225600;
+  g_times = {t, t, t + 1};
+  ASSERT_EQ(mh_create(nullptr, "One"), 1);
+  ASSERT_EQ(mh_create(nullptr, "Two"), 1);
+  EXPECT_EQ(Read(root_ + "/mhname.dat"), "One#" + Short(t) + "\nTwo#" + Short(t + 1) + "\n");
+  EXPECT_EQ(g_clock_calls, 3);  // the second waited for the next second
+  // A directory that has that second's name already is not taken either.
+  fs::create_directory(root_ + "/" + Short(t + 5));
+  g_times = {t + 5, t + 5, t + 6};
+  ASSERT_EQ(mh_create(nullptr, "Three"), 1);
+  EXPECT_EQ(mh_path("Three"), root_ + "/" + Short(t + 6));
+}
+
+TEST_F(MhNames, ValidNames) {
+  MakeTree();
+  const struct {
+    const char* name;
+    bool syntax_ok;
+    bool exists;
+  } cases[] = {
+      {"Projects", true, true},
+      {"#mh/Projects", true, true},
+      {"Nosuch", true, false},
+      {"Projects\\Nosuch", true, false},
+      {"PROJECTS", true, false},
+      {"#dawz/Projects", false, false},
+      {"#news", false, false},
+      {"{host}INBOX", false, false},
+      {"", false, false},
+      {"~", false, false},
+      {"#mh/", false, false},
+      {"\\", false, false},
+      {"..", false, false},
+      {"Projects\\..", false, false},
+      {"~/../x", false, false},
+  };
+  for (const auto& c : cases) {
+    errno = 0;
+    EXPECT_EQ(mh_valid_name(c.name, true), c.syntax_ok) << c.name;
+    if (!c.syntax_ok) {
+      EXPECT_EQ(errno, EINVAL) << c.name;
+    }
+    errno = 0;
+    EXPECT_EQ(mh_valid_name(c.name, false), c.exists) << c.name;
+    if (!c.exists) {
+      EXPECT_EQ(errno, c.syntax_ok ? ENOENT : EINVAL) << c.name;
+    }
+  }
+}
+
+TEST_F(MhNames, ListingSkipsMessagesAndPutsInnerFoldersFirst) {
+  MakeTree();
+  Write(ProjectsDir() + "/1", "x");
+  Write(ProjectsDir() + "/2.st", "12345678");
+  fs::create_directory(ProjectsDir() + "/123");  // a number is a message's name, never a folder's
+  fs::create_directory(ProjectsDir() + "/handmade");
+
+  const std::string cafe = Cafe(), deep = Deep();
+  const struct {
+    const char* pattern;
+    std::vector<std::string> folders;
+  } cases[] = {
+      {"*", {deep, cafe, "Projects\\handmade", "Projects", kUnicode}},
+      {"%", {"Projects", kUnicode}},
+      {"Projects\\%", {cafe, "Projects\\handmade"}},
+      {"Projects\\*", {deep, cafe, "Projects\\handmade"}},
+      {"#mh/P*", {deep, cafe, "Projects\\handmade", "Projects"}},
+      {"Ü*", {kUnicode}},
+      {"Nosuch\\*", {}},
+      {"{host}*", {}},
+      {"#dawz/*", {}},
+  };
+  for (const auto& c : cases) {
+    mail_env_clear();
+    mh_find_all(nullptr, c.pattern);
+    EXPECT_EQ(Mailboxes(), c.folders) << c.pattern;
+    EXPECT_EQ(Logs(), "") << c.pattern;
+  }
+}
+
+TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
+  const struct {
+    std::vector<std::string> files;  // besides mh_index.dat and mh_cache.dat
+    bool removed;
+    std::vector<std::string> left;
+  } cases[] = {
+      {{}, true, {}},
+      {{"1", "2", "2.st", "17.st", ",3", "mh_updat.dat", "mh_index.bak", "mh_cache.new"}, true, {}},
+      {{"1", "notes.txt", "mh_updat.dat"}, false, {"notes.txt"}},
+      // notes.txt takes MHtes.txt with it, by the same rule.
+      {{"notes.txt", "MHtes.txt", "MH"}, false, {"notes.txt"}},
+  };
+  for (const auto& c : cases) {
+    mail_env_clear();
+    ASSERT_EQ(mh_create(nullptr, "Doomed"), 1) << Logs();
+    const std::string dir = mh_path("Doomed");
+    for (const std::string& f : c.files) Write(dir + "/" + f, "data");
+    EXPECT_EQ(mh_delete(nullptr, "#mh/Doomed"), c.removed ? 1 : 0);
+    if (c.removed) {
+      EXPECT_FALSE(fs::exists(dir));
+      EXPECT_EQ(Read(root_ + "/mhname.dat"), "");
+      EXPECT_FALSE(mh_valid_name("Doomed", false));
+      EXPECT_EQ(Logs(), "");
+      continue;
+    }
+    EXPECT_EQ(Logs(), "Could not delete mailbox directory " + dir + " - Directory not empty\n");
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir)) left.push_back(e.path().filename());
+    EXPECT_EQ(left, c.left);
+    // What is left still has its name, and can be deleted once emptied.
+    EXPECT_TRUE(mh_valid_name("Doomed", false));
+    fs::remove(dir + "/notes.txt");
+    EXPECT_EQ(mh_delete(nullptr, "Doomed"), 1) << Logs();
+  }
+}
+
+TEST_F(MhNames, DeleteOfAFolderWithInnerFoldersKeepsTheirNames) {
+  MakeTree();
+  EXPECT_EQ(mh_delete(nullptr, "Projects"), 0);
+  EXPECT_EQ(Logs(), "Could not delete mailbox directory " + ProjectsDir() + " - Directory not empty\n");
+  mh_forget_paths();
+  EXPECT_TRUE(mh_valid_name(Deep().c_str(), false));
+  EXPECT_FALSE(fs::exists(ProjectsDir() + "/mh_index.dat"));
+}
+
+// In place only the name changes; to another parent the directory moves,
+// never onto one of the same short name there.
+TEST_F(MhNames, RenameKeepsTheDirectoryAndItsInnerFolders) {
+  MakeTree();
+  const ino_t dir = Inode(CafeDir());
+  ASSERT_EQ(mh_rename(nullptr, Cafe().c_str(), "#mh/Projects\\Archive"), 1) << Logs();
+  EXPECT_EQ(mh_path("Projects\\Archive"), CafeDir());
+  EXPECT_EQ(Inode(CafeDir()), dir);
+  EXPECT_EQ(Read(ProjectsDir() + "/mhname.dat"), "Archive#" + Dir(1) + "\n");
+  EXPECT_FALSE(mh_valid_name(Cafe().c_str(), false));
+
+  const std::string target = std::string(kUnicode) + "\\Moved";
+  ASSERT_EQ(mh_rename(nullptr, "Projects\\Archive", target.c_str()), 1) << Logs();
+  const std::string moved = root_ + "/" + Dir(3) + "/" + Dir(1);
+  EXPECT_EQ(mh_path(target.c_str()), moved);
+  EXPECT_EQ(Inode(moved), dir);
+  EXPECT_FALSE(fs::exists(CafeDir()));
+  EXPECT_EQ(Read(ProjectsDir() + "/mhname.dat"), "");
+  EXPECT_EQ(Read(root_ + "/" + Dir(3) + "/mhname.dat"), "Moved#" + Dir(1) + "\n");
+  EXPECT_TRUE(mh_valid_name((target + "\\" + kLong).c_str(), false));
+
+  fs::create_directory(root_ + "/" + Dir(1));
+  ASSERT_EQ(mh_rename(nullptr, target.c_str(), "Top"), 1) << Logs();
+  const std::string top = mh_path("Top");
+  EXPECT_NE(top, root_ + "/" + Dir(1));
+  EXPECT_EQ(Inode(top), dir);
+}
+
+TEST_F(MhNames, SubscribeAndFind) {
+  MakeTree();
+  for (const std::string& name : {std::string("#mh/Projects"), std::string(kUnicode), std::string("Gone"), Cafe()})
+    EXPECT_EQ(mh_subscribe(nullptr, name.c_str()), 1) << name;
+  EXPECT_EQ(Read(home_ + "/subscrib.dat"), "Projects\n" + std::string(kUnicode) + "\nGone\n" + Cafe() + "\n");
+
+  const struct {
+    const char* pattern;
+    std::vector<std::string> folders;
+  } cases[] = {
+      {"*", {"Projects", kUnicode, Cafe()}},
+      {"%", {"Projects", kUnicode}},
+      {"#mh/P*", {"Projects", Cafe()}},
+      {"Projects\\%", {Cafe()}},
+      {"{host}*", {}},
+  };
+  for (const auto& c : cases) {
+    mail_env_clear();
+    mh_find(nullptr, c.pattern);
+    EXPECT_EQ(Mailboxes(), c.folders) << c.pattern;
+  }
+  EXPECT_EQ(mh_unsubscribe(nullptr, "#MH/Projects"), 1);
+  mail_env_clear();
+  mh_find(nullptr, "%");
+  EXPECT_EQ(Mailboxes(), std::vector<std::string>{kUnicode});
+}
+
+TEST_F(MhNames, NameFileLinesAndLimits) {
+  fs::create_directories(root_);
+  const std::string over_long = std::string(1100, 'y') + "#Hidden#x";
+  const std::string plain = Short(1767225600);
+  Write(root_ + "/mhname.dat",
+        "Plain#" + plain +
+            "\r\n"
+            "no hash here\n" +
+            over_long + "\n" +
+            "Split#26000000.002#tail\n"
+            "#26000000.003\n" +
+            std::string("Nul\0junk#26000000.005\n", 22) +  // listed as "Nul", so found as "Nul"
+            "Empty#\nUp#..\nOut#../elsewhere\nHere#.\n" +         // would lead outside the folder
+            "Last#26000000.004");  // no line feed at the end
+  const struct {
+    const char* long_name;
+    int found;
+    const char* short_name;
+  } by_long[] = {
+      {"Plain", 1, plain.c_str()},
+      {"Split", 1, "26000000.002#tail"},
+      {"Last", 1, "26000000.004"},
+      {"Nul", 1, "26000000.005"},
+      {"Empty", 0, "Empty"},
+      {"Up", 0, "Up"},
+      {"Out", 0, "Out"},
+      {"Here", 0, "Here"},
+      {"no hash here", 0, "no hash here"},
+      {"Hidden", 0, "Hidden"},
+      {"plain", 0, "plain"},
+      {"", 0, ""},
+  };
+  for (const auto& c : by_long) {
+    mh_forget_paths();
+    std::string out = "junk";
+    EXPECT_EQ(mh_name_to_dir(c.long_name, &out, root_), c.found) << c.long_name;
+    EXPECT_EQ(out, c.short_name) << c.long_name;
+  }
+  std::string out;
+  EXPECT_EQ(mh_dir_to_name("26000000.004", &out, root_), 1);
+  EXPECT_EQ(out, "Last");
+  EXPECT_EQ(mh_dir_to_name("26000000.009", &out, root_), 0);
+  EXPECT_EQ(out, "26000000.009");
+  EXPECT_EQ(Logs(1) + Logs(2), "");
+
+  // A new name starts a line of its own, and never takes a short name the
+  // file has already (Plain's, though it has no directory); removing a
+  // name keeps every other.
+  std::string made;
+  g_times = {1767225600, 1767225601};
+  ASSERT_TRUE(mh_name_create(root_, "New", &made));
+  EXPECT_EQ(made, Short(1767225601));
+  EXPECT_NE(made, plain);
+  ASSERT_TRUE(mh_name_create(root_, "New", &out));
+  EXPECT_EQ(out, made);
+  ASSERT_TRUE(mh_name_delete(root_, "Plain"));
+  EXPECT_EQ(Read(root_ + "/mhname.dat"),
+            "Split#26000000.002#tail\n#26000000.003\nNul#26000000.005\nLast#26000000.004\nNew#" + made + "\n");
+  EXPECT_EQ(Mode(root_ + "/mhname.dat"), 0600u);
+  ASSERT_TRUE(mh_name_delete(root_, "Nosuch"));
+  ASSERT_TRUE(mh_name_delete(root_ + "/nowhere", "Nosuch"));
+}
+
+TEST_F(MhNames, EveryFailureSaysWhy) {
+  MakeTree();
+  const std::string root = root_, projects = ProjectsDir(), stale = Short(1700000000);
+  const std::string nowhere = root + "/Nosuch/mhname.dat - No such file or directory";
+  const std::string bad_char = "Invalid character (one of '\\/:#') in folder name: ";
+  auto create = [](const char* name) { return [name] { return mh_create(nullptr, name); }; };
+  auto rename = [](const char* from, const char* to) { return [from, to] { return mh_rename(nullptr, from, to); }; };
+  // A name whose directory is missing: creating it makes the directory
+  // again, and the name, once looked up, needs no file opened.
+  auto with_stale_name = [root, stale] {
+    fs::remove_all(root + "/" + stale);
+    const std::string names = Read(root + "/mhname.dat");
+    if (names.find("Stale#") == std::string::npos) Write(root + "/mhname.dat", names + "Stale#" + stale + "\n");
+    mh_forget_paths();
+    std::string s;
+    mh_name_to_dir("Stale", &s, root);
+  };
+  const struct {
+    const char* what;
+    std::function<long()> run;
+    std::string logged;
+    long level = 2;
+  } cases[] = {
+      {"remote", create("{host}x"), "Can't create mailbox {host}x: invalid mailbox name"},
+      {"dot dot", create("Projects\\.."), "Can't create mailbox Projects\\..: invalid mailbox name"},
+      {"empty level", create("Projects\\\\x"), "Can't create mailbox Projects\\\\x: invalid mailbox name"},
+      {"colon", create("a:b"), bad_char + "a:b."},
+      {"hash below", create("Projects\\x#y"), bad_char + "x#y."},
+      {"lookup",
+       [] {
+         std::string s;
+         return long{mh_name_to_dir("a:b", &s, "/tmp")};
+       },
+       bad_char + "a:b."},
+      {"exists", create("Projects"), "Can't create mailbox Projects: mailbox already exists"},
+      {"no parent", create("Nosuch\\x"), "Failed to open MH folder name database: " + nowhere},
+      {"directory taken",
+       [&] {
+         Write(root + "/mhname.dat", Read(root + "/mhname.dat") + "Stale#" + stale + "\n");
+         Write(root + "/" + stale, "a file");
+         return mh_create(nullptr, "Stale");
+       },
+       "Can't create mailbox directory: " + root + "/" + stale + " - File exists"},
+      {"index",
+       [&] {
+         with_stale_name();
+         Limit files(RLIMIT_NOFILE, Limit::Files(0));
+         return mh_create(nullptr, "Stale");
+       },
+       "Failed to open new index file during MH cache initialization - Too many open files"},
+      {"cache",
+       [&] {
+         with_stale_name();
+         Limit files(RLIMIT_NOFILE, Limit::Files(1));
+         return mh_create(nullptr, "Stale");
+       },
+       "Failed to open new cache file during MH cache initialization - Too many open files"},
+      {"header",
+       [&] {
+         with_stale_name();
+         auto old = std::signal(SIGXFSZ, SIG_IGN);
+         Limit size(RLIMIT_FSIZE, 0);
+         const long r = mh_create(nullptr, "Stale");
+         std::signal(SIGXFSZ, old);
+         return r;
+       },
+       "Failed to write new index header during MH cache initialization - File too large"},
+      {"name file is a directory",
+       [&] {
+         fs::create_directories(root + "/x/mhname.dat");
+         std::string s;
+         return long{mh_name_to_dir("y", &s, root + "/x")};
+       },
+       "Failed to open MH folder name database: " + root + "/x/mhname.dat", 1},
+      {"list", [&] { return mh_list_dir(root + "/Nosuch", "", "*"), 0L; },
+       "Failed to open mailbox directory " + root + "/Nosuch - No such file or directory"},
+      {"delete missing", [] { return mh_delete(nullptr, "Nosuch"); },
+       "Could not delete mailbox Nosuch: no such mailbox"},
+      {"delete unreadable",
+       [] {
+         mh_path("Projects");
+         Limit files(RLIMIT_NOFILE, Limit::Files(0));
+         return mh_delete(nullptr, "Projects");
+       },
+       "Could not open mailbox directory " + projects + " to delete contents - Too many open files"},
+      {"rename missing", rename("Nosuch", "Other"), "Could not rename mailbox Nosuch: no such mailbox"},
+      {"rename onto", rename("Projects", kUnicode),
+       std::string("Can't rename to mailbox ") + kUnicode + ": destination already exists"},
+      {"rename bad", rename("Projects", "x:y"), bad_char + "x:y."},
+      {"rename nowhere", rename("Projects", "Nosuch\\x"),
+       "Failed to open MH folder name database: " + nowhere +
+           "\nCould not add new mailbox name Nosuch\\x to name database."},
+      {"rename into itself", rename("Projects", "Projects\\Inside"),
+       "Could not rename mailbox directory name " + projects + " - Invalid argument"},
+      {"old name stays",
+       [&] {
+         fs::create_directory(root + "/mhname.new");
+         return mh_rename(nullptr, kUnicode, "Renamed");
+       },
+       "Failed to open MH folder name database: " + root + "/mhname.new - Is a directory\n" +
+           "Could not delete old mailbox name " + kUnicode + " from name database."},
+  };
+  for (const auto& c : cases) {
+    mail_env_clear();
+    EXPECT_EQ(c.run(), 0) << c.what;
+    EXPECT_EQ(Logs(c.level), c.logged + "\n") << c.what;
+  }
+  // None of that lost a folder.
+  mh_forget_paths();
+  for (const std::string& name :
+       {std::string("Projects"), Cafe(), Deep(), std::string(kUnicode), std::string("Renamed")})
+    EXPECT_TRUE(mh_valid_name(name.c_str(), false)) << name;
+  EXPECT_EQ(Read(projects + "/mhname.dat"), std::string(kCafe) + "#" + Dir(1) + "\n");
+}
+
+}  // namespace

@@ -1,0 +1,342 @@
+// Shared by the mh driver's tests: a temporary user directory with folders,
+// generated messages of many MIME shapes in CRLF and bare-LF form, and a
+// dump of everything a stream gives for a message, to compare two reads
+// of a folder byte for byte.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "c-client/mh/local_paths.h"
+#include "c-client/core/mail.h"
+#include "c-client/core/mail_core.h"
+#include "c-client/mh/mh.h"
+#include "c-client/mh/mh_format.h"
+#include "c-client/mh/mh_names.h"
+#include "c-client/core/plain_env.h"
+#include "c-client/rfc822/rfc822.h"
+#include "tests/c-client/core/env_lines.h"
+
+namespace mh_test {
+
+namespace fs = std::filesystem;
+
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void WriteFile(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << bytes;
+}
+
+inline std::string Le32(uint32_t v) {
+  std::string s(4, '\0');
+  for (int i = 0; i < 4; ++i) s[i] = static_cast<char>((v >> (8 * i)) & 0xff);
+  return s;
+}
+
+// --- Generated messages -------------------------------------------------
+
+struct GenMessage {
+  std::string text;
+  std::string first_text;     // bytes of the first text/plain part
+  std::string first_section;  // and its section ("" for none)
+};
+
+// Shapes by i % 6: plain; multipart with a base64 attachment; nested
+// alternative inside mixed; an enclosed message/rfc822 in a multipart; a
+// whole message/rfc822 body; quoted-printable with every address field.
+// Line ends are CRLF or bare LF as asked; sizes grow with i.
+inline GenMessage MakeMessage(int i, bool crlf) {
+  const std::string nl = crlf ? "\r\n" : "\n";
+  const std::string id = std::to_string(i);
+  std::string text_part;
+  for (int k = 0; k <= i % 7; ++k)
+    text_part += "Line " + std::to_string(k) + " of message " + id + ", some words to search: needle" + id + nl;
+  std::string base64;
+  for (int k = 0; k < 3 + i % 5; ++k) base64 += "QUJDREVGR0hJSktMTU5PUFFSU1RVVldYWVphYmNkZWZnaGlqa2xtbm9w" + nl;
+  const std::string common = "From: Sender " + id + " <sender" + id + "@example.org>" + nl +
+                             "To: First <first@example.org>, second@example.net" + nl + "Subject: Shape " +
+                             std::to_string(i % 6) + " number " + id + nl +
+                             "Date: Mon, 3 Jun 2024 10:0" + std::to_string(i % 10) + ":00 +0200" + nl;
+  GenMessage m;
+  // Inside a multipart the line end before a boundary belongs to the
+  // boundary, not to the part.
+  m.first_text = i % 6 == 0 || i % 6 == 5 ? text_part : text_part.substr(0, text_part.size() - nl.size());
+  m.first_section = i % 6 == 2 ? "1.1" : "1";
+  switch (i % 6) {
+    case 0:
+      m.text = common + nl + text_part;
+      break;
+    case 1:
+      m.text = common + "MIME-Version: 1.0" + nl + "Content-Type: multipart/mixed; boundary=\"b" + id + "\"" + nl +
+               nl + "preamble" + nl + "--b" + id + nl + "Content-Type: text/plain; charset=us-ascii" + nl + nl +
+               text_part + "--b" + id + nl + "Content-Type: application/octet-stream; name=\"f" + id + ".bin\"" +
+               nl + "Content-Transfer-Encoding: base64" + nl + "Content-Description: attachment " + id + nl + nl +
+               base64 + "--b" + id + "--" + nl + "epilogue" + nl;
+      break;
+    case 2:
+      m.text = common + "MIME-Version: 1.0" + nl + "Content-Type: multipart/mixed; boundary=outer" + id + nl + nl +
+               "--outer" + id + nl + "Content-Type: multipart/alternative; boundary=inner" + id + nl + nl +
+               "--inner" + id + nl + "Content-Type: text/plain" + nl + nl + text_part + "--inner" + id + nl +
+               "Content-Type: text/html" + nl + nl + "<p>html " + id + "</p>" + nl + "--inner" + id + "--" + nl +
+               "--outer" + id + nl + "Content-Type: image/png" + nl + "Content-Transfer-Encoding: base64" + nl +
+               "Content-ID: <img" + id + "@example.org>" + nl + nl + base64 + "--outer" + id + "--" + nl;
+      break;
+    case 3:
+      m.text = common + "MIME-Version: 1.0" + nl + "Content-Type: multipart/mixed; boundary=m" + id + nl + nl +
+               "--m" + id + nl + "Content-Type: text/plain" + nl + nl + text_part + "--m" + id + nl +
+               "Content-Type: message/rfc822" + nl + nl + "From: inner" + id + "@example.com" + nl +
+               "Subject: enclosed " + id + nl + "MIME-Version: 1.0" + nl +
+               "Content-Type: multipart/mixed; boundary=e" + id + nl + nl + "--e" + id + nl +
+               "Content-Type: text/plain" + nl + nl + "enclosed text " + id + nl + "--e" + id + nl +
+               "Content-Type: application/pdf" + nl + "Content-Transfer-Encoding: base64" + nl + nl + base64 +
+               "--e" + id + "--" + nl + "--m" + id + "--" + nl;
+      break;
+    case 4:
+      m.text = common + "MIME-Version: 1.0" + nl + "Content-Type: message/rfc822" + nl + nl + "From: wrapped" + id +
+               "@example.com" + nl + "Subject: wrapped " + id + nl + nl + text_part;
+      m.first_text.clear();
+      m.first_section.clear();
+      break;
+    default:
+      m.text = "From: Q " + id + " <q" + id + "@example.org>" + nl + "Sender: s@example.org" + nl +
+               "Reply-To: r@example.org" + nl + "To: a@example.org, B <b@example.org>" + nl +
+               "Cc: c@example.org" + nl + "Bcc: d@example.org" + nl + "Subject: =?utf-8?q?caf=C3=A9?= " + id + nl +
+               "In-Reply-To: <parent" + id + "@example.org>" + nl + "Newsgroups: comp.mail" + nl +
+               "MIME-Version: 1.0" + nl + "Content-Type: text/plain; charset=utf-8; format=flowed" + nl +
+               "Content-Transfer-Encoding: quoted-printable" + nl + nl + text_part;
+      break;
+  }
+  return m;
+}
+
+// --- Dumps of what a stream gives -----------------------------------------
+
+inline std::string S(const char* s) { return s ? std::string("\"") + s + "\"" : "null"; }
+
+// Lists come back from the cache in reverse order; `reverse` turns a fresh
+// parse's lists round so the two compare.
+template <typename T>
+std::vector<const T*> Items(const T* list, bool reverse) {
+  std::vector<const T*> v;
+  for (; list; list = list->next) v.push_back(list);
+  if (reverse) std::reverse(v.begin(), v.end());
+  return v;
+}
+
+inline std::string DumpAddresses(const MailAddress* list, bool reverse) {
+  std::string out = "[";
+  for (const MailAddress* a : Items(list, reverse))
+    out += "(" + S(a->personal) + " " + S(a->adl) + " " + S(a->mailbox) + " " + S(a->host) + ")";
+  return out + "]";
+}
+
+inline std::string DumpEnvelope(const Envelope* e, bool reverse) {
+  if (!e) return "no envelope";
+  std::string out = "return_path=" + DumpAddresses(e->return_path, reverse) + " date=" + S(e->date) +
+                    " from=" + DumpAddresses(e->from, reverse) + " sender=" + DumpAddresses(e->sender, reverse) +
+                    " reply_to=" + DumpAddresses(e->reply_to, reverse) + " subject=" + S(e->subject) +
+                    " to=" + DumpAddresses(e->to, reverse) + " cc=" + DumpAddresses(e->cc, reverse) +
+                    " bcc=" + DumpAddresses(e->bcc, reverse) + " in_reply_to=" + S(e->in_reply_to) +
+                    " message_id=" + S(e->message_id) + " newsgroups=" + S(e->newsgroups) + " extra=";
+  for (const ExtraHeader* x : Items(e->extra_headers, reverse)) out += S(x->name) + ":" + S(x->value) + ";";
+  return out;
+}
+
+inline std::string DumpBody(const BodyPart* b, bool reverse, int depth = 0) {
+  if (!b) return "no body";
+  std::string pad(static_cast<size_t>(depth) * 2, ' ');
+  std::string out = pad + "type=" + std::to_string(b->type) + " enc=" + std::to_string(b->encoding) +
+                    " subtype=" + S(b->subtype) + " id=" + S(b->id) + " desc=" + S(b->description) +
+                    " lines=" + std::to_string(b->size_lines) + " bytes=" + std::to_string(b->size_bytes) +
+                    " raw=" + std::to_string(b->size_raw) + " msg_offset=" + std::to_string(b->msg_offset) +
+                    " params=";
+  for (const BodyParameter* p : Items(b->parameter, reverse)) out += S(p->attribute) + "=" + S(p->value) + ";";
+  out += "\n";
+  for (const BodyPartNode* n = b->parts; n; n = n->next)
+    out += pad + "part@" + std::to_string(n->offset) + "\n" + DumpBody(&n->body, reverse, depth + 1);
+  if (b->msg_env) out += pad + "msg_env " + DumpEnvelope(b->msg_env, reverse) + "\n";
+  if (b->msg_body) out += pad + "msg_body\n" + DumpBody(b->msg_body, reverse, depth + 1);
+  return out;
+}
+
+inline std::string TextOf(const MailText* t) {
+  if (!t) return "<no text>";
+  if (t->kind == kTextFile) return "<file " + ReadFile(t->data) + ">";
+  return std::string(t->data, t->size);
+}
+
+// Every leaf section of a body ("1", "2.1", ...), and the node offsets.
+inline void Sections(const BodyPart* b, const std::string& prefix, std::vector<std::string>* out) {
+  if (b->type == TYPEMULTIPART) {
+    int k = 1;
+    for (const BodyPartNode* n = b->parts; n; n = n->next, ++k) {
+      std::string name = prefix.empty() ? std::to_string(k) : prefix + "." + std::to_string(k);
+      if (n->body.type == TYPEMULTIPART) {
+        Sections(&n->body, name, out);
+      } else {
+        out->push_back(name);
+        // An enclosed message's own parts are sections under its number.
+        if (n->body.msg_body && n->body.msg_body->type == TYPEMULTIPART) Sections(n->body.msg_body, name, out);
+      }
+    }
+  } else if (prefix.empty()) {
+    out->push_back("1");
+  }
+}
+
+inline std::string DumpStructure(MailStream* s, unsigned long msgno, BodyPart** body_out = nullptr) {
+  BodyPart* body = nullptr;
+  Envelope* env = mail_fetchstructure(s, msgno, &body);
+  if (body_out) *body_out = body;
+  return DumpEnvelope(env, false) + "\n" + DumpBody(body, false);
+}
+
+// Everything the stream gives for one message, through the core.
+inline std::string DumpMessage(MailStream* stream, unsigned long msgno) {
+  BodyPart* body = nullptr;
+  std::string out = DumpStructure(stream, msgno, &body);
+  out += "header:" + TextOf(mail_fetchheader(stream, msgno)) + "\n";
+  out += "text:" + TextOf(mail_fetchtext(stream, msgno)) + "\n";
+  std::vector<std::string> sections;
+  if (body) Sections(body, "", &sections);
+  for (const std::string& s : sections) {
+    unsigned long length = 0;
+    MailText* t = mail_fetchbody(stream, msgno, s.c_str(), &length);
+    out += "section " + s + " (" + std::to_string(length) + "):" + TextOf(t) + "\n";
+  }
+  return out;
+}
+
+// --- The fixture -----------------------------------------------------------
+
+inline long TestClock() {
+  static long now = 1700000000;
+  return ++now;
+}
+
+class MhTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/mh_driver_test.XXXXXX";
+    ASSERT_NE(::mkdtemp(tmpl), nullptr);
+    home_ = tmpl;
+    local_set_home(home_.c_str());
+    mh_set_clock_for_test(TestClock);
+    mh_forget_paths();
+    mh_set_write_failure_for_test(-1);
+    mh_set_crash_point_for_test(nullptr);
+    mail_unlink_all();
+    mail_link(&mhdriver);
+    mail_set_default_driver(&mhdriver);
+    mailcache = mm_cache;
+    mail_env_clear();
+  }
+  void TearDown() override {
+    mh_set_write_failure_for_test(-1);
+    mh_set_crash_point_for_test(nullptr);
+    for (MailStream* s : streams_)
+      if (s) mail_close(s);
+    mh_set_clock_for_test(nullptr);
+    mh_forget_paths();
+    mail_unlink_all();
+    fs::remove_all(home_);
+    mail_env_clear();
+  }
+
+  // Makes a folder; its directory.
+  std::string Create(const char* name) {
+    EXPECT_EQ(mh_create(nullptr, name), 1) << Logs();
+    return mh_path(name);
+  }
+
+  MailStream* Open(const char* name, long options = 0) {
+    MailStream* s = mail_open(nullptr, name, options);
+    if (s) streams_.push_back(s);
+    return s;
+  }
+
+  void Close(MailStream*& stream) {
+    for (MailStream*& s : streams_)
+      if (s == stream) s = nullptr;
+    mail_close(stream);
+    stream = nullptr;
+  }
+
+  long Append(const char* name, const std::string& text, const char* flags = nullptr, const char* date = nullptr) {
+    StringSource source;
+    string_init(&source, &mail_string, const_cast<char*>(text.data()), text.size());
+    return mail_append(nullptr, name, flags, date, &source);
+  }
+
+  // The folder's message files by number, and their bytes.
+  static std::map<uint32_t, std::string> Messages(const std::string& dir) {
+    std::map<uint32_t, std::string> out;
+    for (const auto& e : fs::directory_iterator(dir)) {
+      const std::string name = e.path().filename().string();
+      if (!name.empty() && name.find_first_not_of("0123456789") == std::string::npos)
+        out[static_cast<uint32_t>(std::stoul(name))] = ReadFile(e.path().string());
+    }
+    return out;
+  }
+
+  // A message's flags as the element has them, as "SDFAR" letters
+  // (seen, deleted, flagged, answered, draft) or "-".
+  static std::string Flags(MailStream* s, unsigned long msgno) {
+    const MessageElt* e = mail_elt(s, msgno);
+    return std::string() + (e->seen ? 'S' : '-') + (e->deleted ? 'D' : '-') + (e->flagged ? 'F' : '-') +
+           (e->answered ? 'A' : '-') + (e->draft ? 'd' : '-');
+  }
+
+  // file number -> flags, for every message of a stream.
+  static std::map<unsigned long, std::string> FlagMap(MailStream* s) {
+    std::map<unsigned long, std::string> out;
+    for (unsigned long i = 1; i <= s->nmsgs; ++i) out[mail_elt(s, i)->file_number] = Flags(s, i);
+    return out;
+  }
+
+  static std::string Logs() {
+    std::string out;
+    for (const MailEnvLine& l : mail_env_lines())
+      if (l.callback != "dlog") out += l.callback + "(" + std::to_string(l.level) + "): " + l.text + "\n";
+    return out;
+  }
+
+  static bool Said(const std::string& callback, const std::string& text) { return EnvSaid(callback, text); }
+
+  static MhIndexHeader Header(const std::string& dir) {
+    std::string bytes = ReadFile(dir + "/mh_index.dat");
+    MhIndexHeader h{};
+    mh_decode_header(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), &h);
+    return h;
+  }
+
+  static std::vector<MhIndexRecord> Records(const std::string& dir, const char* file = "mh_index.dat") {
+    std::string bytes = ReadFile(dir + "/" + file);
+    std::vector<MhIndexRecord> out;
+    size_t from = std::string(file).find("updat") == std::string::npos ? kMhHeaderSize : 0;
+    for (size_t at = from; at + kMhRecordSize <= bytes.size(); at += kMhRecordSize) {
+      MhIndexRecord r;
+      mh_decode_record(reinterpret_cast<const uint8_t*>(bytes.data() + at), &r);
+      out.push_back(r);
+    }
+    return out;
+  }
+
+  std::string home_;
+  std::vector<MailStream*> streams_;
+};
+
+}  // namespace mh_test

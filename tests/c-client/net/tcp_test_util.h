@@ -1,0 +1,217 @@
+// Shared by the transport tests: a one-connection loopback server on a
+// thread, socket helpers for its side, and a fixture that records the
+// transport's hooks and checks that every test gives its sockets back.
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "c-client/core/env.h"
+#include "c-client/core/plain_env.h"
+#include "c-client/net/tcp.h"
+
+namespace tcptest {
+
+using Clock = std::chrono::steady_clock;
+
+inline double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// CPU time of the calling thread: a read that spins instead of waiting
+// shows up here even when it ends in time.
+inline double ThreadCpuSeconds() {
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
+}
+
+// A line the transport gave, freed; "(null)" for none.
+inline std::string Take(char* line) {
+  std::string text = line ? line : "(null)";
+  if (line) FS_GIVE(&line);
+  return text;
+}
+
+inline void Pause(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+inline bool SendAll(int fd, const std::string& data) {
+  size_t done = 0;
+  while (done < data.size()) {
+    ssize_t n = ::send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
+    if (n <= 0) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// Reads one CRLF line (without it) within the time limit; "" with *ok false
+// when none comes.
+inline std::string ReadLine(int fd, bool* ok = nullptr, int limit_ms = 10000) {
+  std::string line;
+  auto end = Clock::now() + std::chrono::milliseconds(limit_ms);
+  while (Clock::now() < end) {
+    pollfd p{fd, POLLIN, 0};
+    if (::poll(&p, 1, 100) <= 0) continue;
+    char c;
+    if (::recv(fd, &c, 1, 0) != 1) break;
+    line += c;
+    if (line.size() >= 2 && line.compare(line.size() - 2, 2, "\r\n") == 0) {
+      if (ok) *ok = true;
+      return line.substr(0, line.size() - 2);
+    }
+  }
+  if (ok) *ok = false;
+  return "";
+}
+
+inline bool Readable(int fd, int limit_ms) {
+  pollfd p{fd, POLLIN, 0};
+  return ::poll(&p, 1, limit_ms) > 0;
+}
+
+// Ends the test process when the code under test has not returned in
+// time: a hang then fails in seconds, with a message, instead of waiting
+// for the test runner's time-out.
+class Watchdog {
+ public:
+  Watchdog(int seconds, std::string what)
+      : thread_([this, seconds, what] {
+          if (done_.try_acquire_for(std::chrono::seconds(seconds))) return;
+          std::fprintf(stderr, "HANG: %s did not return within %d s\n", what.c_str(), seconds);
+          std::_Exit(1);
+        }) {}
+  ~Watchdog() {
+    done_.release();
+    thread_.join();
+  }
+
+ private:
+  std::binary_semaphore done_{0};
+  std::thread thread_;
+};
+
+// Listens on a loopback address at a free port and serves one connection
+// on its own thread with the given script; the descriptor is closed when
+// the script returns. A test that never connects does not hang it.
+class LoopbackServer {
+ public:
+  explicit LoopbackServer(bool ipv6 = false, int backlog = 1) {
+    listener_ = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in6 v6{};
+    sockaddr_in v4{};
+    v6.sin6_family = AF_INET6;
+    v6.sin6_addr = in6addr_loopback;
+    v4.sin_family = AF_INET;
+    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* a = ipv6 ? reinterpret_cast<sockaddr*>(&v6) : reinterpret_cast<sockaddr*>(&v4);
+    socklen_t len = ipv6 ? sizeof v6 : sizeof v4;
+    ok_ = ::bind(listener_, a, len) == 0 && ::listen(listener_, backlog) == 0 && ::getsockname(listener_, a, &len) == 0;
+    port_ = ntohs(ipv6 ? v6.sin6_port : v4.sin_port);
+  }
+  ~LoopbackServer() {
+    done_ = true;
+    if (thread_.joinable()) thread_.join();
+    if (listener_ >= 0) ::close(listener_);
+  }
+  bool ok() const { return ok_; }
+  unsigned short port() const { return port_; }
+  int listener() const { return listener_; }
+  // Set by the destructor, or by the test: scripts that hold the connection
+  // open wait for it.
+  std::atomic<bool>& done() { return done_; }
+
+  void Serve(std::function<void(int fd)> script) {
+    thread_ = std::thread([this, script] {
+      for (auto end = Clock::now() + std::chrono::seconds(20); !done_ && Clock::now() < end;) {
+        if (!Readable(listener_, 50)) continue;
+        int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) return;
+        int one = 1;
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        script(fd);
+        ::close(fd);
+        return;
+      }
+    });
+  }
+  // Holds the connection until the test is done with it.
+  void WaitUntilDone() {
+    while (!done_) Pause(10);
+  }
+
+ private:
+  int listener_ = -1;
+  unsigned short port_ = 0;
+  bool ok_ = false;
+  std::atomic<bool> done_{false};
+  std::thread thread_;
+};
+
+// What the transport told the program, through the hooks.
+struct HookLog {
+  static inline std::vector<int> outcomes;
+  static inline int asked = 0;
+  static inline bool short_next = false;
+  static void Outcome(int ok) { outcomes.push_back(ok); }
+  // Like the program's option: true once, then reset.
+  static bool ShortTimeout() {
+    ++asked;
+    return std::exchange(short_next, false);
+  }
+};
+
+inline bool Told(const char* callback, const std::string& text, long level = -2) {
+  for (const MailEnvLine& l : mail_env_lines())
+    if (l.callback == callback && l.text == text && (level == -2 || l.level == level)) return true;
+  return false;
+}
+
+inline std::string AllTold() {
+  std::string all;
+  for (const MailEnvLine& l : mail_env_lines()) all += l.callback + "[" + std::to_string(l.level) + "] " + l.text + "\n";
+  return all;
+}
+
+// Short time-outs so that a broken test fails in seconds, not minutes; the
+// hooks recorded; every socket given back at the end.
+class TcpFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    mail_env_clear();
+    HookLog::outcomes.clear();
+    HookLog::asked = 0;
+    HookLog::short_next = false;
+    static const TcpHooks hooks = {HookLog::Outcome, HookLog::ShortTimeout};
+    tcp_set_hooks(&hooks);
+    tcp_set_timeouts_for_test(10, 10, 10);
+    baseline_ = connections;
+  }
+  void TearDown() override {
+    tcp_set_hooks(nullptr);
+    tcp_set_timeouts_for_test(0, 0, 0);
+    tcp_set_resolver_for_test(nullptr);
+    EXPECT_EQ(connections, baseline_) << "a socket was not given back";
+  }
+  long baseline_ = 0;
+};
+
+}  // namespace tcptest

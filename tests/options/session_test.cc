@@ -1,0 +1,157 @@
+// The session manager dialog, driven by control ids as a user would.
+#include <string>
+
+#include "src/options/session.h"
+#include "src/base/cenv.h"
+#include "src/app/workspace.h"
+#include "src/options/options.h"
+#include "tests/support/frame_fixture.h"
+
+namespace {
+
+constexpr int kSessionRid = 150;
+constexpr int kDetailsRid = 170;
+
+class Session : public FrameTest {
+ protected:
+  void SetUp() override {
+    FrameTest::SetUp();
+    WriteUserOptions();
+  }
+  static std::string ListRows(WINDOW dlg) {
+    WINDOW list = xvt_win_get_ctl(dlg, 156);
+    std::string rows;
+    char buf[200];
+    for (int i = 0; i < xvt_list_count_all(list); ++i)
+      rows += std::string(xvt_list_is_sel(list, i) ? "*" : "") + xvt_list_get_elt(list, i, buf, sizeof buf) + ";";
+    return rows;
+  }
+};
+
+constexpr const char* kTwoConfigs =
+    "[LOCAL] default\n"
+    "name=Home Office\n"
+    "file=/tmp/home-options.tcl\n"
+    "type=tcl\n"
+    "[LOCAL]\n"
+    "name=Laptop\n"
+    "file=/tmp/laptop-options.tcl\n"
+    "type=tcl\n"
+    "[REMOTE]\n"
+    "name=Work\n"
+    "host=imsp.example.org\n"
+    "port=406\n"
+    "type=imsp\n";
+
+TEST_F(Session, EmptyTableLeavesOnlyCancelAndStartsOnline) {
+  std::string enabled;
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+    for (int id : {152, 153, 156, 157, 158, 159})
+      enabled += std::to_string(id) + (xvt_vobj_is_enabled(xvt_win_get_ctl(dlg, id)) ? "+ " : "- ");
+    xvt_test_click(dlg, 158);
+  });
+  int offline = -1;
+  Run({"-b", "-c", "Prompt"}, [&] {
+    offline = IsOffline();
+    Exit();
+  });
+  EXPECT_EQ(enabled, "152- 153- 156- 157- 158+ 159- ");
+  EXPECT_EQ(offline, 0);
+}
+
+TEST_F(Session, ChoosingALocalConfigurationOnline) {
+  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
+  std::string rows_at_start, title;
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+    char buf[100];
+    title = xvt_vobj_get_title(dlg, buf, sizeof buf);
+    rows_at_start = ListRows(dlg);
+    EXPECT_TRUE(xvt_ctl_is_checked(xvt_win_get_ctl(dlg, 152)));
+    xvt_test_select(dlg, 156, 1);
+    xvt_test_click(dlg, 157);
+  });
+  Run({"-b", "-cp"}, [&] {
+    EXPECT_EQ(IsOffline(), 0);
+    EXPECT_STREQ(CENV_GetConfigFile(), "/tmp/laptop-options.tcl");
+    EXPECT_EQ(CENV_GetDefaultRemote(), 0);
+    EXPECT_EQ(Option("Options.LocalFile"), "/tmp/laptop-options.tcl");
+    // The new online default is written back to the init file on save.
+    EXPECT_EQ(CENV_GetConfigOnlineDefault(1), 1);
+    EXPECT_EQ(CENV_GetConfigOnlineDefault(0), 0);
+    EXPECT_EQ(Option("Options.SaveLocation"), "ON");
+    Exit();
+  });
+  EXPECT_EQ(title, "Session Manager");
+  EXPECT_EQ(rows_at_start, "*Home Office;Laptop;Work;");
+}
+
+TEST_F(Session, OfflineListsOnlyLocalConfigurations) {
+  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
+  std::string rows;
+  bool details_enabled = false;
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+    xvt_test_click(dlg, 153);
+    rows = ListRows(dlg);
+    details_enabled = xvt_vobj_is_enabled(xvt_win_get_ctl(dlg, 159));
+    xvt_test_click(dlg, 157);
+  });
+  Run({"-b", "-c", "p"}, [&] {
+    EXPECT_EQ(IsOffline(), 1);
+    // Offline, the options come from the local file whatever was chosen.
+    EXPECT_EQ(Option("Options.Location"), "Local");
+    Exit();
+  });
+  EXPECT_EQ(rows, "*Home Office;Laptop;");
+  EXPECT_TRUE(details_enabled);
+}
+
+TEST_F(Session, DetailsShowTheRecordReadOnly) {
+  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
+  std::string shown;
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+    xvt_test_select(dlg, 156, 2);
+    xvt_test_push_dialog(kDetailsRid, [&](WINDOW details) {
+      char buf[200];
+      for (int id : {171, 178, 180, 182}) shown += std::string(xvt_vobj_get_title(xvt_win_get_ctl(details, id), buf, sizeof buf)) + "|";
+      shown += xvt_ctl_is_checked(xvt_win_get_ctl(details, 172)) ? "remote|" : "local|";
+      for (int id : {171, 172, 173, 175, 176, 178, 180, 182})
+        if (xvt_vobj_is_enabled(xvt_win_get_ctl(details, id))) shown += "enabled " + std::to_string(id);
+      xvt_test_click(details, 186);
+    });
+    xvt_test_click(dlg, 159);
+    xvt_test_click(dlg, 158);
+  });
+  Run({"-b", "-c", "p"}, [&] { Exit(); });
+  EXPECT_EQ(shown, "Work||imsp.example.org|406|remote|");
+}
+
+TEST_F(Session, CancelLeavesThePromptModeAndStartsOffline) {
+  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) { xvt_test_click(dlg, 158); });
+  Run({"-b", "-c", "p"}, [&] {
+    EXPECT_EQ(IsOffline(), 1);
+    EXPECT_EQ(CENV_GetConnectionMode(), kConnDisconnected);
+    Exit();
+  });
+}
+
+TEST_F(Session, LoadFromTheMenuReloadsTheWorkspace) {
+  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
+  WriteFile("/tmp/laptop-options.tcl", "option General.Fullname Laptop\noption General.MailAddress l@example.org\n");
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) { xvt_test_click(dlg, 157); });
+  Run({"-b", "-c", "p"}, [&] {
+    std::string title;
+    xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+      char buf[100];
+      title = xvt_vobj_get_title(dlg, buf, sizeof buf);
+      xvt_test_select(dlg, 156, 1);
+      xvt_test_click(dlg, 157);
+    });
+    xvt_test_user_command(TASK_WIN, M_OPTIONS_LOAD);
+    EXPECT_EQ(title, "Load Options");
+    EXPECT_EQ(Option("General.Fullname"), "Laptop");
+    Exit();
+  });
+}
+
+}  // namespace
