@@ -1,0 +1,116 @@
+// The safe writer leaves the old file or the new one, never half of one and
+// never a stray temporary, whatever step fails.
+#include "rclib/safe_file.h"
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace {
+
+class SafeFile : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/velmar-safe-XXXXXX";
+    ASSERT_TRUE(::mkdtemp(tmpl));
+    dir_ = tmpl;
+    path_ = dir_ + "/file.dat";
+  }
+  void TearDown() override {
+    safe_clear_faults_for_test();
+    for (const std::string& n : Names()) ::unlink((dir_ + "/" + n).c_str());
+    ::rmdir(dir_.c_str());
+  }
+  std::set<std::string> Names() const {
+    std::set<std::string> names;
+    if (DIR* d = ::opendir(dir_.c_str())) {
+      while (dirent* e = ::readdir(d))
+        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") names.insert(e->d_name);
+      ::closedir(d);
+    }
+    return names;
+  }
+  std::string Read() const {
+    std::ifstream in(path_, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+  }
+  std::string dir_, path_;
+};
+
+TEST_F(SafeFile, ReplaceWritesTheWholeFileWithItsMode) {
+  const std::string data(70000, 'x');
+  ASSERT_TRUE(safe_replace_file(path_, data, 0600));
+  EXPECT_EQ(Read(), data);
+  struct stat st;
+  ASSERT_EQ(::stat(path_.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  EXPECT_EQ(Names(), std::set<std::string>{"file.dat"});
+}
+
+// Every step of a replace, failed in turn: the old text stays, nothing else
+// is left in the directory, and the error names the step.
+TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
+  struct Row {
+    SafeStep step;
+    long nth;
+    int error;
+  } rows[] = {
+      {kSafeOpen, 1, EMFILE}, {kSafeWrite, 1, ENOSPC}, {kSafeSync, 1, EIO},
+      {kSafeRename, 1, EXDEV}, {kSafeSync, 2, EIO},  // the directory sync, after the rename
+  };
+  for (const Row& r : rows) {
+    ASSERT_TRUE(safe_replace_file(path_, "old", 0600));
+    safe_fail_from_for_test(r.step, r.nth, r.error);
+    SafeFileError err;
+    EXPECT_FALSE(safe_replace_file(path_, "new text", 0600, &err)) << safe_step_name(r.step);
+    EXPECT_EQ(err.step, r.step);
+    EXPECT_EQ(err.error, r.error);
+    EXPECT_EQ(err.text().rfind(safe_step_name(r.step), 0), 0u);
+    safe_clear_faults_for_test();
+    // A failed directory sync comes after the rename: the new text is in
+    // place but the caller was told it may not last a crash.
+    EXPECT_EQ(Read(), r.step == kSafeSync && r.nth == 2 ? "new text" : "old") << safe_step_name(r.step);
+    EXPECT_EQ(Names(), std::set<std::string>{"file.dat"}) << safe_step_name(r.step);
+  }
+}
+
+TEST_F(SafeFile, ExclusiveCreateRefusesAnythingAlreadyThere) {
+  const std::string fifo = dir_ + "/fifo", link = dir_ + "/link";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  ASSERT_EQ(::symlink((dir_ + "/elsewhere").c_str(), link.c_str()), 0);
+  for (const std::string& p : {fifo, link}) {
+    SafeFileError err;
+    EXPECT_EQ(safe_create_exclusive(p.c_str(), 0600, &err), -1) << p;  // and does not block on the FIFO
+    EXPECT_EQ(err.error, EEXIST) << p;
+  }
+  EXPECT_FALSE(Names().count("elsewhere"));
+  const int fd = safe_create_exclusive(path_.c_str(), 0600);
+  ASSERT_GE(fd, 0);
+  ::close(fd);
+}
+
+TEST_F(SafeFile, AppendAddsWholeRecordsOrNothing) {
+  ASSERT_TRUE(safe_append_record(path_, "one\n", 4, 0600));
+  ASSERT_TRUE(safe_append_record(path_, "two\n", 4, 0600));
+  for (SafeStep step : {kSafeOpen, kSafeWrite, kSafeSync}) {
+    safe_fail_from_for_test(step, 1, ENOSPC);
+    SafeFileError err;
+    EXPECT_FALSE(safe_append_record(path_, "three\n", 6, 0600, &err));
+    EXPECT_EQ(err.step, step);
+    safe_clear_faults_for_test();
+  }
+  // A failed sync cannot take back what the write put in the file; the
+  // caller learns of it and decides.
+  EXPECT_EQ(Read().substr(0, 8), "one\ntwo\n");
+}
+
+}  // namespace
