@@ -69,6 +69,35 @@ int safe_create_exclusive(const char* path, unsigned mode, SafeFileError* err) {
   return safe_open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode, err);
 }
 
+int safe_open_read(const char* path, SafeFileError* err) {
+  if (Refused(kSafeOpen)) return FailFd(err, kSafeOpen);
+  int fd;
+  do fd = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  while (fd < 0 && errno == EINTR);
+  if (fd < 0) return FailFd(err, kSafeOpen);
+  struct stat st;
+  const bool stated = ::fstat(fd, &st) == 0;
+  if (!stated || !S_ISREG(st.st_mode)) {
+    if (stated) errno = EINVAL;
+    CloseKeepingErrno(fd);
+    return FailFd(err, kSafeOpen);
+  }
+  const int flags = ::fcntl(fd, F_GETFL);
+  if (flags >= 0) ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+  return fd;
+}
+
+FILE* safe_fopen_read(const char* path, SafeFileError* err) {
+  const int fd = safe_open_read(path, err);
+  if (fd < 0) return nullptr;
+  FILE* f = ::fdopen(fd, "rb");
+  if (!f) {
+    CloseKeepingErrno(fd);
+    Fail(err, kSafeOpen);
+  }
+  return f;
+}
+
 bool safe_write_all(int fd, const void* data, size_t size, SafeFileError* err) {
   if (Refused(kSafeWrite)) return Fail(err, kSafeWrite);
   const char* p = static_cast<const char*>(data);

@@ -13,6 +13,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -57,6 +58,14 @@ bool safe_replace_file(const std::string& path, std::string_view data, unsigned 
 // shifts later records.
 bool safe_append_record(const std::string& path, const void* data, size_t size, unsigned mode,
                         SafeFileError* err = nullptr);
+
+// Opens a file for reading only if it is a regular file: a FIFO, a device
+// or a directory dropped where a file should be would block the open or the
+// read forever. The open itself never blocks; the descriptor is blocking
+// again when returned. Anything else fails with EINVAL ("not a regular file").
+int safe_open_read(const char* path, SafeFileError* err = nullptr);
+// The same, as a stdio stream ("rb").
+FILE* safe_fopen_read(const char* path, SafeFileError* err = nullptr);
 
 // Test hooks: from now on, the nth call (1-based) of step and every later
 // one fails with error, as a full disk or a failing device would; nth 0

@@ -98,6 +98,23 @@ TEST_F(SafeFile, ExclusiveCreateRefusesAnythingAlreadyThere) {
   ::close(fd);
 }
 
+TEST_F(SafeFile, ReadingRefusesWhatIsNotARegularFileWithoutBlocking) {
+  const std::string fifo = dir_ + "/fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  for (const std::string& p : {fifo, dir_}) {
+    SafeFileError err;
+    EXPECT_EQ(safe_open_read(p.c_str(), &err), -1) << p;
+    EXPECT_EQ(err.error, EINVAL) << p;
+    EXPECT_EQ(safe_fopen_read(p.c_str()), nullptr) << p;
+  }
+  ASSERT_TRUE(safe_replace_file(path_, "text", 0600));
+  FILE* f = safe_fopen_read(path_.c_str());
+  ASSERT_NE(f, nullptr);
+  char buf[8] = {};
+  EXPECT_EQ(std::fread(buf, 1, sizeof buf, f), 4u);
+  std::fclose(f);
+}
+
 TEST_F(SafeFile, AppendAddsWholeRecordsOrNothing) {
   ASSERT_TRUE(safe_append_record(path_, "one\n", 4, 0600));
   ASSERT_TRUE(safe_append_record(path_, "two\n", 4, 0600));
