@@ -59,7 +59,7 @@ bool IsUserInput(QEvent::Type t) {
 bool Reachable(const QWidget* w) {
   auto& s = S();
   if (!s.trapped) return true;
-  const QWidget* trap = Live(s.trapped) ? (s.trapped == s.task ? static_cast<QWidget*>(s.task_window) : s.trapped->outer.data()) : nullptr;
+  const QWidget* trap = Live(s.trapped) ? (s.trapped == R().task ? static_cast<QWidget*>(s.task_window) : s.trapped->outer.data()) : nullptr;
   const QWidget* progress = Live(s.progress) ? s.progress->outer.data() : nullptr;
   const QWidget* modal = QApplication::activeModalWidget();
   for (const QWidget* p = w; p; p = p->parentWidget())
@@ -228,7 +228,7 @@ WINDOW xvt_scr_get_focus_vobj(void) {
 
 void xvt_scr_set_focus_vobj(WINDOW win) {
   if (!Live(win)) return;
-  QWidget* target = win == S().task ? static_cast<QWidget*>(S().task_window) : (win->client ? win->client.data() : win->outer.data());
+  QWidget* target = win == R().task ? static_cast<QWidget*>(S().task_window) : (win->client ? win->client.data() : win->outer.data());
   if (!target) return;
   QWidget* top = target->window();
   if (top && top->isVisible() && !top->isActiveWindow()) top->activateWindow();

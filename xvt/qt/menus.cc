@@ -62,7 +62,7 @@ void AddItems(MenuSet* set, QMenu* menu, const MENU_ITEM* items) {
         QObject::connect(action, &QAction::triggered, action, [action, tag] {
           // A checkable action has just flipped itself; the program decides.
           SetChecked(action, action->property(kCheckedProperty).toBool());
-          if (Live(S().task)) SendCommand(S().task, tag);
+          if (Live(R().task)) SendCommand(R().task, tag);
         });
       }
     }
@@ -74,7 +74,7 @@ void AddItems(MenuSet* set, QMenu* menu, const MENU_ITEM* items) {
 // The window whose menu bar serves win: its own, else the task window's.
 xvt_object* MenuOwner(WINDOW win) {
   if (Live(win) && win->menu) return win;
-  return Live(S().task) ? S().task : nullptr;
+  return Live(R().task) ? R().task : nullptr;
 }
 
 MenuEntry* Entry(WINDOW win, int tag) {
@@ -123,7 +123,7 @@ void LoadMenuBar(xvt_object* rec, const MENU_ITEM* items) {
 void ShowTaskMenuBar() {
   auto& s = S();
   if (!s.task_window) return;
-  xvt_object* owner = Live(s.task) ? s.task : nullptr;
+  xvt_object* owner = Live(R().task) ? R().task : nullptr;
   if (s.mdi_area) {
     xvt_object* doc = RecordOf(s.mdi_area->activeSubWindow());
     if (doc && doc->menu) owner = doc;
@@ -183,7 +183,7 @@ void xvt_menu_update(WINDOW) {
 
 void xvt_menu_popup(const MENU_ITEM* items, WINDOW win, PNT pnt) {
   if (!items || !Live(win) || !QCoreApplication::instance()) return;
-  QWidget* w = win == S().task ? static_cast<QWidget*>(S().task_window) : (win->client ? win->client.data() : win->outer.data());
+  QWidget* w = win == R().task ? static_cast<QWidget*>(S().task_window) : (win->client ? win->client.data() : win->outer.data());
   if (!w) return;
   QMenu menu(w);
   AddItems(nullptr, &menu, items);

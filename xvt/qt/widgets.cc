@@ -256,12 +256,12 @@ void Dialog::resizeEvent(QResizeEvent* e) {
 
 void TaskClient::resizeEvent(QResizeEvent* e) {
   QWidget::resizeEvent(e);
-  auto& s = S();
-  if (!Live(s.task) || !s.task->created) return;
+  auto& r = R();
+  if (!Live(r.task) || !r.task->created) return;
   EVENT ev = MakeEvent(E_SIZE);
   ev.v.size.width = e->size().width();
   ev.v.size.height = e->size().height();
-  Send(s.task, &ev);
+  Send(r.task, &ev);
 }
 
 TaskWindow::TaskWindow() : QMainWindow(nullptr) { setAttribute(Qt::WA_DeleteOnClose, false); }
