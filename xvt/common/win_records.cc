@@ -1,6 +1,7 @@
 // Window records: liveness, the getters that only read the record, and the
 // order of destruction. Both backends use these; see win_records.h.
 #include "xvt/common/win_records.h"
+#include "xvt/common/strfmt.h"
 
 #include <algorithm>
 #include <cstring>
@@ -68,8 +69,10 @@ void DestroyTree(xvt_object* w) {
   delete r;
 }
 
-void DestroyAllWindows() {
+bool DestroyAllWindows() {
   auto& s = R();
+  if (s.destroyed || !s.task) return false;
+  s.destroyed = true;
   std::vector<xvt_object*> all = s.objects;
   for (int pass = 0; pass < 2; ++pass) {
     // First whatever hangs on nothing, then the top-level windows.
@@ -82,6 +85,7 @@ void DestroyAllWindows() {
   DestroyTree(s.task);
   DestroyTree(s.screen);
   s.task = s.screen = s.mdi = nullptr;
+  return true;
 }
 
 void ResetRecords() {
@@ -90,6 +94,53 @@ void ResetRecords() {
   auto forget = s.forget;
   s = Records();
   s.forget = forget;
+}
+
+bool GetSharedAttr(XVT_ATTR attr, intptr_t* value) {
+  auto& s = R();
+  switch (attr) {
+    case ATTR_ERRMSG_HANDLER: *value = reinterpret_cast<intptr_t>(s.errmsg); return true;
+    case ATTR_NATIVE_HOOK: *value = reinterpret_cast<intptr_t>(s.native); return true;
+    case ATTR_MDI_CLIENT_WIN: *value = reinterpret_cast<intptr_t>(s.mdi); return true;
+    default: return false;
+  }
+}
+
+bool SetSharedAttr(XVT_ATTR attr, intptr_t value) {
+  auto& s = R();
+  switch (attr) {
+    case ATTR_ERRMSG_HANDLER: s.errmsg = reinterpret_cast<XVT_ERRMSG_HANDLER>(value); return true;
+    case ATTR_NATIVE_HOOK: s.native = reinterpret_cast<XVT_NATIVE_HOOK>(value); return true;
+    // Always so on this system.
+    case ATTR_3D_CONTROLS:
+    case ATTR_NATIVE_DIALOGS:
+    case ATTR_RESOURCES_IN_CODE: return true;
+    default: return false;
+  }
+}
+
+void LoadMenuItems(xvt_object* w, const MENU_ITEM* items) {
+  WinRecord* r = Find(w);
+  if (!r || !items) return;
+  r->has_menu_bar = true;
+  for (const MENU_ITEM* m = items; m->tag || m->text || m->separator; ++m) {
+    if (m->separator) continue;
+    if (m->tag) r->menu_items[m->tag] = MenuItem{m->text ? m->text : "", m->enabled, m->checked};
+    if (m->children) LoadMenuItems(w, m->children);
+  }
+}
+
+xvt_object* MenuOwner(WINDOW w) {
+  WinRecord* r = Find(w);
+  if (r && r->has_menu_bar) return w;
+  return Live(R().task) ? R().task : nullptr;
+}
+
+MenuItem* FindMenuItem(WINDOW w, int tag) {
+  WinRecord* r = Find(MenuOwner(w));
+  if (!r) return nullptr;
+  auto it = r->menu_items.find(tag);
+  return it == r->menu_items.end() ? nullptr : &it->second;
 }
 
 }  // namespace xvtrec
@@ -145,4 +196,21 @@ WINDOW xvt_win_get_ctl(WINDOW win, int id) {
 int xvt_ctl_get_id(WINDOW ctl) {
   WinRecord* r = Find(ctl);
   return r ? r->id : 0;
+}
+
+bool xvt_menu_get_item_enabled(WINDOW win, int tag) {
+  MenuItem* m = FindMenuItem(win, tag);
+  return m && m->enabled;
+}
+
+bool xvt_menu_get_item_checked(WINDOW win, int tag) {
+  MenuItem* m = FindMenuItem(win, tag);
+  return m && m->checked;
+}
+
+bool xvt_menu_get_item_title(WINDOW win, int tag, char* buf, size_t size) {
+  MenuItem* m = FindMenuItem(win, tag);
+  if (!m || !buf || size == 0) return false;
+  CopyOut(m->title, buf, size);
+  return true;
 }

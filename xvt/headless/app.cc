@@ -12,7 +12,7 @@ State& S() {
 }
 
 xvt_object* NewObject(WIN_TYPE type, xvt_object* parent, const RCT* rct, const char* title) {
-  xvt_object* o = xvtrec::NewRecord<xvt_object>(type, parent);
+  xvt_object* o = NewRecord(type, parent);
   if (rct) o->rect = *rct;
   o->title = title ? title : "";
   return o;
@@ -52,7 +52,7 @@ void xvt_app_create(int, char**, unsigned long, EVENT_HANDLER task_eh, XVT_CONFI
   r.task = NewObject(W_TASK, nullptr, &screen, config && config->taskwin_title ? config->taskwin_title : "");
   r.task->eh = task_eh;
   r.task->visible = false;
-  if (config) LoadMenu(r.task, xvt_res_get_menubar(config->menu_bar_rid));
+  if (config) LoadMenuItems(r.task, xvt_res_get_menubar(config->menu_bar_rid));
   if (config) s.toolbar_height = config->toolbar_height;
   RCT client{0, s.toolbar_height, s.screen_w, s.screen_h};
   r.mdi = NewObject(W_PLAIN, r.task, &client, "MDI client");
@@ -67,10 +67,8 @@ void xvt_app_create(int, char**, unsigned long, EVENT_HANDLER task_eh, XVT_CONFI
 }
 
 void xvt_app_destroy(void) {
+  if (!DestroyAllWindows()) return;
   auto& s = S();
-  if (R().destroyed || !R().task) return;
-  R().destroyed = true;
-  DestroyAllWindows();
   s.timers.clear();
   s.queue.clear();
   s.trapped = nullptr;
@@ -91,10 +89,9 @@ void xvt_app_process_pending_events(void) {
 
 intptr_t xvt_vobj_get_attr(WINDOW win, XVT_ATTR attr) {
   auto& s = S();
+  intptr_t value = 0;
+  if (GetSharedAttr(attr, &value)) return value;
   switch (attr) {
-    case ATTR_ERRMSG_HANDLER: return reinterpret_cast<intptr_t>(s.errmsg);
-    case ATTR_NATIVE_HOOK: return reinterpret_cast<intptr_t>(s.native);
-    case ATTR_MDI_CLIENT_WIN: return reinterpret_cast<intptr_t>(R().mdi);
     case ATTR_SCREEN_WIDTH: return s.screen_w;
     case ATTR_SCREEN_HEIGHT: return s.screen_h;
     case ATTR_WIN_MAXIMIZED: return Live(win) && win->maximized;
@@ -104,13 +101,8 @@ intptr_t xvt_vobj_get_attr(WINDOW win, XVT_ATTR attr) {
 }
 
 bool xvt_vobj_set_attr(WINDOW win, XVT_ATTR attr, intptr_t value) {
-  auto& s = S();
+  if (SetSharedAttr(attr, value)) return true;
   switch (attr) {
-    case ATTR_ERRMSG_HANDLER: s.errmsg = reinterpret_cast<XVT_ERRMSG_HANDLER>(value); return true;
-    case ATTR_NATIVE_HOOK: s.native = reinterpret_cast<XVT_NATIVE_HOOK>(value); return true;
-    case ATTR_3D_CONTROLS:
-    case ATTR_NATIVE_DIALOGS:
-    case ATTR_RESOURCES_IN_CODE:
     case ATTR_APP_ICON: return true;
     case ATTR_WIN_MAXIMIZED:
       if (!Live(win)) return false;

@@ -16,12 +16,6 @@
 
 namespace xvthl {
 
-struct MenuState {
-  std::string title;
-  bool enabled = true;
-  bool checked = false;
-};
-
 struct ScrollBar {
   int min = 0, max = 100, pos = 0, proportion = 0;
   bool visible = true, enabled = true;
@@ -33,7 +27,6 @@ struct xvt_object : xvtrec::WinRecord {
   RCT rect{};  // outer rectangle, relative to the parent (screen for top level)
   bool visible = true, enabled = true;
   bool maximized = false, minimized = false;
-  std::map<int, xvthl::MenuState> menu;  // by tag, for windows with a menu bar
   // Controls.
   bool checked = false;
   std::vector<std::string> items;
@@ -79,8 +72,6 @@ struct State {
   std::function<void()> run_hook;
   std::function<void(const XvtPost&)> unexpected;
   std::function<void(const std::string&)> fatal;
-  XVT_ERRMSG_HANDLER errmsg = nullptr;
-  XVT_NATIVE_HOOK native = nullptr;
   int screen_w = 1280, screen_h = 1024;
   std::string help;
   xvt_object* progress = nullptr;
@@ -95,22 +86,12 @@ State& S();
 // --- Records ---------------------------------------------------------------
 // The records themselves, the task, screen and document-area windows and
 // the destruction order are shared with the Qt backend.
-using xvtrec::DestroyAllWindows;
-using xvtrec::DestroyTree;
-using xvtrec::Live;
-using xvtrec::MakeEvent;
-using xvtrec::R;
-using xvtrec::Send;
+using namespace xvtrec;
 xvt_object* NewObject(WIN_TYPE type, xvt_object* parent, const RCT* rct, const char* title);
 
 // --- Posts -----------------------------------------------------------------
 // Records a question, notice or toolkit call for the test to read.
 void Record(const std::string& kind, const std::string& text, std::vector<std::string> buttons = {}, int rid = 0);
-
-// --- Menus -----------------------------------------------------------------
-void LoadMenu(xvt_object* w, const MENU_ITEM* items);
-// The window whose menu bar serves w: w's own, else the task window's.
-xvt_object* MenuOwner(WINDOW w);
 
 // --- Input -----------------------------------------------------------------
 // False while the pointer is trapped by a window other than w or its owners.

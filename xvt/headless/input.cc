@@ -50,7 +50,7 @@ void xvt_scr_beep(void) { Record("beep", ""); }
 // Test hooks
 
 bool xvt_test_user_event(WINDOW win, EVENT* ev) {
-  auto& s = S();
+  auto& s = R();
   if (!Live(win) || !ev) return false;
   if (s.native && ev->type == E_MOUSE_DOWN && ev->v.mouse.button == 0) s.native(XVT_NATIVE_LBUTTON_DOWN, 0);
   if (s.native && ev->type == E_MOUSE_UP && ev->v.mouse.button == 0) s.native(XVT_NATIVE_LBUTTON_UP, 0);
@@ -62,7 +62,7 @@ bool xvt_test_user_event(WINDOW win, EVENT* ev) {
 }
 
 void xvt_test_native(XVT_NATIVE_EVENT what, int code) {
-  if (S().native) S().native(what, code);
+  if (R().native) R().native(what, code);
 }
 
 WINDOW xvt_test_trapped_window(void) { return S().trapped; }

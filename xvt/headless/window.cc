@@ -19,7 +19,7 @@ WINDOW xvt_win_create(WIN_TYPE type, const RCT* rct, const char* title, int menu
   w->enabled = !(flags & WSF_DISABLED);
   w->maximized = (flags & WSF_MAXIMIZED) != 0;
   w->minimized = (flags & WSF_ICONIZED) != 0;
-  if (menu_rid && !(flags & WSF_NO_MENUBAR)) LoadMenu(w, xvt_res_get_menubar(menu_rid));
+  if (menu_rid && !(flags & WSF_NO_MENUBAR)) LoadMenuItems(w, xvt_res_get_menubar(menu_rid));
   EVENT ev = MakeEvent(E_CREATE);
   Send(w, &ev);
   if (!Live(w)) return NULL_WIN;

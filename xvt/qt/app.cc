@@ -259,11 +259,10 @@ void xvt_app_create(int argc, char** argv, unsigned long, EVENT_HANDLER task_eh,
 }
 
 void xvt_app_destroy(void) {
-  auto& s = S();
-  if (R().destroyed || !R().task) return;
-  R().destroyed = true;
+  // No script line may run while the windows go.
   StopScript();
-  DestroyAllWindows();
+  if (!DestroyAllWindows()) return;
+  auto& s = S();
   s.task_window = nullptr;
   s.toolbar_row = nullptr;
   s.mdi_area = nullptr;
@@ -282,11 +281,9 @@ void xvt_app_process_pending_events(void) {
 }
 
 intptr_t xvt_vobj_get_attr(WINDOW win, XVT_ATTR attr) {
-  auto& s = S();
+  intptr_t value = 0;
+  if (GetSharedAttr(attr, &value)) return value;
   switch (attr) {
-    case ATTR_ERRMSG_HANDLER: return reinterpret_cast<intptr_t>(s.errmsg);
-    case ATTR_NATIVE_HOOK: return reinterpret_cast<intptr_t>(s.native);
-    case ATTR_MDI_CLIENT_WIN: return reinterpret_cast<intptr_t>(R().mdi);
     case ATTR_SCREEN_WIDTH: return QCoreApplication::instance() ? ScreenSize().width() : 0;
     case ATTR_SCREEN_HEIGHT: return QCoreApplication::instance() ? ScreenSize().height() : 0;
     case ATTR_WIN_MAXIMIZED: {
@@ -303,15 +300,11 @@ intptr_t xvt_vobj_get_attr(WINDOW win, XVT_ATTR attr) {
 
 bool xvt_vobj_set_attr(WINDOW win, XVT_ATTR attr, intptr_t value) {
   auto& s = S();
+  if (SetSharedAttr(attr, value)) {
+    if (attr == ATTR_ERRMSG_HANDLER) InstallMessageHandler(R().errmsg);
+    return true;
+  }
   switch (attr) {
-    case ATTR_ERRMSG_HANDLER:
-      s.errmsg = reinterpret_cast<XVT_ERRMSG_HANDLER>(value);
-      InstallMessageHandler(s.errmsg);
-      return true;
-    case ATTR_NATIVE_HOOK: s.native = reinterpret_cast<XVT_NATIVE_HOOK>(value); return true;
-    case ATTR_3D_CONTROLS:
-    case ATTR_NATIVE_DIALOGS:
-    case ATTR_RESOURCES_IN_CODE: return true;
     case ATTR_APP_ICON: {
       QImage img = IconImage(static_cast<int>(value));
       if (img.isNull() || !s.task_window) return false;

@@ -44,20 +44,14 @@ class HelpWindow;
 class InputFilter;
 class ScriptRunner;
 
-struct MenuEntry {
-  QAction* action = nullptr;
-  std::string title;  // as the program gave it, with '~'
-  bool enabled = true;
-  bool checked = false;
-};
-
-// The menu bar of one window: its menus and the state of every tagged item.
+// The menu bar of one window: its menus and the action of every tagged item
+// (the items' state is in the record).
 // The menus go with deleteLater, as one of them may be running when its
 // window is destroyed by the command it sent.
 struct MenuSet {
   std::vector<QPointer<QMenu>> menus;  // every menu made for the bar, to delete
   std::vector<QPointer<QAction>> bar;  // what the bar shows, in order
-  std::map<int, MenuEntry> items;
+  std::map<int, QAction*> actions;  // by tag
   ~MenuSet();
 };
 
@@ -119,8 +113,6 @@ struct State {
   xvt_object* trapped = nullptr;
   InputFilter* filter = nullptr;
   int cursor_depth = 0;
-  XVT_NATIVE_HOOK native = nullptr;
-  XVT_ERRMSG_HANDLER errmsg = nullptr;
 
   // Timers and watchers.
   std::map<long, Timer> timers;
@@ -156,15 +148,7 @@ State& S();
 // --- Records ---------------------------------------------------------------
 // The records themselves, the task, screen and document-area windows and
 // the destruction order are shared with the headless backend.
-using xvtrec::DestroyAllWindows;
-using xvtrec::DestroyTree;
-using xvtrec::Live;
-using xvtrec::MakeEvent;
-using xvtrec::R;
-using xvtrec::Send;
-inline xvt_object* NewRecord(WIN_TYPE type, xvt_object* parent) {
-  return xvtrec::NewRecord<xvt_object>(type, parent);
-}
+using namespace xvtrec;
 // What the backend lets go of when a record has been destroyed.
 void ForgetRecord(xvt_object* rec);
 // Ties a widget to the record its input is reported to; forgotten when the

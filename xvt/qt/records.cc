@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "xvt/common/strfmt.h"
 #include "xvt/qt/qt_internal.h"
 #include "xvt/qt/qt_widgets.h"
 
@@ -127,15 +128,7 @@ QString Mnemonic(const char* title) {
   return out;
 }
 
-void CopyOut(const QString& text, char* buf, size_t size) {
-  if (!buf || size == 0) return;
-  QByteArray utf8 = text.toUtf8();
-  size_t n = std::min(static_cast<size_t>(utf8.size()), size - 1);
-  // Never cut a UTF-8 sequence in half.
-  while (n > 0 && n < static_cast<size_t>(utf8.size()) && (static_cast<unsigned char>(utf8[n]) & 0xC0) == 0x80) --n;
-  std::memcpy(buf, utf8.constData(), n);
-  buf[n] = '\0';
-}
+void CopyOut(const QString& text, char* buf, size_t size) { ::CopyOut(text.toUtf8().toStdString(), buf, size); }
 
 RCT ToRct(const QRect& r) { return RCT{r.left(), r.top(), r.left() + r.width(), r.top() + r.height()}; }
 

@@ -153,12 +153,9 @@ void Execute(const ScriptLine& l) {
     case ScriptLine::kCommand: {
       if (!Live(R().task)) break;
       // As a menu choice: an item the program disabled cannot be chosen.
-      if (R().task->menu) {
-        auto it = R().task->menu->items.find(static_cast<int>(l.number));
-        if (it != R().task->menu->items.end() && !it->second.enabled) {
-          std::fprintf(stderr, "xvt: script: command %ld is disabled; not sent\n", l.number);
-          break;
-        }
+      if (MenuItem* m = FindMenuItem(R().task, static_cast<int>(l.number)); m && !m->enabled) {
+        std::fprintf(stderr, "xvt: script: command %ld is disabled; not sent\n", l.number);
+        break;
       }
       EVENT ev = MakeEvent(E_COMMAND);
       ev.v.cmd.tag = static_cast<int>(l.number);
