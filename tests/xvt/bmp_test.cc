@@ -34,35 +34,30 @@ std::vector<uint8_t> MakeBmp(int width, int height, int bpp, int palette_colors 
   return v;
 }
 
-TEST(Bmp, BottomUpRowsAndPadding) {
-  // 3 pixels of 24 bits: 9 bytes a row, padded to 12.
-  auto v = MakeBmp(3, 2, 24);
-  // Bottom row first in the file: make it blue, the top row red.
-  for (int x = 0; x < 3; ++x) {
-    v[54 + 3 * x] = 0xFF;           // bottom row, blue
-    v[54 + 12 + 3 * x + 2] = 0xFF;  // top row, red
+TEST(Bmp, PixelsLandWhereTheHeaderSays) {
+  // 3 pixels of 24 bits: 9 bytes a row, padded to 12; the bottom row comes
+  // first in the file: blue at the bottom, red on top.
+  auto bottom_up = MakeBmp(3, 2, 24);
+  for (int x = 0; x < 3; ++x) bottom_up[54 + 3 * x] = bottom_up[54 + 12 + 3 * x + 2] = 0xFF;
+  auto paletted = MakeBmp(9, -1, 1, 2);  // top-down, 1 bit, black and green
+  Put32(paletted, 58, 0x0000FF00);
+  paletted[62] = paletted[63] = 0x80;  // the first and the ninth pixel are green
+  struct Case {
+    std::vector<uint8_t> data;
+    int width, height;
+    std::vector<std::pair<size_t, uint32_t>> pixels;
+  } cases[] = {
+      {bottom_up, 3, 2, {{0, 0xFFFF0000u}, {5, 0xFF0000FFu}}},
+      {paletted, 9, 1, {{0, 0xFF00FF00u}, {1, 0xFF000000u}, {8, 0xFF00FF00u}}},
+  };
+  for (const Case& c : cases) {
+    xvtbmp::Image img;
+    std::string err;
+    ASSERT_TRUE(xvtbmp::Decode(c.data.data(), c.data.size(), &img, &err)) << err;
+    EXPECT_EQ(img.width, c.width);
+    EXPECT_EQ(img.height, c.height);
+    for (auto [at, argb] : c.pixels) EXPECT_EQ(img.pixels[at], argb) << c.width << " wide, pixel " << at;
   }
-  xvtbmp::Image img;
-  std::string err;
-  ASSERT_TRUE(xvtbmp::Decode(v.data(), v.size(), &img, &err)) << err;
-  EXPECT_EQ(img.width, 3);
-  EXPECT_EQ(img.height, 2);
-  EXPECT_EQ(img.pixels[0], 0xFFFF0000u);      // top-left red
-  EXPECT_EQ(img.pixels[3 + 2], 0xFF0000FFu);  // bottom-right blue
-}
-
-TEST(Bmp, PalettedAndTopDown) {
-  auto v = MakeBmp(9, -1, 1, 2);  // top-down, 1 bit, two colours
-  Put32(v, 54, 0x00000000);       // black
-  Put32(v, 58, 0x0000FF00);       // green
-  v[62] = 0x80;                   // first pixel set
-  v[63] = 0x80;                   // ninth pixel set
-  xvtbmp::Image img;
-  std::string err;
-  ASSERT_TRUE(xvtbmp::Decode(v.data(), v.size(), &img, &err)) << err;
-  EXPECT_EQ(img.pixels[0], 0xFF00FF00u);
-  EXPECT_EQ(img.pixels[1], 0xFF000000u);
-  EXPECT_EQ(img.pixels[8], 0xFF00FF00u);
 }
 
 TEST(Bmp, HostileHeadersAreRefused) {

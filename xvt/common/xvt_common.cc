@@ -1,7 +1,9 @@
 // Parts of the facade that do not depend on the backend: resource tables,
-// string lists and font records.
+// string lists, font records and string helpers.
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <new>
 #include <string>
@@ -121,4 +123,12 @@ std::string StringPrintfV(const char* format, va_list ap) {
   std::vsnprintf(big.data(), big.size(), format, ap);
   big.resize(static_cast<size_t>(n));
   return big;
+}
+
+void CopyOut(const std::string& text, char* buf, size_t size) {
+  if (!buf || size == 0) return;
+  size_t n = std::min(text.size(), size - 1);
+  while (n > 0 && n < text.size() && (static_cast<unsigned char>(text[n]) & 0xC0) == 0x80) --n;
+  std::memcpy(buf, text.data(), n);
+  buf[n] = '\0';
 }

@@ -56,10 +56,10 @@ void InstallSignalPipe() {
     int quits = 0;
     while ((n = read(st.signal_fds[0], buf, sizeof buf)) > 0) quits += static_cast<int>(n);
     // However many signals came in, the program is asked once.
-    if (quits > 0 && Live(st.task) && !st.destroyed) {
+    if (quits > 0 && Live(R().task) && !R().destroyed) {
       EVENT ev = MakeEvent(E_QUIT);
       ev.v.query = false;
-      Send(st.task, &ev);
+      Send(R().task, &ev);
     }
   });
   struct sigaction sa;
@@ -93,7 +93,7 @@ QSize ScreenSize() {
 QWidget* FrameWidget(WINDOW win) {
   auto& s = S();
   if (!Live(win)) return nullptr;
-  if (win == s.task) return s.task_window;
+  if (win == R().task) return s.task_window;
   if (win->outer && (win->outer->isWindow() || qobject_cast<QMdiSubWindow*>(win->outer))) return win->outer;
   return nullptr;
 }
@@ -139,21 +139,22 @@ void BuildTaskWindow(XVT_CONFIG* config) {
   layout->addWidget(s.mdi_area, 1);
   s.task_window->setCentralWidget(central);
   QObject::connect(s.mdi_area, &QMdiArea::subWindowActivated, s.task_window, [](QMdiSubWindow*) {
-    if (!S().destroyed) ShowTaskMenuBar();
+    if (!R().destroyed) ShowTaskMenuBar();
   });
 
-  s.screen = NewRecord(W_SCREEN, nullptr);
-  s.task = NewRecord(W_TASK, nullptr);
-  s.task->title = config && config->taskwin_title ? config->taskwin_title : "";
-  s.task->outer = s.task_window;
-  s.task->client = central;
-  Bind(s.task_window, s.task);
-  s.mdi = NewRecord(W_PLAIN, s.task);
-  s.mdi->title = "MDI client";
-  s.mdi->outer = s.mdi_area;
-  s.mdi->client = s.mdi_area->viewport();
+  auto& r = R();
+  r.screen = NewRecord(W_SCREEN, nullptr);
+  r.task = NewRecord(W_TASK, nullptr);
+  r.task->title = config && config->taskwin_title ? config->taskwin_title : "";
+  r.task->outer = s.task_window;
+  r.task->client = central;
+  Bind(s.task_window, r.task);
+  r.mdi = NewRecord(W_PLAIN, r.task);
+  r.mdi->title = "MDI client";
+  r.mdi->outer = s.mdi_area;
+  r.mdi->client = s.mdi_area->viewport();
 
-  if (config) LoadMenuBar(s.task, xvt_res_get_menubar(config->menu_bar_rid));
+  if (config) LoadMenuBar(r.task, xvt_res_get_menubar(config->menu_bar_rid));
   ShowTaskMenuBar();
 
   QSize screen = ScreenSize();
@@ -219,8 +220,9 @@ void xvt_app_create(int argc, char** argv, unsigned long, EVENT_HANDLER task_eh,
   if (config && config->appl_name) QCoreApplication::setApplicationName(FromUtf8(config->appl_name));
   s.appl_name = config && config->appl_name ? config->appl_name : "";
   s.running = true;
-  s.destroyed = false;
-  s.quit_allowed = false;
+  R().forget = ForgetRecord;
+  R().destroyed = false;
+  R().quit_allowed = false;
   s.progress_cancelled = false;
   const char* script = std::getenv("VELMAR_XVT_SCRIPT");
   s.scripted = script && *script;
@@ -230,7 +232,7 @@ void xvt_app_create(int argc, char** argv, unsigned long, EVENT_HANDLER task_eh,
   InstallSignalPipe();
 #ifndef QT_NO_SESSIONMANAGER
   QObject::connect(s.app, &QGuiApplication::commitDataRequest, s.task_window, [](QSessionManager& manager) {
-    auto& st = S();
+    auto& st = R();
     if (!Live(st.task) || st.destroyed) return;
     manager.allowsInteraction();
     st.quit_allowed = false;
@@ -241,39 +243,26 @@ void xvt_app_create(int argc, char** argv, unsigned long, EVENT_HANDLER task_eh,
   });
 #endif
 
-  s.task->eh = task_eh;
-  s.task->created = true;
+  R().task->eh = task_eh;
+  R().task->created = true;
   EVENT ev = MakeEvent(E_CREATE);
-  Send(s.task, &ev);
-  if (!s.destroyed) {
+  Send(R().task, &ev);
+  if (!R().destroyed) {
     if (s.task_window) s.task_window->show();
     StartScript();
     s.app->exec();
   }
   // The loop may also have been ended by someone else's quit().
-  if (!s.destroyed) xvt_app_destroy();
+  if (!R().destroyed) xvt_app_destroy();
   FreeApplication();
   s.running = false;
 }
 
 void xvt_app_destroy(void) {
-  auto& s = S();
-  if (s.destroyed || !s.task) return;
-  s.destroyed = true;
+  // No script line may run while the windows go.
   StopScript();
-  // Every other window goes first (newest first), the task window last.
-  std::vector<xvt_object*> all = s.objects;
-  for (auto it = all.rbegin(); it != all.rend(); ++it) {
-    xvt_object* w = *it;
-    if (Live(w) && w != s.task && w != s.screen && !w->parent) DestroyTree(w);
-  }
-  for (auto it = all.rbegin(); it != all.rend(); ++it) {
-    xvt_object* w = *it;
-    if (Live(w) && w != s.task && w != s.screen && w->parent == s.screen) DestroyTree(w);
-  }
-  DestroyTree(s.task);
-  DestroyTree(s.screen);
-  s.task = s.screen = s.mdi = nullptr;
+  if (!DestroyAllWindows()) return;
+  auto& s = S();
   s.task_window = nullptr;
   s.toolbar_row = nullptr;
   s.mdi_area = nullptr;
@@ -285,23 +274,16 @@ void xvt_app_destroy(void) {
   QCoreApplication::exit(0);
 }
 
-void xvt_app_allow_quit(void) { S().quit_allowed = true; }
-
 void xvt_app_process_pending_events(void) {
   if (!QCoreApplication::instance()) return;
   QCoreApplication::processEvents(QEventLoop::AllEvents);
   QCoreApplication::sendPostedEvents();
 }
 
-WINDOW xvt_task_win(void) { return S().task; }
-WINDOW xvt_screen_win(void) { return S().screen; }
-
 intptr_t xvt_vobj_get_attr(WINDOW win, XVT_ATTR attr) {
-  auto& s = S();
+  intptr_t value = 0;
+  if (GetSharedAttr(attr, &value)) return value;
   switch (attr) {
-    case ATTR_ERRMSG_HANDLER: return reinterpret_cast<intptr_t>(s.errmsg);
-    case ATTR_NATIVE_HOOK: return reinterpret_cast<intptr_t>(s.native);
-    case ATTR_MDI_CLIENT_WIN: return reinterpret_cast<intptr_t>(s.mdi);
     case ATTR_SCREEN_WIDTH: return QCoreApplication::instance() ? ScreenSize().width() : 0;
     case ATTR_SCREEN_HEIGHT: return QCoreApplication::instance() ? ScreenSize().height() : 0;
     case ATTR_WIN_MAXIMIZED: {
@@ -318,15 +300,11 @@ intptr_t xvt_vobj_get_attr(WINDOW win, XVT_ATTR attr) {
 
 bool xvt_vobj_set_attr(WINDOW win, XVT_ATTR attr, intptr_t value) {
   auto& s = S();
+  if (SetSharedAttr(attr, value)) {
+    if (attr == ATTR_ERRMSG_HANDLER) InstallMessageHandler(R().errmsg);
+    return true;
+  }
   switch (attr) {
-    case ATTR_ERRMSG_HANDLER:
-      s.errmsg = reinterpret_cast<XVT_ERRMSG_HANDLER>(value);
-      InstallMessageHandler(s.errmsg);
-      return true;
-    case ATTR_NATIVE_HOOK: s.native = reinterpret_cast<XVT_NATIVE_HOOK>(value); return true;
-    case ATTR_3D_CONTROLS:
-    case ATTR_NATIVE_DIALOGS:
-    case ATTR_RESOURCES_IN_CODE: return true;
     case ATTR_APP_ICON: {
       QImage img = IconImage(static_cast<int>(value));
       if (img.isNull() || !s.task_window) return false;

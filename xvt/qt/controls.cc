@@ -267,15 +267,6 @@ WINDOW xvt_ctl_create(WIN_TYPE type, const RCT* rct, const char* title, WINDOW p
   return CreateControl(type, *rct, title, parent, flags, id);
 }
 
-WINDOW xvt_win_get_ctl(WINDOW win, int id) {
-  if (!Live(win)) return NULL_WIN;
-  for (xvt_object* c : win->children)
-    if (IsControl(c->type) && c->id == id) return c;
-  return NULL_WIN;
-}
-
-int xvt_ctl_get_id(WINDOW ctl) { return Live(ctl) ? ctl->id : 0; }
-
 void xvt_ctl_set_checked(WINDOW ctl, bool checked) {
   if (auto* b = As<QAbstractButton>(ctl)) {
     QSignalBlocker block(b);

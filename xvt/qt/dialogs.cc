@@ -66,12 +66,12 @@ std::vector<OpenDialog> g_open_dialogs;
 // Builds the dialog and its controls; E_CREATE comes once all exist.
 xvt_object* BuildDialog(const WIN_DEF* defs, EVENT_HANDLER eh, intptr_t app_data) {
   auto& s = S();
-  if (!s.task || s.destroyed || !defs) return nullptr;
+  if (!R().task || R().destroyed || !defs) return nullptr;
   xvt_object* rec = nullptr;
   if (defs->type == W_MODAL || defs->type == W_MODELESS) {
     auto* dlg = new Dialog(defs->type == W_MODAL ? DialogParent() : static_cast<QWidget*>(s.task_window));
     dlg->setWindowTitle(FromUtf8(defs->title));
-    rec = NewRecord(defs->type, s.screen);
+    rec = NewRecord(defs->type, R().screen);
     rec->outer = dlg;
     rec->client = dlg;
     rec->eh = eh;

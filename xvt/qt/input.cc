@@ -59,7 +59,7 @@ bool IsUserInput(QEvent::Type t) {
 bool Reachable(const QWidget* w) {
   auto& s = S();
   if (!s.trapped) return true;
-  const QWidget* trap = Live(s.trapped) ? (s.trapped == s.task ? static_cast<QWidget*>(s.task_window) : s.trapped->outer.data()) : nullptr;
+  const QWidget* trap = Live(s.trapped) ? (s.trapped == R().task ? static_cast<QWidget*>(s.task_window) : s.trapped->outer.data()) : nullptr;
   const QWidget* progress = Live(s.progress) ? s.progress->outer.data() : nullptr;
   const QWidget* modal = QApplication::activeModalWidget();
   for (const QWidget* p = w; p; p = p->parentWidget())
@@ -77,7 +77,7 @@ bool InputFilter::eventFilter(QObject* o, QEvent* e) {
   QEvent::Type t = e->type();
   // Each press reaches its window first and then the widget (and maybe
   // its parents); the window level sees it exactly once.
-  if ((t == QEvent::MouseButtonPress || t == QEvent::MouseButtonRelease) && o->isWindowType() && s.native) {
+  if ((t == QEvent::MouseButtonPress || t == QEvent::MouseButtonRelease) && o->isWindowType() && R().native) {
     auto* me = static_cast<QMouseEvent*>(e);
     if (me->button() == Qt::LeftButton)
       Native(t == QEvent::MouseButtonPress ? XVT_NATIVE_LBUTTON_DOWN : XVT_NATIVE_LBUTTON_UP, 0);
@@ -118,7 +118,7 @@ void RemoveInputFilter() {
 }
 
 void Native(XVT_NATIVE_EVENT what, int code) {
-  if (XVT_NATIVE_HOOK hook = S().native) hook(what, code);
+  if (XVT_NATIVE_HOOK hook = R().native) hook(what, code);
 }
 
 void ClearCursor() {
@@ -149,7 +149,7 @@ bool g_handler_installed = false;
 thread_local bool g_in_handler = false;
 
 void MessageHandler(QtMsgType type, const QMessageLogContext& context, const QString& message) {
-  XVT_ERRMSG_HANDLER handler = S().errmsg;
+  XVT_ERRMSG_HANDLER handler = R().errmsg;
   XVT_SEVERITY severity = SEV_WARNING;
   bool mapped = true;
   switch (type) {
@@ -228,7 +228,7 @@ WINDOW xvt_scr_get_focus_vobj(void) {
 
 void xvt_scr_set_focus_vobj(WINDOW win) {
   if (!Live(win)) return;
-  QWidget* target = win == S().task ? static_cast<QWidget*>(S().task_window) : (win->client ? win->client.data() : win->outer.data());
+  QWidget* target = win == R().task ? static_cast<QWidget*>(S().task_window) : (win->client ? win->client.data() : win->outer.data());
   if (!target) return;
   QWidget* top = target->window();
   if (top && top->isVisible() && !top->isActiveWindow()) top->activateWindow();

@@ -62,26 +62,21 @@ void AddItems(MenuSet* set, QMenu* menu, const MENU_ITEM* items) {
         QObject::connect(action, &QAction::triggered, action, [action, tag] {
           // A checkable action has just flipped itself; the program decides.
           SetChecked(action, action->property(kCheckedProperty).toBool());
-          if (Live(S().task)) SendCommand(S().task, tag);
+          if (Live(R().task)) SendCommand(R().task, tag);
         });
       }
     }
     action->setEnabled(m->enabled);
-    if (set && m->tag) set->items[m->tag] = MenuEntry{action, m->text ? m->text : "", m->enabled, m->checked};
+    if (set && m->tag) set->actions[m->tag] = action;
   }
 }
 
-// The window whose menu bar serves win: its own, else the task window's.
-xvt_object* MenuOwner(WINDOW win) {
-  if (Live(win) && win->menu) return win;
-  return Live(S().task) ? S().task : nullptr;
-}
-
-MenuEntry* Entry(WINDOW win, int tag) {
+// The action that shows item tag of the bar that serves win, or null.
+QAction* Action(WINDOW win, int tag) {
   xvt_object* owner = MenuOwner(win);
   if (!owner || !owner->menu) return nullptr;
-  auto it = owner->menu->items.find(tag);
-  return it == owner->menu->items.end() ? nullptr : &it->second;
+  auto it = owner->menu->actions.find(tag);
+  return it == owner->menu->actions.end() ? nullptr : it->second;
 }
 
 }  // namespace
@@ -106,7 +101,7 @@ void LoadMenuBar(xvt_object* rec, const MENU_ITEM* items) {
       QAction* a = menu->menuAction();
       a->setEnabled(m->enabled);
       set->bar.emplace_back(a);
-      if (m->tag) set->items[m->tag] = MenuEntry{a, m->text ? m->text : "", m->enabled, m->checked};
+      if (m->tag) set->actions[m->tag] = a;
     } else {
       if (!loose) {
         loose = new QMenu;
@@ -118,12 +113,13 @@ void LoadMenuBar(xvt_object* rec, const MENU_ITEM* items) {
     }
   }
   rec->menu = std::move(set);
+  LoadMenuItems(rec, items);
 }
 
 void ShowTaskMenuBar() {
   auto& s = S();
   if (!s.task_window) return;
-  xvt_object* owner = Live(s.task) ? s.task : nullptr;
+  xvt_object* owner = Live(R().task) ? R().task : nullptr;
   if (s.mdi_area) {
     xvt_object* doc = RecordOf(s.mdi_area->activeSubWindow());
     if (doc && doc->menu) owner = doc;
@@ -140,41 +136,24 @@ void ShowTaskMenuBar() {
 using namespace xvtqt;
 
 void xvt_menu_set_item_enabled(WINDOW win, int tag, bool enabled) {
-  if (MenuEntry* e = Entry(win, tag)) {
-    e->enabled = enabled;
-    if (e->action) e->action->setEnabled(enabled);
+  if (MenuItem* m = FindMenuItem(win, tag)) {
+    m->enabled = enabled;
+    if (QAction* a = Action(win, tag)) a->setEnabled(enabled);
   }
 }
 
 void xvt_menu_set_item_checked(WINDOW win, int tag, bool checked) {
-  if (MenuEntry* e = Entry(win, tag)) {
-    e->checked = checked;
-    if (e->action && !e->action->menu()) SetChecked(e->action, checked);
+  if (MenuItem* m = FindMenuItem(win, tag)) {
+    m->checked = checked;
+    if (QAction* a = Action(win, tag); a && !a->menu()) SetChecked(a, checked);
   }
 }
 
 void xvt_menu_set_item_title(WINDOW win, int tag, const char* title) {
-  if (MenuEntry* e = Entry(win, tag)) {
-    e->title = title ? title : "";
-    if (e->action) e->action->setText(Mnemonic(title));
+  if (MenuItem* m = FindMenuItem(win, tag)) {
+    m->title = title ? title : "";
+    if (QAction* a = Action(win, tag)) a->setText(Mnemonic(title));
   }
-}
-
-bool xvt_menu_get_item_enabled(WINDOW win, int tag) {
-  MenuEntry* e = Entry(win, tag);
-  return e && e->enabled;
-}
-
-bool xvt_menu_get_item_checked(WINDOW win, int tag) {
-  MenuEntry* e = Entry(win, tag);
-  return e && e->checked;
-}
-
-bool xvt_menu_get_item_title(WINDOW win, int tag, char* buf, size_t size) {
-  MenuEntry* e = Entry(win, tag);
-  if (!e || !buf || size == 0) return false;
-  CopyOut(FromUtf8(e->title.c_str()), buf, size);
-  return true;
 }
 
 void xvt_menu_update(WINDOW) {
@@ -183,7 +162,7 @@ void xvt_menu_update(WINDOW) {
 
 void xvt_menu_popup(const MENU_ITEM* items, WINDOW win, PNT pnt) {
   if (!items || !Live(win) || !QCoreApplication::instance()) return;
-  QWidget* w = win == S().task ? static_cast<QWidget*>(S().task_window) : (win->client ? win->client.data() : win->outer.data());
+  QWidget* w = win == R().task ? static_cast<QWidget*>(S().task_window) : (win->client ? win->client.data() : win->outer.data());
   if (!w) return;
   QMenu menu(w);
   AddItems(nullptr, &menu, items);

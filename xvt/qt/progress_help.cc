@@ -102,11 +102,11 @@ using namespace xvtqt;
 
 void xvt_progress_open(const char* title, const char* text, bool cancellable) {
   auto& s = S();
-  if (!s.task || s.destroyed) return;
+  if (!R().task || R().destroyed) return;
   ProgressDialog* dlg = Progress();
   if (!dlg) {
     dlg = new ProgressDialog(s.task_window);
-    s.progress = NewRecord(W_MODELESS, s.screen);
+    s.progress = NewRecord(W_MODELESS, R().screen);
     s.progress->outer = dlg;
     s.progress->client = dlg;
     s.progress->created = true;

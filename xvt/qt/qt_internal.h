@@ -16,10 +16,10 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "xvt/common/win_records.h"
 #include "xvt/xvt.h"
 
 class QAction;
@@ -44,43 +44,27 @@ class HelpWindow;
 class InputFilter;
 class ScriptRunner;
 
-struct MenuEntry {
-  QAction* action = nullptr;
-  std::string title;  // as the program gave it, with '~'
-  bool enabled = true;
-  bool checked = false;
-};
-
-// The menu bar of one window: its menus and the state of every tagged item.
+// The menu bar of one window: its menus and the action of every tagged item
+// (the items' state is in the record).
 // The menus go with deleteLater, as one of them may be running when its
 // window is destroyed by the command it sent.
 struct MenuSet {
   std::vector<QPointer<QMenu>> menus;  // every menu made for the bar, to delete
   std::vector<QPointer<QAction>> bar;  // what the bar shows, in order
-  std::map<int, MenuEntry> items;
+  std::map<int, QAction*> actions;  // by tag
   ~MenuSet();
 };
 
 }  // namespace xvtqt
 
-struct xvt_object {
-  WIN_TYPE type = W_NONE;
-  uint64_t serial = 0;  // tells a record from a later one at the same address
-  xvt_object* parent = nullptr;
-  std::vector<xvt_object*> children;  // creation order
-  EVENT_HANDLER eh = nullptr;
-  intptr_t data = 0;
-  int id = 0;
-  unsigned long flags = 0;
-  bool created = false;     // E_CREATE has been sent
-  bool destroying = false;
+struct xvt_object : xvtrec::WinRecord {
+  bool created = false;  // E_CREATE has been sent
   // outer: what is moved, shown and closed (frame, MDI sub-window, dialog,
   // control). client: what is drawn on and holds the children.
   QPointer<QWidget> outer;
   QPointer<QWidget> client;
   QPointer<QScrollBar> bars[2];  // attached bars: [HSCROLL], [VSCROLL]
   std::unique_ptr<xvtqt::MenuSet> menu;
-  std::string title;  // for records without a widget of their own
   std::vector<const QObject*> bound;  // widgets whose input reaches this record
 
   // Drawing tools. Like the headless backend, the pen colour is the
@@ -116,29 +100,19 @@ struct State {
   std::vector<std::string> args;
   std::vector<char*> argv;
 
-  bool running = false;    // inside xvt_app_create
-  bool destroyed = false;  // xvt_app_destroy has run
-  bool quit_allowed = false;
-  xvt_object* task = nullptr;
-  xvt_object* screen = nullptr;
-  xvt_object* mdi = nullptr;
+  bool running = false;  // inside xvt_app_create
   TaskWindow* task_window = nullptr;
   QWidget* toolbar_row = nullptr;
   QMdiArea* mdi_area = nullptr;
   std::string appl_name;
   int toolbar_height = 0;
 
-  std::set<xvt_object*> live;
-  uint64_t next_serial = 1;
-  std::vector<xvt_object*> objects;  // live records in creation order
   QHash<const QObject*, xvt_object*> by_widget;
 
   // Input.
   xvt_object* trapped = nullptr;
   InputFilter* filter = nullptr;
   int cursor_depth = 0;
-  XVT_NATIVE_HOOK native = nullptr;
-  XVT_ERRMSG_HANDLER errmsg = nullptr;
 
   // Timers and watchers.
   std::map<long, Timer> timers;
@@ -172,17 +146,17 @@ struct State {
 State& S();
 
 // --- Records ---------------------------------------------------------------
-bool Live(WINDOW w);
-EVENT MakeEvent(EVENT_TYPE type);
-long Send(WINDOW w, EVENT* ev);
-xvt_object* NewRecord(WIN_TYPE type, xvt_object* parent);
+// The records themselves, the task, screen and document-area windows and
+// the destruction order are shared with the headless backend.
+using namespace xvtrec;
+// What the backend lets go of when a record has been destroyed.
+void ForgetRecord(xvt_object* rec);
 // Ties a widget to the record its input is reported to; forgotten when the
 // record is destroyed, so late signals from a dying widget find nothing.
 void Bind(const QObject* widget, xvt_object* rec);
 xvt_object* RecordOf(const QObject* widget);
 // The nearest record at or above widget.
 xvt_object* RecordAbove(const QWidget* widget);
-void DestroyTree(xvt_object* rec);
 // Where a record's child windows and controls are placed.
 QWidget* Container(xvt_object* rec);
 bool IsControl(WIN_TYPE type);

@@ -1,5 +1,5 @@
-// Handles and their lifetime: the set of live records, the widget-to-record
-// bindings, destruction, and small conversions the other files share.
+// Handles and their lifetime: the widget-to-record bindings, what a
+// destroyed record lets go of, and small conversions the other files share.
 #include <QApplication>
 #include <QDialog>
 #include <QMdiArea>
@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "xvt/common/strfmt.h"
 #include "xvt/qt/qt_internal.h"
 #include "xvt/qt/qt_widgets.h"
 
@@ -19,31 +20,6 @@ namespace xvtqt {
 State& S() {
   static State s;
   return s;
-}
-
-bool Live(WINDOW w) { return w && S().live.count(w) != 0; }
-
-EVENT MakeEvent(EVENT_TYPE type) {
-  EVENT ev;
-  std::memset(&ev, 0, sizeof ev);
-  ev.type = type;
-  return ev;
-}
-
-long Send(WINDOW w, EVENT* ev) {
-  if (!Live(w) || !w->eh || !ev) return 0;
-  return w->eh(w, ev);
-}
-
-xvt_object* NewRecord(WIN_TYPE type, xvt_object* parent) {
-  auto* r = new xvt_object;
-  r->type = type;
-  r->serial = S().next_serial++;
-  r->parent = parent;
-  if (parent) parent->children.push_back(r);
-  S().objects.push_back(r);
-  S().live.insert(r);
-  return r;
 }
 
 void Bind(const QObject* widget, xvt_object* rec) {
@@ -69,9 +45,9 @@ bool IsControl(WIN_TYPE type) { return type >= WC_PUSHBUTTON; }
 QWidget* Container(xvt_object* rec) {
   auto& s = S();
   if (!Live(rec)) return nullptr;
-  if (rec == s.task) return s.toolbar_row;
-  if (rec == s.mdi) return s.mdi_area ? s.mdi_area->viewport() : nullptr;
-  if (rec == s.screen) return nullptr;
+  if (rec == R().task) return s.toolbar_row;
+  if (rec == R().mdi) return s.mdi_area ? s.mdi_area->viewport() : nullptr;
+  if (rec == R().screen) return nullptr;
   if (IsControl(rec->type)) return rec->outer;
   return rec->client;
 }
@@ -95,31 +71,15 @@ void PlaceTopLevel(QWidget* w, const RCT& rct) {
   w->resize(width, height);
 }
 
-void DestroyTree(xvt_object* rec) {
+void ForgetRecord(xvt_object* rec) {
   auto& s = S();
-  if (!Live(rec) || rec->destroying) return;
-  rec->destroying = true;
-  // Children go first, newest first, so that a window sees its controls
-  // alive until its own E_DESTROY.
-  std::vector<xvt_object*> kids = rec->children;
-  for (auto it = kids.rbegin(); it != kids.rend(); ++it) DestroyTree(*it);
-  EVENT ev = MakeEvent(E_DESTROY);
-  Send(rec, &ev);
-
   KillTimersOf(rec);
   ForgetProgressWindow(rec);
   if (s.trapped == rec) s.trapped = nullptr;
-  if (rec->parent && Live(rec->parent)) {
-    auto& c = rec->parent->children;
-    c.erase(std::remove(c.begin(), c.end(), rec), c.end());
-  }
   for (const QObject* o : rec->bound) {
     auto it = s.by_widget.find(o);
     if (it != s.by_widget.end() && it.value() == rec) s.by_widget.erase(it);
   }
-  s.live.erase(rec);
-  s.objects.erase(std::remove(s.objects.begin(), s.objects.end(), rec), s.objects.end());
-
   // The widgets may be in the middle of delivering the very event that led
   // here (a click on the dialog's own button), so they are hidden now and
   // deleted when the event loop gets back control.
@@ -134,8 +94,7 @@ void DestroyTree(xvt_object* rec) {
   }
   bool had_menu = rec->menu != nullptr;
   rec->menu.reset();
-  delete rec;
-  if (had_menu && !s.destroyed) ShowTaskMenuBar();
+  if (had_menu && !R().destroyed) ShowTaskMenuBar();
 }
 
 // ---------------------------------------------------------------------------
@@ -169,15 +128,7 @@ QString Mnemonic(const char* title) {
   return out;
 }
 
-void CopyOut(const QString& text, char* buf, size_t size) {
-  if (!buf || size == 0) return;
-  QByteArray utf8 = text.toUtf8();
-  size_t n = std::min(static_cast<size_t>(utf8.size()), size - 1);
-  // Never cut a UTF-8 sequence in half.
-  while (n > 0 && n < static_cast<size_t>(utf8.size()) && (static_cast<unsigned char>(utf8[n]) & 0xC0) == 0x80) --n;
-  std::memcpy(buf, utf8.constData(), n);
-  buf[n] = '\0';
-}
+void CopyOut(const QString& text, char* buf, size_t size) { ::CopyOut(text.toUtf8().toStdString(), buf, size); }
 
 RCT ToRct(const QRect& r) { return RCT{r.left(), r.top(), r.left() + r.width(), r.top() + r.height()}; }
 

@@ -138,11 +138,11 @@ void Screenshot(const std::string& path, bool whole_screen) {
 }
 
 void TaskEvent(EVENT_TYPE type) {
-  auto& s = S();
-  if (!Live(s.task)) return;
+  auto& r = R();
+  if (!Live(r.task)) return;
   EVENT ev = MakeEvent(type);
   ev.v.query = false;
-  Send(s.task, &ev);
+  Send(r.task, &ev);
 }
 
 void Execute(const ScriptLine& l) {
@@ -151,18 +151,15 @@ void Execute(const ScriptLine& l) {
     case ScriptLine::kWait: break;
     case ScriptLine::kScreenshot: Screenshot(l.text, l.screen); break;
     case ScriptLine::kCommand: {
-      if (!Live(s.task)) break;
+      if (!Live(R().task)) break;
       // As a menu choice: an item the program disabled cannot be chosen.
-      if (s.task->menu) {
-        auto it = s.task->menu->items.find(static_cast<int>(l.number));
-        if (it != s.task->menu->items.end() && !it->second.enabled) {
-          std::fprintf(stderr, "xvt: script: command %ld is disabled; not sent\n", l.number);
-          break;
-        }
+      if (MenuItem* m = FindMenuItem(R().task, static_cast<int>(l.number)); m && !m->enabled) {
+        std::fprintf(stderr, "xvt: script: command %ld is disabled; not sent\n", l.number);
+        break;
       }
       EVENT ev = MakeEvent(E_COMMAND);
       ev.v.cmd.tag = static_cast<int>(l.number);
-      Send(s.task, &ev);
+      Send(R().task, &ev);
       break;
     }
     case ScriptLine::kClose: TaskEvent(E_CLOSE); break;

@@ -45,7 +45,7 @@ using namespace xvtqt;
 
 long xvt_timer_create(WINDOW win, long period_ms) {
   auto& s = S();
-  if (!Live(win) || period_ms <= 0 || !QCoreApplication::instance() || s.destroyed) return XVT_TIMER_ERROR;
+  if (!Live(win) || period_ms <= 0 || !QCoreApplication::instance() || R().destroyed) return XVT_TIMER_ERROR;
   long id = s.next_timer++;
   auto* timer = new QTimer;
   timer->setInterval(static_cast<int>(std::min<long>(period_ms, INT32_MAX)));

@@ -152,6 +152,15 @@ void Canvas::keyPressEvent(QKeyEvent* e) {
   Send(rec, &ev);
 }
 
+// A window hears of its new size once it has been created.
+static void SendSize(xvt_object* rec, const QSize& size) {
+  if (!Live(rec) || !rec->created) return;
+  EVENT ev = MakeEvent(E_SIZE);
+  ev.v.size.width = size.width();
+  ev.v.size.height = size.height();
+  Send(rec, &ev);
+}
+
 // E_FOCUS to the window that a canvas draws, when it has one.
 static void SendFocus(QWidget* canvas, bool active) {
   if (xvt_object* rec = RecordOf(canvas)) {
@@ -173,12 +182,7 @@ void Canvas::focusOutEvent(QFocusEvent* e) {
 
 void Canvas::resizeEvent(QResizeEvent* e) {
   QWidget::resizeEvent(e);
-  xvt_object* rec = RecordOf(this);
-  if (!rec || !rec->created) return;
-  EVENT ev = MakeEvent(E_SIZE);
-  ev.v.size.width = e->size().width();
-  ev.v.size.height = e->size().height();
-  Send(rec, &ev);
+  SendSize(RecordOf(this), e->size());
 }
 
 bool Canvas::focusNextPrevChild(bool) { return false; }
@@ -246,22 +250,12 @@ void Dialog::paintEvent(QPaintEvent* e) {
 
 void Dialog::resizeEvent(QResizeEvent* e) {
   QDialog::resizeEvent(e);
-  xvt_object* rec = RecordOf(this);
-  if (!rec || !rec->created) return;
-  EVENT ev = MakeEvent(E_SIZE);
-  ev.v.size.width = e->size().width();
-  ev.v.size.height = e->size().height();
-  Send(rec, &ev);
+  SendSize(RecordOf(this), e->size());
 }
 
 void TaskClient::resizeEvent(QResizeEvent* e) {
   QWidget::resizeEvent(e);
-  auto& s = S();
-  if (!Live(s.task) || !s.task->created) return;
-  EVENT ev = MakeEvent(E_SIZE);
-  ev.v.size.width = e->size().width();
-  ev.v.size.height = e->size().height();
-  Send(s.task, &ev);
+  SendSize(R().task, e->size());
 }
 
 TaskWindow::TaskWindow() : QMainWindow(nullptr) { setAttribute(Qt::WA_DeleteOnClose, false); }

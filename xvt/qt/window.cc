@@ -52,8 +52,8 @@ QRect ScreenRect() {
 xvt_object* CreateWindowRecord(WIN_TYPE type, const RCT* rct, const char* title, int menu_rid, WINDOW parent,
                                unsigned long flags, EVENT_HANDLER eh, intptr_t app_data) {
   auto& s = S();
-  if (!s.task || s.destroyed || !IsWindowType(type)) return nullptr;
-  if (!parent) parent = s.screen;
+  if (!R().task || R().destroyed || !IsWindowType(type)) return nullptr;
+  if (!parent) parent = R().screen;
   if (!Live(parent) || IsControl(parent->type)) return nullptr;
   RCT r = rct ? *rct : RCT{0, 0, 400, 300};
   QString qtitle = FromUtf8(title);
@@ -84,7 +84,7 @@ xvt_object* CreateWindowRecord(WIN_TYPE type, const RCT* rct, const char* title,
     frame->setGeometry(sub->contentsRect());
     rec->outer = sub;
     Bind(sub, rec);
-  } else if (parent == s.screen) {
+  } else if (parent == R().screen) {
     top_level = true;
     QWidget* owner = (type == W_DBL || type == W_MODELESS) ? static_cast<QWidget*>(s.task_window) : nullptr;
     frame = new Frame(owner, TopLevelFlags(type, flags));
@@ -148,8 +148,8 @@ void ShowCreated(xvt_object* rec) {
 
 void MoveRecord(xvt_object* rec, const RCT& rct) {
   auto& s = S();
-  if (!Live(rec) || rec == s.screen || rec == s.mdi) return;
-  if (rec == s.task) {
+  if (!Live(rec) || rec == R().screen || rec == R().mdi) return;
+  if (rec == R().task) {
     if (!s.task_window) return;
     PlaceTopLevel(s.task_window, rct);
     return;
@@ -182,25 +182,11 @@ WINDOW xvt_win_create(WIN_TYPE type, const RCT* rct, const char* title, int menu
   return rec;
 }
 
-void xvt_vobj_destroy(WINDOW win) {
-  auto& s = S();
-  if (!Live(win) || win == s.task || win == s.screen || win == s.mdi) return;
-  DestroyTree(win);
-}
-
-bool xvt_vobj_is_valid(WINDOW win) { return Live(win); }
-WIN_TYPE xvt_vobj_get_type(WINDOW win) { return Live(win) ? win->type : W_NONE; }
-WINDOW xvt_vobj_get_parent(WINDOW win) { return Live(win) ? win->parent : NULL_WIN; }
-intptr_t xvt_vobj_get_data(WINDOW win) { return Live(win) ? win->data : 0; }
-void xvt_vobj_set_data(WINDOW win, intptr_t data) {
-  if (Live(win)) win->data = data;
-}
-
 char* xvt_vobj_get_title(WINDOW win, char* buf, size_t size) {
   auto& s = S();
   if (!Live(win) || !buf || size == 0) return nullptr;
   QString text;
-  if (win == s.task && s.task_window)
+  if (win == R().task && s.task_window)
     text = s.task_window->windowTitle();
   else if (IsControl(win->type))
     text = ControlTitle(win);
@@ -217,7 +203,7 @@ void xvt_vobj_set_title(WINDOW win, const char* title) {
   if (!Live(win)) return;
   QString text = FromUtf8(title);
   win->title = title ? title : "";
-  if (win == s.task && s.task_window)
+  if (win == R().task && s.task_window)
     s.task_window->setWindowTitle(text);
   else if (IsControl(win->type))
     SetControlTitle(win, text);
@@ -228,11 +214,11 @@ void xvt_vobj_set_title(WINDOW win, const char* title) {
 RCT* xvt_vobj_get_outer_rect(WINDOW win, RCT* rct) {
   auto& s = S();
   if (!Live(win) || !rct) return nullptr;
-  if (win == s.screen) {
+  if (win == R().screen) {
     *rct = ToRct(ScreenRect());
-  } else if (win == s.task) {
+  } else if (win == R().task) {
     *rct = s.task_window ? ToRct(s.task_window->frameGeometry()) : ToRct(ScreenRect());
-  } else if (win == s.mdi) {
+  } else if (win == R().mdi) {
     if (!s.mdi_area) return nullptr;
     QWidget* central = s.task_window->centralWidget();
     *rct = ToRct(QRect(s.mdi_area->mapTo(central, QPoint(0, 0)), s.mdi_area->size()));
@@ -248,11 +234,11 @@ RCT* xvt_vobj_get_client_rect(WINDOW win, RCT* rct) {
   auto& s = S();
   if (!Live(win) || !rct) return nullptr;
   QSize size;
-  if (win == s.screen)
+  if (win == R().screen)
     size = ScreenRect().size();
-  else if (win == s.task)
+  else if (win == R().task)
     size = s.task_window && s.task_window->centralWidget() ? s.task_window->centralWidget()->size() : ScreenRect().size();
-  else if (win == s.mdi)
+  else if (win == R().mdi)
     size = s.mdi_area ? s.mdi_area->viewport()->size() : QSize();
   else if (win->client)
     size = win->client->size();
@@ -271,18 +257,18 @@ void xvt_vobj_move(WINDOW win, const RCT* rct) {
 static QWidget* OuterWidget(WINDOW win) {
   auto& s = S();
   if (!Live(win)) return nullptr;
-  if (win == s.task) return s.task_window;
-  if (win == s.mdi) return s.mdi_area;
+  if (win == R().task) return s.task_window;
+  if (win == R().mdi) return s.mdi_area;
   return win->outer;
 }
 
 void xvt_vobj_set_visible(WINDOW win, bool visible) {
-  if (Live(win) && win == S().screen) return;
+  if (Live(win) && win == R().screen) return;
   if (QWidget* w = OuterWidget(win)) w->setVisible(visible);
 }
 
 bool xvt_vobj_is_visible(WINDOW win) {
-  if (Live(win) && win == S().screen) return true;
+  if (Live(win) && win == R().screen) return true;
   QWidget* w = OuterWidget(win);
   return w && !w->isHidden();
 }
@@ -292,7 +278,7 @@ void xvt_vobj_set_enabled(WINDOW win, bool enabled) {
 }
 
 bool xvt_vobj_is_enabled(WINDOW win) {
-  if (Live(win) && win == S().screen) return true;
+  if (Live(win) && win == R().screen) return true;
   QWidget* w = OuterWidget(win);
   // The window's own state, whatever its parent's.
   return w && !w->testAttribute(Qt::WA_ForceDisabled);
@@ -308,8 +294,6 @@ void xvt_vobj_raise(WINDOW win) {
   w->raise();
   if (w->isWindow() && w->isVisible()) w->activateWindow();
 }
-
-long xvt_win_dispatch_event(WINDOW win, EVENT* ev) { return Send(win, ev); }
 
 void xvt_win_post_event(WINDOW win, const EVENT* ev) {
   if (!Live(win) || !ev || !QCoreApplication::instance()) return;

@@ -1,9 +1,21 @@
 // The Qt backend's dialogs, controls, questions and automation script, on
 // Qt's offscreen platform.
+#include <QComboBox>
+
+#include <algorithm>
+#include <fstream>
+
 #include "xvt_qt_harness.h"
 
 namespace xvt_qt_test {
 namespace {
+
+QAbstractButton* Button(WINDOW dlg, int id) {
+  WINDOW c = xvt_win_get_ctl(dlg, id);
+  return c ? qobject_cast<QAbstractButton*>(c->outer.data()) : nullptr;
+}
+
+bool Checked(WINDOW dlg, int id) { return xvt_ctl_is_checked(xvt_win_get_ctl(dlg, id)); }
 
 // --- Dialogs ----------------------------------------------------------------
 
@@ -17,47 +29,33 @@ const WIN_DEF kDialogDef[] = {
     {W_NONE, {0, 0, 0, 0}, nullptr, 0, 0},
 };
 
-struct DialogRun {
-  bool controls_at_create = false;
-  std::vector<int> controls;  // ids of E_CONTROL, in order
-  bool checked_after_click = false;
-  bool radio_after_two_clicks = false;
-  bool destroyed = false;
-};
-DialogRun* g_dialog_run;
-
-QAbstractButton* Button(WINDOW dlg, int id) {
-  WINDOW c = xvt_win_get_ctl(dlg, id);
-  return c ? qobject_cast<QAbstractButton*>(c->outer.data()) : nullptr;
-}
+std::vector<std::string> g_log;
 
 long DialogEh(WINDOW dlg, EVENT* ev) {
-  DialogRun& run = *g_dialog_run;
   switch (ev->type) {
-    case E_CREATE: {
-      run.controls_at_create = xvt_win_get_ctl(dlg, kCheck) && xvt_win_get_ctl(dlg, kOk) && xvt_win_get_ctl(dlg, kEdit);
+    case E_CREATE:
+      g_log.push_back(xvt_win_get_ctl(dlg, kCheck) && xvt_win_get_ctl(dlg, kOk) && xvt_win_get_ctl(dlg, kEdit)
+                          ? "controls"
+                          : "no controls");
       // The program's own changes are not the user's: no E_CONTROL.
       xvt_ctl_set_checked(xvt_win_get_ctl(dlg, kCheck), true);
       xvt_vobj_set_title(xvt_win_get_ctl(dlg, kEdit), "changed");
       QTimer::singleShot(0, g_ctx, [dlg] {
-        Button(dlg, kCheck)->click();
-        g_dialog_run->checked_after_click = xvt_ctl_is_checked(xvt_win_get_ctl(dlg, kCheck));
+        Button(dlg, kCheck)->click();  // clears what the program checked
         Button(dlg, kRadio)->click();
-        Button(dlg, kRadio)->click();
-        g_dialog_run->radio_after_two_clicks = xvt_ctl_is_checked(xvt_win_get_ctl(dlg, kRadio));
-        auto* edit = qobject_cast<QLineEdit*>(xvt_win_get_ctl(dlg, kEdit)->outer.data());
-        QKeyEvent key(QEvent::KeyPress, Qt::Key_X, Qt::NoModifier, "x");
-        QApplication::sendEvent(edit, &key);
+        Button(dlg, kRadio)->click();  // a radio button is never cleared by clicking it
+        g_log.push_back("checked " + std::to_string(Checked(dlg, kCheck)) + std::to_string(Checked(dlg, kRadio)));
+        Key(xvt_win_get_ctl(dlg, kEdit)->outer, Qt::Key_X, "x");
         Button(dlg, kOk)->click();
       });
       break;
-    }
     case E_CONTROL:
-      if (!ev->v.ctl.ci.v.edit.focus_change || ev->v.ctl.ci.type != WC_EDIT) run.controls.push_back(ev->v.ctl.id);
+      if (!ev->v.ctl.ci.v.edit.focus_change || ev->v.ctl.ci.type != WC_EDIT)
+        g_log.push_back("control " + std::to_string(ev->v.ctl.id));
       EXPECT_EQ(ev->v.ctl.ci.win, xvt_win_get_ctl(dlg, ev->v.ctl.id));
       if (ev->v.ctl.id == kOk) xvt_vobj_destroy(dlg);
       break;
-    case E_DESTROY: run.destroyed = true; break;
+    case E_DESTROY: g_log.push_back("destroy"); break;
     default: break;
   }
   return 0;
@@ -65,40 +63,27 @@ long DialogEh(WINDOW dlg, EVENT* ev) {
 
 TEST_F(XvtQt, ModalDialogReportsUserClicksOnlyAndEndsWhenDestroyed) {
   xvt_res_register_dialog(kDialog, kDialogDef);
-  DialogRun run;
-  g_dialog_run = &run;
-  RunApp([&] {
+  g_log.clear();
+  RunApp([] {
     WINDOW shown = xvt_dlg_create_res(W_MODAL, kDialog, EM_ALL, DialogEh, 0);
     // Back here only once the dialog is gone.
-    EXPECT_NE(shown, NULL_WIN);
-    EXPECT_TRUE(run.destroyed);
-    EXPECT_FALSE(xvt_vobj_is_valid(shown));
-    xvt_app_destroy();
+    g_log.push_back(shown && !xvt_vobj_is_valid(shown) ? "returned" : "returned early");
   });
-  EXPECT_TRUE(run.controls_at_create);
-  EXPECT_EQ(run.controls, (std::vector<int>{kCheck, kRadio, kRadio, kEdit, kOk}));
-  EXPECT_FALSE(run.checked_after_click);  // the program had checked it; the click cleared it
-  EXPECT_TRUE(run.radio_after_two_clicks);  // a radio button is never cleared by clicking it
+  EXPECT_EQ(g_log, (std::vector<std::string>{"controls", "control 10", "control 13", "control 13", "checked 01",
+                                             "control 12", "control 11", "destroy", "returned"}));
 }
 
 TEST_F(XvtQt, ListControlsKeepProgramSelectionsSilent) {
   RunApp([] {
-    std::vector<EVENT> log;
-    RCT r{0, 0, 400, 300};
-    WINDOW win = xvt_win_create(W_PLAIN, &r, "lists", 0, SCREEN_WIN, WSF_NONE, EM_ALL, LogEh, (intptr_t)&log);
-    struct Case {
-      WIN_TYPE type;
-      bool title_follows_selection;
-    } cases[] = {{WC_LBOX, false}, {WC_LISTBUTTON, true}, {WC_LISTEDIT, true}};
+    std::vector<EVENT>& log = NewLog();
+    WINDOW win = Win(SCREEN_WIN, {0, 0, 400, 300}, &log);
     int id = 1;
-    for (const Case& c : cases) {
-      SCOPED_TRACE(c.type);
+    for (WIN_TYPE type : {WC_LBOX, WC_LISTBUTTON, WC_LISTEDIT}) {
+      SCOPED_TRACE(type);
       RCT cr{10, 10 + 40 * id, 200, 40 + 40 * id};
-      WINDOW ctl = xvt_ctl_create(c.type, &cr, "", win, 0, id++);
+      WINDOW ctl = xvt_ctl_create(type, &cr, "", win, 0, id++);
       ASSERT_NE(ctl, NULL_WIN);
-      EXPECT_TRUE(xvt_list_add(ctl, -1, "beta"));
-      EXPECT_TRUE(xvt_list_add(ctl, 0, "alpha"));
-      EXPECT_TRUE(xvt_list_add(ctl, -1, "gamma"));
+      EXPECT_TRUE(xvt_list_add(ctl, -1, "beta") && xvt_list_add(ctl, 0, "alpha") && xvt_list_add(ctl, -1, "gamma"));
       EXPECT_EQ(xvt_list_get_sel_index(ctl), -1) << "adding selects nothing";
       xvt_list_set_sel(ctl, 2, true);
       EXPECT_EQ(xvt_list_get_sel_index(ctl), 2);
@@ -107,9 +92,8 @@ TEST_F(XvtQt, ListControlsKeepProgramSelectionsSilent) {
       ASSERT_NE(xvt_list_get_elt(ctl, 0, buf, sizeof buf), nullptr);
       EXPECT_STREQ(buf, "alpha");
       EXPECT_EQ(xvt_list_get_elt(ctl, 3, buf, sizeof buf), nullptr);
-      if (c.title_follows_selection) {
-        xvt_vobj_get_title(ctl, buf, sizeof buf);
-        EXPECT_STREQ(buf, "gamma");
+      if (type != WC_LBOX) {
+        EXPECT_STREQ(xvt_vobj_get_title(ctl, buf, sizeof buf), "gamma") << "it shows its choice";
       }
       EXPECT_TRUE(xvt_list_rem(ctl, 0));
       EXPECT_FALSE(xvt_list_rem(ctl, 5));
@@ -130,7 +114,6 @@ TEST_F(XvtQt, ListControlsKeepProgramSelectionsSilent) {
     ASSERT_EQ(controls.size(), 1u);
     EXPECT_EQ(controls[0].v.ctl.id, 2);
     EXPECT_FALSE(controls[0].v.ctl.ci.v.lbox.dbl_click);
-    xvt_app_destroy();
   });
 }
 
@@ -144,12 +127,8 @@ TEST_F(XvtQt, QuestionBoxKeepsButtonOrderAndEscapeIsTheLastButton) {
       int press;  // button index to click, or -1 for Escape
       ASK_RESPONSE expected;
     } cases[] = {
-        {"~No", "Cancel", 0, RESP_DEFAULT},
-        {"~No", "Cancel", 1, RESP_2},
-        {"~No", "Cancel", 2, RESP_3},
-        {"~No", "Cancel", -1, RESP_3},
-        {"~No", nullptr, -1, RESP_2},
-        {nullptr, nullptr, -1, RESP_DEFAULT},
+        {"~No", "Cancel", 0, RESP_DEFAULT}, {"~No", "Cancel", 1, RESP_2},  {"~No", "Cancel", 2, RESP_3},
+        {"~No", "Cancel", -1, RESP_3},      {"~No", nullptr, -1, RESP_2},  {nullptr, nullptr, -1, RESP_DEFAULT},
     };
     for (const Case& c : cases) {
       SCOPED_TRACE(testing::Message() << (c.b2 ? c.b2 : "-") << " " << (c.b3 ? c.b3 : "-") << " " << c.press);
@@ -161,24 +140,19 @@ TEST_F(XvtQt, QuestionBoxKeepsButtonOrderAndEscapeIsTheLastButton) {
         QWidget* box = QApplication::activeModalWidget();
         ASSERT_NE(box, nullptr);
         auto buttons = box->findChildren<QAbstractButton*>();
-        std::sort(buttons.begin(), buttons.end(),
-                  [](QAbstractButton* a, QAbstractButton* b) { return a->x() < b->x(); });
+        std::sort(buttons.begin(), buttons.end(), [](auto* a, auto* b) { return a->x() < b->x(); });
         for (QAbstractButton* b : buttons) shown.push_back(b->text().toStdString());
-        if (press >= 0) {
+        if (press >= 0)
           buttons[static_cast<size_t>(press)]->click();
-        } else {
-          QKeyEvent esc(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
-          QApplication::sendEvent(box, &esc);
-        }
+        else
+          Key(box, Qt::Key_Escape);
       });
-      ASK_RESPONSE r = xvt_dm_post_ask("~Yes & go", c.b2, c.b3, "Send %s?", "it");
-      EXPECT_EQ(r, c.expected);
+      EXPECT_EQ(xvt_dm_post_ask("~Yes & go", c.b2, c.b3, "Send %s?", "it"), c.expected);
       std::vector<std::string> expected{"&Yes && go"};
       if (c.b2) expected.push_back("&No");
       if (c.b3) expected.push_back("Cancel");
       EXPECT_EQ(shown, expected);
     }
-    xvt_app_destroy();
   });
 }
 
@@ -191,89 +165,55 @@ const WIN_DEF kScriptDialogDef[] = {
     {W_NONE, {0, 0, 0, 0}, nullptr, 0, 0},
 };
 
-TEST_F(XvtQt, ScriptAnswersQuestionsDismissesNoticesAndDrivesDialogs) {
+long ScriptDialogEh(WINDOW dlg, EVENT* ev) {
+  if (ev->type != E_CONTROL) return 0;
+  g_log.push_back("control " + std::to_string(ev->v.ctl.id) + " checked " + std::to_string(Checked(dlg, 1)));
+  if (ev->v.ctl.id == 2) xvt_vobj_destroy(dlg);
+  return 0;
+}
+
+// Runs body under a script of the given lines; returns what was said on stderr.
+std::string RunScripted(const char* lines, std::function<void()> body) {
   xvt_res_register_dialog(kScriptDialog, kScriptDialogDef);
   std::string path = testing::TempDir() + "xvt_qt_script.txt";
-  {
-    std::ofstream f(path);
-    f << "# a comment\n"
-         "answer 2\n"
-         "frobnicate 3\n"
-         "dismiss\n"
-         "dialog 7101 1 2\n"
-         "log script done\n";
-  }
+  std::ofstream(path) << lines;
   setenv("VELMAR_XVT_SCRIPT", path.c_str(), 1);
-  static bool script_checked;
-  static std::vector<int> dialog_controls;
-  dialog_controls.clear();
-  auto dialog_eh = [](WINDOW dlg, EVENT* ev) -> long {
-    if (ev->type == E_CONTROL) {
-      dialog_controls.push_back(ev->v.ctl.id);
-      if (ev->v.ctl.id == 2) {
-        script_checked = xvt_ctl_is_checked(xvt_win_get_ctl(dlg, 1));
-        xvt_vobj_destroy(dlg);
-      }
-    }
-    return 0;
-  };
-  ASK_RESPONSE answer = RESP_DEFAULT;
+  g_log.clear();
   testing::internal::CaptureStderr();
-  RunApp([&] {
+  RunApp(std::move(body));
+  unsetenv("VELMAR_XVT_SCRIPT");
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST_F(XvtQt, ScriptAnswersQuestionsDismissesNoticesAndDrivesDialogs) {
+  static ASK_RESPONSE answer;
+  std::string err = RunScripted("# a comment\nanswer 2\nfrobnicate 3\ndismiss\ndialog 7101 1 2\nlog script done\n", [] {
     // The script's lines run one per turn of the loop; the last one logs.
     ASSERT_TRUE(WaitFor([] { return S().dialogs.size() == 1; }));
     answer = xvt_dm_post_ask("~Keep", "~Discard", "Cancel", "Keep %d drafts?", 3);
     xvt_dm_post_error("Disk %s", "full");
-    xvt_dlg_create_res(W_MODAL, kScriptDialog, EM_ALL, dialog_eh, 0);
-    xvt_app_destroy();
+    xvt_dlg_create_res(W_MODAL, kScriptDialog, EM_ALL, ScriptDialogEh, 0);
   });
-  std::string err = testing::internal::GetCapturedStderr();
-  unsetenv("VELMAR_XVT_SCRIPT");
   EXPECT_EQ(answer, RESP_2);
-  EXPECT_NE(err.find("xvt: ask: Keep 3 drafts?"), std::string::npos) << err;
-  EXPECT_NE(err.find("xvt: dismissed error: Disk full"), std::string::npos) << err;
-  EXPECT_NE(err.find("frobnicate"), std::string::npos) << err;
-  EXPECT_NE(err.find("script done"), std::string::npos) << err;
-  EXPECT_EQ(dialog_controls, (std::vector<int>{1, 2}));
-  EXPECT_TRUE(script_checked);
+  for (const char* said : {"xvt: ask: Keep 3 drafts?", "xvt: dismissed error: Disk full", "frobnicate", "script done"})
+    EXPECT_NE(err.find(said), std::string::npos) << said << "\n" << err;
+  EXPECT_EQ(g_log, (std::vector<std::string>{"control 1 checked 1", "control 2 checked 1"}));
 }
 
 // A script usually names the menu choice first and then answers what it
 // brings up: the box or dialog is already waiting when the answer comes.
 TEST_F(XvtQt, ScriptAnswersBoxesThatAreAlreadyUp) {
-  xvt_res_register_dialog(kScriptDialog, kScriptDialogDef);
-  std::string path = testing::TempDir() + "xvt_qt_script_after.txt";
-  {
-    std::ofstream f(path);
-    f << "command 1\nanswer 3\ncommand 2\ndismiss\ncommand 3\ndialog 7101 2\ncommand 4\n";
-  }
-  setenv("VELMAR_XVT_SCRIPT", path.c_str(), 1);
-  static std::vector<std::string> log;
-  log.clear();
-  auto dialog_eh = [](WINDOW dlg, EVENT* ev) -> long {
-    if (ev->type == E_CONTROL && ev->v.ctl.id == 2) xvt_vobj_destroy(dlg);
-    return 0;
-  };
-  testing::internal::CaptureStderr();
-  RunApp([&] {
-    g_on_command = [dialog_eh](int tag) {
-      switch (tag) {
-        case 1: log.push_back("ask " + std::to_string(xvt_dm_post_ask("A", "B", "C", "Which?"))); break;
-        case 2:
-          xvt_dm_post_note("Noted");
-          log.push_back("note done");
-          break;
-        case 3:
-          xvt_dlg_create_res(W_MODAL, kScriptDialog, EM_ALL, dialog_eh, 0);
-          log.push_back("dialog done");
-          break;
-        case 4: xvt_app_destroy(); break;
-      }
+  std::string err = RunScripted("command 1\nanswer 3\ncommand 2\ndismiss\ncommand 3\ndialog 7101 2\n", [] {
+    g_on_command = [](int tag) {
+      if (tag == 1) g_log.push_back("ask " + std::to_string(xvt_dm_post_ask("A", "B", "C", "Which?")));
+      if (tag == 2) xvt_dm_post_note("Noted");
+      if (tag == 3) xvt_dlg_create_res(W_MODAL, kScriptDialog, EM_ALL, ScriptDialogEh, 0);
+      g_log.push_back(std::to_string(tag) + " done");
     };
+    WaitFor([] { return g_log.size() == 5; }, 5000);
   });
-  std::string err = testing::internal::GetCapturedStderr();
-  unsetenv("VELMAR_XVT_SCRIPT");
-  EXPECT_EQ(log, (std::vector<std::string>{"ask 3", "note done", "dialog done"})) << err;
+  EXPECT_EQ(g_log, (std::vector<std::string>{"ask 3", "1 done", "2 done", "control 2 checked 0", "3 done"}))
+      << err;
   EXPECT_NE(err.find("xvt: dismissed note: Noted"), std::string::npos) << err;
 }
 

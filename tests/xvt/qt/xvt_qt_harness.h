@@ -1,34 +1,21 @@
 // The harness of the Qt backend's tests. Each test runs a whole
 // application: a toy task handler, and a body that runs from the event loop
-// once E_CREATE has been handled and ends it with xvt_app_destroy. A
-// watchdog ends a run that hangs (a box waiting for a user) and fails it.
+// once E_CREATE has been handled; the application ends when the body
+// returns. A watchdog ends a run that hangs (a box waiting for a user) and
+// fails it.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
-#include <QAction>
 #include <QApplication>
-#include <QComboBox>
 #include <QElapsedTimer>
-#include <QImage>
 #include <QKeyEvent>
-#include <QLineEdit>
-#include <QMainWindow>
-#include <QMenu>
-#include <QMenuBar>
 #include <QMouseEvent>
-#include <QScrollBar>
 #include <QThread>
 #include <QTimer>
-#include <QWindow>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -41,15 +28,13 @@ namespace xvt_qt_test {
 using xvtqt::S;
 
 constexpr int kMenuBar = 7000;
+constexpr int kDocMenuBar = 7001;
 constexpr int kDialog = 7100;
 constexpr int kScriptDialog = 7101;
-
-// --- The harness --------------------------------------------------------------
 
 inline std::vector<EVENT> g_task_events;
 inline std::function<void()> g_body;
 inline QObject* g_ctx = nullptr;  // owns the run's timers; gone with the task window
-
 inline std::function<void(int)> g_on_command;  // the run's answer to menu choices
 
 inline long TaskEh(WINDOW, EVENT* ev) {
@@ -57,7 +42,10 @@ inline long TaskEh(WINDOW, EVENT* ev) {
   if (ev->type == E_COMMAND && g_on_command) g_on_command(ev->v.cmd.tag);
   if (ev->type == E_CREATE) {
     g_ctx = new QObject;
-    QTimer::singleShot(0, g_ctx, [] { g_body(); });
+    QTimer::singleShot(0, g_ctx, [] {
+      g_body();
+      xvt_app_destroy();
+    });
     QTimer::singleShot(8000, g_ctx, [] {
       ADD_FAILURE() << "the run timed out";
       xvt_app_destroy();
@@ -69,14 +57,24 @@ inline long TaskEh(WINDOW, EVENT* ev) {
   return 0;
 }
 
-inline void RunApp(std::function<void()> body, int toolbar_height = 30) {
+inline void StartApp(EVENT_HANDLER task_eh, int toolbar_height = 30, int argc = 0, char** argv = nullptr) {
+  char arg0[] = "xvt_qt_test";
+  char* own[] = {arg0, nullptr};
+  XVT_CONFIG config{kMenuBar, 0, "velmar", "Velmar", "Velmar test", toolbar_height};
+  xvt_app_create(argv ? argc : 1, argv ? argv : own, 0, task_eh, &config);
+}
+
+// Event logs of a run's windows; they outlive the run's body, as the
+// windows hear of their destruction after it.
+inline std::deque<std::vector<EVENT>> g_logs;
+inline std::vector<EVENT>& NewLog() { return g_logs.emplace_back(); }
+
+inline void RunApp(std::function<void()> body, int toolbar_height = 30, int argc = 0, char** argv = nullptr) {
   g_task_events.clear();
+  g_logs.clear();
   g_on_command = nullptr;
   g_body = std::move(body);
-  XVT_CONFIG config{kMenuBar, 0, "velmar", "Velmar", "Velmar test", toolbar_height};
-  char arg0[] = "xvt_qt_test";
-  char* argv[] = {arg0, nullptr};
-  xvt_app_create(1, argv, 0, TaskEh, &config);
+  StartApp(TaskEh, toolbar_height, argc, argv);
 }
 
 // Runs the event loop until cond holds or ms have passed.
@@ -98,6 +96,12 @@ inline long LogEh(WINDOW win, EVENT* ev) {
   return 0;
 }
 
+// A window that logs its events into *log (when given).
+inline WINDOW Win(WINDOW parent, RCT r, std::vector<EVENT>* log = nullptr, unsigned long flags = WSF_NONE,
+                  WIN_TYPE type = W_PLAIN, int menu_rid = 0) {
+  return xvt_win_create(type, &r, "w", menu_rid, parent, flags, EM_ALL, LogEh, reinterpret_cast<intptr_t>(log));
+}
+
 inline std::vector<EVENT> OfType(const std::vector<EVENT>& log, EVENT_TYPE type) {
   std::vector<EVENT> out;
   for (const EVENT& e : log)
@@ -105,11 +109,14 @@ inline std::vector<EVENT> OfType(const std::vector<EVENT>& log, EVENT_TYPE type)
   return out;
 }
 
-inline QWidget* ClientOf(WINDOW w) { return w->client; }
-
 inline void Press(QWidget* w, QPoint at, Qt::MouseButton button = Qt::LeftButton) {
   QMouseEvent e(QEvent::MouseButtonPress, QPointF(at), w->mapToGlobal(QPointF(at)), button, button, Qt::NoModifier);
   QApplication::sendEvent(w, &e);
+}
+
+inline void Key(QObject* to, int key, const QString& text = "", Qt::KeyboardModifiers mods = Qt::NoModifier) {
+  QKeyEvent e(QEvent::KeyPress, key, mods, text);
+  QApplication::sendEvent(to, &e);
 }
 
 inline const MENU_ITEM kFileMenu[] = {
@@ -124,7 +131,6 @@ inline const MENU_ITEM kMenus[] = {
     {100, "~File", true, false, false, kFileMenu},
     {0, nullptr, false, false, false, nullptr},
 };
-constexpr int kDocMenuBar = 7001;
 inline const MENU_ITEM kMessageMenu[] = {
     {201, "~Reply", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
@@ -146,6 +152,5 @@ class XvtQt : public ::testing::Test {
  protected:
   void SetUp() override { unsetenv("VELMAR_XVT_SCRIPT"); }
 };
-
 
 }  // namespace xvt_qt_test

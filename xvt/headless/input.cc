@@ -1,0 +1,69 @@
+// Input: the pointer trap, cursors, focus, the native hook, and the user
+// input that tests simulate.
+#include "xvt/headless/headless_internal.h"
+
+namespace xvthl {
+
+bool Reachable(WINDOW w) {
+  auto& s = S();
+  if (!s.trapped) return true;
+  for (xvt_object* p = w; p; p = p->parent)
+    if (p == s.trapped) return true;
+  return false;
+}
+
+}  // namespace xvthl
+
+using namespace xvthl;
+
+void xvt_win_trap_pointer(WINDOW win) {
+  if (Live(win)) S().trapped = win;
+}
+void xvt_win_release_pointer(void) { S().trapped = nullptr; }
+
+void xvt_win_set_cursor(WINDOW win, CURSOR cursor) {
+  if (Live(win)) win->cursor = cursor;
+  S().cursor = cursor;
+}
+
+void xvt_scr_set_busy_cursor(void) { S().cursor = CURSOR_WAIT; }
+WINDOW xvt_scr_get_focus_vobj(void) { return S().focus; }
+
+void xvt_scr_set_focus_vobj(WINDOW win) {
+  auto& s = S();
+  if (!Live(win) || s.focus == win) return;
+  xvt_object* old = s.focus;
+  s.focus = win;
+  if (Live(old)) {
+    EVENT ev = MakeEvent(E_FOCUS);
+    ev.v.active = false;
+    Send(old, &ev);
+  }
+  EVENT ev = MakeEvent(E_FOCUS);
+  ev.v.active = true;
+  Send(win, &ev);
+}
+
+void xvt_scr_beep(void) { Record("beep", ""); }
+
+// ---------------------------------------------------------------------------
+// Test hooks
+
+bool xvt_test_user_event(WINDOW win, EVENT* ev) {
+  auto& s = R();
+  if (!Live(win) || !ev) return false;
+  if (s.native && ev->type == E_MOUSE_DOWN && ev->v.mouse.button == 0) s.native(XVT_NATIVE_LBUTTON_DOWN, 0);
+  if (s.native && ev->type == E_MOUSE_UP && ev->v.mouse.button == 0) s.native(XVT_NATIVE_LBUTTON_UP, 0);
+  if (s.native && (ev->type == E_HSCROLL || ev->type == E_VSCROLL))
+    s.native(ev->v.scroll.what == SC_THUMB ? XVT_NATIVE_SCROLL_END : XVT_NATIVE_SCROLL, ev->v.scroll.what);
+  if (!Reachable(win)) return false;
+  Send(win, ev);
+  return true;
+}
+
+void xvt_test_native(XVT_NATIVE_EVENT what, int code) {
+  if (R().native) R().native(what, code);
+}
+
+WINDOW xvt_test_trapped_window(void) { return S().trapped; }
+CURSOR xvt_test_cursor(void) { return S().cursor; }
