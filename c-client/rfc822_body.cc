@@ -28,12 +28,6 @@ namespace rfc822_internal {
 
 namespace {
 
-const char* find_parameter(const BodyPart* body, const char* attribute) {
-  for (const BodyParameter* p = body->parameter; p; p = p->next)
-    if (p->attribute && !std::strcmp(p->attribute, attribute)) return p->value;
-  return nullptr;
-}
-
 // Consumes a delimiter line if one starts here: "--" boundary, "--" for
 // the close, blanks and TABs of transport padding, then a line end or the
 // end of the text. Stops before the first byte that doesn't fit, which is
@@ -149,9 +143,12 @@ void read_part_headers(StringSource* s, BodyPart* body, char* work) {
 void parse_multipart(BodyPart* body, StringSource* s, const char* host, char* work, ParseContext* ctx) {
   const unsigned long start = string_getpos(s);
   const unsigned long end = s->size;
-  const char* boundary = find_parameter(body, "BOUNDARY");
-  unsigned long blen = boundary ? std::strlen(boundary) : 0;
-  if (!blen || blen > kMaxBoundary) {
+  // Signed mail often writes the boundary in the RFC 2231 forms; one that
+  // decodes to a line break or a NUL could never be matched.
+  const Rfc822Parameter param = rfc822_parameter(body->parameter, "BOUNDARY");
+  const char* boundary = param.value.c_str();
+  unsigned long blen = param.value.size();
+  if (!blen || blen > kMaxBoundary || param.value.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
     boundary = "-";
     blen = 1;
   }
@@ -299,7 +296,7 @@ void parse_message(BodyPart* body, StringSource* s, const char* host, char* work
 
 void apply_defaults(BodyPart* body) {
   if (!body->subtype) body->subtype = cpystr(rfc822_default_subtype(body->type));
-  if (body->type == TYPETEXT && !find_parameter(body, "CHARSET")) {
+  if (body->type == TYPETEXT && !rfc822_parameter(body->parameter, "CHARSET").found) {
     BodyParameter* param = mail_newbody_parameter();
     param->attribute = cpystr("CHARSET");
     param->value = cpystr("US-ASCII");

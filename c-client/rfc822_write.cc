@@ -361,11 +361,9 @@ bool IsMessageRfc822(const BodyPart* body) {
   return body->type == TYPEMESSAGE && (!body->subtype || !strcasecmp(body->subtype, "RFC822"));
 }
 
-const char* Boundary(const BodyPart* body) {
-  for (const BodyParameter* p = body->parameter; p; p = p->next) {
-    if (p->attribute && p->value && !strcasecmp(p->attribute, "BOUNDARY")) return p->value;
-  }
-  return "-";  // what a reader takes for a multipart without one
+std::string Boundary(const BodyPart* body) {
+  const Rfc822Parameter p = rfc822_parameter(body->parameter, "BOUNDARY");
+  return p.value.empty() ? "-" : p.value;  // "-": what a reader takes for a multipart without one
 }
 
 long OutputBody(const BodyPart* body, soutr_t f, void* stream);

@@ -372,11 +372,15 @@ TEST(EncodeBody, EncodingsAndBoundaries) {
   EXPECT_TRUE(std::regex_match(Param(top, "BOUNDARY"), form)) << Param(top, "BOUNDARY");
   EXPECT_STRNE(Param(top, "BOUNDARY"), Param(alt, "BOUNDARY"));
   EXPECT_EQ(std::string(Param(top, "BOUNDARY")).rfind(std::to_string(getpid()) + "-", 0), 0u);
-  // A boundary that is there stays.
+  // A boundary that is there stays, in whatever form it was written.
   const std::string kept = Param(top, "BOUNDARY");
   rfc822_encode_body(nullptr, top);
   EXPECT_EQ(kept, Param(top, "BOUNDARY"));
   mail_free_body(&top);
+  BodyPart* split = Part(TYPEMULTIPART, "SIGNED", ENC7BIT, {{"BOUNDARY*0", "ab"}, {"BOUNDARY*1", "c"}});
+  rfc822_encode_body(nullptr, split);
+  EXPECT_EQ(Param(split, "BOUNDARY"), nullptr);
+  mail_free_body(&split);
 }
 
 TEST(EncodeBody, AnEncodedMessagePartIsFatal) {
