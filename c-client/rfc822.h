@@ -39,7 +39,8 @@ extern const char* const tspecials;
 void rfc822_parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size, StringSource* bs,
                       const char* host, char* work);
 // Header lines: *text points into a block of *remaining bytes. Returns the
-// current line (zero-terminated in place, folded when unfold is set) and
+// current line (zero-terminated in place; with unfold set, the line breaks
+// of its folds are taken out and the blanks after them kept) and
 // advances; null at the end of the block. A last line without a line feed
 // is terminated at (*text)[*remaining], which must be writable (as the zero
 // after a MailText of kind 1 is).

@@ -67,30 +67,29 @@ int take_delimiter(StringSource* s, unsigned long end, const char* delim, unsign
   return 0;
 }
 
-// Reads one logical header line of a part into work (folded: runs of
-// white space become one blank, continuation lines join). Returns its
-// length; 0 for an empty or blank line, which ends the headers; -1 at the
-// end of the text with nothing read.
+// Reads one logical header line of a part into work, unfolded as the
+// message's own header is: the line breaks of folds go, the blanks after
+// them stay. Returns its length without blanks at either end; 0 for an
+// empty or blank line, which ends the headers; -1 at the end of the text
+// with nothing read.
 long read_part_line(StringSource* s, unsigned long end, char* work, bool* cut) {
   unsigned long len = 0;
   int c = take(s, end);
   if (c < 0) return -1;
   for (; c >= 0; c = take(s, end)) {
     if (c == '\n') {
-      int next = peek(s, end);
-      if (len && (next == ' ' || next == '\t')) c = ' ';
-      else break;
+      if (len && work[len - 1] == '\r') --len;
+      const int next = peek(s, end);
+      if (len && (next == ' ' || next == '\t')) continue;
+      break;
     }
-    if (c == ' ' || c == '\t' || c == '\r') {
-      if (len && work[len - 1] != ' ' && len < kRfc822WorkSize - 1) work[len++] = ' ';
-      continue;
-    }
+    if (!len && (c == ' ' || c == '\t' || c == '\r')) continue;
     if (len < kRfc822WorkSize - 1)
       work[len++] = static_cast<char>(c);
     else
       *cut = true;
   }
-  while (len && work[len - 1] == ' ') --len;
+  while (len && (work[len - 1] == ' ' || work[len - 1] == '\t' || work[len - 1] == '\r')) --len;
   work[len] = '\0';
   return static_cast<long>(len);
 }
@@ -129,12 +128,12 @@ void read_part_headers(StringSource* s, BodyPart* body, char* work) {
     char* colon = std::strchr(work, ':');
     if (!colon || !starts_content(work)) continue;
     char* name_end = colon;
-    while (name_end > work && name_end[-1] == ' ') --name_end;
+    while (name_end > work && (name_end[-1] == ' ' || name_end[-1] == '\t')) --name_end;
     *name_end = '\0';
     for (char* p = work; *p; ++p)
       if (*p >= 'a' && *p <= 'z') *p = static_cast<char>(*p - 'a' + 'A');
     char* value = colon + 1;
-    while (*value == ' ') ++value;
+    while (*value == ' ' || *value == '\t') ++value;
     rfc822_parse_content_header(body, work + 8, value);
   }
   if (cut) warn("Part header line too long, cut");

@@ -65,20 +65,6 @@ void upcase(char* s) {
 
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-// Does the block hold "\nMIME-Version" in any case?
-bool has_mime_version_line(const char* text, unsigned long size) {
-  static const char kName[] = "MIME-VERSION";
-  const unsigned long n = sizeof kName - 1;
-  for (const char* p = text; (p = static_cast<const char*>(std::memchr(p, '\n', text + size - p)));) {
-    ++p;
-    if (static_cast<unsigned long>(text + size - p) < n) break;
-    unsigned long i = 0;
-    while (i < n && std::toupper(static_cast<unsigned char>(p[i])) == kName[i]) ++i;
-    if (i == n) return true;
-  }
-  return false;
-}
-
 // A MIME-Version value without its comments must be 1.0 (or the name
 // that drafts of the standard used).
 void check_mime_version(const char* value) {
@@ -359,9 +345,16 @@ char* rfc822_next_header(char** text, unsigned long* remaining, bool unfold) {
   *remaining = n - next;
   while (end > 0 && (s[end - 1] == '\r' || s[end - 1] == '\n' || s[end - 1] == ' ' || s[end - 1] == '\t'))
     s[--end] = '\0';
-  if (unfold)
-    for (unsigned long k = 0; k < end; ++k)
-      if (s[k] == '\r' || s[k] == '\n' || s[k] == '\t') s[k] = ' ';
+  if (unfold) {
+    // Only the line break of a fold goes; the blank or TAB after it is
+    // part of the value.
+    unsigned long to = 0;
+    for (unsigned long k = 0; k < end; ++k) {
+      if (s[k] == '\r' && s[k + 1] == '\n') continue;
+      if (s[k] != '\n') s[to++] = s[k];
+    }
+    s[to] = '\0';
+  }
   return s;
 }
 
@@ -378,10 +371,6 @@ void parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size
   // last line may run to its very end.
   char* block = static_cast<char*>(FS_GET(size + 1));
   if (size) std::memcpy(block, header, size);
-  bool mime = false;
-  // A Content header before the MIME-Version line still counts when the
-  // block declares MIME anywhere after its first line.
-  bool mime_declared = has_mime_version_line(block, size);
   ListTail from, sender, reply_to, to, cc, bcc;
 
   char* text = block;
@@ -398,7 +387,7 @@ void parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size
     *name_end = '\0';
     upcase(line);
     char* value = colon + 1;
-    while (*value == ' ') ++value;
+    while (*value == ' ' || *value == '\t') ++value;
 
     switch (line[0]) {
       case '>':
@@ -411,7 +400,9 @@ void parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size
         if (e && !std::strcmp(line, "CC")) {
           add_addresses(&e->cc, &cc, value, host);
         } else if (!std::strncmp(line, "CONTENT-", 8)) {
-          if (b && (mime || mime_declared)) rfc822_parse_content_header(b, line + 8, value);
+          // Content headers count with or without MIME-Version, as servers
+          // read them: a message has one structure wherever it is stored.
+          if (b) rfc822_parse_content_header(b, line + 8, value);
         }
         break;
       case 'D':
@@ -424,10 +415,7 @@ void parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size
         if (e && !std::strcmp(line, "IN-REPLY-TO")) first_wins(&e->in_reply_to, value);
         break;
       case 'M':
-        if (!std::strcmp(line, "MIME-VERSION")) {
-          check_mime_version(value);
-          mime = true;
-        }
+        if (!std::strcmp(line, "MIME-VERSION")) check_mime_version(value);
         // Message-ID is not kept for a message parsed here: the local
         // mailbox caches have never held it, and a fresh envelope has none
         // to replace.

@@ -132,7 +132,7 @@ TEST(Rfc822Header, NextHeaderFoldsAndEndsAtTheBlankLine) {
   unsigned long remaining = sizeof block - 1;
   std::vector<std::string> lines;
   while (char* line = rfc822_next_header(&text, &remaining, true)) lines.push_back(line);
-  EXPECT_EQ(lines, (std::vector<std::string>{"Subject: one   two", "X-Empty:", "To: a   b"}));
+  EXPECT_EQ(lines, (std::vector<std::string>{"Subject: one\ttwo", "X-Empty:", "To: a  b"}));
   EXPECT_EQ(remaining, 0u);
 }
 
@@ -178,7 +178,7 @@ TEST(Rfc822Header, EnvelopeFields) {
       "Bcc: g\n"
       "Reply-To: h@x\n"
       "Sender: i@x\n"
-      "Subject: first\n"
+      "Subject:\tfirst\n"
       "Subject: second\n"
       "Date: Sat, 1 Jan 2000 00:00:00 +0000\n"
       "Date: later\n"
@@ -202,19 +202,19 @@ TEST(Rfc822Header, EnvelopeFields) {
   EXPECT_EQ(p.env->message_id, nullptr) << "a locally parsed envelope has no Message-ID";
   EXPECT_EQ(p.env->extra_headers, nullptr);
   EXPECT_EQ(p.env->return_path, nullptr);
-  // Without MIME the body is plain text.
+  // Without Content headers the body is plain text.
   EXPECT_EQ(p.body->type, TYPETEXT);
   EXPECT_STREQ(p.body->subtype, "PLAIN");
   EXPECT_EQ(Params(p.body), " CHARSET=US-ASCII");
 }
 
-TEST(Rfc822Header, ContentHeadersNeedMime) {
+TEST(Rfc822Header, ContentHeaders) {
   struct Case {
     const char* header;
     const char* type;  // "TYPE/SUBTYPE params encoding"
     const char* warnings;
   } cases[] = {
-      {"Content-Type: text/html\n\n", "TEXT/PLAIN CHARSET=US-ASCII 0", ""},
+      {"Content-Type: text/html\n\n", "TEXT/HTML CHARSET=US-ASCII 0", ""},
       {"Content-Type: text/html\nMIME-Version: 1.0\n\n", "TEXT/HTML CHARSET=US-ASCII 0", ""},
       {"MIME-Version: 1.0\nContent-Type: text/html\n\n", "TEXT/HTML CHARSET=US-ASCII 0", ""},
       {"Subject: x\nmime-version: 1.0 (produced by hand)\n\n", "TEXT/PLAIN CHARSET=US-ASCII 0", ""},
@@ -340,7 +340,7 @@ const char kNested[] =
     "--outer\n"
     "Content-Type: multipart/alternative;\n"
     "\tboundary=inner\n"
-    "Content-Description: two  forms\n"
+    "Content-Description: two\n\t forms\n"
     "\n"
     "--inner\n"
     "Content-Type: text/plain\n"
@@ -432,7 +432,7 @@ TEST(Rfc822Body, NestedStructureInLfAndCrlfFromMemoryAndFile) {
     }
     EXPECT_EQ(got[0].bytes, text->size() - HeaderEnd(*text));
     EXPECT_EQ(got[0].lines, Lines(text->substr(HeaderEnd(*text))));
-    EXPECT_EQ(got[2].description, "two forms") << "folded part headers keep one blank";
+    EXPECT_EQ(got[2].description, "two\t forms") << "unfolding keeps the blanks of a fold";
     EXPECT_EQ(got[5].description, "forwarded");
     EXPECT_EQ(got[7].id, "<dot@example.org>");
     // The file source gives exactly what the memory source gives.
