@@ -100,7 +100,7 @@ void AppendAddressSpec(std::string& out, const MailAddress* a) {
     out += ':';
   }
   AppendLocalPart(out, a->mailbox ? a->mailbox : "");
-  if (a->host && a->host[0] != '@') {
+  if (a->host && *a->host && a->host[0] != '@') {
     out += '@';
     AppendEscaped(out, a->host);
   }
@@ -109,13 +109,15 @@ void AppendAddressSpec(std::string& out, const MailAddress* a) {
 void AppendOneAddress(std::string& out, const MailAddress* a) {
   const bool personal = a->personal && *a->personal;
   const bool route = a->adl && *a->adl;
+  // An empty address ("<>", as bounces carry) keeps its brackets.
+  const bool angle = personal || route || !a->mailbox || !*a->mailbox;
   if (personal) {
     AppendPhrase(out, a->personal);
     out += ' ';
   }
-  if (personal || route) out += '<';
+  if (angle) out += '<';
   AppendAddressSpec(out, a);
-  if (personal || route) out += '>';
+  if (angle) out += '>';
 }
 
 // A list as pieces: the places between pieces are where a line may fold.

@@ -68,6 +68,8 @@ TEST(WriteAddress, FormsAndQuoting) {
       {{"P|@r1|u|h"}, "P <@r1:u@h>"},
       {{"-|-|u|@unknown"}, "u"},
       {{"Name|-|u|@"}, "Name <u>"},
+      {{"Name|-||"}, "Name <>"},
+      {{"-|-||"}, "<>"},
       {{"-|-|john.doe|h"}, "john.doe@h"},
       {{"-|-|john doe|h"}, "\"john doe\"@h"},
       {{"-|-|.lead|h"}, "\".lead\"@h"},
@@ -92,6 +94,7 @@ TEST(WriteAddress, OneAddressIsTheBareAddress) {
       {"John|-|jd|x.org", "jd@x.org"},
       {"-|@r|u|h", "@r:u@h"},
       {"-|-|u|@x", "u"},
+      {"Name|-||", ""},
       {"G:Group", ""},
       {";", ""},
   };
