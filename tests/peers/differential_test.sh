@@ -35,6 +35,16 @@ cleanup() {
 }
 trap cleanup EXIT
 
+# Only regular files are read: a FIFO is refused at once (a blocking open
+# would wait for a writer forever), and the files after it are still shown.
+mkfifo "$work/fifo" || fail "cannot make a FIFO"
+printf 'Subject: after the fifo\n\nbody\n' >"$work/after.eml"
+out=$(timeout 10 "$parse" "$work/fifo" "$work/after.eml" 2>&1)
+rc=$?
+[[ $rc -ne 124 ]] || fail "velmar-parse hangs on a FIFO"
+[[ $rc -eq 1 && $out == *"cannot read $work/fifo: not a regular file"* && $out == *'"after the fifo"'* ]] ||
+  fail "velmar-parse on a FIFO and a file: exit $rc (want 1), output: $out"
+
 server=$("$here/imap-dovecot.sh" start "$work/imap") || fail "the test Dovecot did not start"
 value() { sed -n "s/^$1=//p" <<<"$server"; }
 /usr/bin/python3 "$here/make_corpus.py" "$work/corpus" >/dev/null || fail "make_corpus.py failed"
