@@ -272,11 +272,22 @@ void print_header_block(const std::string& header) {
 // Parses one file and prints its block; false (with a message on standard
 // error) if the file could not be read.
 bool show_file(const std::string& path, const Options& opt) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // A FIFO or a device named here would block a plain open (a FIFO until
+  // some writer comes): the open does not wait, and only a regular file is
+  // read.
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   std::string error;
   struct stat st {};
-  if (fd < 0 || fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    error = fd < 0 ? std::strerror(errno) : (S_ISDIR(st.st_mode) ? "is a directory" : "not a regular file");
+  if (fd < 0 || fstat(fd, &st) != 0)
+    error = std::strerror(errno);
+  else if (!S_ISREG(st.st_mode))
+    error = S_ISDIR(st.st_mode)    ? "is a directory"
+            : S_ISFIFO(st.st_mode) ? "not a regular file (a FIFO)"
+            : S_ISSOCK(st.st_mode) ? "not a regular file (a socket)"
+                                   : "not a regular file (a device)";
+  else if (fcntl(fd, F_SETFL, 0) != 0)
+    error = std::strerror(errno);
+  if (!error.empty()) {
     if (fd >= 0) close(fd);
     std::fprintf(stderr, "velmar-parse: cannot read %s: %s\n", path.c_str(), error.c_str());
     return false;

@@ -9,20 +9,17 @@
 
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <string>
 #include <string_view>
 
 #include "c-client/core/charvalue.h"
+#include "c-client/rfc822/rfc822.h"
 
 namespace {
 
 // Encoded words decoded per header; the rest stay as they are.
 constexpr int kMaxEncodedWords = 256;
 constexpr size_t kMaxCharsetName = 64;
-// RFC 2231 continuations looked at, and the bytes of a reassembled value.
-constexpr int kMaxSegments = 1000;
-constexpr size_t kMaxParameterBytes = 65536;
 // File names: bytes kept (a file system takes 255), and the longest
 // extension kept when a name is cut.
 constexpr size_t kMaxFileName = 200;
@@ -349,68 +346,6 @@ void DecodeHeader(std::string_view s, std::string& out) {
   AppendUnlabelled(out, s.substr(text_start));
 }
 
-bool IEquals(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'a' && x <= 'z') x = static_cast<char>(x - 'a' + 'A');
-    if (y >= 'a' && y <= 'z') y = static_cast<char>(y - 'a' + 'A');
-    if (x != y) return false;
-  }
-  return true;
-}
-
-void AppendPercentDecoded(std::string& out, std::string_view s) {
-  for (size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '%' && i + 2 < s.size() && hex_value(s[i + 1]) >= 0 && hex_value(s[i + 2]) >= 0) {
-      out += static_cast<char>((hex_value(s[i + 1]) << 4) | hex_value(s[i + 2]));
-      i += 2;
-    } else {
-      out += s[i];  // a stray "%" is kept as it stands
-    }
-  }
-}
-
-// charset'language'value: the charset, and the value without the prefix.
-// Without both quotes the whole text is the value, of no charset.
-std::string_view SplitExtended(std::string_view s, std::string_view* value) {
-  const size_t q1 = s.find('\'');
-  const size_t q2 = q1 == std::string_view::npos ? q1 : s.find('\'', q1 + 1);
-  if (q2 == std::string_view::npos) {
-    *value = s;
-    return {};
-  }
-  *value = s.substr(q2 + 1);
-  return s.substr(0, q1);
-}
-
-// "NAME*<n>" or "NAME*<n>*": the index (no leading zeros), or -1.
-int SegmentIndex(std::string_view name, std::string_view attribute, bool* extended) {
-  if (name.size() < attribute.size() + 2 || !IEquals(name.substr(0, attribute.size()), attribute) ||
-      name[attribute.size()] != '*')
-    return -1;
-  std::string_view digits = name.substr(attribute.size() + 1);
-  *extended = !digits.empty() && digits.back() == '*';
-  if (*extended) digits.remove_suffix(1);
-  if (digits.empty() || digits.size() > 4 || (digits.size() > 1 && digits[0] == '0')) return -1;
-  int index = 0;
-  for (char c : digits) {
-    if (c < '0' || c > '9') return -1;
-    index = index * 10 + (c - '0');
-  }
-  return index;
-}
-
-std::string ExtendedValue(std::string_view text) {
-  std::string_view value;
-  const std::string_view charset = SplitExtended(text, &value);
-  std::string bytes;
-  AppendPercentDecoded(bytes, value);
-  std::string out;
-  AppendCharset(out, charset, bytes);
-  return Clean(out);
-}
-
 }  // namespace
 
 std::string mime_display_text(const char* raw) {
@@ -421,46 +356,13 @@ std::string mime_display_text(const char* raw) {
 }
 
 std::string mime_parameter(const BodyParameter* list, const char* attribute) {
-  if (!attribute) return {};
-  const std::string_view want(attribute);
-  const std::string star = std::string(want) + "*";
-  // The extended forms are preferred: a sender that writes both means the
-  // plain one for readers that don't know them.
-  for (const BodyParameter* p = list; p; p = p->next) {
-    if (p->attribute && p->value && IEquals(p->attribute, star)) return ExtendedValue(p->value);
-  }
-  std::map<int, const BodyParameter*> segments;
-  for (const BodyParameter* p = list; p; p = p->next) {
-    bool extended = false;
-    const int index = p->attribute && p->value ? SegmentIndex(p->attribute, want, &extended) : -1;
-    if (index >= 0 && index < kMaxSegments) segments.emplace(index, p);  // the first of a number wins
-  }
-  if (segments.count(0)) {
-    std::string charset, bytes;
-    bool any_extended = false;
-    for (int i = 0; segments.count(i) && bytes.size() < kMaxParameterBytes; ++i) {
-      const BodyParameter* p = segments[i];
-      bool extended = false;
-      SegmentIndex(p->attribute, want, &extended);
-      std::string_view value(p->value);
-      if (extended && i == 0) charset.assign(SplitExtended(value, &value));
-      if (extended) {
-        any_extended = true;
-        AppendPercentDecoded(bytes, value);
-      } else {
-        bytes.append(value);
-      }
-    }
-    if (bytes.size() > kMaxParameterBytes) bytes.resize(kMaxParameterBytes);
-    if (!any_extended) return mime_display_text(bytes.c_str());
-    std::string out;
-    AppendCharset(out, charset, bytes);
-    return Clean(out);
-  }
-  for (const BodyParameter* p = list; p; p = p->next) {
-    if (p->attribute && p->value && IEquals(p->attribute, want)) return mime_display_text(p->value);
-  }
-  return {};
+  const Rfc822Parameter p = rfc822_parameter(list, attribute);
+  if (!p.found) return {};
+  // Plain values are header text; senders put encoded words there too.
+  if (!p.extended) return mime_display_text(p.value.c_str());
+  std::string out;
+  AppendCharset(out, p.charset, p.value);
+  return Clean(out);
 }
 
 std::string mime_file_name(const BodyPart* part) {

@@ -11,8 +11,8 @@
 // Header text for display, in UTF-8: encoded words decoded, raw bytes
 // taken as UTF-8 when they are valid UTF-8, else as Windows-1252.
 std::string mime_display_text(const char* raw);
-// A parameter's value from a part's list, with RFC 2231 continuations
-// (NAME*0, NAME*1*...) and charsets decoded; empty when absent.
+// A parameter's value from a part's list (found as rfc822_parameter finds
+// it, RFC 2231 forms included) in UTF-8; empty when absent.
 std::string mime_parameter(const BodyParameter* list, const char* attribute);
 // The file name a part suggests (FILENAME of a disposition if kept, else
 // NAME), made safe for a file system: no "/" or control characters.

@@ -7,6 +7,8 @@
 // was understood.
 #pragma once
 
+#include <string>
+
 #include "c-client/core/mail.h"
 #include "c-client/rfc822/strsrc.h"
 
@@ -37,7 +39,8 @@ extern const char* const tspecials;
 void rfc822_parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size, StringSource* bs,
                       const char* host, char* work);
 // Header lines: *text points into a block of *remaining bytes. Returns the
-// current line (zero-terminated in place, folded when unfold is set) and
+// current line (zero-terminated in place; with unfold set, the line breaks
+// of its folds are taken out and the blanks after them kept) and
 // advances; null at the end of the block. A last line without a line feed
 // is terminated at (*text)[*remaining], which must be writable (as the zero
 // after a MailText of kind 1 is).
@@ -51,6 +54,19 @@ char* rfc822_quote(char* text);
 void rfc822_parse_content(BodyPart* body, StringSource* bs, const char* host, char* work);
 // name is the header's name after "CONTENT-" (upper case), value its value.
 void rfc822_parse_content_header(BodyPart* body, char* name, char* value);
+
+// A part's parameter by name (any case), as its sender meant it: the
+// extended form NAME* ("charset'language'" and %XX escapes), else the
+// continuations NAME*0, NAME*1*, ... joined in order, else plain NAME.
+// Every lookup of a parameter by name goes through here, so that a
+// boundary or a file name written in either form is found alike.
+struct Rfc822Parameter {
+  bool found = false;
+  bool extended = false;  // value holds decoded bytes in charset
+  std::string charset;    // of an extended value, as declared ("" if none)
+  std::string value;
+};
+Rfc822Parameter rfc822_parameter(const BodyParameter* list, const char* attribute);
 
 // The exact byte count of a message file's header, from the descriptor's
 // position through the empty (or blank) line that ends it, whatever the

@@ -161,6 +161,15 @@ bool parse_addrspec(char** text, MailAddress* adr, const char* host) {
 bool parse_routeaddr(char** text, MailAddress* adr, const char* host) {
   char* s = *text + 1;
   rfc822_skipws(&s);
+  if (*s == '>') {
+    // "<>" is an address that is empty on purpose (bounces, senders that
+    // hide): it stays empty rather than become user@default-host, with
+    // both fields set so that it reads as no group marker.
+    adr->mailbox = cpystr("");
+    adr->host = cpystr("");
+    *text = s + 1;
+    return true;
+  }
   if (*s == '@') {
     char* colon = s;
     while (*colon && *colon != ':' && *colon != '>') ++colon;

@@ -28,12 +28,6 @@ namespace rfc822_internal {
 
 namespace {
 
-const char* find_parameter(const BodyPart* body, const char* attribute) {
-  for (const BodyParameter* p = body->parameter; p; p = p->next)
-    if (p->attribute && !std::strcmp(p->attribute, attribute)) return p->value;
-  return nullptr;
-}
-
 // Consumes a delimiter line if one starts here: "--" boundary, "--" for
 // the close, blanks and TABs of transport padding, then a line end or the
 // end of the text. Stops before the first byte that doesn't fit, which is
@@ -73,30 +67,29 @@ int take_delimiter(StringSource* s, unsigned long end, const char* delim, unsign
   return 0;
 }
 
-// Reads one logical header line of a part into work (folded: runs of
-// white space become one blank, continuation lines join). Returns its
-// length; 0 for an empty or blank line, which ends the headers; -1 at the
-// end of the text with nothing read.
+// Reads one logical header line of a part into work, unfolded as the
+// message's own header is: the line breaks of folds go, the blanks after
+// them stay. Returns its length without blanks at either end; 0 for an
+// empty or blank line, which ends the headers; -1 at the end of the text
+// with nothing read.
 long read_part_line(StringSource* s, unsigned long end, char* work, bool* cut) {
   unsigned long len = 0;
   int c = take(s, end);
   if (c < 0) return -1;
   for (; c >= 0; c = take(s, end)) {
     if (c == '\n') {
-      int next = peek(s, end);
-      if (len && (next == ' ' || next == '\t')) c = ' ';
-      else break;
+      if (len && work[len - 1] == '\r') --len;
+      const int next = peek(s, end);
+      if (len && (next == ' ' || next == '\t')) continue;
+      break;
     }
-    if (c == ' ' || c == '\t' || c == '\r') {
-      if (len && work[len - 1] != ' ' && len < kRfc822WorkSize - 1) work[len++] = ' ';
-      continue;
-    }
+    if (!len && (c == ' ' || c == '\t' || c == '\r')) continue;
     if (len < kRfc822WorkSize - 1)
       work[len++] = static_cast<char>(c);
     else
       *cut = true;
   }
-  while (len && work[len - 1] == ' ') --len;
+  while (len && (work[len - 1] == ' ' || work[len - 1] == '\t' || work[len - 1] == '\r')) --len;
   work[len] = '\0';
   return static_cast<long>(len);
 }
@@ -135,12 +128,12 @@ void read_part_headers(StringSource* s, BodyPart* body, char* work) {
     char* colon = std::strchr(work, ':');
     if (!colon || !starts_content(work)) continue;
     char* name_end = colon;
-    while (name_end > work && name_end[-1] == ' ') --name_end;
+    while (name_end > work && (name_end[-1] == ' ' || name_end[-1] == '\t')) --name_end;
     *name_end = '\0';
     for (char* p = work; *p; ++p)
       if (*p >= 'a' && *p <= 'z') *p = static_cast<char>(*p - 'a' + 'A');
     char* value = colon + 1;
-    while (*value == ' ') ++value;
+    while (*value == ' ' || *value == '\t') ++value;
     rfc822_parse_content_header(body, work + 8, value);
   }
   if (cut) warn("Part header line too long, cut");
@@ -149,9 +142,12 @@ void read_part_headers(StringSource* s, BodyPart* body, char* work) {
 void parse_multipart(BodyPart* body, StringSource* s, const char* host, char* work, ParseContext* ctx) {
   const unsigned long start = string_getpos(s);
   const unsigned long end = s->size;
-  const char* boundary = find_parameter(body, "BOUNDARY");
-  unsigned long blen = boundary ? std::strlen(boundary) : 0;
-  if (!blen || blen > kMaxBoundary) {
+  // Signed mail often writes the boundary in the RFC 2231 forms; one that
+  // decodes to a line break or a NUL could never be matched.
+  const Rfc822Parameter param = rfc822_parameter(body->parameter, "BOUNDARY");
+  const char* boundary = param.value.c_str();
+  unsigned long blen = param.value.size();
+  if (!blen || blen > kMaxBoundary || param.value.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
     boundary = "-";
     blen = 1;
   }
@@ -299,7 +295,7 @@ void parse_message(BodyPart* body, StringSource* s, const char* host, char* work
 
 void apply_defaults(BodyPart* body) {
   if (!body->subtype) body->subtype = cpystr(rfc822_default_subtype(body->type));
-  if (body->type == TYPETEXT && !find_parameter(body, "CHARSET")) {
+  if (body->type == TYPETEXT && !rfc822_parameter(body->parameter, "CHARSET").found) {
     BodyParameter* param = mail_newbody_parameter();
     param->attribute = cpystr("CHARSET");
     param->value = cpystr("US-ASCII");

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "c-client/core/env.h"
+#include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/rfc822_write.h"
 
 namespace {
@@ -90,8 +91,8 @@ BodyParameter* FindParameter(BodyPart* body, const char* attribute) {
 }
 
 void GiveBoundary(BodyPart* body) {
+  if (!rfc822_parameter(body->parameter, "BOUNDARY").value.empty()) return;
   BodyParameter* p = FindParameter(body, "BOUNDARY");
-  if (p && p->value && *p->value) return;
   std::string boundary;
   for (int i = 0; i < kBoundaryTries; ++i) {
     boundary = NewBoundary();

@@ -1,8 +1,12 @@
 // The header walk: header lines of a block, the envelope fields they fill,
 // the MIME content headers of a part, and the constant tables.
+#include <strings.h>
+
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/rfc822_scan.h"
@@ -60,20 +64,6 @@ void upcase(char* s) {
 }
 
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-// Does the block hold "\nMIME-Version" in any case?
-bool has_mime_version_line(const char* text, unsigned long size) {
-  static const char kName[] = "MIME-VERSION";
-  const unsigned long n = sizeof kName - 1;
-  for (const char* p = text; (p = static_cast<const char*>(std::memchr(p, '\n', text + size - p)));) {
-    ++p;
-    if (static_cast<unsigned long>(text + size - p) < n) break;
-    unsigned long i = 0;
-    while (i < n && std::toupper(static_cast<unsigned char>(p[i])) == kName[i]) ++i;
-    if (i == n) return true;
-  }
-  return false;
-}
 
 // A MIME-Version value without its comments must be 1.0 (or the name
 // that drafts of the standard used).
@@ -183,7 +173,103 @@ unsigned short lookup(const char* const* table, unsigned short count, const char
   return count;
 }
 
+// RFC 2231 forms of a parameter. Continuations looked at, and the bytes of
+// a joined value.
+constexpr int kMaxSegments = 1000;
+constexpr size_t kMaxParameterBytes = 65536;
+
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+void append_percent_decoded(std::string& out, const char* s) {
+  for (; *s; ++s) {
+    int hi, lo;
+    if (*s == '%' && (hi = hex_digit(s[1])) >= 0 && (lo = hex_digit(s[2])) >= 0) {
+      out += static_cast<char>((hi << 4) | lo);
+      s += 2;
+    } else {
+      out += *s;  // a stray "%" is kept as it stands
+    }
+  }
+}
+
+// charset'language'text: the charset, and the text after the prefix.
+// Without both quotes the whole value is text, of no charset.
+const char* split_extended(const char* s, std::string* charset) {
+  const char* q1 = std::strchr(s, '\'');
+  const char* q2 = q1 ? std::strchr(q1 + 1, '\'') : nullptr;
+  if (!q2) return s;
+  charset->assign(s, q1);
+  return q2 + 1;
+}
+
+// The index of a continuation from what follows "NAME*": digits without
+// leading zeros, then "*" for an extended one. -1 if it is none.
+int segment_index(const char* s, bool* extended) {
+  int index = 0;
+  int digits = 0;
+  for (; *s >= '0' && *s <= '9'; ++s, ++digits) index = index * 10 + (*s - '0');
+  if (!digits || digits > 4 || (digits > 1 && s[-digits] == '0')) return -1;
+  *extended = *s == '*';
+  if (*extended) ++s;
+  return *s ? -1 : index;
+}
+
 }  // namespace
+
+Rfc822Parameter rfc822_parameter(const BodyParameter* list, const char* attribute) {
+  Rfc822Parameter out;
+  if (!attribute) return out;
+  const size_t n = std::strlen(attribute);
+  const BodyParameter* plain = nullptr;
+  const BodyParameter* star = nullptr;
+  std::vector<const BodyParameter*> segments;  // by index; the first of a number wins
+  for (const BodyParameter* p = list; p; p = p->next) {
+    if (!p->attribute || !p->value || strncasecmp(p->attribute, attribute, n)) continue;
+    const char* rest = p->attribute + n;
+    if (!*rest) {
+      if (!plain) plain = p;
+    } else if (*rest == '*' && !rest[1]) {
+      if (!star) star = p;
+    } else if (*rest == '*') {
+      bool extended = false;
+      const int i = segment_index(rest + 1, &extended);
+      if (i < 0 || i >= kMaxSegments) continue;
+      if (segments.size() <= static_cast<size_t>(i)) segments.resize(i + 1);
+      if (!segments[i]) segments[i] = p;
+    }
+  }
+  // The extended forms are preferred: a sender that writes both means the
+  // plain one for readers that don't know them.
+  if (star) {
+    out.found = out.extended = true;
+    append_percent_decoded(out.value, split_extended(star->value, &out.charset));
+  } else if (!segments.empty() && segments[0]) {
+    out.found = true;
+    // A gap in the numbers ends the value.
+    for (size_t i = 0; i < segments.size() && segments[i] && out.value.size() < kMaxParameterBytes; ++i) {
+      bool extended = false;
+      segment_index(segments[i]->attribute + n + 1, &extended);
+      const char* v = segments[i]->value;
+      if (extended && i == 0) v = split_extended(v, &out.charset);
+      if (extended) {
+        out.extended = true;
+        append_percent_decoded(out.value, v);
+      } else {
+        out.value += v;
+      }
+    }
+    if (out.value.size() > kMaxParameterBytes) out.value.resize(kMaxParameterBytes);
+  } else if (plain) {
+    out.found = true;
+    out.value = plain->value;
+  }
+  return out;
+}
 
 void rfc822_parse_content_header(BodyPart* body, char* name, char* value) {
   rfc822_internal::WarnScope scope;
@@ -259,9 +345,16 @@ char* rfc822_next_header(char** text, unsigned long* remaining, bool unfold) {
   *remaining = n - next;
   while (end > 0 && (s[end - 1] == '\r' || s[end - 1] == '\n' || s[end - 1] == ' ' || s[end - 1] == '\t'))
     s[--end] = '\0';
-  if (unfold)
-    for (unsigned long k = 0; k < end; ++k)
-      if (s[k] == '\r' || s[k] == '\n' || s[k] == '\t') s[k] = ' ';
+  if (unfold) {
+    // Only the line break of a fold goes; the blank or TAB after it is
+    // part of the value.
+    unsigned long to = 0;
+    for (unsigned long k = 0; k < end; ++k) {
+      if (s[k] == '\r' && s[k + 1] == '\n') continue;
+      if (s[k] != '\n') s[to++] = s[k];
+    }
+    s[to] = '\0';
+  }
   return s;
 }
 
@@ -278,10 +371,6 @@ void parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size
   // last line may run to its very end.
   char* block = static_cast<char*>(FS_GET(size + 1));
   if (size) std::memcpy(block, header, size);
-  bool mime = false;
-  // A Content header before the MIME-Version line still counts when the
-  // block declares MIME anywhere after its first line.
-  bool mime_declared = has_mime_version_line(block, size);
   ListTail from, sender, reply_to, to, cc, bcc;
 
   char* text = block;
@@ -298,7 +387,7 @@ void parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size
     *name_end = '\0';
     upcase(line);
     char* value = colon + 1;
-    while (*value == ' ') ++value;
+    while (*value == ' ' || *value == '\t') ++value;
 
     switch (line[0]) {
       case '>':
@@ -311,7 +400,9 @@ void parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size
         if (e && !std::strcmp(line, "CC")) {
           add_addresses(&e->cc, &cc, value, host);
         } else if (!std::strncmp(line, "CONTENT-", 8)) {
-          if (b && (mime || mime_declared)) rfc822_parse_content_header(b, line + 8, value);
+          // Content headers count with or without MIME-Version, as servers
+          // read them: a message has one structure wherever it is stored.
+          if (b) rfc822_parse_content_header(b, line + 8, value);
         }
         break;
       case 'D':
@@ -324,10 +415,7 @@ void parse_msg(Envelope** env, BodyPart** body, char* header, unsigned long size
         if (e && !std::strcmp(line, "IN-REPLY-TO")) first_wins(&e->in_reply_to, value);
         break;
       case 'M':
-        if (!std::strcmp(line, "MIME-VERSION")) {
-          check_mime_version(value);
-          mime = true;
-        }
+        if (!std::strcmp(line, "MIME-VERSION")) check_mime_version(value);
         // Message-ID is not kept for a message parsed here: the local
         // mailbox caches have never held it, and a fresh envelope has none
         // to replace.

@@ -100,7 +100,7 @@ void AppendAddressSpec(std::string& out, const MailAddress* a) {
     out += ':';
   }
   AppendLocalPart(out, a->mailbox ? a->mailbox : "");
-  if (a->host && a->host[0] != '@') {
+  if (a->host && *a->host && a->host[0] != '@') {
     out += '@';
     AppendEscaped(out, a->host);
   }
@@ -109,13 +109,15 @@ void AppendAddressSpec(std::string& out, const MailAddress* a) {
 void AppendOneAddress(std::string& out, const MailAddress* a) {
   const bool personal = a->personal && *a->personal;
   const bool route = a->adl && *a->adl;
+  // An empty address ("<>", as bounces carry) keeps its brackets.
+  const bool angle = personal || route || !a->mailbox || !*a->mailbox;
   if (personal) {
     AppendPhrase(out, a->personal);
     out += ' ';
   }
-  if (personal || route) out += '<';
+  if (angle) out += '<';
   AppendAddressSpec(out, a);
-  if (personal || route) out += '>';
+  if (angle) out += '>';
 }
 
 // A list as pieces: the places between pieces are where a line may fold.
@@ -361,11 +363,9 @@ bool IsMessageRfc822(const BodyPart* body) {
   return body->type == TYPEMESSAGE && (!body->subtype || !strcasecmp(body->subtype, "RFC822"));
 }
 
-const char* Boundary(const BodyPart* body) {
-  for (const BodyParameter* p = body->parameter; p; p = p->next) {
-    if (p->attribute && p->value && !strcasecmp(p->attribute, "BOUNDARY")) return p->value;
-  }
-  return "-";  // what a reader takes for a multipart without one
+std::string Boundary(const BodyPart* body) {
+  const Rfc822Parameter p = rfc822_parameter(body->parameter, "BOUNDARY");
+  return p.value.empty() ? "-" : p.value;  // "-": what a reader takes for a multipart without one
 }
 
 long OutputBody(const BodyPart* body, soutr_t f, void* stream);

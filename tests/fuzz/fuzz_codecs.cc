@@ -1,6 +1,7 @@
 // The content codecs on arbitrary bytes: the streaming decoders give what
 // the in-memory ones give wherever those accept the input, in blocks no
-// larger than promised; and encoding then decoding gives back every byte.
+// larger than promised; encoding then decoding gives back every byte; and
+// encoded lines keep their lengths (base64 60, quoted-printable at most 76).
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -59,6 +60,13 @@ void CheckRoundTrips(const unsigned char* data, size_t size) {
   const std::string plain(reinterpret_cast<const char*>(data), size);
   unsigned long length = 0;
   unsigned char* b64 = rfc822_binary(data, size, &length);
+  // Lines of 60 characters but the last, each ended by one CRLF.
+  for (unsigned long i = 0, start = 0; i < length; ++i) {
+    if (b64[i] != '\r') continue;
+    if (i + 1 >= length || b64[i + 1] != '\n' || i - start > 60 || (i - start < 60 && i + 2 != length)) __builtin_trap();
+    start = ++i + 1;
+  }
+  if (length < 2 || b64[length - 1] != '\n') __builtin_trap();
   std::string back;
   if (!Apply(rfc822_base64, b64, length, &back) || back != plain) __builtin_trap();
   if (Stream(true, b64, length) != plain) __builtin_trap();

@@ -35,6 +35,16 @@ cleanup() {
 }
 trap cleanup EXIT
 
+# Only regular files are read: a FIFO is refused at once (a blocking open
+# would wait for a writer forever), and the files after it are still shown.
+mkfifo "$work/fifo" || fail "cannot make a FIFO"
+printf 'Subject: after the fifo\n\nbody\n' >"$work/after.eml"
+out=$(timeout 10 "$parse" "$work/fifo" "$work/after.eml" 2>&1)
+rc=$?
+[[ $rc -ne 124 ]] || fail "velmar-parse hangs on a FIFO"
+[[ $rc -eq 1 && $out == *"cannot read $work/fifo: not a regular file"* && $out == *'"after the fifo"'* ]] ||
+  fail "velmar-parse on a FIFO and a file: exit $rc (want 1), output: $out"
+
 server=$("$here/imap-dovecot.sh" start "$work/imap") || fail "the test Dovecot did not start"
 value() { sed -n "s/^$1=//p" <<<"$server"; }
 /usr/bin/python3 "$here/make_corpus.py" "$work/corpus" >/dev/null || fail "make_corpus.py failed"
@@ -296,10 +306,10 @@ EXCEPTIONS = [
                            and len(header_values(m, leaf(d.field))) > 1
                            and d.ours == header_values(m, leaf(d.field))[0]
                            and d.theirs == header_values(m, leaf(d.field))[-1]},
-    {"name": "unfolding-blanks",
-     "reason": "the parser unfolds in place, turning CR, LF and TAB into blanks; the server drops the line "
-               "break; equal once blank runs are squeezed",
-     "match": lambda m, d: isinstance(d.ours, bytes) and d.ours != d.theirs
+    {"name": "subject-blanks",
+     "reason": "unfolding takes out only the line break, so the subject keeps the blanks and TABs of its "
+               "folds; the server squeezes them to one blank; equal once blank runs are squeezed",
+     "match": lambda m, d: leaf(d.field) == "subject" and isinstance(d.ours, bytes) and d.ours != d.theirs
                            and squeeze(d.ours) == squeeze(d.theirs)},
     {"name": "default-host",
      "reason": "an address without a host gets the local default host (warned); the server writes a "
@@ -325,14 +335,9 @@ EXCEPTIONS = [
      "reason": "a Content-Type without subtype gets the type's default subtype; the server leaves it empty",
      "match": lambda m, d: leaf(d.field) == "subtype" and d.theirs == b""
                            and d.ours in (b"PLAIN", b"MIXED", b"RFC822", b"OCTET-STREAM", b"BASIC", b"UNKNOWN")},
-    {"name": "content-without-mime-version",
-     "reason": "without a MIME-Version header the parser ignores Content headers (plain US-ASCII text); "
-               "the server reads them",
-     "match": lambda m, d: re.fullmatch(r"body\.(subtype|encoding|param\.CHARSET)", d.field) is not None
-                           and not header_values(m, "mime-version")},
     {"name": "rfc2231-continuations",
-     "reason": "parameter continuations (NAME*0, NAME*1) stay separate parameters; the parser does not "
-               "join them",
+     "reason": "parameter continuations (NAME*0, NAME*1) stay separate parameters in the records (lookups "
+               "by name join them); the server joins them",
      "match": lambda m, d: re.search(r"\.param\.[A-Z0-9-]+(\*\d+\*?)?$", d.field) is not None
                            and m.endswith("-param-rfc2231.eml")
                            and ((d.ours is None and d.theirs is not None and "*" not in d.field)

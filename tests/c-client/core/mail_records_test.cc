@@ -26,8 +26,10 @@ MessageElt DateElt(int year, int month, int day, int h, int m, int s, bool west,
   return e;
 }
 
+// The internal form pins a month outside the year into it; the ctime form
+// says it doesn't know.
 TEST(MailDates, InternalAndCtimeForms) {
-  struct Row {
+  struct {
     MessageElt elt;
     const char* date;
     const char* cdate;
@@ -36,24 +38,15 @@ TEST(MailDates, InternalAndCtimeForms) {
       {DateElt(2024, 2, 29, 23, 59, 58, true, 5, 30), "29-Feb-2024 23:59:58 -0530", "Thu Feb 29 23:59:58 2024\n"},
       {DateElt(1969, 12, 31, 7, 8, 9, false, 14, 0), "31-Dec-1969 07:08:09 +1400", "Wed Dec 31 07:08:09 1969\n"},
       {DateElt(2096, 2, 29, 12, 0, 0, true, 12, 45), "29-Feb-2096 12:00:00 -1245", "Wed Feb 29 12:00:00 2096\n"},
-      {DateElt(1970, 1, 1, 0, 0, 1, false, 1, 0), " 1-Jan-1970 00:00:01 +0100", "Thu Jan  1 00:00:01 1970\n"},
+      {DateElt(2001, 0, 5, 1, 2, 3, false, 0, 0), " 5-Jan-2001 01:02:03 +0000", "???  5 01:02:03 2001\n"},
+      {DateElt(2001, 13, 5, 1, 2, 3, false, 0, 0), " 5-Dec-2001 01:02:03 +0000", "???  5 01:02:03 2001\n"},
   };
-  for (Row& r : rows) {
-    SCOPED_TRACE(r.date);
+  for (auto& r : rows) {
     char buffer[kMailDateSize];
     EXPECT_STREQ(mail_date(buffer, &r.elt), r.date);
-    EXPECT_STREQ(mail_cdate(buffer, &r.elt), r.cdate);
-  }
-}
-
-// The internal form pins a month outside the year into it; the ctime form
-// says it doesn't know.
-TEST(MailDates, MonthOutsideTheYear) {
-  char buffer[kMailDateSize];
-  for (auto [month, name] : {std::pair{0, "Jan"}, {13, "Dec"}, {15, "Dec"}}) {
-    MessageElt e = DateElt(2001, month, 5, 1, 2, 3, false, 0, 0);
-    EXPECT_EQ(std::string(mail_date(buffer, &e)), std::string(" 5-") + name + "-2001 01:02:03 +0000");
-    EXPECT_NE(std::strstr(mail_cdate(buffer, &e), " ??? "), nullptr);
+    // Without a month the weekday means nothing: only the rest is checked.
+    const std::string cdate = mail_cdate(buffer, &r.elt);
+    EXPECT_EQ(std::strncmp(r.cdate, "???", 3) ? cdate : cdate.substr(4), r.cdate) << r.date;
   }
 }
 
@@ -66,56 +59,43 @@ MailAddress* Address(const char* personal, const char* mailbox, const char* host
   return a;
 }
 
-TEST(MailRecords, DuplicateEnvelopeIsIndependentOfTheOriginal) {
+// A copy must be readable after the original is freed (the sanitizer run
+// catches anything shared).
+TEST(MailRecords, DuplicatesAreIndependentOfTheOriginal) {
   Envelope* env = mail_newenvelope();
   env->subject = cpystr("Quarterly figures");
-  env->date = cpystr("Mon, 1 Jan 2024 10:00:00 +0000");
   env->message_id = cpystr("<1@example.org>");
   env->from = Address("Ann", "ann", "example.org");
-  env->to =
-      Address("Bob", "bob", "example.org", Address(nullptr, "carol", "example.net", Address("Dan", "dan", "x.org")));
-  env->bcc = Address(nullptr, "eve", "example.org");
-  ExtraHeader* x = mail_newextra();
-  x->name = cpystr("X-Mailer");
-  x->value = cpystr("Velmar");
-  env->extra_headers = x;
-
+  env->to = Address("Bob", "bob", "example.org", Address(nullptr, "carol", "example.net", Address("D", "dan", "x.org")));
+  env->extra_headers = mail_newextra();
+  env->extra_headers->name = cpystr("X-Mailer");
+  env->extra_headers->value = cpystr("Velmar");
   Envelope* copy = mail_duplicate_envelope(env);
   mail_free_envelope(&env);
   EXPECT_EQ(env, nullptr);
-  // Everything of the copy must still be readable (the sanitizer run
-  // catches anything shared with the freed original).
   ASSERT_NE(copy, nullptr);
-  EXPECT_STREQ(copy->subject, "Quarterly figures");
-  EXPECT_STREQ(copy->message_id, "<1@example.org>");
-  EXPECT_STREQ(copy->from->personal, "Ann");
   std::string to;
   for (MailAddress* a = copy->to; a; a = a->next) to += std::string(a->mailbox) + "@" + a->host + ";";
-  EXPECT_EQ(to, "bob@example.org;carol@example.net;dan@x.org;");
-  EXPECT_STREQ(copy->bcc->mailbox, "eve");
+  EXPECT_EQ(std::string(copy->subject) + copy->message_id + copy->from->personal + to + copy->extra_headers->value,
+            "Quarterly figures<1@example.org>Annbob@example.org;carol@example.net;dan@x.org;Velmar");
   EXPECT_EQ(copy->cc, nullptr);
-  ASSERT_NE(copy->extra_headers, nullptr);
-  EXPECT_STREQ(copy->extra_headers->value, "Velmar");
   mail_free_envelope(&copy);
   EXPECT_EQ(mail_duplicate_envelope(nullptr), nullptr);
-}
 
-TEST(MailRecords, DuplicateParametersKeepsOrder) {
   BodyParameter* p = mail_newbody_parameter();
   p->attribute = cpystr("CHARSET");
   p->value = cpystr("UTF-8");
   p->next = mail_newbody_parameter();
   p->next->attribute = cpystr("FORMAT");
   p->next->value = cpystr("flowed");
-  BodyParameter* copy = mail_duplicate_body_parameters(p);
+  BodyParameter* params = mail_duplicate_body_parameters(p);
   mail_free_body_parameter(&p);
-  ASSERT_NE(copy, nullptr);
-  ASSERT_NE(copy->next, nullptr);
-  EXPECT_STREQ(copy->attribute, "CHARSET");
-  EXPECT_STREQ(copy->next->value, "flowed");
-  EXPECT_EQ(copy->next->next, nullptr);
-  mail_free_body_parameter(&copy);
-  EXPECT_EQ(copy, nullptr);
+  ASSERT_TRUE(params && params->next && !params->next->next);
+  EXPECT_EQ(std::string(params->attribute) + "=" + params->value + ";" + params->next->attribute + "=" +
+                params->next->value,
+            "CHARSET=UTF-8;FORMAT=flowed");
+  mail_free_body_parameter(&params);
+  EXPECT_EQ(params, nullptr);
 }
 
 TEST(MailRecords, CompareAddressByHeadMailboxThenHost) {
@@ -125,15 +105,14 @@ TEST(MailRecords, CompareAddressByHeadMailboxThenHost) {
   MailAddress* no_mailbox = Address(nullptr, nullptr, "a.org");
   MailAddress* no_host = Address(nullptr, "ann", nullptr);
   MailAddress* ann_upper = Address(nullptr, "ANN", "B.ORG");
-  struct Row {
-    const MailAddress* a;
-    const MailAddress* b;
+  const struct {
+    const MailAddress *a, *b;
     int sign;
   } rows[] = {
       {ann, bob, -1},    {bob, ann, 1},         {ann_a, ann, -1},      {ann, ann, 0},        {nullptr, ann, -1},
       {ann, nullptr, 1}, {nullptr, nullptr, 0}, {no_mailbox, ann, -1}, {no_host, ann_a, -1}, {ann, ann_upper, 0},
   };
-  for (const Row& r : rows) {
+  for (const auto& r : rows) {
     int c = mail_compare_address(r.a, r.b);
     EXPECT_EQ((c > 0) - (c < 0), r.sign) << (r.a && r.a->mailbox ? r.a->mailbox : "-") << " vs "
                                          << (r.b && r.b->mailbox ? r.b->mailbox : "-");
@@ -141,12 +120,12 @@ TEST(MailRecords, CompareAddressByHeadMailboxThenHost) {
   for (MailAddress* a : {ann, ann_a, bob, no_mailbox, no_host, ann_upper}) mail_free_address(&a);
 }
 
-// A text copies what it is given by kind; a spooled one's file goes with it.
-TEST(MailRecords, TextSetCopiesByKindAndFreeingDeletesTheSpoolFile) {
+// A text copies what it is given by kind; a spooled one's file goes with
+// it. Trees free every level, and long lists free without recursing.
+TEST(MailRecords, TextsTreesAndLongListsFreeCompletely) {
   MailText* t = mail_newtext();
   const char bytes[] = {'a', '\0', 'b', 'c'};
   mail_text_set(t, kTextInMemory, "hello world", 5);
-  EXPECT_EQ(t->size, 5u);
   EXPECT_STREQ(t->data, "hello");  // size + 1 bytes: terminated
   mail_text_set(t, kTextBinary, bytes, sizeof bytes);
   EXPECT_EQ(t->size, 4u);
@@ -154,42 +133,30 @@ TEST(MailRecords, TextSetCopiesByKindAndFreeingDeletesTheSpoolFile) {
   char path[] = "/tmp/velmar-mailtext-XXXXXX";
   ::close(mkstemp(path));
   mail_text_set(t, kTextFile, path, 12345);
-  EXPECT_STREQ(t->data, path);
-  EXPECT_EQ(t->size, 12345u);
+  EXPECT_EQ(std::string(t->data) + " " + std::to_string(t->size), std::string(path) + " 12345");
   mail_free_text(&t);
   EXPECT_EQ(t, nullptr);
   EXPECT_NE(::access(path, F_OK), 0);
-}
 
-TEST(MailRecords, BodyTreesAndLongListsFreeCompletely) {
-  // A multipart holding a message whose body is a multipart: every level
-  // owns its texts. The sanitizer run checks nothing leaks or is freed twice.
   BodyPart* body = mail_newbody();
   body->type = TYPEMULTIPART;
-  body->subtype = cpystr("MIXED");
   body->parts = mail_newbody_part();
   body->parts->body.contents = mail_newtext();
   mail_text_set(body->parts->body.contents, kTextInMemory, "one", 3);
   body->parts->next = mail_newbody_part();
   BodyPart* msg = &body->parts->next->body;
   msg->type = TYPEMESSAGE;
-  msg->subtype = cpystr("RFC822");
   msg->msg_env = mail_newenvelope();
   msg->msg_env->from = Address("X", "x", "y");
   msg->msg_body = mail_newbody();
-  msg->msg_body->type = TYPEMULTIPART;
   msg->msg_body->parts = mail_newbody_part();
   msg->msg_text = mail_newtext();
-  mail_text_set(msg->msg_text, kTextInMemory, "inner", 5);
   mail_free_body(&body);
   EXPECT_EQ(body, nullptr);
-
-  // A hostile header can carry a very long address list.
   MailAddress* list = nullptr;
   for (int i = 0; i < 200000; ++i) list = Address(nullptr, "u", "h", list);
   mail_free_address(&list);
   EXPECT_EQ(list, nullptr);
-
   Message* m = mail_newmessage();
   m->envelope = mail_newenvelope();
   m->body = mail_newbody();
