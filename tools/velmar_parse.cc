@@ -23,6 +23,7 @@
 #include "c-client/core/plain_env.h"
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/strsrc.h"
+#include "rclib/safe_file.h"
 
 namespace {
 
@@ -273,19 +274,14 @@ void print_header_block(const std::string& header) {
 // error) if the file could not be read.
 bool show_file(const std::string& path, const Options& opt) {
   // A FIFO or a device named here would block a plain open (a FIFO until
-  // some writer comes): the open does not wait, and only a regular file is
-  // read.
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  // some writer comes): only a regular file is read.
+  SafeFileError failure;
+  int fd = safe_open_read(path.c_str(), &failure);
   std::string error;
   struct stat st {};
-  if (fd < 0 || fstat(fd, &st) != 0)
-    error = std::strerror(errno);
-  else if (!S_ISREG(st.st_mode))
-    error = S_ISDIR(st.st_mode)    ? "is a directory"
-            : S_ISFIFO(st.st_mode) ? "not a regular file (a FIFO)"
-            : S_ISSOCK(st.st_mode) ? "not a regular file (a socket)"
-                                   : "not a regular file (a device)";
-  else if (fcntl(fd, F_SETFL, 0) != 0)
+  if (fd < 0)
+    error = failure.error == EINVAL ? "not a regular file" : std::strerror(failure.error);
+  else if (fstat(fd, &st) != 0)
     error = std::strerror(errno);
   if (!error.empty()) {
     if (fd >= 0) close(fd);
