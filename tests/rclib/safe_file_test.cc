@@ -4,10 +4,12 @@
 
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -100,17 +102,30 @@ TEST_F(SafeFile, ExclusiveCreateRefusesAnythingAlreadyThere) {
 
 TEST_F(SafeFile, AppendAddsWholeRecordsOrNothing) {
   ASSERT_TRUE(safe_append_record(path_, "one\n", 4, 0600));
-  ASSERT_TRUE(safe_append_record(path_, "two\n", 4, 0600));
   for (SafeStep step : {kSafeOpen, kSafeWrite, kSafeSync}) {
     safe_fail_from_for_test(step, 1, ENOSPC);
     SafeFileError err;
-    EXPECT_FALSE(safe_append_record(path_, "three\n", 6, 0600, &err));
+    EXPECT_FALSE(safe_append_record(path_, "two\n", 4, 0600, &err));
     EXPECT_EQ(err.step, step);
     safe_clear_faults_for_test();
+    // A failed sync cannot take back what the write put in the file; the
+    // caller learns of it and decides.
+    EXPECT_EQ(Read(), step == kSafeSync ? "one\ntwo\n" : "one\n") << safe_step_name(step);
   }
-  // A failed sync cannot take back what the write put in the file; the
-  // caller learns of it and decides.
-  EXPECT_EQ(Read().substr(0, 8), "one\ntwo\n");
+  // A write cut short by a file size limit is taken back whole.
+  struct rlimit old_limit, limit;
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old_limit), 0);
+  limit = old_limit;
+  limit.rlim_cur = 10;
+  void (*old_handler)(int) = ::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  SafeFileError err;
+  const bool appended = safe_append_record(path_, "three\n", 6, 0600, &err);
+  ::setrlimit(RLIMIT_FSIZE, &old_limit);
+  ::signal(SIGXFSZ, old_handler);
+  EXPECT_FALSE(appended);
+  EXPECT_EQ(err.error, EFBIG);
+  EXPECT_EQ(Read(), "one\ntwo\n");
 }
 
 }  // namespace
