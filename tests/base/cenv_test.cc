@@ -348,14 +348,25 @@ TEST_F(CenvTest, InitTextLimits) {
   EXPECT_EQ(CENV_FindConfigByName("c20"), -1);
   EXPECT_EQ(CENV_NewConfig(), -1);
 
-  // A 5000-byte line is read in 999-byte pieces: the first gives the name,
-  // the rest are skipped, and the record still closes.
-  ASSERT_EQ(Init({}), 1);
-  Parse("[REMOTE]\nname=" + std::string(4995, 'x') + "\nhost=h\ntype=imsp\n" + std::string(5000, '[') + "\n");
-  ASSERT_NE(CENV_GetConfigName(0), nullptr);
-  EXPECT_EQ(std::string(CENV_GetConfigName(0)), std::string(999 - 5, 'x'));
-  EXPECT_STREQ(CENV_GetConfigHost(0), "h");
-  EXPECT_EQ(CENV_GetConfigName(1), nullptr);
+  // Long lines are read whole: a value never loses its tail, and the tail
+  // never becomes a line of its own that closes a record early.
+  const std::string name(5000, 'x'), early = std::string(994, 'y') + "type=tcl";
+  const struct {
+    std::string text;
+    std::vector<std::string> records;
+  } long_lines[] = {
+      {"[REMOTE]\nname=" + name + "\nhost=h\ntype=imsp\n", {name + "|[REMOTE]|imsp|h|0|-|online|O"}},
+      // Cut after 999 bytes, "type=tcl" would close the record early; whole,
+      // the line is a name with an "=" in it, which is skipped.
+      {"[LOCAL]\nname=" + early + "\nfile=/" + name + "\ntype=tcl\n", {"/" + name + "|[LOCAL]|tcl|-|0|/" + name + "|offline|O"}},
+      {"[userid] " + name + "\n[REMOTE]\nname=A\ntype=imsp\n", {"A|[REMOTE]|imsp|-|0|-|online|O"}},
+  };
+  for (const auto& c : long_lines) {
+    ASSERT_EQ(Init({}), 1);
+    Parse(c.text);
+    EXPECT_EQ(DumpAll(), c.records);
+  }
+  EXPECT_EQ(Or(CENV_GetUserid()), name);
 
   // Binary garbage, NULs included, neither crashes nor makes records of
   // nothing; a good group after it still counts.
@@ -388,9 +399,9 @@ TEST_F(CenvTest, InitFileSearchOrder) {
 }
 
 TEST_F(CenvTest, OldStyleLocationFile) {
-  const std::string locn = get_file_name(kFileOptLocn);
+  const std::string locn = get_file_name(kFileOptLocn), far(5000, 'h');
   const struct {
-    const char* line;
+    std::string line;
     int preset_remote;
     const char* host;
     int default_remote;
@@ -400,6 +411,7 @@ TEST_F(CenvTest, OldStyleLocationFile) {
       {"location tcl\n", 1, nullptr, 0},
       {"location\n", 1, nullptr, 1},
       {"place imsphost\n", 0, nullptr, 0},
+      {"location imsp" + far + "\n", 0, far.c_str(), 1},
   };
   for (const auto& c : cases) {
     ASSERT_EQ(Init({}), 1);
