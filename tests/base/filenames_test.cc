@@ -3,9 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <set>
 #include <string>
 
+#include "rclib/safe_file.h"
 #include "src/base/filenames.h"
 #include "tests/support/frame_fixture.h"
 
@@ -111,44 +114,44 @@ TEST_F(Files, CheckWorkingDirAndEnsureDirectory) {
   EXPECT_EQ(EnsureDirectory(""), 0);
 }
 
-TEST_F(Files, AtomicWritesReplaceWholeFilesWithTheirMode) {
-  std::string f = home_ + "/opts.tcl";
-  ASSERT_EQ(WriteFileAtomic(f.c_str(), "one\n", 0600), 1);
-  ASSERT_EQ(WriteFileAtomic(f.c_str(), "two\n", 0600), 1);
-  EXPECT_EQ(ReadFile(f), "two\n");
-  struct stat st;
-  ASSERT_EQ(::stat(f.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  // No temporary files are left behind.
-  int entries = 0;
-  for (auto& e : std::filesystem::directory_iterator(home_)) entries += e.path().filename().string()[0] == '.';
-  EXPECT_EQ(entries, 0);
-  // A directory that does not exist fails cleanly.
-  EXPECT_EQ(WriteFileAtomic((home_ + "/no/such/file").c_str(), "x", 0600), 0);
-  ASSERT_EQ(BackupFile(f.c_str()), 1);
-  EXPECT_EQ(ReadFile(home_ + "/opts.bak"), "two\n");
-}
-
-TEST_F(Files, SectionsAndCopies) {
-  std::string src = home_ + "/src", dst = home_ + "/dst";
+// Copies and backups are written whole through the safe writer: a failure
+// at any step leaves the target as it was, and no temporary behind.
+TEST_F(Files, CopiesReplaceWholeFilesOrNothing) {
+  const std::string src = home_ + "/src.tcl", dst = home_ + "/dst", none = home_ + "/none";
   WriteFile(src, "0123456789");
+  ::chmod(src.c_str(), 0640);
   ASSERT_EQ(CopyFileSectionToFile(src.c_str(), 3, 4, dst.c_str()), 1);
-  EXPECT_EQ(ReadFile(dst), "3456");
   EXPECT_EQ(CopyFileSectionToFile(src.c_str(), 8, 4, dst.c_str()), 0);  // past the end
-  EXPECT_EQ(ReadFile(dst), "3456");                                     // the old copy stays whole
+  EXPECT_EQ(CopyFile(src.c_str(), dst.c_str(), 1), 0);                  // keeps an existing target
+  for (SafeStep step : {kSafeOpen, kSafeWrite, kSafeSync, kSafeRename}) {
+    safe_fail_from_for_test(step, 1, EIO);
+    EXPECT_EQ(CopyFile(src.c_str(), dst.c_str(), 0), 0) << safe_step_name(step);
+    EXPECT_EQ(CopyFileSectionToFile(src.c_str(), 0, 2, dst.c_str()), 0) << safe_step_name(step);
+    EXPECT_EQ(CheckWorkingDir(), step == kSafeOpen ? 0 : 1) << safe_step_name(step);
+    safe_clear_faults_for_test();
+  }
+  EXPECT_EQ(ReadFile(dst), "3456");
+  ASSERT_EQ(BackupFile(src.c_str()), 1);
   ASSERT_EQ(CopyFile(src.c_str(), dst.c_str(), 0), 1);
   EXPECT_EQ(ReadFile(dst), "0123456789");
-  EXPECT_EQ(CopyFile(src.c_str(), dst.c_str(), 1), 0);  // keep an existing target
+  EXPECT_EQ(ReadFile(home_ + "/src.bak"), "0123456789");
+  struct stat st;
+  ASSERT_EQ(::stat(dst.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+  std::set<std::string> names;
+  for (auto& e : std::filesystem::directory_iterator(home_)) names.insert(e.path().filename());
+  EXPECT_EQ(names, (std::set<std::string>{"dst", "src.bak", "src.tcl"}));
+
   std::string data;
   EXPECT_TRUE(SlurpFile(src.c_str(), &data));
   EXPECT_EQ(data, "0123456789");
   EXPECT_FALSE(SlurpFile(src.c_str(), &data, 5));
-  EXPECT_FALSE(SlurpFile((home_ + "/none").c_str(), &data));
+  EXPECT_FALSE(SlurpFile(none.c_str(), &data));
   FILE* out = std::fopen(dst.c_str(), "wb");
   ASSERT_TRUE(out);
   EXPECT_EQ(AppendFile(out, src.c_str(), 0), 1);
-  EXPECT_EQ(AppendFile(out, (home_ + "/none").c_str(), 1), 1);
-  EXPECT_EQ(AppendFile(out, (home_ + "/none").c_str(), 0), 0);
+  EXPECT_EQ(AppendFile(out, none.c_str(), 1), 1);
+  EXPECT_EQ(AppendFile(out, none.c_str(), 0), 0);
   std::fclose(out);
   EXPECT_EQ(ReadFile(dst), "0123456789");
 }

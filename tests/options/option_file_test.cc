@@ -2,12 +2,17 @@
 // translation, and what bad files do.
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include <map>
 #include <random>
 #include <string>
 
+#include "rclib/safe_file.h"
 #include "src/base/cenv.h"
 #include "src/base/filenames.h"
+#include "src/base/trace.h"
 #include "src/app/workspace.h"
 #include "src/options/options.h"
 #include "tests/support/frame_fixture.h"
@@ -237,30 +242,23 @@ TEST_F(OptionFiles, SaveLocationWritesAnInitFileTheParserReadsBack) {
   EXPECT_EQ(CENV_GetDefaultRemote(), 1);
   EXPECT_STREQ(CENV_GetConfigFilename(1), "/home/ann/my options.tcl");
 
-  // Session layout: the named configurations in table order; the login
-  // lines are not part of it.
-  WriteFile(home_ + "/velmar.ini",
-            "[userid] ann\n[LOCAL] default\nname=Home Office\nfile=/tmp/h.tcl\ntype=tcl\n"
-            "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\ntype=imsp\n"
-            "[LOCAL]\nname=Laptop\nfile=/tmp/l.tcl\ntype=tcl\n");
-  Opt_Shutdown();
-  xvt_test_push_dialog(150, [](WINDOW dlg) { xvt_test_click(dlg, 158); });
-  Start({"-c", "prompt"});
-  Opt_AssignInt("Options.SaveAuthInfo", 1, kOptSession, 0);
-  ASSERT_EQ(Opt_SaveLocation(), 1);
-  std::string text = ReadFile(home_ + "/velmar.ini");
-  EXPECT_EQ(text,
-            "[LOCAL]\nname=Home Office\nfile=/tmp/h.tcl\nonline_default=1\noffline_default=1\ntype=tcl\n"
-            "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\nonline_default=0\noffline_default=0\ntype=imsp\n"
-            "[LOCAL]\nname=Laptop\nfile=/tmp/l.tcl\nonline_default=0\noffline_default=0\ntype=tcl\n");
-  CENV_ParseInitText(text.data(), text.size());
-  EXPECT_STREQ(CENV_GetConfigName(0), "Home Office");
-  EXPECT_STREQ(CENV_GetConfigName(1), "Work");
-  EXPECT_STREQ(CENV_GetConfigName(2), "Laptop");
-  // Each change of kind gets its header, so a local record after a remote
-  // one is read back as local.
-  EXPECT_STREQ(CENV_GetConfigSection(2), "[LOCAL]");
-  EXPECT_EQ(CENV_GetConfigPort(1), 4060);
+  // Session layout: the named configurations in table order, each line
+  // whole however long; the login lines are not part of it. Read back, it
+  // gives the same file again.
+  const std::string layout =
+      "[LOCAL]\nname=Home Office\nfile=/tmp/h.tcl\nonline_default=1\noffline_default=1\ntype=tcl\n"
+      "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\nonline_default=0\noffline_default=0\ntype=imsp\n"
+      "[LOCAL]\nname=" + std::string(5000, 'n') + "\nfile=/tmp/" + std::string(5000, 'f') +
+      "\nonline_default=0\noffline_default=0\ntype=tcl\n";
+  WriteFile(home_ + "/velmar.ini", "[userid] ann\n[password] c2VjcmV0\n" + layout);
+  for (int round = 0; round < 2; ++round) {
+    Opt_Shutdown();
+    xvt_test_push_dialog(150, [](WINDOW dlg) { xvt_test_click(dlg, 158); });
+    Start({"-c", "prompt"});
+    Opt_AssignInt("Options.SaveAuthInfo", 1, kOptSession, 0);
+    ASSERT_EQ(Opt_SaveLocation(), 1);
+    EXPECT_EQ(ReadFile(home_ + "/velmar.ini"), layout) << "round " << round;
+  }
 }
 
 TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
@@ -288,24 +286,71 @@ TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
   EXPECT_EQ(Option("NoValue"), "(none)");
 }
 
-TEST_F(OptionFiles, AFailedSaveLeavesTheOldFileAndSaysSo) {
-  Opt_AssignString("Perm", "1", kOptPermanent, 0);
-  ASSERT_EQ(Opt_Save(), 1);
-  std::string before = DefaultTcl();
-  // A file whose directory is a plain file can't be written.
-  WriteFile(home_ + "/plain", "x");
-  Opt_AssignString("Options.LocalFile", (home_ + "/plain/options.tcl").c_str(), kOptSession, 0);
-  xvt_test_clear_posts();
-  Opt_AssignString("Perm", "2", kOptPermanent, 0);
-  EXPECT_EQ(Opt_Save(), 0);
-  EXPECT_NE(Posts().find("error: Failed to open a file: " + home_ + "/plain/options.tcl"), std::string::npos)
-      << Posts();
-  EXPECT_EQ(DefaultTcl(), before);
-}
-
-TEST_F(OptionFiles, NoLocationMeansNothingIsSaved) {
+// Whatever step of the rewrite fails, the file saved before stays as it was,
+// the user sees message 2003, the trace names the step and the system's
+// reason, and the store keeps its changes for the next save.
+TEST_F(OptionFiles, AFailedSaveKeepsTheFileAndTheChanges) {
+  TraceSetSubsystem(kTraceOptions);
+  TraceStart((home_ + "/debug.txt").c_str());
+  const std::string file = home_ + "/default.tcl", ini = home_ + "/velmar.ini";
+  Opt_AssignString("Options.LocalFile", file.c_str(), kOptSession, 0);
+  Opt_AssignInt("Options.SaveLocation", 1, kOptSession, 0);
+  const struct {
+    SafeStep step;
+    int error;
+  } rows[] = {{kSafeOpen, EACCES}, {kSafeWrite, ENOSPC}, {kSafeSync, EIO}, {kSafeRename, EXDEV}};
+  for (const auto& r : rows) {
+    const std::string reason = std::string(safe_step_name(r.step)) + ": " + std::strerror(r.error);
+    Opt_AssignString("Perm", "saved", kOptPermanent, 0);
+    ASSERT_EQ(Opt_Save(), 1) << reason;
+    const std::string before = ReadFile(file), ini_before = ReadFile(ini);
+    Opt_AssignString("Perm", "new", kOptPermanent, 0);
+    Opt_MarkChanged();
+    xvt_test_clear_posts();
+    safe_fail_from_for_test(r.step, 1, r.error);
+    EXPECT_EQ(Opt_Save(), 0) << reason;
+    safe_clear_faults_for_test();
+    EXPECT_EQ(ReadFile(file), before) << reason;
+    EXPECT_EQ(ReadFile(ini), ini_before) << reason;
+    EXPECT_TRUE(Opt_Changed()) << reason;
+    EXPECT_EQ(Posts(), "error: Failed to open a file: " + file + ": " + std::strerror(r.error) + "\n");
+    EXPECT_NE(TraceText().find("Opt_SaveToTCL: cannot save " + file + " - " + reason + "\n"), std::string::npos)
+        << TraceText();
+    EXPECT_NE(TraceText().find("Opt_SaveLocation: failed to open system init file: " + ini + " - " + reason),
+              std::string::npos);
+    ASSERT_EQ(Opt_Save(), 1) << reason;  // the next save writes what this one could not
+    EXPECT_NE(ReadFile(file).find("option Perm \"new\""), std::string::npos) << reason;
+    EXPECT_FALSE(Opt_Changed());
+  }
+  TraceEnd();
+  // Without a location nothing is written at all.
+  ::unlink(file.c_str());
   Opt_Delete("Options.Location");
   EXPECT_EQ(Opt_Save(), 0);
+  EXPECT_FALSE(FileExists(file.c_str()));
+}
+
+// The options come from the -f file and go back to it, however long its
+// name, and the init file brings the next start back to the same file.
+TEST_F(OptionFiles, ALongFileNameIsLoadedSavedAndRemembered) {
+  std::string dir = home_;
+  while (dir.size() < 2500) {  // longer than any line or path buffer
+    dir += "/" + std::string(200, 'd');
+    ASSERT_EQ(::mkdir(dir.c_str(), 0700), 0);
+  }
+  const std::string file = dir + "/my options.tcl";
+  WriteFile(file, "option Long.before 1\n");
+  Opt_Shutdown();
+  Start({"-f", file});
+  EXPECT_EQ(Option("Long.before"), "1");
+  Opt_AssignString("Long.after", "2", kOptPermanent, 0);
+  Opt_AssignInt("Options.SaveLocation", 1, kOptSession, 0);
+  ASSERT_EQ(Opt_Save(), 1);
+  EXPECT_NE(ReadFile(file).find("option Long.after \"2\""), std::string::npos);
+  EXPECT_FALSE(FileExists((home_ + "/default.tcl").c_str()));
+  Opt_Shutdown();
+  Start();
+  EXPECT_EQ(Option("Long.after"), "2");
 }
 
 }  // namespace

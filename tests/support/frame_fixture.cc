@@ -71,8 +71,8 @@ void FrameTest::Exit() {
 }
 
 std::string FrameTest::Option(const char* name, int level) {
-  char buf[3000];
-  return Opt_LookupString(name, buf, sizeof buf - 1, level) ? buf : "(none)";
+  size_t length = 0;
+  return Opt_LookupStringLength(name, level, &length) ? Opt_LookupText(name, level) : "(none)";
 }
 
 std::string FrameTest::ReadFile(const std::string& path) const {
