@@ -98,11 +98,13 @@ FILE* safe_fopen_read(const char* path, SafeFileError* err) {
   return f;
 }
 
-bool safe_write_all(int fd, const void* data, size_t size, SafeFileError* err) {
+namespace {
+
+// Writes all of data at the file's offset, or with at >= 0 at that offset.
+bool WriteAll(int fd, const char* p, size_t size, off_t at, SafeFileError* err) {
   if (Refused(kSafeWrite)) return Fail(err, kSafeWrite);
-  const char* p = static_cast<const char*>(data);
   while (size) {
-    const ssize_t n = ::write(fd, p, size);
+    const ssize_t n = at < 0 ? ::write(fd, p, size) : ::pwrite(fd, p, size, at);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       if (n == 0) errno = ENOSPC;
@@ -110,25 +112,23 @@ bool safe_write_all(int fd, const void* data, size_t size, SafeFileError* err) {
     }
     p += n;
     size -= static_cast<size_t>(n);
+    if (at >= 0) at += n;
   }
   return true;
 }
 
+}  // namespace
+
+bool safe_write_all(int fd, const void* data, size_t size, SafeFileError* err) {
+  return WriteAll(fd, static_cast<const char*>(data), size, -1, err);
+}
+
 bool safe_pwrite_all(int fd, const void* data, size_t size, off_t at, SafeFileError* err) {
-  if (Refused(kSafeWrite)) return Fail(err, kSafeWrite);
-  const char* p = static_cast<const char*>(data);
-  while (size) {
-    const ssize_t n = ::pwrite(fd, p, size, at);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = ENOSPC;
-      return Fail(err, kSafeWrite);
-    }
-    p += n;
-    at += n;
-    size -= static_cast<size_t>(n);
+  if (at < 0) {
+    errno = EINVAL;
+    return Fail(err, kSafeWrite);
   }
-  return true;
+  return WriteAll(fd, static_cast<const char*>(data), size, at, err);
 }
 
 bool safe_fsync(int fd, SafeFileError* err) {

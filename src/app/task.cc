@@ -189,9 +189,8 @@ void LoadOptionsCommand() {
     return;
   }
   // Without named configurations the options come from one place.
-  char file[401] = "";
-  Opt_LookupString("Options.LocalFile", file, sizeof file - 1, kOptSession);
-  xvt_dm_post_note("Options are read from %s.\nStart Velmar with -f FILE to use another file.", file);
+  xvt_dm_post_note("Options are read from %s.\nStart Velmar with -f FILE to use another file.",
+                   Opt_LookupText("Options.LocalFile", kOptSession).c_str());
 }
 
 void OnCommand(WINDOW win, EVENT* ev) {

@@ -1,5 +1,6 @@
 #include "src/base/cenv.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -203,7 +204,7 @@ class IniParser {
     bool name_or_file = *line == 'n' || *line == 'f';
 
     // Kept for [password], whose value may end in "=" padding.
-    std::strcpy(raw_, line);
+    raw_ = line;
     const char* delimiters = name_or_file ? "=\r\n" : in_record_ ? "= \r\n" : " \r\n";
     char* tokens[kIniTokens] = {};
     int count = CENV_TokenizeString(line, kIniTokens, delimiters, tokens);
@@ -213,7 +214,7 @@ class IniParser {
     if (std::strcmp(tokens[0], "[userid]") == 0 || std::strcmp(tokens[0], "[password]") == 0) {
       // These are top-level lines, but one inside a record is still
       // honoured rather than lost.
-      count = CENV_TokenizeString(raw_, kIniTokens, " \r\n", tokens);
+      count = CENV_TokenizeString(raw_.data(), kIniTokens, " \r\n", tokens);
       Account(count, tokens);
       return;
     }
@@ -355,28 +356,25 @@ class IniParser {
     }
   }
 
-  char raw_[kIniLineLimit] = {};
+  std::string raw_;
   bool in_record_ = false;
   bool default_next_ = false;
   OptString section_;
   PendingRecord pending_;
 };
 
-// Hands text to fn one line at a time, as fgets with a buffer of
-// kIniLineLimit bytes would: a longer line comes in pieces.
+// Hands text to fn one whole line at a time, however long: a line cut in
+// pieces would lose its tail, or have the tail read as a line of its own.
+// The text itself is limited (kIniFileLimit).
 template <typename Fn>
 void ForEachLine(const char* text, size_t length, Fn fn) {
-  char line[kIniLineLimit];
-  size_t pos = 0;
-  while (pos < length) {
-    size_t n = 0;
-    while (n < kIniLineLimit - 1 && pos < length) {
-      char c = text[pos++];
-      line[n++] = c;
-      if (c == '\n') break;
-    }
-    line[n] = '\0';
-    fn(line);
+  std::string line;
+  for (size_t pos = 0; pos < length;) {
+    const void* newline = std::memchr(text + pos, '\n', length - pos);
+    const size_t end = newline ? static_cast<size_t>(static_cast<const char*>(newline) - text) + 1 : length;
+    line.assign(text + pos, end - pos);
+    fn(line.data());
+    pos = end;
   }
 }
 
@@ -453,10 +451,10 @@ void CENV_LoadInitFile() {
   if (name.empty()) return;
   FILE* file = std::fopen(name.c_str(), "rb");
   if (!file) return;
-  char line[kIniLineLimit];
-  bool got = std::fgets(line, sizeof line, file) != nullptr;
+  std::string line = ReadCapped(file, name.c_str());
   std::fclose(file);
-  if (got) ParseOptLocn(line);
+  line.erase(std::min(line.find('\n'), line.size()));  // only the first line counts
+  ParseOptLocn(line.data());
   // The old-style file has been taken over; it must not override the
   // settings made from now on.
   if (std::remove(name.c_str()) != 0)

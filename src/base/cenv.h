@@ -25,9 +25,6 @@ constexpr unsigned kConfigListed = 1u << 1;
 constexpr unsigned kConfigOnlineDefault = 1u << 3;
 constexpr unsigned kConfigOfflineDefault = 1u << 4;
 
-// Longest line read from the init file.
-constexpr int kIniLineLimit = 1000;
-
 int CENV_Init(int argc, char** argv);
 void CENV_Shutdown();
 void CENV_LoadInitFile();

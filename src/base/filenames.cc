@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 
+#include "rclib/safe_file.h"
 #include "src/base/errors.h"
 #include "src/base/trace.h"
 #include "xvt/xvt.h"
@@ -86,13 +87,6 @@ std::string StripTrailingSlashes(std::string path) {
   return path;
 }
 
-std::string DirName(const std::string& path) {
-  size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
-}
-
 // The shipped files live in <prefix>/share/velmar when installed, else in
 // the source tree's data/ (a build tree run). A site may point elsewhere.
 std::string FindApplicationDir() {
@@ -102,7 +96,7 @@ std::string FindApplicationDir() {
   ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
   if (n > 0) {
     exe[n] = '\0';
-    std::string installed = DirName(DirName(exe)) + "/share/velmar";
+    std::string installed = safe_dir_of(safe_dir_of(exe)) + "/share/velmar";
     if (IsRegularFile(installed + "/sysdflt.tcl")) return installed;
   }
   std::string source = VELMAR_SOURCE_DATA_DIR;
@@ -226,7 +220,7 @@ int CheckWorkingDir() {
   if (name.empty()) return 0;
   std::string path = JoinPath(dir, name);
   ::unlink(path.c_str());
-  int fd = ::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0600);
+  int fd = safe_create_exclusive(path.c_str(), 0600);
   if (fd < 0) return 0;
   ::close(fd);
   ::unlink(path.c_str());
@@ -329,38 +323,6 @@ int FileExists(const char* name) {
   return name && ::stat(name, &st) == 0 ? 1 : 0;
 }
 
-int WriteFileAtomic(const char* name, const std::string& data, unsigned mode) {
-  if (!name || !*name) return 0;
-  std::string target = name;
-  std::string dir = DirName(target);
-  std::string tmpl = JoinPath(dir, ".velmar-XXXXXX");
-  std::string path = tmpl;
-  int fd = ::mkstemp(path.data());
-  if (fd < 0) return 0;
-  bool ok = true;
-  size_t done = 0;
-  while (ok && done < data.size()) {
-    ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0)
-      ok = false;
-    else
-      done += static_cast<size_t>(n);
-  }
-  ok = ok && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
-  ok = (::close(fd) == 0) && ok;
-  if (!ok || ::rename(path.c_str(), target.c_str()) != 0) {
-    ::unlink(path.c_str());
-    return 0;
-  }
-  int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dfd >= 0) {
-    ::fsync(dfd);
-    ::close(dfd);
-  }
-  return 1;
-}
-
 int CopyFile(const char* source, const char* target, int flag) {
   if (!source || !target) return 0;
   if (flag && FileExists(target)) return 0;
@@ -368,7 +330,7 @@ int CopyFile(const char* source, const char* target, int flag) {
   if (!SlurpFile(source, &data, SIZE_MAX)) return 0;
   struct stat st;
   unsigned mode = ::stat(source, &st) == 0 ? (st.st_mode & 0777) : 0600;
-  return WriteFileAtomic(target, data, mode);
+  return safe_replace_file(target, data, mode) ? 1 : 0;
 }
 
 int BackupFile(const char* name) {
@@ -389,5 +351,5 @@ int CopyFileSectionToFile(const char* source, long offset, long length, const ch
   size_t got = std::fread(data.data(), 1, data.size(), in);
   std::fclose(in);
   if (got != data.size()) return 0;
-  return WriteFileAtomic(target, data, 0600);
+  return safe_replace_file(target, data, 0600) ? 1 : 0;
 }

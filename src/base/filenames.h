@@ -72,13 +72,13 @@ std::string GetLastSearchDirectory();
 bool SlurpFile(const char* name, std::string* out, size_t limit = 64u << 20);
 // Appends a file's bytes to stream; with flag set, a missing file is no error.
 int AppendFile(FILE* stream, const char* name, int flag);
-// Copies source to target; with flag set, an existing target is kept.
+// The copies replace their target in one step (rclib/safe_file.h): a
+// failure leaves the target as it was.
+// Copies source to target with source's mode; with flag set, an existing
+// target is kept.
 int CopyFile(const char* source, const char* target, int flag);
 int FileExists(const char* name);
-// Renames name to its backup name, replacing an older backup.
+// Copies name to its backup name, replacing an older backup.
 int BackupFile(const char* name);
-// Copies length bytes from offset of source to a new file target.
+// Copies length bytes from offset of source to target.
 int CopyFileSectionToFile(const char* source, long offset, long length, const char* target);
-// Writes data to name through a temporary file in the same directory,
-// fsync and rename, with the given mode. 1 on success.
-int WriteFileAtomic(const char* name, const std::string& data, unsigned mode);

@@ -12,8 +12,10 @@
 #include <string>
 
 #include "c-client/auth/auth.h"
+#include "rclib/safe_file.h"
 #include "src/base/base64.h"
 #include "src/base/cenv.h"
+#include "src/base/errors.h"
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/options/option_internal.h"
@@ -114,12 +116,7 @@ LoadResult Evaluate(const char* file) {
   return r;
 }
 
-std::string LookupText(const char* name, size_t size) {
-  std::string buf(size + 1, '\0');
-  if (!Opt_LookupString(name, buf.data(), size, kOptSession)) return std::string();
-  buf.resize(std::strlen(buf.c_str()));
-  return buf;
-}
+std::string LookupText(const char* name) { return Opt_LookupText(name, kOptSession); }
 
 bool LookupTrue(const char* name) {
   short v = 0;
@@ -191,14 +188,15 @@ int Opt_LoadFromTCL(const char* file) {
 
 int Opt_Save() {
   xvt_progress_open("Saving options", "Saving options", false);
-  std::string location = LookupText("Options.Location", 50);
+  std::string location = LookupText("Options.Location");
   if (location.empty()) {
     xvt_progress_close();
     return 0;
   }
   int ok = strcasecmp(location.c_str(), "Remote") == 0 ? Opt_SaveToIMSP() : Opt_SaveToTCL();
   if (!CENV_GetManditoryRemote() && LookupTrue("Options.SaveLocation")) Opt_SaveLocation();
-  OptClearChanged(false);
+  // A failed save keeps the flag, so that the next one writes everything.
+  if (ok) OptClearChanged(false);
   xvt_progress_close();
   return ok;
 }
@@ -206,7 +204,7 @@ int Opt_Save() {
 int Opt_SaveToTCL() {
   xvt_scr_set_busy_cursor();
   xvt_progress_set_text("Saving to disk...");
-  std::string file = LookupText("Options.LocalFile", 256);
+  std::string file = LookupText("Options.LocalFile");
   if (file.empty()) file = get_file_name(kFileDefaultTcl);
   Trace(kTraceOptions, kTraceLow, "Opt_SaveToTCL: saving to TCL config file: %s\n", file.c_str());
   BackupFile(file.c_str());
@@ -219,10 +217,14 @@ int Opt_SaveToTCL() {
   Opt_ForEach(AppendRecord, &out);
   // Written whole to a new file and renamed over the old one: a crash or a
   // full disk leaves the old file, never half of one.
-  if (!WriteFileAtomic(file.c_str(), out.first, 0600)) {
-    std::string detail = file + ": " + std::strerror(errno);
-    xvt_dm_post_error("Failed to open a file: %s", detail.c_str());
-    Trace(kTraceOptions, kTraceCritical, "Opt_SaveToTCL: %s\n", detail.c_str());
+  SafeFileError err;
+  if (!safe_replace_file(file, out.first, 0600, &err)) {
+    // The user gets the message of any failed save; the trace tells which
+    // step failed.
+    Trace(kTraceOptions, kTraceCritical, "Opt_SaveToTCL: cannot save %s - %s\n", file.c_str(), err.text().c_str());
+    std::string shown = ErrorText(2003);
+    shown.replace(shown.find("%s"), 2, file + ": " + std::strerror(err.error));
+    xvt_dm_post_error("%s", shown.c_str());
     return 0;
   }
   OptClearChanged(true);
@@ -249,39 +251,40 @@ int Opt_SaveLocation() {
       const char* type = CENV_GetConfigType(i);
       const char* name = CENV_GetConfigName(i);
       int online = CENV_GetConfigOnlineDefault(i);
-      char line[1200];
-      if (type && strcasecmp(type, "tcl") == 0) {
-        if (last_header != kLocalHeader) text += kLocalHeader;
-        last_header = kLocalHeader;
+      const bool local = type && strcasecmp(type, "tcl") == 0;
+      const char* header = local ? kLocalHeader : kRemoteHeader;
+      if (last_header != header) text += header;
+      last_header = header;
+      text += std::string("name=") + name + "\n";
+      if (local) {
         const char* f = CENV_GetConfigFilename(i);
-        std::snprintf(line, sizeof line, "name=%s\nfile=%s\nonline_default=%d\noffline_default=%d\ntype=tcl\n", name,
-                      f ? f : "", online, online);
+        text += std::string("file=") + (f ? f : "") + "\n";
       } else {
-        if (last_header != kRemoteHeader) text += kRemoteHeader;
-        last_header = kRemoteHeader;
         const char* host = CENV_GetConfigHost(i);
-        std::snprintf(line, sizeof line, "name=%s\nhost=%s\nport=%ld\nonline_default=%d\noffline_default=0\ntype=imsp\n",
-                      name, host ? host : "", CENV_GetConfigPort(i), online);
+        text += std::string("host=") + (host ? host : "") + "\nport=" + std::to_string(CENV_GetConfigPort(i)) + "\n";
       }
-      text += line;
+      // Both default lines of a local record carry the online flag.
+      text += "online_default=" + std::to_string(online) + "\noffline_default=" + std::to_string(local ? online : 0) +
+              (local ? "\ntype=tcl\n" : "\ntype=imsp\n");
     }
   } else {
-    bool remote_default = strcasecmp(LookupText("Options.Location", 50).c_str(), "Remote") == 0;
-    if (LookupText("Options.SaveLocation", 10) == "OFF")
-      remote_default = strcasecmp(LookupText("Options.LastLocation", 50).c_str(), "Remote") == 0;
-    std::string host = LookupText("Options.RemoteHost", 400);
+    bool remote_default = strcasecmp(LookupText("Options.Location").c_str(), "Remote") == 0;
+    if (LookupText("Options.SaveLocation") == "OFF")
+      remote_default = strcasecmp(LookupText("Options.LastLocation").c_str(), "Remote") == 0;
+    std::string host = LookupText("Options.RemoteHost");
     if (!host.empty()) {
       text += std::string("[REMOTE]") + (remote_default ? " default\n" : "\n") + "host=" + host + "\n";
       int port = 0;
       if (Opt_LookupInt("Options.RemotePort", &port, kOptSession)) text += "port=" + std::to_string(port) + "\n";
       text += "type=imsp\n";
     }
-    std::string local = LookupText("Options.LocalFile", 400);
+    std::string local = LookupText("Options.LocalFile");
     if (!local.empty()) text += std::string("[LOCAL]") + (remote_default ? "\n" : " default\n") + "file=" + local + "\ntype=tcl\n";
   }
-  if (!WriteFileAtomic(file.c_str(), text, 0600)) {
+  SafeFileError err;
+  if (!safe_replace_file(file, text, 0600, &err)) {
     Trace(kTraceOptions, kTraceCritical, "Opt_SaveLocation: failed to open system init file: %s - %s\n", file.c_str(),
-          std::strerror(errno));
+          err.text().c_str());
     return 0;
   }
   return 1;

@@ -95,9 +95,7 @@ void HandleEvent(ModelEvent*, void*) {
 }
 
 void PostChanged(const char* name) {
-  std::string value(kOptMaxValue + 1, '\0');
-  if (!Opt_LookupString(name, value.data(), kOptMaxValue, kOptSession)) value.clear();
-  value.resize(std::strlen(value.c_str()));
+  const std::string value = Opt_LookupText(name, kOptSession);
   ModelEvent* ev = MM_NotEventNew(E_OPTION_CHANGED);
   ev->option = name;
   ev->option_value = value.c_str();
@@ -185,10 +183,8 @@ int Opt_Init() {
 
   xvt_progress_set_text("Reading options from disk ...");
   Opt_AssignString("Options.Location", "Local", kOptSession, 0);
-  char file[401];
-  std::string local = Opt_LookupString("Options.LocalFile", file, sizeof file - 1, kOptSession)
-                          ? std::string(file)
-                          : get_file_name(kFileDefaultTcl);
+  std::string local = Opt_LookupText("Options.LocalFile", kOptSession);
+  if (local.empty()) local = get_file_name(kFileDefaultTcl);
   Trace(kTraceOptions, kTraceLow, "Opt_Init(): attempting to load: %s\n", local.c_str());
   // A new user has no file yet; that is no failure.
   if (FileExists(local.c_str())) Opt_LoadFromTCL(local.c_str());
@@ -249,6 +245,14 @@ char* Opt_LookupAlloc(const char* name, int level) {
     return nullptr;
   }
   return copy;
+}
+
+std::string Opt_LookupText(const char* name, int level) {
+  size_t length = 0;
+  if (!Opt_LookupStringLength(name, level, &length)) return std::string();
+  std::string value(length, '\0');
+  if (!Opt_LookupString(name, value.data(), length, level)) return std::string();
+  return value;
 }
 
 int Opt_LookupInt(const char* name, int* out, int level) {

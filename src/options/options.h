@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include "xvt/xvt.h"
 
@@ -43,6 +44,8 @@ int Opt_LookupString(const char* name, char* buffer, size_t size, int level);
 int Opt_LookupStringLength(const char* name, int level, size_t* length);
 // A copy in fresh memory (free with delete[]), or null.
 char* Opt_LookupAlloc(const char* name, int level);
+// The whole value, however long; "" when there is none.
+std::string Opt_LookupText(const char* name, int level);
 int Opt_LookupInt(const char* name, int* out, int level);
 // On failure *out is left as it was: callers set their default first.
 int Opt_LookupBoolean(const char* name, short* out, int level);

@@ -123,10 +123,9 @@ long details_eh(WINDOW win, EVENT* ev) {
   switch (ev->type) {
     case E_CREATE: {
       Center(win);
-      char name[256] = "";
-      Opt_LookupString("Options.ConfigName", name, sizeof name - 1, kOptSession);
-      int index = CENV_FindConfigByName(name);
-      SetText(win, kDetailsName, name);
+      const std::string name = Opt_LookupText("Options.ConfigName", kOptSession);
+      int index = CENV_FindConfigByName(name.c_str());
+      SetText(win, kDetailsName, name.c_str());
       if (index < 0) break;
       const char* section = CENV_GetConfigSection(index);
       bool local = section && strcasecmp(section, "[LOCAL]") == 0;

@@ -18,18 +18,16 @@
 
 namespace {
 
-// Records which model events reached a notifier, and whether the option
-// store could still be read at that moment.
+// Records which model events reached a notifier, whether the option store
+// could still be read at that moment, and General.ExitClean then.
 struct EventLog {
-  std::vector<int> types;
+  std::vector<int> wanted, types;
   std::vector<bool> options_readable;
-  int id = -1;
-  std::vector<int> wanted;
+  std::string exit_clean;
 };
 
 int LogWant(ModelEvent* ev, void* data) {
-  auto* log = static_cast<EventLog*>(data);
-  for (int t : log->wanted)
+  for (int t : static_cast<EventLog*>(data)->wanted)
     if (t == ev->type) return 1;
   return 0;
 }
@@ -37,13 +35,14 @@ int LogWant(ModelEvent* ev, void* data) {
 void LogHandle(ModelEvent* ev, void* data) {
   auto* log = static_cast<EventLog*>(data);
   log->types.push_back(ev->type);
-  char buf[10];
-  log->options_readable.push_back(Opt_LookupString("General.TCPConnectOk", buf, sizeof buf - 1, kOptSession) != 0);
+  size_t length = 0;
+  log->options_readable.push_back(Opt_LookupStringLength("General.TCPConnectOk", kOptSession, &length) != 0);
+  if (ev->type == E_ABANDON_SHIP) log->exit_clean = Opt_LookupText("General.ExitClean", kOptPermanent);
 }
 
 void Register(EventLog* log, std::vector<int> wanted) {
   log->wanted = std::move(wanted);
-  log->id = MM_NotRegister(LogWant, LogHandle, log, "test log");
+  MM_NotRegister(LogWant, LogHandle, log, "test log");
 }
 
 class Lifecycle : public FrameTest {
@@ -54,11 +53,16 @@ class Lifecycle : public FrameTest {
   }
 };
 
+// The option store saves and closes on E_SHIP_SUNK, after the windows had
+// their E_ABANDON_SHIP with the store still readable; a window's notifier
+// comes after the store's, so by its E_SHIP_SUNK the store is gone.
 TEST_F(Lifecycle, StartsAndStopsInOrder) {
   TraceEverything();
+  EventLog log;
   Run({"-b"}, [&] {
     EXPECT_TRUE(xvt_test_find_window("Message Organizer"));
     EXPECT_EQ(SDDE_FullyStarted(), 1);
+    Register(&log, {E_ABANDON_SHIP, E_SHIP_SUNK, E_SAVE_DESKTOP});
     Exit();
   });
   std::string why;
@@ -77,17 +81,6 @@ TEST_F(Lifecycle, StartsAndStopsInOrder) {
       << why;
   EXPECT_NE(Posts().find("ask: Are you sure you want to exit Velmar?"), std::string::npos) << Posts();
   EXPECT_FALSE(xvt_test_app_running());
-}
-
-TEST_F(Lifecycle, AbandonShipComesBeforeShipSunkWhileOptionsLive) {
-  EventLog log;
-  Run({"-b"}, [&] {
-    Register(&log, {E_ABANDON_SHIP, E_SHIP_SUNK, E_SAVE_DESKTOP});
-    Exit();
-  });
-  // The option store saves and closes on E_SHIP_SUNK, after the windows
-  // had their E_ABANDON_SHIP with the store still readable; a window's
-  // notifier comes after the store's, so by its E_SHIP_SUNK the store is gone.
   EXPECT_EQ(log.types, (std::vector<int>{E_SAVE_DESKTOP, E_ABANDON_SHIP, E_SHIP_SUNK}));
   EXPECT_EQ(log.options_readable, (std::vector<bool>{true, true, false}));
 }
@@ -117,58 +110,55 @@ TEST_F(Lifecycle, ExitCanBeVetoedOrCancelled) {
 }
 
 TEST_F(Lifecycle, ExitCleanWordsAreKeptOrRewrittenToPrompt) {
-  struct Case {
-    const char* stored;  // null: no value
-    const char* after;
-  } cases[] = {{"Never", "Never"}, {"always", "always"}, {"Sometimes", "Prompt"}, {nullptr, "Prompt"}};
-  for (const Case& c : cases) {
-    std::string seen;
+  const std::pair<const char*, const char*> cases[] = {
+      {"Never", "Never"}, {"always", "always"}, {"Sometimes", "Prompt"}, {nullptr, "Prompt"}};
+  for (const auto& [stored_word, after] : cases) {
+    const char* stored = stored_word;  // a lambda cannot take a structured binding
+    EventLog log;
     Run({"-b"}, [&] {
-      if (c.stored)
-        Opt_AssignString("General.ExitClean", c.stored, kOptPermanent, 0);
+      if (stored)
+        Opt_AssignString("General.ExitClean", stored, kOptPermanent, 0);
       else
         Opt_Delete("General.ExitClean");
-      struct Peek {
-        static int Want(ModelEvent* ev, void*) { return ev->type == E_ABANDON_SHIP; }
-        static void Handle(ModelEvent*, void* data) {
-          char buf[50] = "";
-          Opt_LookupString("General.ExitClean", buf, sizeof buf - 1, kOptPermanent);
-          *static_cast<std::string*>(data) = buf;
-        }
-      };
-      MM_NotRegister(Peek::Want, Peek::Handle, &seen, "peek");
+      Register(&log, {E_ABANDON_SHIP});
       Exit();
     });
-    EXPECT_EQ(seen, c.after) << (c.stored ? c.stored : "(none)");
+    EXPECT_EQ(log.exit_clean, after) << (stored ? stored : "(none)");
     xvt_test_reset();
   }
 }
 
-TEST_F(Lifecycle, SuppressedDesktopIsNeitherSavedNorAsked) {
-  for (bool suppress : {false, true}) {
-    EventLog log;
-    std::vector<std::string> args{"-b"};
-    if (suppress) args.push_back("-s");
-    Run(args, [&] {
-      Register(&log, {E_SAVE_DESKTOP});
-      Exit();
-    });
-    EXPECT_EQ(log.types.size(), suppress ? 0u : 1u) << "suppress " << suppress;
-    xvt_test_reset();
-  }
-}
-
-TEST_F(Lifecycle, BannerIsLookedForOnlyWithoutMinusB) {
-  for (bool with_b : {false, true}) {
+// The command line decides the banner, the desktop save and the connection.
+TEST_F(Lifecycle, CommandLineWords) {
+  const struct {
     std::vector<std::string> args;
-    if (with_b) args.push_back("-b");
-    Run(args, [&] {
+    bool banner, desktop_saved;
+    int offline;
+    const char* menu_title;
+  } cases[] = {
+      {{}, true, true, 0, "~Go Offline"},
+      {{"-b", "-s"}, false, false, 0, "~Go Offline"},
+      {{"-b", "-c", "disconnected"}, false, true, 1, "~Go Online"},
+      {{"-b", "-cD"}, false, true, 1, "~Go Online"},
+      {{"-b", "-c", "x"}, false, true, 0, "~Go Offline"},
+  };
+  for (const auto& c : cases) {
+    EventLog log;
+    int offline = -1;
+    char title[50] = "";
+    Run(c.args, [&] {
+      Register(&log, {E_SAVE_DESKTOP});
+      offline = IsOffline();
+      xvt_menu_get_item_title(TASK_WIN, M_GO_ONLINE_OFFLINE, title, sizeof title);
       // The banner is gone once start-up is over.
       for (WINDOW w : xvt_test_windows()) EXPECT_NE(xvt_vobj_get_type(w), W_NO_BORDER);
       Exit();
     });
-    bool read = Posts().find("image: " + appdir_ + "/banner.bmp") != std::string::npos;
-    EXPECT_EQ(read, !with_b) << Posts();
+    const std::string label = c.args.empty() ? "(none)" : c.args.back();
+    EXPECT_EQ(Posts().find("image: " + appdir_ + "/banner.bmp") != std::string::npos, c.banner) << label;
+    EXPECT_EQ(log.types.size(), c.desktop_saved ? 1u : 0u) << label;
+    EXPECT_EQ(offline, c.offline) << label;
+    EXPECT_STREQ(title, c.menu_title) << label;
     xvt_test_reset();
   }
   // A file that is not a bitmap means no banner, and start-up goes on.
@@ -179,36 +169,10 @@ TEST_F(Lifecycle, BannerIsLookedForOnlyWithoutMinusB) {
   });
 }
 
-TEST_F(Lifecycle, ConnectionModeFromTheCommandLine) {
-  struct Case {
-    std::vector<std::string> args;
-    int offline;
-    const char* menu_title;
-  } cases[] = {
-      {{"-b", "-c", "disconnected"}, 1, "~Go Online"},
-      {{"-b", "-cD"}, 1, "~Go Online"},
-      {{"-b", "-c", "x"}, 0, "~Go Offline"},
-      {{"-b"}, 0, "~Go Offline"},
-  };
-  for (const Case& c : cases) {
-    int offline = -1;
-    std::string title;
-    Run(c.args, [&] {
-      offline = IsOffline();
-      char buf[50];
-      xvt_menu_get_item_title(TASK_WIN, M_GO_ONLINE_OFFLINE, buf, sizeof buf);
-      title = buf;
-      Exit();
-    });
-    EXPECT_EQ(offline, c.offline) << c.args.back();
-    EXPECT_EQ(title, c.menu_title) << c.args.back();
-    xvt_test_reset();
-  }
-}
-
 TEST_F(Lifecycle, GoOfflineAndOnline) {
   EventLog log;
   Run({"-b"}, [&] {
+    const int notifiers = MM_NotCount();
     Register(&log, {E_MS_OFFLINE, E_MS_ONLINE});
     ASSERT_TRUE(xvt_test_user_command(TASK_WIN, M_GO_ONLINE_OFFLINE));
     EXPECT_EQ(IsOffline(), 1);
@@ -223,24 +187,19 @@ TEST_F(Lifecycle, GoOfflineAndOnline) {
     EXPECT_TRUE(xvt_menu_get_item_enabled(TASK_WIN, M_SEND_QUEUE_NOW));
     EXPECT_TRUE(SDDE_ServerRunning());
     EXPECT_EQ(Option("Compose.QueueOutgoing"), "FALSE");
-    Exit();
-  });
-}
-
-TEST_F(Lifecycle, ReinitWorkspaceRebuildsTheStoreAndKeepsOneOfEachNotifier) {
-  Run({"-b"}, [&] {
-    int before = MM_NotCount();
+    // A reinit rebuilds the store and keeps one of each of the program's
+    // notifiers.
     Opt_AssignString("Test.Session", "x", kOptSession, 0);
     for (int i = 0; i < 2; ++i) ReinitWorkspace();
     EXPECT_EQ(Option("Test.Session"), "(none)");
     EXPECT_NE(Option("General.TCPConnectOk"), "(none)");
-    EXPECT_EQ(MM_NotCount(), before);
+    EXPECT_EQ(MM_NotCount(), notifiers);
     EXPECT_TRUE(xvt_test_find_window("Message Organizer"));
     Exit();
   });
 }
 
-TEST_F(Lifecycle, UnwritableWorkingDirectoryStopsWithMessage4011) {
+TEST_F(Lifecycle, StartRefusals) {
   // Nobody, root included, can create files in /proc/self.
   setenv("VELMAR_HOME", "/proc/self", 1);
   Run({"-b"}, [] { ADD_FAILURE() << "the program should not have started"; });
@@ -248,22 +207,21 @@ TEST_F(Lifecycle, UnwritableWorkingDirectoryStopsWithMessage4011) {
                          "to. Please change your working directory and restart Velmar."),
             std::string::npos)
       << Posts();
-}
-
-TEST_F(Lifecycle, ASecondProgramOnTheSameDirectoryStops) {
+  setenv("VELMAR_HOME", home_.c_str(), 1);
+  ResetDirectories();
+  // A second program on the same directory stops; once the first has gone,
+  // the directory is free again.
   int fd = ::open((home_ + "/.velmar.lock").c_str(), O_RDWR | O_CREAT, 0600);
   ASSERT_GE(fd, 0);
   ASSERT_EQ(::flock(fd, LOCK_EX), 0);
   Run({"-b"}, [] { ADD_FAILURE() << "the second program should not have started"; });
   EXPECT_NE(Posts().find("error: Velmar is already running with the directory " + home_), std::string::npos) << Posts();
   ::close(fd);
-  // Once the first has gone, the directory is free again.
-  bool started = false;
-  Run({"-b"}, [&] {
-    started = true;
-    Exit();
-  });
-  EXPECT_TRUE(started);
+  // Stale temporary files are cleaned at start.
+  const std::pair<const char*, bool> files[] = {{"t12.tmp", false}, {"t.tmp", false}, {"notes.tmp", true}, {"t12.tmpx", true}};
+  for (const auto& [name, kept] : files) WriteFile(home_ + "/" + name, "x");
+  Run({"-b"}, [&] { Exit(); });
+  for (const auto& [name, kept] : files) EXPECT_EQ(FileExists((home_ + "/" + name).c_str()), kept) << name;
 }
 
 TEST_F(Lifecycle, MissingShippedFilesAreFatal) {
@@ -277,13 +235,6 @@ TEST_F(Lifecycle, MissingShippedFilesAreFatal) {
     EXPECT_EXIT(Run({"-b"}), ::testing::ExitedWithCode(1), message) << file;
     WriteFile(path, kept);
   }
-}
-
-TEST_F(Lifecycle, StaleTemporaryFilesAreCleanedAtStart) {
-  const std::pair<const char*, bool> files[] = {{"t12.tmp", false}, {"t.tmp", false}, {"notes.tmp", true}, {"t12.tmpx", true}};
-  for (const auto& [name, kept] : files) WriteFile(home_ + "/" + name, "x");
-  Run({"-b"}, [&] { Exit(); });
-  for (const auto& [name, kept] : files) EXPECT_EQ(FileExists((home_ + "/" + name).c_str()), kept) << name;
 }
 
 }  // namespace

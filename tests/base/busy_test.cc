@@ -1,5 +1,4 @@
 // Busy mode and the mail timer, driven through the virtual clock.
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,64 +16,50 @@ class Busy : public FrameTest {
     FrameTest::SetUp();
     WriteUserOptions();
   }
-  static int CriticalTimers() {
-    int n = 0;
-    for (const XvtTimer& t : xvt_test_timers())
-      if (t.win == WIN_critical_window()) ++n;
-    return n;
+  // Depth, timers of the busy window, the trap and the cursor.
+  static std::string State() {
+    int timers = 0;
+    for (const XvtTimer& t : xvt_test_timers()) timers += t.win == WIN_critical_window();
+    WINDOW trapped = xvt_test_trapped_window();
+    return std::to_string(WIN_critical_depth()) + " " + std::to_string(timers) +
+           (trapped == NULL_WIN ? " free" : trapped == WIN_critical_window() ? " trapped" : " other") +
+           (xvt_test_cursor() == CURSOR_WAIT ? " wait" : xvt_test_cursor() == CURSOR_ARROW ? " arrow" : " ?");
   }
 };
 
-TEST_F(Busy, NestedCriticalSectionsKeepOneTimerAndOnlyTheOutermostEndRestores) {
+// Nested critical sections keep one timer, and only the outermost end
+// restores; the hourglass walks forward, then back.
+TEST_F(Busy, NestedCriticalSections) {
   Run({"-b"}, [&] {
     WINDOW organizer = xvt_test_find_window("Message Organizer");
     xvt_scr_set_focus_vobj(organizer);
+    EXPECT_EQ(WIN_critical_icon(), 9251);
     for (int i = 0; i < 3; ++i) WIN_start_critical();
-    EXPECT_EQ(WIN_critical_depth(), 3);
-    EXPECT_EQ(CriticalTimers(), 1);
-    EXPECT_EQ(xvt_test_trapped_window(), WIN_critical_window());
-    EXPECT_EQ(xvt_test_cursor(), CURSOR_WAIT);
+    EXPECT_EQ(State(), "3 1 trapped wait");
     // Input to the program's windows is held off meanwhile.
     EXPECT_FALSE(xvt_test_user_command(organizer, M_HELP_ABOUT));
     // Switching to another program releases the trap; coming back traps again.
     xvt_test_native(XVT_NATIVE_APP_SWITCH_AWAY, 0);
-    EXPECT_EQ(xvt_test_trapped_window(), NULL_WIN);
+    EXPECT_EQ(State(), "3 1 free wait");
     xvt_test_native(XVT_NATIVE_APP_ACTIVATE, 0);
     WIN_end_critical();
     WIN_end_critical();
-    EXPECT_TRUE(WIN_in_critical());
-    EXPECT_EQ(xvt_test_cursor(), CURSOR_WAIT);
-    EXPECT_EQ(xvt_test_trapped_window(), WIN_critical_window());
-    WIN_end_critical();
-    EXPECT_FALSE(WIN_in_critical());
-    EXPECT_EQ(CriticalTimers(), 0);
-    EXPECT_EQ(xvt_test_cursor(), CURSOR_ARROW);
-    EXPECT_EQ(xvt_test_trapped_window(), NULL_WIN);
-    // One end too many does no harm.
-    WIN_end_critical();
-    EXPECT_EQ(WIN_critical_depth(), 0);
-    Exit();
-  });
-}
-
-TEST_F(Busy, HourglassWalksForwardThenBack) {
-  Run({"-b"}, [&] {
-    EXPECT_EQ(WIN_critical_icon(), 9251);
-    WIN_start_critical();
+    EXPECT_EQ(State(), "1 1 trapped wait");
     std::vector<int> icons;
     for (int i = 0; i < 12; ++i) {
       xvt_test_advance_ms(500);
       icons.push_back(WIN_critical_icon());
     }
     EXPECT_EQ(icons, (std::vector<int>{9357, 9254, 9355, 9253, 9252, 9253, 9355, 9254, 9357, 9356, 9357, 9254}));
-    const auto& ops = xvt_test_paint(WIN_critical_window());
-    ASSERT_FALSE(ops.empty());
-    EXPECT_EQ(ops.back().op, "icon");
-    EXPECT_EQ(ops.back().icon, 9254);
-    EXPECT_EQ(ops.back().rct.left, 8);
-    EXPECT_EQ(ops.back().rct.top, 5);
-    WIN_end_critical();
-    EXPECT_EQ(WIN_critical_icon(), 9251);
+    ASSERT_FALSE(xvt_test_paint(WIN_critical_window()).empty());
+    const XvtDrawOp& op = xvt_test_paint(WIN_critical_window()).back();
+    EXPECT_EQ(op.op + " " + std::to_string(op.icon) + " " + std::to_string(op.rct.left) + "," + std::to_string(op.rct.top),
+              "icon 9254 8,5");
+    for (int extra = 0; extra < 2; ++extra) {  // one end too many does no harm
+      WIN_end_critical();
+      EXPECT_EQ(State(), "0 0 free arrow");
+      EXPECT_EQ(WIN_critical_icon(), 9251);
+    }
     Exit();
   });
 }
@@ -92,58 +77,41 @@ TEST_F(Busy, MailTimerDropsToRetryInACriticalSectionAndComesBack) {
   Run({"-b"}, [&] {
     MM_NotRegister(FolderWant, FolderHandle, nullptr, "folder node");
     EXPECT_EQ(MSG_MailTimerPeriod(), 120000);
-    xvt_test_advance_ms(120000);
-    EXPECT_EQ(g_checks, 1);
-    WIN_start_critical();
-    xvt_test_advance_ms(120000);  // the tick finds the program busy
-    EXPECT_EQ(g_checks, 1);
-    EXPECT_EQ(MSG_MailTimerPeriod(), 1000);
-    xvt_test_advance_ms(3000);  // still busy: retries, no change of rate
-    EXPECT_EQ(g_checks, 1);
-    EXPECT_EQ(MSG_MailTimerPeriod(), 1000);
-    WIN_end_critical();
-    xvt_test_advance_ms(1000);  // the first free tick checks and restores
-    EXPECT_EQ(g_checks, 2);
-    EXPECT_EQ(MSG_MailTimerPeriod(), 120000);
-    // A held mouse button defers the check the same way.
-    xvt_test_native(XVT_NATIVE_LBUTTON_DOWN, 0);
-    xvt_test_advance_ms(120000);
-    EXPECT_EQ(MSG_MailTimerPeriod(), 1000);
-    xvt_test_native(XVT_NATIVE_LBUTTON_UP, 0);
-    xvt_test_advance_ms(1000);
-    EXPECT_EQ(g_checks, 3);
-    // A new interval from the preferences takes effect at once.
-    Opt_AssignString("Timer.Interval", "3", kOptSession, 0);
+    // Each step: how long the clock runs, the checks so far, the period.
+    const struct {
+      void (*before)();
+      long ms;
+      int checks;
+      long period;
+    } steps[] = {
+        {nullptr, 120000, 1, 120000},
+        {WIN_start_critical, 120000, 1, 1000},  // the tick finds the program busy
+        {nullptr, 3000, 1, 1000},               // still busy: retries, no change of rate
+        {WIN_end_critical, 1000, 2, 120000},    // the first free tick checks and restores
+        // A held mouse button defers the check the same way.
+        {[] { xvt_test_native(XVT_NATIVE_LBUTTON_DOWN, 0); }, 120000, 2, 1000},
+        {[] { xvt_test_native(XVT_NATIVE_LBUTTON_UP, 0); }, 1000, 3, 120000},
+    };
+    for (const auto& s : steps) {
+      if (s.before) s.before();
+      xvt_test_advance_ms(s.ms);
+      EXPECT_EQ(g_checks, s.checks) << &s - steps;
+      EXPECT_EQ(MSG_MailTimerPeriod(), s.period) << &s - steps;
+    }
+    // A new interval from the preferences takes effect at once; below 1
+    // minute, or not a number, it is seven minutes.
+    const std::pair<const char*, long> intervals[] = {{"3", 180000}, {"1", 60000}, {"15", 900000},
+                                                      {"0", 420000}, {"-3", 420000}, {"soon", 420000}};
+    for (const auto& [interval, period] : intervals) {
+      Opt_AssignString("Timer.Interval", interval, kOptSession, 0);
+      MM_NotPostSimple(E_MAIL_TIMER_CHANGED);
+      EXPECT_EQ(MSG_MailTimerPeriod(), period) << interval;
+    }
+    Opt_Delete("Timer.Interval");
     MM_NotPostSimple(E_MAIL_TIMER_CHANGED);
-    EXPECT_EQ(MSG_MailTimerPeriod(), 180000);
+    EXPECT_EQ(MSG_MailTimerPeriod(), 420000);
     Exit();
   });
-}
-
-TEST_F(Busy, MailTimerPeriodFromTimerInterval) {
-  struct Case {
-    const char* interval;  // null: not set
-    long period;
-  } cases[] = {{nullptr, 420000}, {"1", 60000}, {"15", 900000}, {"0", 420000}, {"-3", 420000}, {"soon", 420000}};
-  std::string site, line;
-  for (std::istringstream in(ReadFile(appdir_ + "/sysdflt.tcl")); std::getline(in, line);)
-    if (line.find("Timer.Interval") == std::string::npos) site += line + "\n";
-  for (const Case& c : cases) {
-    std::string text = site;
-    if (c.interval) text += std::string("option -default Timer.Interval {") + c.interval + "}\n";
-    WriteFile(appdir_ + "/sysdflt.tcl", text);
-    // A user whose options are already of this version: nothing translates
-    // the interval on the way in.
-    WriteFile(home_ + "/default.tcl",
-              "option General.Fullname Ann\noption General.MailAddress a@b\noption Options.Version 40\n");
-    long period = -1;
-    Run({"-b"}, [&] {
-      period = MSG_MailTimerPeriod();
-      Exit();
-    });
-    EXPECT_EQ(period, c.period) << (c.interval ? c.interval : "(unset)");
-    xvt_test_reset();
-  }
 }
 
 }  // namespace

@@ -3,9 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <set>
 #include <string>
 
+#include "rclib/safe_file.h"
 #include "src/base/filenames.h"
 #include "tests/support/frame_fixture.h"
 
@@ -17,12 +20,16 @@ class Files : public FrameTest {
     FrameTest::SetUp();
     ASSERT_EQ(InitDirectories(), 1);
   }
+  static void Reinit() {
+    ResetDirectories();
+    ASSERT_EQ(InitDirectories(), 1);
+  }
 };
 
-TEST_F(Files, EveryKindHasItsNameAndDirectory) {
+TEST_F(Files, DirectoriesAndTheFileTable) {
   // What the user writes lives in the user directory, what ships with the
   // program in the application directory; some names exist in both.
-  struct Case {
+  const struct {
     int kind;
     bool user;
     const char* name;
@@ -31,79 +38,53 @@ TEST_F(Files, EveryKindHasItsNameAndDirectory) {
       {14, true, "folders"},     {16, true, "subscrib.dat"}, {22, false, "keybind.def"}, {25, true, "trblrpt.txt"},
       {26, false, "trblrpt.txt"},
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(get_file_name(c.kind), (c.user ? home_ : appdir_) + "/" + c.name) << c.kind;
+  for (const auto& c : cases) EXPECT_EQ(get_file_name(c.kind), (c.user ? home_ : appdir_) + "/" + c.name) << c.kind;
   for (int unknown : {15, 18, 27, 100, -1}) EXPECT_EQ(get_file_name(unknown), "") << unknown;
-  std::string temp = get_file_name(17);
-  EXPECT_EQ(temp.substr(0, home_.size() + 2), home_ + "/t");
-  EXPECT_EQ(temp.substr(temp.size() - 4), ".tmp");
-}
-
-TEST_F(Files, UserDirectoryIsPrivateAndCurrent) {
+  EXPECT_EQ(get_file_name(17).substr(home_.size()), "/t0.tmp");
+  // The user directory is private and current.
   struct stat st;
   ASSERT_EQ(::stat(home_.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0700u);
-  char cwd[4096];
-  ASSERT_TRUE(::getcwd(cwd, sizeof cwd));
-  EXPECT_EQ(std::string(cwd), home_);
-}
-
-TEST_F(Files, UserDirectoryFallsBackToXdgAndHome) {
-  std::string root = home_ + "/roots";
+  EXPECT_EQ(std::filesystem::current_path(), home_);
+  // Joining never doubles the separator.
+  EXPECT_EQ(JoinPath("/a/b/", "c") + JoinPath("/a/b", "c") + JoinPath("", "c") + JoinPath("/", "c"), "/a/b/c/a/b/cc/c");
+  setenv("VELMAR_HOME", (home_ + "/").c_str(), 1);
+  Reinit();
+  EXPECT_EQ(get_file_name(kFileDebug), home_ + "/debug.txt");
+  // Without VELMAR_HOME: $XDG_DATA_HOME/velmar, else ~/.local/share/velmar.
+  const std::string root = home_ + "/roots", old_home = getenv("HOME") ? getenv("HOME") : "";
   unsetenv("VELMAR_HOME");
   setenv("XDG_DATA_HOME", (root + "/xdg").c_str(), 1);
-  ResetDirectories();
-  ASSERT_EQ(InitDirectories(), 1);
+  Reinit();
   EXPECT_EQ(GetUserDir(), root + "/xdg/velmar");
   unsetenv("XDG_DATA_HOME");
-  std::string old_home = getenv("HOME") ? getenv("HOME") : "";
   setenv("HOME", (root + "/home/").c_str(), 1);
-  ResetDirectories();
-  ASSERT_EQ(InitDirectories(), 1);
+  Reinit();
   EXPECT_EQ(GetUserDir(), root + "/home/.local/share/velmar");
   setenv("HOME", old_home.c_str(), 1);
 }
 
-TEST_F(Files, JoiningNeverDoublesTheSeparator) {
-  EXPECT_EQ(JoinPath("/a/b/", "c"), "/a/b/c");
-  EXPECT_EQ(JoinPath("/a/b", "c"), "/a/b/c");
-  EXPECT_EQ(JoinPath("", "c"), "c");
-  EXPECT_EQ(JoinPath("/", "c"), "/c");
-  setenv("VELMAR_HOME", (home_ + "/").c_str(), 1);
-  ResetDirectories();
-  ASSERT_EQ(InitDirectories(), 1);
-  EXPECT_EQ(get_file_name(kFileDebug), home_ + "/debug.txt");
-}
-
-TEST_F(Files, TempNamesSkipExistingFilesAndWrap) {
+TEST_F(Files, TemporaryAndBackupNames) {
   SetTempCounterForTest(0);
   WriteFile(home_ + "/t0.tmp", "");
   WriteFile(home_ + "/t1.tmp", "");
   EXPECT_EQ(NewTempName(), "t2.tmp");
   EXPECT_EQ(NewTempName(), "t3.tmp");
   SetTempCounterForTest(9999999);
-  EXPECT_EQ(NewTempName(), "t9999999.tmp");
-  ::unlink((home_ + "/t0.tmp").c_str());
-  EXPECT_EQ(NewTempName(), "t0.tmp");
-  SetTempCounterForTest(9999999);
   WriteFile(home_ + "/t9999999.tmp", "");
-  EXPECT_EQ(NewTempName(), "t0.tmp");  // wrapped past an existing name
-}
-
-TEST_F(Files, BackupNamesCutOnlyTheLastExtensionOfTheFile) {
-  struct Case {
-    const char* in;
-    const char* out;
+  ::unlink((home_ + "/t1.tmp").c_str());
+  EXPECT_EQ(NewTempName(), "t1.tmp");  // wrapped past two existing names
+  // Only the last extension of the file itself is cut.
+  const struct {
+    const char *in, *out;
   } cases[] = {{"/a.b/file", "/a.b/file.bak"}, {"x.tcl", "x.bak"}, {"/u/default.tcl", "/u/default.bak"},
                {"a.b.c", "a.b.bak"},           {"noext", "noext.bak"}, {"/dir.d/.hidden", "/dir.d/.bak"}};
-  for (const Case& c : cases) EXPECT_EQ(MakeBackupName(c.in), c.out) << c.in;
+  for (const auto& c : cases) EXPECT_EQ(MakeBackupName(c.in), c.out) << c.in;
 }
 
-TEST_F(Files, CheckWorkingDirAndEnsureDirectory) {
-  EXPECT_EQ(CheckWorkingDir(), 1);
+TEST_F(Files, EnsureDirectory) {
   EXPECT_EQ(EnsureDirectory((home_ + "/made///").c_str()), 1);
-  struct stat st;
-  EXPECT_EQ(::stat((home_ + "/made").c_str(), &st), 0);
+  EXPECT_TRUE(std::filesystem::is_directory(home_ + "/made"));
   EXPECT_EQ(EnsureDirectory((home_ + "/made").c_str()), 1);
   WriteFile(home_ + "/plain", "x");
   EXPECT_EQ(EnsureDirectory((home_ + "/plain").c_str()), 0);
@@ -111,44 +92,42 @@ TEST_F(Files, CheckWorkingDirAndEnsureDirectory) {
   EXPECT_EQ(EnsureDirectory(""), 0);
 }
 
-TEST_F(Files, AtomicWritesReplaceWholeFilesWithTheirMode) {
-  std::string f = home_ + "/opts.tcl";
-  ASSERT_EQ(WriteFileAtomic(f.c_str(), "one\n", 0600), 1);
-  ASSERT_EQ(WriteFileAtomic(f.c_str(), "two\n", 0600), 1);
-  EXPECT_EQ(ReadFile(f), "two\n");
-  struct stat st;
-  ASSERT_EQ(::stat(f.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  // No temporary files are left behind.
-  int entries = 0;
-  for (auto& e : std::filesystem::directory_iterator(home_)) entries += e.path().filename().string()[0] == '.';
-  EXPECT_EQ(entries, 0);
-  // A directory that does not exist fails cleanly.
-  EXPECT_EQ(WriteFileAtomic((home_ + "/no/such/file").c_str(), "x", 0600), 0);
-  ASSERT_EQ(BackupFile(f.c_str()), 1);
-  EXPECT_EQ(ReadFile(home_ + "/opts.bak"), "two\n");
-}
-
-TEST_F(Files, SectionsAndCopies) {
-  std::string src = home_ + "/src", dst = home_ + "/dst";
+// Copies and backups are written whole through the safe writer: a failure
+// at any step leaves the target as it was, and no temporary behind.
+TEST_F(Files, CopiesReplaceWholeFilesOrNothing) {
+  const std::string src = home_ + "/src.tcl", dst = home_ + "/dst", none = home_ + "/none";
   WriteFile(src, "0123456789");
+  ::chmod(src.c_str(), 0640);
   ASSERT_EQ(CopyFileSectionToFile(src.c_str(), 3, 4, dst.c_str()), 1);
-  EXPECT_EQ(ReadFile(dst), "3456");
   EXPECT_EQ(CopyFileSectionToFile(src.c_str(), 8, 4, dst.c_str()), 0);  // past the end
-  EXPECT_EQ(ReadFile(dst), "3456");                                     // the old copy stays whole
+  EXPECT_EQ(CopyFile(src.c_str(), dst.c_str(), 1), 0);                  // keeps an existing target
+  for (SafeStep step : {kSafeOpen, kSafeWrite, kSafeSync, kSafeRename}) {
+    safe_fail_from_for_test(step, 1, EIO);
+    EXPECT_EQ(CopyFile(src.c_str(), dst.c_str(), 0), 0) << safe_step_name(step);
+    EXPECT_EQ(CopyFileSectionToFile(src.c_str(), 0, 2, dst.c_str()), 0) << safe_step_name(step);
+    EXPECT_EQ(CheckWorkingDir(), step == kSafeOpen ? 0 : 1) << safe_step_name(step);
+    safe_clear_faults_for_test();
+  }
+  EXPECT_EQ(ReadFile(dst), "3456");
+  ASSERT_EQ(BackupFile(src.c_str()), 1);
   ASSERT_EQ(CopyFile(src.c_str(), dst.c_str(), 0), 1);
   EXPECT_EQ(ReadFile(dst), "0123456789");
-  EXPECT_EQ(CopyFile(src.c_str(), dst.c_str(), 1), 0);  // keep an existing target
+  EXPECT_EQ(ReadFile(home_ + "/src.bak"), "0123456789");
+  struct stat st;
+  ASSERT_EQ(::stat(dst.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+  std::set<std::string> names;
+  for (auto& e : std::filesystem::directory_iterator(home_)) names.insert(e.path().filename());
+  EXPECT_EQ(names, (std::set<std::string>{"dst", "src.bak", "src.tcl"}));
+
   std::string data;
   EXPECT_TRUE(SlurpFile(src.c_str(), &data));
   EXPECT_EQ(data, "0123456789");
   EXPECT_FALSE(SlurpFile(src.c_str(), &data, 5));
-  EXPECT_FALSE(SlurpFile((home_ + "/none").c_str(), &data));
+  EXPECT_FALSE(SlurpFile(none.c_str(), &data));
   FILE* out = std::fopen(dst.c_str(), "wb");
   ASSERT_TRUE(out);
-  EXPECT_EQ(AppendFile(out, src.c_str(), 0), 1);
-  EXPECT_EQ(AppendFile(out, (home_ + "/none").c_str(), 1), 1);
-  EXPECT_EQ(AppendFile(out, (home_ + "/none").c_str(), 0), 0);
+  EXPECT_EQ(AppendFile(out, src.c_str(), 0) + AppendFile(out, none.c_str(), 1) + AppendFile(out, none.c_str(), 0), 2);
   std::fclose(out);
   EXPECT_EQ(ReadFile(dst), "0123456789");
 }

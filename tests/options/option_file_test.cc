@@ -2,12 +2,17 @@
 // translation, and what bad files do.
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include <map>
 #include <random>
 #include <string>
 
+#include "rclib/safe_file.h"
 #include "src/base/cenv.h"
 #include "src/base/filenames.h"
+#include "src/base/trace.h"
 #include "src/app/workspace.h"
 #include "src/options/options.h"
 #include "tests/support/frame_fixture.h"
@@ -56,32 +61,19 @@ class OptionFiles : public FrameTest {
   std::string DefaultTcl() const { return ReadFile(home_ + "/default.tcl"); }
 };
 
-TEST_F(OptionFiles, AwkwardNamesAndValuesSurviveSaveAndLoad) {
-  struct Case {
-    const char* name;
-    const char* value;
-  } cases[] = {
+TEST_F(OptionFiles, SavedValuesComeBackExactly) {
+  // Awkward names and values first, then random ones.
+  const std::pair<const char*, const char*> awkward[] = {
       {"Quote.value", "say \"hi\""},   {"Dollar.value", "$HOME and ${x}"}, {"Brackets", "[exec rm -rf /]"},
       {"Name with blanks", "v"},       {"Brace{name}", "{unbalanced"},     {"Hash#and*star_", "x"},
       {"Folder.Entwürfe", "Grüße ✓"},  {"Newlines", "line1\nline2\r\n"},  {"Trailing.backslash\\", "\\"},
       {"\"quoted\"", "}"},
   };
-  for (const Case& c : cases) ASSERT_TRUE(Opt_AssignString(c.name, c.value, kOptPermanent, 0)) << c.name;
-  Snapshot before = Permanent();
-  SaveAndRestart();
-  EXPECT_EQ(Permanent(), before);
-  for (const Case& c : cases) EXPECT_EQ(before[c.name], c.value) << c.name;
-  // Names are written escaped; a name with a blank carries "#-".
-  EXPECT_NE(DefaultTcl().find("option Name#-with#-blanks \"v\"\n"), std::string::npos) << DefaultTcl();
-}
-
-TEST_F(OptionFiles, RandomStoresRoundTrip) {
   std::mt19937 rng(20261121);
   const std::string alphabet =
       "abcXYZ019 .#*\\_;{}[]$\"'\t\n\r|&?-~`!@%^()=+<>,/:\x01\x1f\x7f\xc3\xa9\xe2\x82\xac\xff\xfe";
   auto random_text = [&](size_t max_len, bool allow_empty) {
-    std::uniform_int_distribution<size_t> len(allow_empty ? 0 : 1, max_len);
-    std::uniform_int_distribution<size_t> pick(0, alphabet.size() - 1);
+    std::uniform_int_distribution<size_t> len(allow_empty ? 0 : 1, max_len), pick(0, alphabet.size() - 1);
     std::string s;
     for (size_t n = len(rng); s.size() < n;) s += alphabet[pick(rng)];
     return s;
@@ -89,6 +81,7 @@ TEST_F(OptionFiles, RandomStoresRoundTrip) {
   for (int round = 0; round < 20; ++round) {
     Opt_Shutdown();
     ASSERT_EQ(Opt_Init(), 1);
+    for (const auto& [name, value] : awkward) ASSERT_TRUE(Opt_AssignString(name, value, kOptPermanent, 0)) << name;
     for (int i = 0; i < 60; ++i) {
       std::string name = "R" + std::to_string(round) + "." + random_text(24, false);
       std::uniform_int_distribution<int> level(kOptDefault, kOptSession);
@@ -97,116 +90,66 @@ TEST_F(OptionFiles, RandomStoresRoundTrip) {
     }
     Snapshot before = Permanent();
     SaveAndRestart();
-    Snapshot after = Permanent();
+    // A name with a blank is written with "#-".
+    EXPECT_NE(DefaultTcl().find("option Name#-with#-blanks \"v\"\n"), std::string::npos);
     // Whatever the site defaults and the translation add, the user's
     // options come back exactly, and nothing else of the user's appears.
+    Snapshot after = Permanent();
     for (auto& [name, value] : before) EXPECT_EQ(after[name], value) << "round " << round << " name " << name;
-    for (auto& [name, value] : after)
-      if (name[0] == 'R') EXPECT_TRUE(before.count(name)) << "round " << round << " extra " << name;
+    for (auto& [name, value] : after) EXPECT_TRUE(name[0] != 'R' || before.count(name)) << round << " extra " << name;
     ::unlink((home_ + "/default.tcl").c_str());
   }
 }
 
-TEST_F(OptionFiles, OnlyLivePermanentValuesAreWritten) {
-  Opt_AssignString("Perm", "p", kOptPermanent, 0);
-  Opt_AssignString("Sess", "s", kOptSession, 0);
-  Opt_AssignString("Dflt", "d", kOptDefault, 0);
-  Opt_AssignString("Gone", "g", kOptPermanent, 0);
-  Opt_Delete("Gone");
-  Opt_AssignString("Locked", "l", kOptPermanent, 1);
-  ASSERT_EQ(Opt_Save(), 1);
-  std::string text = DefaultTcl();
-  EXPECT_NE(text.find("option Perm \"p\""), std::string::npos);
-  for (const char* absent : {"Sess", "Dflt", "Gone", "Locked"}) EXPECT_EQ(text.find(absent), std::string::npos) << absent;
-  struct stat st;
-  ASSERT_EQ(::stat((home_ + "/default.tcl").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  // The next save keeps the previous file as the backup.
-  Opt_AssignString("Perm", "p2", kOptPermanent, 0);
-  ASSERT_EQ(Opt_Save(), 1);
-  EXPECT_NE(ReadFile(home_ + "/default.bak").find("option Perm \"p\""), std::string::npos);
-  EXPECT_NE(DefaultTcl().find("option Perm \"p2\""), std::string::npos);
-}
-
-TEST_F(OptionFiles, AUserFileCannotOverrideAReadonlySiteOption) {
+// A file with an error stops there: what came before stays loaded, the user
+// is told, and the whole file is kept before a save could shorten it. A
+// readonly site option refuses the user's value, and the file goes on.
+TEST_F(OptionFiles, ReadonlySiteOptionsAndFilesWithErrors) {
   WriteFile(appdir_ + "/sysdflt.tcl",
             ReadFile(appdir_ + "/sysdflt.tcl") + "option -default -readonly Site.Smtp mail.example.org\n");
-  WriteFile(home_ + "/default.tcl", "option Site.Smtp evil.example.com\noption User.after lock yes\noption User.b 2\n");
-  Opt_Shutdown();
-  ASSERT_EQ(Opt_Init(), 1);
-  EXPECT_EQ(Option("Site.Smtp"), "mail.example.org");
-  EXPECT_EQ(Option("User.b"), "2");  // the file went on after the refused line
-}
-
-TEST_F(OptionFiles, AFileWithAnErrorKeepsWhatLoadedAndTellsTheUser) {
-  WriteFile(home_ + "/default.tcl", "option Good.one 1\noption Good.two 2\nthis is not a command\noption Lost 3\n");
+  const std::string file = home_ + "/default.tcl";
+  WriteFile(file, "option Site.Smtp evil.example.com\noption Good.two 2\nthis is not a command\noption Lost 3\n");
   Opt_Shutdown();
   xvt_test_clear_posts();
   ASSERT_EQ(Opt_Init(), 1);
-  EXPECT_EQ(Option("Good.two"), "2");
-  EXPECT_EQ(Option("Lost"), "(none)");
-  std::string posts = Posts();
-  EXPECT_NE(posts.find("error: The options file " + home_ + "/default.tcl has an error at line 3:"), std::string::npos)
-      << posts;
-  EXPECT_NE(posts.find("invalid command name \"this\""), std::string::npos) << posts;
-  // The whole file is kept before a save could shorten it.
-  EXPECT_EQ(ReadFile(home_ + "/default.tcl.bad"), ReadFile(home_ + "/default.tcl"));
+  EXPECT_EQ(Option("Site.Smtp") + Option("Good.two") + Option("Lost"), "mail.example.org2(none)");
+  EXPECT_NE(Posts().find("error: The options file " + file + " has an error at line 3:\ninvalid command name \"this\""),
+            std::string::npos)
+      << Posts();
+  EXPECT_EQ(ReadFile(file + ".bad"), ReadFile(file));
   ASSERT_EQ(Opt_Save(), 1);
-  EXPECT_NE(ReadFile(home_ + "/default.tcl.bad").find("option Lost 3"), std::string::npos);
+  EXPECT_NE(ReadFile(file + ".bad").find("option Lost 3"), std::string::npos);
 }
 
-TEST_F(OptionFiles, OptionFilesCannotRunProgramsOrTouchFiles) {
-  std::string victim = home_ + "/victim";
+// Option files are data: they cannot run programs or touch files, and their
+// bytes come back as they were, whatever encoding an older version used.
+TEST_F(OptionFiles, OptionFilesAreData) {
+  const std::string victim = home_ + "/victim", evil = home_ + "/evil.tcl", ok = home_ + "/ok.tcl";
   WriteFile(victim, "precious");
-  struct Case {
-    const char* script;
-    const char* error;
-  } cases[] = {
-      {"exec rm -f VICTIM", "invalid command name \"exec\""},
-      {"file delete VICTIM", "invalid command name \"file\""},
-      {"open VICTIM w", "invalid command name \"open\""},
-      {"proc p {} {}", "invalid command name \"proc\""},
-      {"while 1 {}", "invalid command name \"while\""},
-      {"source VICTIM", "invalid command name \"source\""},
-  };
-  for (const Case& c : cases) {
-    std::string script = c.script;
-    if (size_t at = script.find("VICTIM"); at != std::string::npos) script.replace(at, 6, victim);
-    WriteFile(home_ + "/evil.tcl", "option Before 1\n" + script + "\n");
+  for (std::string command : {"exec rm -f", "file delete", "open", "proc p {} {} ;#", "while 1 {} ;#", "source"}) {
+    WriteFile(evil, "option Before 1\n" + command + " " + victim + "\n");
     xvt_test_clear_posts();
-    EXPECT_EQ(Opt_LoadFromTCL((home_ + "/evil.tcl").c_str()), 0) << c.script;
-    EXPECT_NE(Posts().find(c.error), std::string::npos) << c.script << "\n" << Posts();
+    EXPECT_EQ(Opt_LoadFromTCL(evil.c_str()), 0) << command;
+    EXPECT_NE(Posts().find("invalid command name \"" + command.substr(0, command.find(' ')) + "\""), std::string::npos)
+        << Posts();
   }
   EXPECT_EQ(ReadFile(victim), "precious");
-  // What an option file may use.
-  WriteFile(home_ + "/ok.tcl",
-            "if {[platform] eq \"unix\"} { option Plat unix } else { option Plat other }\n"
-            "option Dir [work_dir]\noption Count [expr {6 * 7}]\n");
-  EXPECT_EQ(Opt_LoadFromTCL((home_ + "/ok.tcl").c_str()), 1);
-  EXPECT_EQ(Option("Plat"), "unix");
-  EXPECT_EQ(Option("Dir"), home_);
-  EXPECT_EQ(Option("Count"), "42");
-}
-
-TEST_F(OptionFiles, OlderFilesInOtherEncodingsLoadByteForByte) {
-  // A file written by an older version in a Windows code page: the bytes
-  // come back as they were, whatever they mean.
-  WriteFile(home_ + "/old.tcl", "option Old.name \"Ren\xe9 M\xfcller\"\noption Old#-folder \"x\"\n");
-  ASSERT_EQ(Opt_LoadFromTCL((home_ + "/old.tcl").c_str()), 1);
-  EXPECT_EQ(Option("Old.name"), "Ren\xe9 M\xfcller");
-  EXPECT_EQ(Option("Old folder"), "x");
+  WriteFile(ok, "if {[platform] eq \"unix\"} { option Plat unix } else { option Plat other }\n"
+                "option Dir [work_dir]\noption Count [expr {6 * 7}]\n"
+                "option Old.name \"Ren\xe9 M\xfcller\"\noption Old#-folder \"x\"\n");
+  EXPECT_EQ(Opt_LoadFromTCL(ok.c_str()), 1);
+  EXPECT_EQ(Option("Plat") + "|" + Option("Dir") + "|" + Option("Count"), "unix|" + home_ + "|42");
+  EXPECT_EQ(Option("Old.name") + Option("Old folder"), "Ren\xe9 M\xfcllerx");
 }
 
 TEST_F(OptionFiles, VersionTranslation) {
-  struct Case {
+  const struct {
     const char* stored_interval;  // null: none
     const char* version;          // null: none
     const char* expected;
-  } cases[] = {
-      {"600", nullptr, "10"}, {"0", nullptr, "10"}, {"5", nullptr, "5"},
-      {"45", nullptr, "10"},   {nullptr, nullptr, "10"}, {"600", "40", "600"},
-  };
-  for (const Case& c : cases) {
+  } cases[] = {{"600", nullptr, "10"}, {"0", nullptr, "10"},     {"5", nullptr, "5"},
+               {"45", nullptr, "10"},  {nullptr, nullptr, "10"}, {"600", "40", "600"}};
+  for (const auto& c : cases) {
     WriteFile(appdir_ + "/sysdflt.tcl", "option -default General.ExitClean Prompt\n");
     std::string user;
     if (c.stored_interval) user += std::string("option Timer.Interval ") + c.stored_interval + "\n";
@@ -214,8 +157,7 @@ TEST_F(OptionFiles, VersionTranslation) {
     WriteFile(home_ + "/default.tcl", user);
     Opt_Shutdown();
     ASSERT_EQ(Opt_Init(), 1);
-    EXPECT_EQ(Option("Timer.Interval", kOptPermanent), c.expected)
-        << (c.stored_interval ? c.stored_interval : "(none)") << " version " << (c.version ? c.version : "(none)");
+    EXPECT_EQ(Option("Timer.Interval", kOptPermanent), c.expected) << user;
     EXPECT_EQ(Option("Options.Version", kOptPermanent), c.version ? c.version : "40");
   }
 }
@@ -237,47 +179,35 @@ TEST_F(OptionFiles, SaveLocationWritesAnInitFileTheParserReadsBack) {
   EXPECT_EQ(CENV_GetDefaultRemote(), 1);
   EXPECT_STREQ(CENV_GetConfigFilename(1), "/home/ann/my options.tcl");
 
-  // Session layout: the named configurations in table order; the login
-  // lines are not part of it.
-  WriteFile(home_ + "/velmar.ini",
-            "[userid] ann\n[LOCAL] default\nname=Home Office\nfile=/tmp/h.tcl\ntype=tcl\n"
-            "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\ntype=imsp\n"
-            "[LOCAL]\nname=Laptop\nfile=/tmp/l.tcl\ntype=tcl\n");
-  Opt_Shutdown();
-  xvt_test_push_dialog(150, [](WINDOW dlg) { xvt_test_click(dlg, 158); });
-  Start({"-c", "prompt"});
-  Opt_AssignInt("Options.SaveAuthInfo", 1, kOptSession, 0);
-  ASSERT_EQ(Opt_SaveLocation(), 1);
-  std::string text = ReadFile(home_ + "/velmar.ini");
-  EXPECT_EQ(text,
-            "[LOCAL]\nname=Home Office\nfile=/tmp/h.tcl\nonline_default=1\noffline_default=1\ntype=tcl\n"
-            "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\nonline_default=0\noffline_default=0\ntype=imsp\n"
-            "[LOCAL]\nname=Laptop\nfile=/tmp/l.tcl\nonline_default=0\noffline_default=0\ntype=tcl\n");
-  CENV_ParseInitText(text.data(), text.size());
-  EXPECT_STREQ(CENV_GetConfigName(0), "Home Office");
-  EXPECT_STREQ(CENV_GetConfigName(1), "Work");
-  EXPECT_STREQ(CENV_GetConfigName(2), "Laptop");
-  // Each change of kind gets its header, so a local record after a remote
-  // one is read back as local.
-  EXPECT_STREQ(CENV_GetConfigSection(2), "[LOCAL]");
-  EXPECT_EQ(CENV_GetConfigPort(1), 4060);
+  // Session layout: the named configurations in table order, each line
+  // whole however long; the login lines are not part of it. Read back, it
+  // gives the same file again.
+  const std::string layout =
+      "[LOCAL]\nname=Home Office\nfile=/tmp/h.tcl\nonline_default=1\noffline_default=1\ntype=tcl\n"
+      "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\nonline_default=0\noffline_default=0\ntype=imsp\n"
+      "[LOCAL]\nname=" + std::string(5000, 'n') + "\nfile=/tmp/" + std::string(5000, 'f') +
+      "\nonline_default=0\noffline_default=0\ntype=tcl\n";
+  WriteFile(home_ + "/velmar.ini", "[userid] ann\n[password] c2VjcmV0\n" + layout);
+  for (int round = 0; round < 2; ++round) {
+    Opt_Shutdown();
+    xvt_test_push_dialog(150, [](WINDOW dlg) { xvt_test_click(dlg, 158); });
+    Start({"-c", "prompt"});
+    Opt_AssignInt("Options.SaveAuthInfo", 1, kOptSession, 0);
+    ASSERT_EQ(Opt_SaveLocation(), 1);
+    EXPECT_EQ(ReadFile(home_ + "/velmar.ini"), layout) << "round " << round;
+  }
 }
 
 TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
-  struct Case {
-    const char* name;
-    const char* key;
+  const struct {
+    const char *name, *key;
     int level;
   } cases[] = {
-      {"common.from", "common.from", kOptDefault},
-      {"imsp.user.quota", "imsp.user.quota", kOptDefault},
-      {"velmar.Compose.Signature", "Compose.Signature", kOptPermanent},
-      {"vmrmail.Old.Key", "Old.Key", kOptPermanent},
-      {"velmar.Folder#-Name", "Folder Name", kOptPermanent},
-      {"elsewhere.thing", "elsewhere.thing", kOptDefault},
-      {"something.else", "something.else", kOptDefault},
+      {"common.from", "common.from", kOptDefault},          {"imsp.user.quota", "imsp.user.quota", kOptDefault},
+      {"velmar.Compose.Signature", "Compose.Signature", kOptPermanent}, {"vmrmail.Old.Key", "Old.Key", kOptPermanent},
+      {"velmar.Folder#-Name", "Folder Name", kOptPermanent}, {"elsewhere.thing", "elsewhere.thing", kOptDefault},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     mm_option(nullptr, c.name, "v", 1);
     EXPECT_EQ(Option(c.key, c.level), "v") << c.name;
   }
@@ -288,24 +218,81 @@ TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
   EXPECT_EQ(Option("NoValue"), "(none)");
 }
 
-TEST_F(OptionFiles, AFailedSaveLeavesTheOldFileAndSaysSo) {
-  Opt_AssignString("Perm", "1", kOptPermanent, 0);
-  ASSERT_EQ(Opt_Save(), 1);
-  std::string before = DefaultTcl();
-  // A file whose directory is a plain file can't be written.
-  WriteFile(home_ + "/plain", "x");
-  Opt_AssignString("Options.LocalFile", (home_ + "/plain/options.tcl").c_str(), kOptSession, 0);
-  xvt_test_clear_posts();
-  Opt_AssignString("Perm", "2", kOptPermanent, 0);
-  EXPECT_EQ(Opt_Save(), 0);
-  EXPECT_NE(Posts().find("error: Failed to open a file: " + home_ + "/plain/options.tcl"), std::string::npos)
-      << Posts();
-  EXPECT_EQ(DefaultTcl(), before);
-}
-
-TEST_F(OptionFiles, NoLocationMeansNothingIsSaved) {
+// Whatever step of the rewrite fails, the file saved before stays as it was
+// (and so does its backup), the user sees message 2003, the trace names the
+// step and the system's reason, and the store keeps its changes for the
+// next save. Only live permanent values are written, to a private file.
+TEST_F(OptionFiles, AFailedSaveKeepsTheFileAndTheChanges) {
+  TraceSetSubsystem(kTraceOptions);
+  TraceStart((home_ + "/debug.txt").c_str());
+  const std::string file = home_ + "/default.tcl", ini = home_ + "/velmar.ini";
+  Opt_AssignString("Options.LocalFile", file.c_str(), kOptSession, 0);
+  Opt_AssignInt("Options.SaveLocation", 1, kOptSession, 0);
+  for (const char* level : {"Sess", "Dflt", "Gone", "Locked"})
+    Opt_AssignString(level, "x", level[0] == 'S' ? kOptSession : level[0] == 'D' ? kOptDefault : kOptPermanent, 0);
+  Opt_Delete("Gone");
+  Opt_SetReadonly("Locked", 1);
+  const struct {
+    SafeStep step;
+    int error;
+  } rows[] = {{kSafeOpen, EACCES}, {kSafeWrite, ENOSPC}, {kSafeSync, EIO}, {kSafeRename, EXDEV}};
+  for (const auto& r : rows) {
+    const std::string reason = std::string(safe_step_name(r.step)) + ": " + std::strerror(r.error);
+    Opt_AssignString("Perm", "saved", kOptPermanent, 0);
+    ASSERT_EQ(Opt_Save(), 1) << reason;
+    const std::string before = ReadFile(file), ini_before = ReadFile(ini), backup = ReadFile(home_ + "/default.bak");
+    Opt_AssignString("Perm", "new", kOptPermanent, 0);
+    Opt_MarkChanged();
+    xvt_test_clear_posts();
+    safe_fail_from_for_test(r.step, 1, r.error);
+    EXPECT_EQ(Opt_Save(), 0) << reason;
+    safe_clear_faults_for_test();
+    EXPECT_EQ(ReadFile(file) + ReadFile(ini) + ReadFile(home_ + "/default.bak"), before + ini_before + backup) << reason;
+    EXPECT_TRUE(Opt_Changed()) << reason;
+    EXPECT_EQ(Posts(), "error: Failed to open a file: " + file + ": " + std::strerror(r.error) + "\n");
+    EXPECT_NE(TraceText().find("Opt_SaveToTCL: cannot save " + file + " - " + reason + "\n"), std::string::npos)
+        << TraceText();
+    EXPECT_NE(TraceText().find("Opt_SaveLocation: failed to open system init file: " + ini + " - " + reason),
+              std::string::npos);
+    ASSERT_EQ(Opt_Save(), 1) << reason;  // the next save writes what this one could not
+    EXPECT_FALSE(Opt_Changed());
+    EXPECT_EQ(ReadFile(home_ + "/default.bak"), before);
+  }
+  TraceEnd();
+  const std::string text = ReadFile(file);
+  EXPECT_NE(text.find("option Perm \"new\""), std::string::npos);
+  for (const char* absent : {"Sess", "Dflt", "Gone", "Locked"}) EXPECT_EQ(text.find(absent), std::string::npos) << absent;
+  struct stat st;
+  ASSERT_EQ(::stat(file.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  // Without a location nothing is written at all.
+  ::unlink(file.c_str());
   Opt_Delete("Options.Location");
   EXPECT_EQ(Opt_Save(), 0);
+  EXPECT_FALSE(FileExists(file.c_str()));
+}
+
+// The options come from the -f file and go back to it, however long its
+// name, and the init file brings the next start back to the same file.
+TEST_F(OptionFiles, ALongFileNameIsLoadedSavedAndRemembered) {
+  std::string dir = home_;
+  while (dir.size() < 2500) {  // longer than any line or path buffer
+    dir += "/" + std::string(200, 'd');
+    ASSERT_EQ(::mkdir(dir.c_str(), 0700), 0);
+  }
+  const std::string file = dir + "/my options.tcl";
+  WriteFile(file, "option Long.before 1\n");
+  Opt_Shutdown();
+  Start({"-f", file});
+  EXPECT_EQ(Option("Long.before"), "1");
+  Opt_AssignString("Long.after", "2", kOptPermanent, 0);
+  Opt_AssignInt("Options.SaveLocation", 1, kOptSession, 0);
+  ASSERT_EQ(Opt_Save(), 1);
+  EXPECT_NE(ReadFile(file).find("option Long.after \"2\""), std::string::npos);
+  EXPECT_FALSE(FileExists((home_ + "/default.tcl").c_str()));
+  Opt_Shutdown();
+  Start();
+  EXPECT_EQ(Option("Long.after"), "2");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // command word for word.
 #include <tcl.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -31,15 +32,14 @@ class Store : public FrameTest {
   }
 };
 
-TEST_F(Store, LevelsFallBackDownward) {
+TEST_F(Store, LevelsFallBackDownwardAndBuffersMustFit) {
   for (int level : {kOptDefault, kOptPermanent, kOptSession}) EXPECT_EQ(Get("Never.Set", level), "(error 1)");
   ASSERT_TRUE(Opt_AssignString("A.b", "d", kOptDefault, 0));
   EXPECT_EQ(Get("A.b", kOptSession), "d");
   ASSERT_TRUE(Opt_AssignString("A.b", "p", kOptPermanent, 0));
   ASSERT_TRUE(Opt_AssignString("A.b", "s", kOptSession, 0));
-  EXPECT_EQ(Get("A.b", kOptSession), "s");
-  EXPECT_EQ(Get("A.b", kOptPermanent), "p");  // a session value does not show at level 1
-  EXPECT_EQ(Get("A.b", kOptDefault), "d");
+  // A session value does not show at level 1.
+  EXPECT_EQ(Get("A.b", kOptSession) + Get("A.b", kOptPermanent) + Get("A.b", kOptDefault), "spd");
   EXPECT_EQ(Get("A.b", 3), "(error 5)");
   EXPECT_FALSE(Opt_AssignString("A.b", "x", 7, 0));
   EXPECT_EQ(Opt_GetLastError(), kOptErrBadLevel);
@@ -49,57 +49,43 @@ TEST_F(Store, LevelsFallBackDownward) {
   size_t length = 99;
   EXPECT_EQ(Opt_LookupStringLength("Only.Session", kOptPermanent, &length), 0);
   EXPECT_EQ(length, 99u);
-}
-
-TEST_F(Store, BufferSizeRule) {
-  ASSERT_TRUE(Opt_AssignString("Len", "12345", kOptSession, 0));
+  // A buffer holds size + 1 bytes: a value exactly size long fits.
   char buf[6];
-  EXPECT_EQ(Opt_LookupString("Len", buf, 5, kOptSession), 1);  // exactly size long fits (size + 1 bytes)
-  EXPECT_STREQ(buf, "12345");
-  EXPECT_EQ(Opt_LookupString("Len", buf, 4, kOptSession), 0);
+  EXPECT_EQ(Opt_LookupString("A.b", buf, 1, kOptSession), 1);
+  EXPECT_EQ(Opt_LookupString("Only.Session", buf, 0, kOptSession), 0);
   EXPECT_EQ(Opt_GetLastError(), kOptErrTooLong);
-  EXPECT_EQ(Opt_LookupString("Len", nullptr, 4, kOptSession), 0);
+  EXPECT_EQ(Opt_LookupString("A.b", nullptr, 4, kOptSession), 0);
   EXPECT_EQ(Opt_GetLastError(), kOptErrBadPointer);
-  char* copy = Opt_LookupAlloc("Len", kOptSession);
-  EXPECT_STREQ(copy, "12345");
+  char* copy = Opt_LookupAlloc("A.b", kOptSession);
+  EXPECT_STREQ(copy, "s");
   delete[] copy;
+  EXPECT_EQ(Opt_LookupText("A.b", kOptPermanent) + Opt_LookupText("Never.Set", kOptSession), "p");
 }
 
 TEST_F(Store, Conversions) {
-  struct Case {
-    const char* value;
-    int boolean;  // -1: conversion error
-    int integer;  // only checked when int_ok
-    bool int_ok;
+  // What Opt_LookupBoolean and Opt_LookupInt read, "-" for a conversion
+  // error that leaves the caller's default.
+  const struct {
+    const char *value, *read;
   } cases[] = {
-      {"TRUE", 1, 0, false}, {"yes", 1, 0, false}, {"On", 1, 0, false},     {"1", 1, 1, true},
-      {"FALSE", 0, 0, false}, {"no", 0, 0, false}, {"off", 0, 0, false},    {"0", 0, 0, true},
-      {" 1", -1, 1, true},    {"", -1, 0, false},  {"truth", -1, 0, false}, {"12abc", -1, 12, true},
-      {"-3", -1, -3, true},   {"0x10", -1, 0, true},
+      {"TRUE", "1 -"}, {"yes", "1 -"}, {"On", "1 -"},     {"1", "1 1"},    {"FALSE", "0 -"},  {"no", "0 -"},
+      {"off", "0 -"},  {"0", "0 0"},   {" 1", "- 1"},     {"", "- -"},     {"truth", "- -"},  {"12abc", "- 12"},
+      {"-3", "- -3"},  {"0x10", "- 0"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     ASSERT_TRUE(Opt_AssignString("Conv", c.value, kOptSession, 0));
     short b = 77;
-    int ok = Opt_LookupBoolean("Conv", &b, kOptSession);
-    if (c.boolean < 0) {
-      EXPECT_EQ(ok, 0) << c.value;
-      EXPECT_EQ(Opt_GetLastError(), kOptErrConversion) << c.value;
-      EXPECT_EQ(b, 77) << "a failed read leaves the caller's default: " << c.value;
-    } else {
-      EXPECT_EQ(ok, 1) << c.value;
-      EXPECT_EQ(b, c.boolean) << c.value;
-    }
     int i = 55;
-    EXPECT_EQ(Opt_LookupInt("Conv", &i, kOptSession), c.int_ok ? 1 : 0) << c.value;
-    EXPECT_EQ(i, c.int_ok ? c.integer : 55) << c.value;
+    std::string read = Opt_LookupBoolean("Conv", &b, kOptSession) ? std::to_string(b)
+                       : Opt_GetLastError() == kOptErrConversion && b == 77 ? "-" : "?";
+    read += Opt_LookupInt("Conv", &i, kOptSession) ? " " + std::to_string(i) : i == 55 ? " -" : " ?";
+    EXPECT_EQ(read, c.read) << c.value;
   }
   // The two assignment names are crossed on purpose.
   Opt_AssignInt("Flag", 5, kOptSession, 0);
-  EXPECT_EQ(Get("Flag"), "ON");
-  Opt_AssignInt("Flag", 0, kOptSession, 0);
-  EXPECT_EQ(Get("Flag"), "OFF");
+  Opt_AssignInt("Off", 0, kOptSession, 0);
   Opt_AssignBoolean("Number", -42, kOptSession, 0);
-  EXPECT_EQ(Get("Number"), "-42");
+  EXPECT_EQ(Get("Flag") + Get("Off") + Get("Number"), "ONOFF-42");
 }
 
 TEST_F(Store, ReadonlyDeleteReviveRename) {
@@ -119,12 +105,9 @@ TEST_F(Store, ReadonlyDeleteReviveRename) {
   ASSERT_TRUE(Opt_Delete("R.x"));
   EXPECT_EQ(Get("R.x"), "(error 1)");
   Opt_AssignString("R.x", "s", kOptSession, 0);
-  EXPECT_EQ(Get("R.x", kOptPermanent), "p");
-  EXPECT_EQ(Get("R.x", kOptDefault), "d");
+  EXPECT_EQ(Get("R.x", kOptPermanent) + Get("R.x", kOptDefault), "pd");
   ASSERT_TRUE(Opt_Rename("R.x", "R.y"));
-  EXPECT_EQ(Get("R.y"), "s");
-  EXPECT_EQ(Get("R.y", kOptPermanent), "p");
-  EXPECT_EQ(Get("R.x"), "(error 1)");
+  EXPECT_EQ(Get("R.y") + Get("R.y", kOptPermanent) + Get("R.x"), "sp(error 1)");
   EXPECT_FALSE(Opt_Rename("Nothing.here", "R.z"));
   EXPECT_EQ(Opt_GetLastError(), kOptErrNoSuchOption);
 }
@@ -151,52 +134,36 @@ TEST_F(Store, PatternsFlushDeleteAndList) {
 }
 
 TEST(Patterns, Table) {
-  struct Case {
-    const char* pattern;
-    const char* name;
+  const struct {
+    const char *pattern, *name;
     bool match;
   } cases[] = {
-      {"abc", "ABC", true},           {"abc", "abcd", false},        {"a*", "a", true},
-      {"*", "", true},                {"", "a", false},              {"a?c", "ac", false},
-      {"a*b*c", "aXbYbZc", true},     {"a*b*c", "aXbYbZ", false},    {"[a-c]x", "Cx", true},
-      {"[a-c]x", "dx", false},        {"[!a-c]x", "dx", true},       {"[^a-c]x", "bx", false},
-      {"[]]x", "]x", true},           {"\\*x", "ax", false},         {"a|b", "b", true},
-      {"a|b", "c", false},            {"a*&*z", "abz", true},        {"a*&*z", "aby", false},
-      {"a*&*b&*c*", "abcb", true},    {"x\\|y", "x|y", true},        {"x\\&y", "x&y", true},
-      {"[a|b]", "|", true},           {"[abc", "a", false},          {"*a*a*a*a*b", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", false},
-      {"Msg?ervice.ms*.Name", "MsgService.ms12.Name", true},
+      {"abc", "ABC", true},        {"abc", "abcd", false},    {"a*", "a", true},          {"*", "", true},
+      {"", "a", false},            {"a?c", "ac", false},      {"a*b*c", "aXbYbZc", true}, {"a*b*c", "aXbYbZ", false},
+      {"[a-c]x", "Cx", true},      {"[a-c]x", "dx", false},   {"[!a-c]x", "dx", true},    {"[^a-c]x", "bx", false},
+      {"[]]x", "]x", true},        {"\\*x", "ax", false},     {"a|b", "b", true},         {"a|b", "c", false},
+      {"a*&*z", "abz", true},      {"a*&*z", "aby", false},   {"a*&*b&*c*", "abcb", true}, {"x\\|y", "x|y", true},
+      {"x\\&y", "x&y", true},      {"[a|b]", "|", true},      {"[abc", "a", false},
+      {"*a*a*a*a*b", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", false}, {"Msg?ervice.ms*.Name", "MsgService.ms12.Name", true},
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(Opt_PatternMatch(c.pattern, c.name), c.match) << c.pattern << " vs " << c.name;
+  for (const auto& c : cases) EXPECT_EQ(Opt_PatternMatch(c.pattern, c.name), c.match) << c.pattern << " vs " << c.name;
 }
 
 TEST(Names, EncodingTableAndRoundTrip) {
-  struct Case {
-    const char* plain;
-    const char* encoded;
+  const struct {
+    const char *plain, *encoded;
+    bool old = false;  // only decoded: "#" before anything else drops it, "#" at the end stays
   } cases[] = {
-      {"a b", "a#-b"},           {"#", "##"},        {"x*y", "x#&y"},        {"c:\\dir", "c:#/dir"},
-      {"a_b", "a#_b"},           {"Entwürfe", "Entwürfe"},  {"tab\there", "tab#x09here"},
-      {"SaveMsg.1.folder", "SaveMsg.1.folder"},
+      {"a b", "a#-b"},     {"#", "##"},           {"x*y", "x#&y"},         {"c:\\dir", "c:#/dir"},
+      {"a_b", "a#_b"},     {"Entwürfe", "Entwürfe"}, {"tab\there", "tab#x09here"}, {"SaveMsg.1.folder", "SaveMsg.1.folder"},
+      {"azb", "a#zb", true}, {"end#", "end#", true}, {"x", "#x", true},     {"xg1", "#xg1", true},
+      {"x00", "#x00", true},
   };
-  for (const Case& c : cases) {
-    char* e = Opt_EncodeName(c.plain);
+  for (const auto& c : cases) {
+    std::unique_ptr<char[]> e(Opt_EncodeName(c.plain)), d(Opt_DecodeName(c.encoded));
     ASSERT_NE(e, nullptr) << c.plain;
-    EXPECT_STREQ(e, c.encoded) << c.plain;
-    char* d = Opt_DecodeName(e);
-    EXPECT_STREQ(d, c.plain);
-    delete[] e;
-    delete[] d;
-  }
-  // Old files: "#" before anything else drops it, "#" at the end stays.
-  struct Old {
-    const char* encoded;
-    const char* plain;
-  } old[] = {{"a#zb", "azb"}, {"end#", "end#"}, {"#x", "x"}, {"#xg1", "xg1"}, {"#x00", "x00"}};
-  for (const Old& o : old) {
-    char* d = Opt_DecodeName(o.encoded);
-    EXPECT_STREQ(d, o.plain) << o.encoded;
-    delete[] d;
+    EXPECT_STREQ(c.old ? c.encoded : e.get(), c.encoded) << c.plain;
+    EXPECT_STREQ(d.get(), c.plain) << c.encoded;
   }
   EXPECT_EQ(Opt_EncodeName(nullptr), nullptr);
 }
@@ -211,59 +178,37 @@ TEST(IntList, ReadsBlankAndTabSeparated) {
   EXPECT_EQ(Opt_NextInt(), -1);
 }
 
-class OptionCommand : public Store {
- protected:
-  void SetUp() override {
-    Store::SetUp();
-    interp_ = Tcl_CreateInterp();
-    Opt_RegisterCommand(interp_);
-  }
-  void TearDown() override {
-    Tcl_DeleteInterp(interp_);
-    Store::TearDown();
-  }
-  std::string Eval(const std::string& script, int* rc = nullptr) {
-    int r = Tcl_Eval(interp_, script.c_str());
-    if (rc) *rc = r;
-    return Tcl_GetStringResult(interp_);
-  }
-  Tcl_Interp* interp_ = nullptr;
-};
-
-TEST_F(OptionCommand, ResultsWordForWord) {
-  struct Case {
-    const char* script;
-    const char* result;
-    int rc;
+TEST_F(Store, OptionCommandWordForWord) {
+  Tcl_Interp* interp = Tcl_CreateInterp();
+  Opt_RegisterCommand(interp);
+  const struct {
+    const char *script, *result;
   } cases[] = {
-      {"option", "option : wrong number of arguments", TCL_OK},
-      {"option -session -readonly", "option : wrong number of arguments - missing option name", TCL_OK},
-      {"option Cmd.a first", "", TCL_OK},
-      {"option Cmd.a", "first", TCL_OK},
-      {"option -session Cmd.a", "first", TCL_OK},
-      {"option -default Cmd.a", "option: option Cmd.a does not exist", TCL_ERROR},
-      {"option -default -session Cmd.a", "first", TCL_OK},  // the last level flag wins
-      {"option -bogus Cmd.a", "first", TCL_OK},            // unknown flags are skipped
-      {"option No.Such", "option: option No.Such does not exist", TCL_ERROR},
-      {"option -default -readonly Site.x locked", "", TCL_OK},
-      {"option Site.x mine", "option: attempt to set readonly option Site.x", TCL_OK},
-      {"option Site.x", "locked", TCL_OK},
-      {"option A#-b spaced", "", TCL_OK},
-      {"option {A b}", "spaced", TCL_OK},
-      {"option Too many words here", "option : wrong number of arguments", TCL_OK},
-      {"option Big [string repeat x 2001]", "", TCL_OK},
-      {"option Big", "option: value too large", TCL_ERROR},
+      {"option", "ok: option : wrong number of arguments"},
+      {"option -session -readonly", "ok: option : wrong number of arguments - missing option name"},
+      {"option Cmd.a first", "ok: "},
+      {"option Cmd.a", "ok: first"},
+      {"option -session Cmd.a", "ok: first"},
+      {"option -default Cmd.a", "error: option: option Cmd.a does not exist"},
+      {"option -default -session Cmd.a", "ok: first"},  // the last level flag wins
+      {"option -bogus Cmd.a", "ok: first"},             // unknown flags are skipped
+      {"option No.Such", "error: option: option No.Such does not exist"},
+      {"option -default -readonly Site.x locked", "ok: "},
+      {"option Site.x mine", "ok: option: attempt to set readonly option Site.x"},
+      {"option Site.x", "ok: locked"},
+      {"option A#-b spaced", "ok: "},
+      {"option {A b}", "ok: spaced"},
+      {"option Too many words here", "ok: option : wrong number of arguments"},
+      {"option Big [string repeat x 2001]", "ok: "},
+      {"option Big", "error: option: value too large"},
+      // An error in one line does not stop a file's later lines.
+      {"option Site.x mine; option After.error ok; option After.error", "ok: ok"},
   };
-  for (const Case& c : cases) {
-    int rc = -1;
-    EXPECT_EQ(Eval(c.script, &rc), c.result) << c.script;
-    EXPECT_EQ(rc, c.rc) << c.script;
+  for (const auto& c : cases) {
+    int rc = Tcl_Eval(interp, c.script);
+    EXPECT_EQ(std::string(rc == TCL_OK ? "ok: " : "error: ") + Tcl_GetStringResult(interp), c.result) << c.script;
   }
-  // An error in one line does not stop a file's later lines.
-  int rc = -1;
-  Eval("option Site.x mine; option After.error ok", &rc);
-  EXPECT_EQ(rc, TCL_OK);
-  EXPECT_EQ(Get("After.error"), "ok");
+  Tcl_DeleteInterp(interp);
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
 // The session manager dialog, driven by control ids as a user would.
+#include <unistd.h>
+
 #include <string>
 
 #include "src/options/session.h"
@@ -17,6 +19,10 @@ class Session : public FrameTest {
   void SetUp() override {
     FrameTest::SetUp();
     WriteUserOptions();
+    WriteFile(home_ + "/velmar.ini", "[LOCAL] default\nname=Home Office\nfile=" + home_ +
+                                         "/home.tcl\ntype=tcl\n[LOCAL]\nname=Laptop\nfile=" + home_ +
+                                         "/laptop.tcl\ntype=tcl\n[REMOTE]\nname=Work\nhost=imsp.example.org\n"
+                                         "port=406\ntype=imsp\n");
   }
   static std::string ListRows(WINDOW dlg) {
     WINDOW list = xvt_win_get_ctl(dlg, 156);
@@ -26,45 +32,41 @@ class Session : public FrameTest {
       rows += std::string(xvt_list_is_sel(list, i) ? "*" : "") + xvt_list_get_elt(list, i, buf, sizeof buf) + ";";
     return rows;
   }
+  static std::string Title(WINDOW w) {
+    char buf[200];
+    return xvt_vobj_get_title(w, buf, sizeof buf);
+  }
 };
 
-constexpr const char* kTwoConfigs =
-    "[LOCAL] default\n"
-    "name=Home Office\n"
-    "file=/tmp/home-options.tcl\n"
-    "type=tcl\n"
-    "[LOCAL]\n"
-    "name=Laptop\n"
-    "file=/tmp/laptop-options.tcl\n"
-    "type=tcl\n"
-    "[REMOTE]\n"
-    "name=Work\n"
-    "host=imsp.example.org\n"
-    "port=406\n"
-    "type=imsp\n";
-
-TEST_F(Session, EmptyTableLeavesOnlyCancelAndStartsOnline) {
-  std::string enabled;
-  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
-    for (int id : {152, 153, 156, 157, 158, 159})
-      enabled += std::to_string(id) + (xvt_vobj_is_enabled(xvt_win_get_ctl(dlg, id)) ? "+ " : "- ");
-    xvt_test_click(dlg, 158);
-  });
-  int offline = -1;
-  Run({"-b", "-c", "Prompt"}, [&] {
-    offline = IsOffline();
-    Exit();
-  });
-  EXPECT_EQ(enabled, "152- 153- 156- 157- 158+ 159- ");
-  EXPECT_EQ(offline, 0);
+// Cancel leaves the prompt mode: offline, unless there is nothing to
+// choose from, when only Cancel can be used.
+TEST_F(Session, CancelStartsOfflineUnlessTheTableIsEmpty) {
+  for (bool empty : {false, true}) {
+    if (empty) ::unlink((home_ + "/velmar.ini").c_str());
+    std::string enabled;
+    xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+      for (int id : {152, 153, 156, 157, 158, 159})
+        enabled += std::to_string(id) + (xvt_vobj_is_enabled(xvt_win_get_ctl(dlg, id)) ? "+ " : "- ");
+      xvt_test_click(dlg, 158);
+    });
+    int offline = -1;
+    long mode = -1;
+    Run({"-b", "-c", "Prompt"}, [&] {
+      offline = IsOffline();
+      mode = CENV_GetConnectionMode();
+      Exit();
+    });
+    EXPECT_EQ(enabled, empty ? "152- 153- 156- 157- 158+ 159- " : "152+ 153+ 156+ 157+ 158+ 159+ ");
+    EXPECT_EQ(offline, empty ? 0 : 1);
+    EXPECT_EQ(mode, empty ? kConnConnected : kConnDisconnected);
+    xvt_test_reset();
+  }
 }
 
 TEST_F(Session, ChoosingALocalConfigurationOnline) {
-  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
   std::string rows_at_start, title;
   xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
-    char buf[100];
-    title = xvt_vobj_get_title(dlg, buf, sizeof buf);
+    title = Title(dlg);
     rows_at_start = ListRows(dlg);
     EXPECT_TRUE(xvt_ctl_is_checked(xvt_win_get_ctl(dlg, 152)));
     xvt_test_select(dlg, 156, 1);
@@ -72,12 +74,11 @@ TEST_F(Session, ChoosingALocalConfigurationOnline) {
   });
   Run({"-b", "-cp"}, [&] {
     EXPECT_EQ(IsOffline(), 0);
-    EXPECT_STREQ(CENV_GetConfigFile(), "/tmp/laptop-options.tcl");
+    EXPECT_STREQ(CENV_GetConfigFile(), (home_ + "/laptop.tcl").c_str());
     EXPECT_EQ(CENV_GetDefaultRemote(), 0);
-    EXPECT_EQ(Option("Options.LocalFile"), "/tmp/laptop-options.tcl");
+    EXPECT_EQ(Option("Options.LocalFile"), home_ + "/laptop.tcl");
     // The new online default is written back to the init file on save.
-    EXPECT_EQ(CENV_GetConfigOnlineDefault(1), 1);
-    EXPECT_EQ(CENV_GetConfigOnlineDefault(0), 0);
+    EXPECT_EQ(CENV_GetConfigOnlineDefault(1) * 10 + CENV_GetConfigOnlineDefault(0), 10);
     EXPECT_EQ(Option("Options.SaveLocation"), "ON");
     Exit();
   });
@@ -86,7 +87,6 @@ TEST_F(Session, ChoosingALocalConfigurationOnline) {
 }
 
 TEST_F(Session, OfflineListsOnlyLocalConfigurations) {
-  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
   std::string rows;
   bool details_enabled = false;
   xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
@@ -106,13 +106,11 @@ TEST_F(Session, OfflineListsOnlyLocalConfigurations) {
 }
 
 TEST_F(Session, DetailsShowTheRecordReadOnly) {
-  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
   std::string shown;
   xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
     xvt_test_select(dlg, 156, 2);
     xvt_test_push_dialog(kDetailsRid, [&](WINDOW details) {
-      char buf[200];
-      for (int id : {171, 178, 180, 182}) shown += std::string(xvt_vobj_get_title(xvt_win_get_ctl(details, id), buf, sizeof buf)) + "|";
+      for (int id : {171, 178, 180, 182}) shown += Title(xvt_win_get_ctl(details, id)) + "|";
       shown += xvt_ctl_is_checked(xvt_win_get_ctl(details, 172)) ? "remote|" : "local|";
       for (int id : {171, 172, 173, 175, 176, 178, 180, 182})
         if (xvt_vobj_is_enabled(xvt_win_get_ctl(details, id))) shown += "enabled " + std::to_string(id);
@@ -125,25 +123,13 @@ TEST_F(Session, DetailsShowTheRecordReadOnly) {
   EXPECT_EQ(shown, "Work||imsp.example.org|406|remote|");
 }
 
-TEST_F(Session, CancelLeavesThePromptModeAndStartsOffline) {
-  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
-  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) { xvt_test_click(dlg, 158); });
-  Run({"-b", "-c", "p"}, [&] {
-    EXPECT_EQ(IsOffline(), 1);
-    EXPECT_EQ(CENV_GetConnectionMode(), kConnDisconnected);
-    Exit();
-  });
-}
-
 TEST_F(Session, LoadFromTheMenuReloadsTheWorkspace) {
-  WriteFile(home_ + "/velmar.ini", kTwoConfigs);
-  WriteFile("/tmp/laptop-options.tcl", "option General.Fullname Laptop\noption General.MailAddress l@example.org\n");
+  WriteFile(home_ + "/laptop.tcl", "option General.Fullname Laptop\noption General.MailAddress l@example.org\n");
   xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) { xvt_test_click(dlg, 157); });
   Run({"-b", "-c", "p"}, [&] {
     std::string title;
     xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
-      char buf[100];
-      title = xvt_vobj_get_title(dlg, buf, sizeof buf);
+      title = Title(dlg);
       xvt_test_select(dlg, 156, 1);
       xvt_test_click(dlg, 157);
     });

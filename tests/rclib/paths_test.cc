@@ -2,7 +2,6 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <fstream>
 #include <string>
 
 #include <sys/stat.h>
@@ -13,24 +12,9 @@
 
 namespace fs = std::filesystem;
 
-// Runs each test in a fresh scratch directory, which is the current one.
-class PathsTest : public RclibTest {
+class PathsTest : public ScratchTest {
  protected:
-  void SetUp() override {
-    RclibTest::SetUp();
-    std::string pattern = (fs::temp_directory_path() / "rclib_paths_XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
-    old_cwd_ = fs::current_path();
-    fs::current_path(dir_);
-  }
-  void TearDown() override {
-    fs::current_path(old_cwd_);
-    fs::remove_all(dir_);
-    RclibTest::TearDown();
-  }
-  static void touch(const fs::path& p) { std::ofstream(p) << "x"; }
-  fs::path dir_, old_cwd_;
+  void touch(const std::string& name) const { file(name); }
 };
 
 TEST_F(PathsTest, StripSeparatorAndRegularFiles) {

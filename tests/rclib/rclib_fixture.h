@@ -4,7 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "rclib/dsllist.h"
@@ -27,6 +34,40 @@ class RclibTest : public ::testing::Test {
   }
   static void fail_allocations_after(int budget) { alloc_budget = budget, rc_hmem_zget_proc = budget_zget; }
   long outstanding_ = 0;
+};
+
+// Runs each test in a fresh scratch directory, which is the current one.
+class ScratchTest : public RclibTest {
+ protected:
+  void SetUp() override {
+    RclibTest::SetUp();
+    std::string pattern = (std::filesystem::temp_directory_path() / "velmar-rclib-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    dir_ = pattern;
+    old_cwd_ = std::filesystem::current_path();
+    std::filesystem::current_path(dir_);
+  }
+  void TearDown() override {
+    std::filesystem::current_path(old_cwd_);
+    std::filesystem::remove_all(dir_);
+    RclibTest::TearDown();
+  }
+  // Writes a file below the scratch directory; its full path.
+  std::string file(const std::string& name, const std::string& text = "x") const {
+    std::ofstream(dir_ / name, std::ios::binary) << text;
+    return (dir_ / name).string();
+  }
+  static std::string read(const std::string& path) {
+    std::stringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
+  }
+  std::set<std::string> names() const {
+    std::set<std::string> out;
+    for (const auto& e : std::filesystem::directory_iterator(dir_)) out.insert(e.path().filename());
+    return out;
+  }
+  std::filesystem::path dir_, old_cwd_;
 };
 
 inline void* V(intptr_t n) { return reinterpret_cast<void*>(n); }

@@ -2,64 +2,41 @@
 // never a stray temporary, whatever step fails.
 #include "rclib/safe_file.h"
 
-#include <dirent.h>
-#include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
-#include <set>
-#include <sstream>
-#include <string>
+#include <csignal>
+#include <cstring>
+
+#include "tests/rclib/rclib_fixture.h"
 
 namespace {
 
-class SafeFile : public ::testing::Test {
+class SafeFile : public ScratchTest {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/velmar-safe-XXXXXX";
-    ASSERT_TRUE(::mkdtemp(tmpl));
-    dir_ = tmpl;
-    path_ = dir_ + "/file.dat";
+    ScratchTest::SetUp();
+    path_ = dir_ / "file.dat";
   }
   void TearDown() override {
     safe_clear_faults_for_test();
-    for (const std::string& n : Names()) ::unlink((dir_ + "/" + n).c_str());
-    ::rmdir(dir_.c_str());
+    ScratchTest::TearDown();
   }
-  std::set<std::string> Names() const {
-    std::set<std::string> names;
-    if (DIR* d = ::opendir(dir_.c_str())) {
-      while (dirent* e = ::readdir(d))
-        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") names.insert(e->d_name);
-      ::closedir(d);
-    }
-    return names;
-  }
-  std::string Read() const {
-    std::ifstream in(path_, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-  }
-  std::string dir_, path_;
+  std::string Read() const { return read(path_); }
+  std::set<std::string> Names() const { return names(); }
+  std::string path_;
 };
-
-TEST_F(SafeFile, ReplaceWritesTheWholeFileWithItsMode) {
-  const std::string data(70000, 'x');
-  ASSERT_TRUE(safe_replace_file(path_, data, 0600));
-  EXPECT_EQ(Read(), data);
-  struct stat st;
-  ASSERT_EQ(::stat(path_.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  EXPECT_EQ(Names(), std::set<std::string>{"file.dat"});
-}
 
 // Every step of a replace, failed in turn: the old text stays, nothing else
 // is left in the directory, and the error names the step.
 TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
-  struct Row {
+  const std::string old_text(70000, 'x');
+  ASSERT_TRUE(safe_replace_file(path_, old_text, 0640));
+  struct stat st;
+  ASSERT_EQ(::stat(path_.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+  const struct {
     SafeStep step;
     long nth;
     int error;
@@ -67,26 +44,24 @@ TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
       {kSafeOpen, 1, EMFILE}, {kSafeWrite, 1, ENOSPC}, {kSafeSync, 1, EIO},
       {kSafeRename, 1, EXDEV}, {kSafeSync, 2, EIO},  // the directory sync, after the rename
   };
-  for (const Row& r : rows) {
-    ASSERT_TRUE(safe_replace_file(path_, "old", 0600));
+  for (const auto& r : rows) {
+    ASSERT_TRUE(safe_replace_file(path_, old_text, 0600));
     safe_fail_from_for_test(r.step, r.nth, r.error);
     SafeFileError err;
     EXPECT_FALSE(safe_replace_file(path_, "new text", 0600, &err)) << safe_step_name(r.step);
-    EXPECT_EQ(err.step, r.step);
-    EXPECT_EQ(err.error, r.error);
-    EXPECT_EQ(err.text().rfind(safe_step_name(r.step), 0), 0u);
     safe_clear_faults_for_test();
+    EXPECT_EQ(err.text(), std::string(safe_step_name(r.step)) + ": " + std::strerror(r.error));
     // A failed directory sync comes after the rename: the new text is in
     // place but the caller was told it may not last a crash.
-    EXPECT_EQ(Read(), r.step == kSafeSync && r.nth == 2 ? "new text" : "old") << safe_step_name(r.step);
+    EXPECT_EQ(Read(), r.step == kSafeSync && r.nth == 2 ? "new text" : old_text) << safe_step_name(r.step);
     EXPECT_EQ(Names(), std::set<std::string>{"file.dat"}) << safe_step_name(r.step);
   }
 }
 
 TEST_F(SafeFile, ExclusiveCreateRefusesAnythingAlreadyThere) {
-  const std::string fifo = dir_ + "/fifo", link = dir_ + "/link";
+  const std::string fifo = dir_ / "fifo", link = dir_ / "link";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  ASSERT_EQ(::symlink((dir_ + "/elsewhere").c_str(), link.c_str()), 0);
+  ASSERT_EQ(::symlink((dir_ / "elsewhere").c_str(), link.c_str()), 0);
   for (const std::string& p : {fifo, link}) {
     SafeFileError err;
     EXPECT_EQ(safe_create_exclusive(p.c_str(), 0600, &err), -1) << p;  // and does not block on the FIFO
@@ -99,9 +74,9 @@ TEST_F(SafeFile, ExclusiveCreateRefusesAnythingAlreadyThere) {
 }
 
 TEST_F(SafeFile, ReadingRefusesWhatIsNotARegularFileWithoutBlocking) {
-  const std::string fifo = dir_ + "/fifo";
+  const std::string fifo = dir_ / "fifo";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  for (const std::string& p : {fifo, dir_}) {
+  for (const std::string& p : {fifo, dir_.string()}) {
     SafeFileError err;
     EXPECT_EQ(safe_open_read(p.c_str(), &err), -1) << p;
     EXPECT_EQ(err.error, EINVAL) << p;
@@ -117,17 +92,30 @@ TEST_F(SafeFile, ReadingRefusesWhatIsNotARegularFileWithoutBlocking) {
 
 TEST_F(SafeFile, AppendAddsWholeRecordsOrNothing) {
   ASSERT_TRUE(safe_append_record(path_, "one\n", 4, 0600));
-  ASSERT_TRUE(safe_append_record(path_, "two\n", 4, 0600));
   for (SafeStep step : {kSafeOpen, kSafeWrite, kSafeSync}) {
     safe_fail_from_for_test(step, 1, ENOSPC);
     SafeFileError err;
-    EXPECT_FALSE(safe_append_record(path_, "three\n", 6, 0600, &err));
+    EXPECT_FALSE(safe_append_record(path_, "two\n", 4, 0600, &err));
     EXPECT_EQ(err.step, step);
     safe_clear_faults_for_test();
+    // A failed sync cannot take back what the write put in the file; the
+    // caller learns of it and decides.
+    EXPECT_EQ(Read(), step == kSafeSync ? "one\ntwo\n" : "one\n") << safe_step_name(step);
   }
-  // A failed sync cannot take back what the write put in the file; the
-  // caller learns of it and decides.
-  EXPECT_EQ(Read().substr(0, 8), "one\ntwo\n");
+  // A write cut short by a file size limit is taken back whole.
+  struct rlimit old_limit, limit;
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old_limit), 0);
+  limit = old_limit;
+  limit.rlim_cur = 10;
+  void (*old_handler)(int) = ::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  SafeFileError err;
+  const bool appended = safe_append_record(path_, "three\n", 6, 0600, &err);
+  ::setrlimit(RLIMIT_FSIZE, &old_limit);
+  ::signal(SIGXFSZ, old_handler);
+  EXPECT_FALSE(appended);
+  EXPECT_EQ(err.error, EFBIG);
+  EXPECT_EQ(Read(), "one\ntwo\n");
 }
 
 }  // namespace

@@ -11,29 +11,13 @@
 
 namespace fs = std::filesystem;
 
-class StreamTest : public RclibTest {
+class StreamTest : public ScratchTest {
  protected:
-  void SetUp() override {
-    RclibTest::SetUp();
-    std::string pattern = (fs::temp_directory_path() / "rclib_stream_XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override {
-    fs::remove_all(dir_);
-    RclibTest::TearDown();
-  }
-  std::string file(const std::string& name, const std::string& text) {
-    std::string path = (dir_ / name).string();
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
-  }
   STREAM_INFO* reader(const std::string& text) {
     STREAM_INFO* s = nullptr;
     EXPECT_EQ(rc_stream_open_read(file("in.txt", text).c_str(), &s), RC_OK);
     return s;
   }
-  fs::path dir_;
 };
 
 TEST_F(StreamTest, WriteCountsNewlinesAndStoresTheFullPath) {
@@ -53,9 +37,7 @@ TEST_F(StreamTest, WriteCountsNewlinesAndStoresTheFullPath) {
   ASSERT_EQ(rc_stream_open_append(path.c_str(), &s), RC_OK);
   rc_stream_write(s, "\n");
   rc_stream_close(&s);
-  std::stringstream all;
-  all << std::ifstream(path).rdbuf();
-  EXPECT_EQ(all.str(), "one\ntwo\nthree\n");
+  EXPECT_EQ(read(path), "one\ntwo\nthree\n");
 }
 
 TEST_F(StreamTest, OpenAndCloseFailures) {

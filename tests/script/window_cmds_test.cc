@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "src/base/trace.h"
 #include "src/options/options.h"
@@ -70,10 +71,6 @@ class WindowCommands : public FrameTest {
   static std::string Eval(const std::string& script) {
     int code = Tcl_EvalEx(task_interp, script.c_str(), -1, TCL_EVAL_GLOBAL);
     return std::string(code == TCL_OK ? "ok: " : "error: ") + Tcl_GetStringResult(task_interp);
-  }
-
-  static void ExpectAll(const Case* cases, size_t n) {
-    for (size_t i = 0; i < n; ++i) EXPECT_EQ(Eval(cases[i].script), cases[i].expected) << cases[i].script;
   }
 
   static bool Known(const std::string& name) {
@@ -183,16 +180,16 @@ TEST_F(WindowCommands, BadCallsGiveClearErrorsAndLeaveNothingBehind) {
         {"change_debug_level loud 1",
          "error: change_debug_level: unknown level \"loud\": must be none, critical, high, medium, low or all"},
     };
-    ExpectAll(cases, std::size(cases));
+    for (const Case& c : cases) EXPECT_EQ(Eval(c.script), c.expected) << c.script;
     EXPECT_FALSE(Known("x"));
     EXPECT_FALSE(Known("ed"));
     EXPECT_EQ(Eval("keylget $windows(w) kidlist"), "ok: first label second off ok check r1 r2 list");
   });
 }
 
-TEST_F(WindowCommands, ListsCheckBoxesRadioButtonsAndTitles) {
+TEST_F(WindowCommands, ControlAndWindowOperations) {
   WithTestWindow([&](WINDOW w) {
-    const Case cases[] = {
+    std::vector<Case> cases = {
         {"_xvt_list w 9 add apple; _xvt_list w 9 add cherry; _xvt_list w 9 add banana 1; _xvt_list w 9 count", "ok: 3"},
         {"_xvt_list w 9 item 1", "ok: banana"},
         {"_xvt_list w 9 select 2; _xvt_list w 9 selected", "ok: 2"},
@@ -214,10 +211,28 @@ TEST_F(WindowCommands, ListsCheckBoxesRadioButtonsAndTitles) {
         {"_xvt_radiobutton SET w {7 6}", "error: _xvt_radiobutton: control \"6\" is not a radio button"},
         {"_xvt_set_ctl_title w second {hello [world]}; _xvt_get_ctl_title w 3", "ok: hello [world]"},
         {"_xvt_get_ctl_title w label", "ok: Label"},
+        {"_xvt_get_client_rect w", "ok: 0 0 300 200"},
+        {"list [_xvt_focus w label] [_xvt_focus w off] [_xvt_focus w second]", "ok: 0 0 1"},
+        {"_xvt_enable_ctl w second 0; _xvt_focus second", "ok: 0"},
+        {"_xvt_enable_ctl w 3; _xvt_show_win first 0; list [_xvt_focus second] [_xvt_focus w 1]", "ok: 1 0"},
+        {"_xvt_show_win first; _xvt_select_text w first; _xvt_enable_win w false", "ok: "},
+        {"list [ideal_height label] [ideal_height checkbox] [ideal_height radiobutton] [ideal_height edit] "
+         "[ideal_height button]",
+         "ok: 18 20 20 24 26"},
+        {"change_debug_level medium 1024", "ok: "},
     };
-    ExpectAll(cases, std::size(cases));
+    xvt_test_push_text("/tmp/chosen.frm");
+    xvt_test_push_text(nullptr);
+    cases.push_back({"list [get_filename {Select form file...}] [get_filename {Select form file...} /tmp]",
+                     "ok: /tmp/chosen.frm {}"});
+    for (const Case& c : cases) EXPECT_EQ(Eval(c.script), c.expected) << c.script;
     EXPECT_FALSE(xvt_ctl_is_checked(xvt_win_get_ctl(w, 7)));
     EXPECT_TRUE(xvt_ctl_is_checked(xvt_win_get_ctl(w, 8)));
+    EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(w, 1));  // from _xvt_select_text
+    EXPECT_FALSE(xvt_vobj_is_enabled(w));
+    EXPECT_EQ(Option("Debugging.Level") + " " + std::to_string(TraceGetThreshold()) + " " +
+                  std::to_string(TraceGetSubsystem()),
+              "medium 5 1024");
     // A control of another window is not this window's.
     Eval("_xvt_create_window W_DOC {0 0 100 100} Other TASK_WIN 0 w2; "
          "_xvt_create_control WC_EDIT {0 0 50 20} elsewhere w2 0 other 1");
@@ -225,7 +240,7 @@ TEST_F(WindowCommands, ListsCheckBoxesRadioButtonsAndTitles) {
   });
 }
 
-TEST_F(WindowCommands, ControlsRunTheirCommandsAndNamesStayWords) {
+TEST_F(WindowCommands, ControlsRunTheirCommandsNamesStayWordsAndErrorsAreShown) {
   WithTestWindow([&](WINDOW w) {
     Eval("keylset windows(ok) command {lappend ::ran ok}");
     Eval("keylset windows(check) command {lappend ::ran [_xvt_checkbox GET w 6]}");
@@ -262,6 +277,16 @@ TEST_F(WindowCommands, ControlsRunTheirCommandsAndNamesStayWords) {
     EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(o, 1));
     Eval("_xvt_close_win $n");
     EXPECT_EQ(Eval("list $::ran [info exists ::hit]"), "ok: {odd enter {gone odd [set ::hit 1] $name}} 0");
+
+    // Script errors are shown, and the program goes on.
+    Eval("keylset windows(ok) command {error {the command failed}}");
+    ASSERT_TRUE(xvt_test_click(w, 5));
+    EXPECT_EQ(LastPost(), "error: the command failed");
+    Eval("proc winmapped {name} {error \"cannot map $name\"}");
+    EXPECT_EQ(Eval("_xvt_create_window W_PLAIN {0 0 50 50} Pane TASK_WIN 0 pane").substr(0, 3), "ok:");
+    EXPECT_EQ(LastPost(), "error: cannot map pane");
+    EXPECT_TRUE(Named("pane"));
+    EXPECT_TRUE(xvt_test_app_running());
   });
 }
 
@@ -316,47 +341,6 @@ TEST_F(WindowCommands, ClosingForgetsTheWindowAndItsControls) {
     EXPECT_FALSE(xvt_vobj_is_valid(again));
     EXPECT_FALSE(Known("w"));
     EXPECT_FALSE(Known("first"));
-  });
-}
-
-TEST_F(WindowCommands, ScriptErrorsAreShownAndTheProgramGoesOn) {
-  WithTestWindow([&](WINDOW w) {
-    Eval("keylset windows(ok) command {error {the command failed}}");
-    ASSERT_TRUE(xvt_test_click(w, 5));
-    EXPECT_EQ(LastPost(), "error: the command failed");
-    Eval("proc winmapped {name} {error \"cannot map $name\"}");
-    EXPECT_EQ(Eval("_xvt_create_window W_PLAIN {0 0 50 50} Pane TASK_WIN 0 pane").substr(0, 3), "ok:");
-    EXPECT_EQ(LastPost(), "error: cannot map pane");
-    EXPECT_TRUE(Named("pane"));
-    EXPECT_TRUE(xvt_test_app_running());
-  });
-}
-
-TEST_F(WindowCommands, WindowOperations) {
-  WithTestWindow([&](WINDOW w) {
-    const Case cases[] = {
-        {"_xvt_get_client_rect w", "ok: 0 0 300 200"},
-        {"list [_xvt_focus w label] [_xvt_focus w off] [_xvt_focus w second]", "ok: 0 0 1"},
-        {"_xvt_enable_ctl w second 0; _xvt_focus second", "ok: 0"},
-        {"_xvt_enable_ctl w 3; _xvt_show_win first 0; list [_xvt_focus second] [_xvt_focus w 1]", "ok: 1 0"},
-        {"_xvt_show_win first; _xvt_select_text w first; _xvt_enable_win w false", "ok: "},
-        {"list [ideal_height label] [ideal_height checkbox] [ideal_height radiobutton] [ideal_height edit] "
-         "[ideal_height button]",
-         "ok: 18 20 20 24 26"},
-    };
-    ExpectAll(cases, std::size(cases));
-    EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(w, 1));  // from _xvt_select_text
-    EXPECT_FALSE(xvt_vobj_is_enabled(w));
-
-    xvt_test_push_text("/tmp/chosen.frm");
-    EXPECT_EQ(Eval("get_filename {Select form file...}"), "ok: /tmp/chosen.frm");
-    xvt_test_push_text(nullptr);
-    EXPECT_EQ(Eval("get_filename {Select form file...} /tmp"), "ok: ");
-
-    EXPECT_EQ(Eval("change_debug_level medium 1024"), "ok: ");
-    EXPECT_EQ(Option("Debugging.Level"), "medium");
-    EXPECT_EQ(TraceGetThreshold(), kTraceMedium);
-    EXPECT_EQ(TraceGetSubsystem(), 1024u);
   });
 }
 

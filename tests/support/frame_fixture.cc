@@ -71,32 +71,29 @@ void FrameTest::Exit() {
 }
 
 std::string FrameTest::Option(const char* name, int level) {
-  char buf[3000];
-  return Opt_LookupString(name, buf, sizeof buf - 1, level) ? buf : "(none)";
+  size_t length = 0;
+  return Opt_LookupStringLength(name, level, &length) ? Opt_LookupText(name, level) : "(none)";
 }
 
 std::string FrameTest::ReadFile(const std::string& path) const {
-  std::ifstream in(path, std::ios::binary);
   std::stringstream ss;
-  ss << in.rdbuf();
+  ss << std::ifstream(path, std::ios::binary).rdbuf();
   return ss.str();
 }
 
 void FrameTest::WriteFile(const std::string& path, const std::string& text) const {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
+  std::ofstream(path, std::ios::binary) << text;
 }
 
 bool FrameTest::TraceInOrder(const std::vector<std::string>& lines, std::string* why) const {
-  std::string trace = TraceText();
+  const std::string trace = TraceText();
   size_t pos = 0;
   for (const std::string& line : lines) {
-    size_t at = trace.find(line, pos);
-    if (at == std::string::npos) {
-      if (why) *why = "missing or out of order: \"" + line + "\"\n--- trace ---\n" + trace;
+    if ((pos = trace.find(line, pos)) == std::string::npos) {
+      *why = "missing or out of order: \"" + line + "\"\n--- trace ---\n" + trace;
       return false;
     }
-    pos = at + line.size();
+    pos += line.size();
   }
   return true;
 }
