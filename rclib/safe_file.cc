@@ -69,10 +69,15 @@ int safe_create_exclusive(const char* path, unsigned mode, SafeFileError* err) {
   return safe_open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode, err);
 }
 
-int safe_open_read(const char* path, SafeFileError* err) {
-  if (Refused(kSafeOpen)) return FailFd(err, kSafeOpen);
+namespace {
+
+// Opens without waiting and keeps the descriptor only for a regular file.
+// Logs are not subject to the test hook: they must tell of the faults a test
+// injects into the files it watches.
+int OpenRegular(const char* path, int flags, unsigned mode, bool log, SafeFileError* err) {
+  if (!log && Refused(kSafeOpen)) return FailFd(err, kSafeOpen);
   int fd;
-  do fd = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  do fd = ::open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
   while (fd < 0 && errno == EINTR);
   if (fd < 0) return FailFd(err, kSafeOpen);
   struct stat st;
@@ -82,20 +87,31 @@ int safe_open_read(const char* path, SafeFileError* err) {
     CloseKeepingErrno(fd);
     return FailFd(err, kSafeOpen);
   }
-  const int flags = ::fcntl(fd, F_GETFL);
-  if (flags >= 0) ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+  const int now = ::fcntl(fd, F_GETFL);
+  if (now >= 0) ::fcntl(fd, F_SETFL, now & ~O_NONBLOCK);
   return fd;
 }
 
-FILE* safe_fopen_read(const char* path, SafeFileError* err) {
-  const int fd = safe_open_read(path, err);
+FILE* OpenStream(int fd, const char* how, SafeFileError* err) {
   if (fd < 0) return nullptr;
-  FILE* f = ::fdopen(fd, "rb");
+  FILE* f = ::fdopen(fd, how);
   if (!f) {
     CloseKeepingErrno(fd);
     Fail(err, kSafeOpen);
   }
   return f;
+}
+
+}  // namespace
+
+int safe_open_read(const char* path, SafeFileError* err) { return OpenRegular(path, O_RDONLY, 0, false, err); }
+
+FILE* safe_fopen_read(const char* path, SafeFileError* err) {
+  return OpenStream(safe_open_read(path, err), "rb", err);
+}
+
+FILE* safe_fopen_append(const char* path, unsigned mode, SafeFileError* err) {
+  return OpenStream(OpenRegular(path, O_WRONLY | O_APPEND | O_CREAT, mode, true, err), "ab", err);
 }
 
 namespace {

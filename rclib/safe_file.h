@@ -66,6 +66,10 @@ bool safe_append_record(const std::string& path, const void* data, size_t size, 
 int safe_open_read(const char* path, SafeFileError* err = nullptr);
 // The same, as a stdio stream ("rb").
 FILE* safe_fopen_read(const char* path, SafeFileError* err = nullptr);
+// Opens a log for appending, creating it with mode: only a regular file,
+// and the open never waits for a reader of a FIFO. The test hooks leave it
+// alone, so that a log tells of the faults they inject.
+FILE* safe_fopen_append(const char* path, unsigned mode, SafeFileError* err = nullptr);
 
 // Test hooks: from now on, the nth call (1-based) of step and every later
 // one fails with error, as a full disk or a failing device would; nth 0

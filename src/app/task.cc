@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "rclib/safe_file.h"
 #include "c-client/auth/auth.h"
 #include "src/base/cenv.h"
 #include "src/base/errors.h"
@@ -137,7 +138,7 @@ void OnCreate(WINDOW win) {
   Trace(kTraceFrame, kTraceLow, "main.c: task_eh - creating TCL interpretter.\n");
   TclCreate(win, VelmarArgc() > 0 ? VelmarArgv()[0] : nullptr, TclRegisterWindowCommands);
   std::string keybind = get_file_name(kFileKeybind);
-  if (FILE* f = std::fopen(keybind.c_str(), "r")) {
+  if (FILE* f = safe_fopen_read(keybind.c_str())) {
     std::fclose(f);
   } else {
     xvt_dm_post_fatal_exit("Unable to load keybind.def file!");

@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "rclib/safe_file.h"
 #include "src/base/base64.h"
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
@@ -439,7 +440,7 @@ void CENV_LoadInitFile() {
   for (int kind : {kFileUserIni, kFileSiteIni}) {
     std::string name = get_file_name(kind);
     if (name.empty()) continue;
-    FILE* file = std::fopen(name.c_str(), "rb");
+    FILE* file = safe_fopen_read(name.c_str());
     if (!file) continue;
     Trace(kTraceOptions, kTraceLow, "CENV_LoadInitFile: reading %s\n", name.c_str());
     std::string text = ReadCapped(file, name.c_str());
@@ -449,7 +450,7 @@ void CENV_LoadInitFile() {
   }
   std::string name = get_file_name(kFileOptLocn);
   if (name.empty()) return;
-  FILE* file = std::fopen(name.c_str(), "rb");
+  FILE* file = safe_fopen_read(name.c_str());
   if (!file) return;
   std::string line = ReadCapped(file, name.c_str());
   std::fclose(file);

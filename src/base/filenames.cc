@@ -282,7 +282,7 @@ std::string GetLastSearchDirectory() {
 
 bool SlurpFile(const char* name, std::string* out, size_t limit) {
   if (!name || !out) return false;
-  int fd = ::open(name, O_RDONLY | O_CLOEXEC);
+  int fd = safe_open_read(name);
   if (fd < 0) return false;
   std::string data;
   char buf[65536];
@@ -303,7 +303,7 @@ bool SlurpFile(const char* name, std::string* out, size_t limit) {
 
 int AppendFile(FILE* stream, const char* name, int flag) {
   if (!stream || !name) return 0;
-  FILE* in = std::fopen(name, "rb");
+  FILE* in = safe_fopen_read(name);
   if (!in) return flag ? 1 : 0;
   char buf[65536];
   size_t n;
@@ -340,7 +340,7 @@ int BackupFile(const char* name) {
 
 int CopyFileSectionToFile(const char* source, long offset, long length, const char* target) {
   if (!source || !target || offset < 0 || length < 0) return 0;
-  FILE* in = std::fopen(source, "rb");
+  FILE* in = safe_fopen_read(source);
   if (!in) return 0;
   if (std::fseek(in, offset, SEEK_SET) != 0) {
     std::fclose(in);

@@ -1,9 +1,12 @@
 #include "src/base/tcl_interp.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
+#include "rclib/safe_file.h"
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/base/keyed_list.h"
@@ -128,6 +131,16 @@ int TclEvalFile(const char* path, std::string* error) {
     if (error) *error = "no interpreter";
     return 0;
   }
+  // Tcl opens the file itself; a FIFO or a device in its place would
+  // block that open, so only a regular file goes on.
+  SafeFileError failure;
+  const int fd = safe_open_read(path, &failure);
+  if (fd < 0) {
+    if (error) *error = std::string("couldn't read file \"") + path + "\": " +
+                        (failure.error == EINVAL ? "not a regular file" : std::strerror(failure.error));
+    return 0;
+  }
+  ::close(fd);
   Tcl_Obj* p = Tcl_NewStringObj(path, -1);
   Tcl_IncrRefCount(p);
   int rc = Tcl_FSEvalFileEx(task_interp, p, "utf-8");

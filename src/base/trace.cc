@@ -11,6 +11,7 @@
 #include <deque>
 #include <string>
 
+#include "rclib/safe_file.h"
 #include "src/base/filenames.h"
 #include "src/base/model_events.h"
 #include "xvt/common/strfmt.h"
@@ -108,7 +109,7 @@ void ToFile(const std::string& line) {
   auto& t = T();
   struct stat st;
   if (::stat(t.file.c_str(), &st) == 0 && st.st_size > kTraceFileLimit) return;
-  FILE* f = std::fopen(t.file.c_str(), "a");
+  FILE* f = safe_fopen_append(t.file.c_str(), 0600);
   if (!f) return;
   std::fwrite(line.data(), 1, line.size(), f);
   std::fclose(f);
@@ -165,7 +166,7 @@ void TraceStart(const char* file) {
     std::string backup = MakeBackupName(file);
     std::rename(file, backup.c_str());
   }
-  FILE* f = std::fopen(file, "a");
+  FILE* f = safe_fopen_append(file, 0600);
   if (!f) return;
   std::fclose(f);
   t.enabled = true;

@@ -161,7 +161,7 @@ std::string OptFileLine(const char* name, const char* value) {
 
 int Opt_LoadFromTCL(const char* file) {
   if (!file) return 0;
-  if (FILE* f = std::fopen(file, "rb")) {
+  if (FILE* f = safe_fopen_read(file)) {
     std::fclose(f);
   } else {
     Trace(kTraceOptions, kTraceCritical, "Opt_LoadFromTCL: cannot open TCL file: %s - %s\n", file,
