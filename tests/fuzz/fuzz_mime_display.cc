@@ -2,34 +2,29 @@
 // its lines ("ATTRIBUTE=value") as a part's parameters. Whatever comes in,
 // the result is valid UTF-8 without control characters, and a file name
 // is safe to create.
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
 #include "c-client/core/mail.h"
-#include "c-client/rfc822/mime_display.h"
 #include "c-client/core/plain_env.h"
+#include "c-client/rfc822/mime_display.h"
 
 namespace {
 
-constexpr int kMaxParameters = 64;
+void Check(bool ok) {
+  if (!ok) __builtin_trap();
+}
 
 void CheckText(const std::string& s) {
   for (size_t i = 0; i < s.size();) {
     const unsigned char c = s[i];
     size_t len = c < 0x80 ? 1 : c >= 0xC2 && c <= 0xDF ? 2 : c >= 0xE0 && c <= 0xEF ? 3 : c >= 0xF0 && c <= 0xF4 ? 4 : 0;
-    if (!len || i + len > s.size() || c < 0x20 || c == 0x7F) __builtin_trap();
-    for (size_t k = 1; k < len; ++k) {
-      if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) __builtin_trap();
-    }
-    if (len == 3 && c == 0xED && static_cast<unsigned char>(s[i + 1]) >= 0xA0) __builtin_trap();  // surrogate
+    Check(len && i + len <= s.size() && c >= 0x20 && c != 0x7F);
+    for (size_t k = 1; k < len; ++k) Check((static_cast<unsigned char>(s[i + k]) & 0xC0) == 0x80);
+    Check(!(len == 3 && c == 0xED && static_cast<unsigned char>(s[i + 1]) >= 0xA0));  // a surrogate
     i += len;
   }
-}
-
-void CheckFileName(const std::string& name) {
-  CheckText(name);
-  if (name.empty() || name.size() > 200 || name[0] == '.' || name[0] == ' ') __builtin_trap();
-  if (name.find('/') != std::string::npos || name.find('\\') != std::string::npos) __builtin_trap();
 }
 
 }  // namespace
@@ -41,10 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   BodyPart* part = mail_newbody();
   BodyParameter** tail = &part->parameter;
   std::string first;
-  size_t start = 0;
-  for (int n = 0; n < kMaxParameters && start < input.size(); ++n) {
-    size_t end = input.find('\n', start);
-    if (end == std::string::npos) end = input.size();
+  for (size_t start = 0, n = 0; n < 64 && start < input.size(); ++n) {
+    size_t end = std::min(input.find('\n', start), input.size());
     const std::string line = input.substr(start, end - start);
     start = end + 1;
     const size_t eq = line.find('=');
@@ -56,9 +49,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tail = &(*tail)->next;
   }
   CheckText(mime_parameter(part->parameter, "NAME"));
-  const size_t star = first.find('*');
-  CheckText(mime_parameter(part->parameter, first.substr(0, star).c_str()));
-  CheckFileName(mime_file_name(part));
+  CheckText(mime_parameter(part->parameter, first.substr(0, first.find('*')).c_str()));
+  const std::string name = mime_file_name(part);
+  CheckText(name);
+  Check(!name.empty() && name.size() <= 200 && name[0] != '.' && name[0] != ' ');
+  Check(name.find('/') == std::string::npos && name.find('\\') == std::string::npos);
   mail_free_body(&part);
   mail_env_clear();
   return 0;

@@ -5,7 +5,6 @@
 // same lines.
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <vector>
 
 #include "c-client/core/plain_env.h"
@@ -20,14 +19,12 @@ void Check(bool ok) {
 void CheckList(const MailAddress* list) {
   int depth = 0;
   for (const MailAddress* a = list; a; a = a->next) {
-    if (!a->mailbox && !a->host) {
-      Check(!a->personal && !a->adl);
-      Check(--depth >= 0);
-    } else if (!a->host) {
-      ++depth;  // a group's name
-    } else {
+    if (!a->mailbox && !a->host)  // a group's end
+      Check(!a->personal && !a->adl && --depth >= 0);
+    else if (!a->host)  // a group's name
+      ++depth;
+    else
       Check(a->mailbox != nullptr);
-    }
   }
   Check(depth == 0);
 }
@@ -62,12 +59,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Check(env->message_id == nullptr);
   Check(body->type <= TYPEOTHER && body->encoding <= ENCOTHER && body->subtype);
   for (const BodyParameter* p = body->parameter; p; p = p->next) Check(p->attribute && p->value && *p->value);
-  if (env->subject) Check(std::strlen(env->subject) <= 65536);
+  Check(!env->subject || std::strlen(env->subject) <= 65536);
   mail_free_envelope(&env);
   mail_free_body(&body);
 
   // The parser must not depend on the caller's block staying as it was.
-  if (size) Check(std::memcmp(header.data(), data, size) == 0);
+  Check(!size || std::memcmp(header.data(), data, size) == 0);
   mail_env_clear();
   return 0;
 }

@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -27,33 +27,19 @@ void Check(bool ok) {
 }
 
 // xorshift32: cheap, and the same choices for the same input.
-struct Choices {
-  uint32_t state;
-  uint32_t Next(uint32_t bound) {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    return bound ? state % bound : 0;
-  }
-};
-
-size_t FindCrlf(const std::string& s, size_t from) {
-  for (size_t i = from; i + 1 < s.size(); ++i) {
-    if (s[i] == '\r' && s[i + 1] == '\n') return i;
-  }
-  return std::string::npos;
+uint32_t Next(uint32_t* state, uint32_t bound) {
+  *state ^= *state << 13;
+  *state ^= *state >> 17;
+  *state ^= *state << 5;
+  return *state % bound;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static bool initialised = false;
-  if (!initialised) {
-    // A reader that waits where it should not fails the checks below in
-    // seconds instead of sitting out the two-minute time-out.
-    tcp_set_timeouts_for_test(10, 10, 10);
-    initialised = true;
-  }
+  // A reader that waits where it should not fails in seconds instead of
+  // sitting out the two-minute time-out.
+  tcp_set_timeouts_for_test(10, 10, 10);
   if (size < 4) return 0;
   uint32_t seed;
   std::memcpy(&seed, data, 4);
@@ -66,52 +52,45 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Check(stream != nullptr);
 
   std::thread writer([&input, seed, fd = pair[1]] {
-    Choices pick{seed | 1};
+    uint32_t pick = seed | 1;
     for (size_t at = 0; at < input.size();) {
-      size_t piece = 1 + pick.Next(300);
-      if (piece > input.size() - at) piece = input.size() - at;
-      ssize_t sent = ::send(fd, input.data() + at, piece, MSG_NOSIGNAL);
+      ssize_t sent = ::send(fd, input.data() + at, std::min<size_t>(1 + Next(&pick, 300), input.size() - at), MSG_NOSIGNAL);
       if (sent <= 0) break;  // the reader has gone
       at += static_cast<size_t>(sent);
     }
     ::close(fd);
   });
 
-  Choices pick{(seed * 2654435761u) | 1};
-  size_t at = 0;  // where the reader is in the input
-  for (;;) {
-    if (pick.Next(4) != 0) {
+  uint32_t pick = (seed * 2654435761u) | 1;
+  for (size_t at = 0;;) {  // where the reader is in the input
+    if (Next(&pick, 4) != 0) {
       char* line = tcp_getline(stream);
-      size_t end = FindCrlf(input, at);
+      size_t end = input.find("\r\n", at);
       if (end == std::string::npos || end - at > kTcpMaxLine) {
         Check(line == nullptr);
         break;
       }
-      Check(line != nullptr);
       // The line may hold a NUL; what a C string shows must match.
+      Check(line != nullptr);
       size_t shown = std::strlen(line);
-      Check(shown <= end - at);
-      Check(std::memcmp(line, input.data() + at, shown) == 0);
+      Check(shown <= end - at && std::memcmp(line, input.data() + at, shown) == 0);
       Check(shown == end - at || input[at + shown] == '\0');
       FS_GIVE(&line);
       at = end + 2;
     } else {
-      unsigned long want = pick.Next(600);
+      unsigned long want = Next(&pick, 600);
       std::vector<char> buffer(want + 1, '@');
       long ok = tcp_getbuffer(stream, want, buffer.data());
       if (at + want > input.size()) {
         Check(ok == 0);
         break;
       }
-      Check(ok == 1);
-      Check(std::memcmp(buffer.data(), input.data() + at, want) == 0);
-      Check(buffer[want] == '\0');
+      Check(ok == 1 && std::memcmp(buffer.data(), input.data() + at, want) == 0 && buffer[want] == '\0');
       at += want;
     }
   }
   // The end of the input is the end of the stream: nothing more, no wait.
-  Check(tcp_getline(stream) == nullptr);
-  Check(stream->socket == -1);
+  Check(tcp_getline(stream) == nullptr && stream->socket == -1);
   writer.join();
   tcp_close(stream);
   Check(connections == before);

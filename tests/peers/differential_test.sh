@@ -190,9 +190,7 @@ def show(v):
     if isinstance(v, bytes):
         s = v.decode("utf-8", "backslashreplace")
         return '"%s"' % s if len(s) <= 70 else '"%s..." (%d bytes)' % (s[:60], len(v))
-    if isinstance(v, list):
-        return "(" + " ".join(show(x) for x in v) + ")"
-    if isinstance(v, tuple):
+    if isinstance(v, (list, tuple)):
         return "(" + " ".join(show(x) for x in v) + ")"
     return str(v)
 
@@ -381,6 +379,21 @@ def explain(m, d):
     return None
 
 
+def judge(n, a, b, prefix, sides, explained, failures):
+    """Compares two readings (envelope, body) of message n: explained
+    differences are noted by name, the others fail."""
+    diffs = []
+    compare_envelope(a[0], b[0], "envelope", diffs)
+    compare_body(a[1], b[1], "body", diffs)
+    for d in diffs:
+        d.field = prefix + d.field
+        e = explain(n, d)
+        if e:
+            explained.setdefault(e["name"], []).append("%s %s" % (n, d.field))
+        else:
+            failures.append((n, d.field, sides % (show(d.ours), show(d.theirs))))
+
+
 # --- Run ------------------------------------------------------------------------
 
 def main():
@@ -425,12 +438,7 @@ def main():
         if typ != "OK" or not data or data[0] is None:
             failures.append((n, "fetch", "FETCH failed: %r" % (data,)))
             continue
-        raw = b""
-        for item in data:
-            if isinstance(item, tuple):
-                raw += item[0] + b"\r\n" + item[1]
-            elif item is not None:
-                raw += item
+        raw = b"".join(item[0] + b"\r\n" + item[1] if isinstance(item, tuple) else item for item in data if item)
         try:
             _, i = read_value(raw, 0)  # the message number
             items, _ = read_value(raw, i)
@@ -450,36 +458,18 @@ def main():
             failures.append((n, "velmar-parse", str(e)))
             continue
         parser_notes[n] = notes
-        diffs = []
-        compare_envelope(our_env, server_env, "envelope", diffs)
-        compare_body(our_body, server_body, "body", diffs)
         RAW[n] = crlf[n][1]
-        for d in diffs:
-            e = explain(n, d)
-            if e:
-                explained.setdefault(e["name"], []).append("%s %s" % (n, d.field))
-            else:
-                failures.append((n, d.field, "ours %s, server %s" % (show(d.ours), show(d.theirs))))
-
+        judge(n, (our_env, our_body), (server_env, server_body), "", "ours %s, server %s", explained, failures)
         # A store keeps messages with the line ends they came with; bare LF
         # must not change how a message reads.
-        raw_form, crlf_form = crlf[n]
-        if raw_form != crlf_form:
+        if crlf[n][0] != crlf[n][1]:
             try:
                 lf_env, lf_body, _ = ours(os.path.join(corpus, n))
             except (RuntimeError, ValueError) as e:
                 failures.append((n, "velmar-parse (bare LF)", str(e)))
                 continue
-            lf_diffs = []
-            compare_envelope(lf_env, our_env, "envelope", lf_diffs)
-            compare_body(lf_body, our_body, "body", lf_diffs)
-            for d in lf_diffs:
-                d.field = "lf:" + d.field
-                e = explain(n, d)
-                if e:
-                    explained.setdefault(e["name"], []).append("%s %s" % (n, d.field))
-                else:
-                    failures.append((n, d.field, "bare-LF form %s, CRLF form %s" % (show(d.ours), show(d.theirs))))
+            judge(n, (lf_env, lf_body), (our_env, our_body), "lf:", "bare-LF form %s, CRLF form %s", explained,
+                  failures)
     M.logout()
     dump.close()
 

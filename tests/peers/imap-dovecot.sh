@@ -39,17 +39,10 @@ find_dovecot() {
 # Two distinct free loopback ports. The kernel picks them; they are released
 # before dovecot binds them, and the probe below catches the rare clash.
 free_ports() {
-  "$PY" - <<'EOF'
-import socket
-socks = []
-for _ in range(2):
-    s = socket.socket()
-    s.bind(("127.0.0.1", 0))
-    socks.append(s)
-print(" ".join(str(s.getsockname()[1]) for s in socks))
-for s in socks:
-    s.close()
-EOF
+  "$PY" -c 'import socket
+s = [socket.socket() for _ in range(2)]
+for x in s: x.bind(("127.0.0.1", 0))
+print(*(x.getsockname()[1] for x in s))'
 }
 
 # Root may not run imap-login or own mail, so the server's own users take
@@ -165,24 +158,11 @@ EOF
 probe_login() {
   local port=$1
   "$PY" - "$port" "$USER_NAME" "$PASSWORD" <<'EOF'
-import socket, sys
-port, user, password = int(sys.argv[1]), sys.argv[2], sys.argv[3]
+import imaplib, sys
 try:
-    s = socket.create_connection(("127.0.0.1", port), timeout=3)
-    f = s.makefile("rb")
-    greeting = f.readline()
-    if b"ready." not in greeting:
-        sys.exit(1)
-    s.sendall(b'a LOGIN "%s" "%s"\r\n' % (user.encode(), password.encode()))
-    while True:
-        line = f.readline()
-        if not line:
-            sys.exit(1)
-        if line.startswith(b"a "):
-            break
-    s.sendall(b"b LOGOUT\r\n")
-    sys.exit(0 if line.startswith(b"a OK") else 1)
-except OSError:
+    M = imaplib.IMAP4("127.0.0.1", int(sys.argv[1]), timeout=3)
+    sys.exit(0 if b"ready." in M.welcome and M.login(sys.argv[2], sys.argv[3])[0] == "OK" else 1)
+except (OSError, imaplib.IMAP4.error):
     sys.exit(1)
 EOF
 }
@@ -202,10 +182,7 @@ cmd_start() {
     die "a server is already running in $d (pid $(cat "$d/dovecot.pid"))"
   # The login and mail processes run as other users and must reach DIR.
   chmod 755 "$d"
-  mkdir -p "$d/run" "$d/state" "$d/log" "$d/mail/$USER_NAME/Maildir" "$d/mail/$OTHER_NAME/Maildir"
-  for u in "$USER_NAME" "$OTHER_NAME"; do
-    mkdir -p "$d/mail/$u/Maildir/cur" "$d/mail/$u/Maildir/new" "$d/mail/$u/Maildir/tmp"
-  done
+  mkdir -p "$d/run" "$d/state" "$d/log" "$d"/mail/{"$USER_NAME","$OTHER_NAME"}/Maildir/{cur,new,tmp}
 
   if [[ ! -f $d/cert.pem ]]; then
     openssl req -x509 -newkey rsa:2048 -nodes -days 30 -subj "/CN=127.0.0.1" \
@@ -223,30 +200,18 @@ cmd_start() {
   while :; do
     read -r port sslport < <(free_ports)
     write_config "$d" "$port" "$sslport"
-    if [[ $(id -u) -eq 0 ]]; then
-      chown -R "$MAIL_UID:$MAIL_GID" "$d/mail" "$d/state"
-    fi
+    [[ $(id -u) -ne 0 ]] || chown -R "$MAIL_UID:$MAIL_GID" "$d/mail" "$d/state"
     : >"$d/log/dovecot.log"
     "$DOVECOT" -F -c "$d/dovecot.conf" >>"$d/log/stdout.log" 2>&1 </dev/null &
     pid=$!
     echo "$pid" >"$d/dovecot.pid"
-    local waited=0 ok=0
-    while ((waited < START_TIMEOUT * 10)); do
-      if ! kill -0 "$pid" 2>/dev/null; then
-        break
-      fi
-      if probe_login "$port"; then
-        ok=1
-        break
-      fi
+    local waited
+    for ((waited = 0; waited < START_TIMEOUT * 10; waited++)); do
+      kill -0 "$pid" 2>/dev/null || break
+      probe_login "$port" && break 2
       sleep 0.1
-      waited=$((waited + 1))
     done
-    ((ok)) && break
-    if kill -0 "$pid" 2>/dev/null; then
-      kill "$pid" 2>/dev/null || true
-      wait "$pid" 2>/dev/null || true
-    fi
+    { kill "$pid" && wait "$pid"; } 2>/dev/null || true
     tries=$((tries + 1))
     # A port taken between our choice and dovecot's bind: try new ones.
     if ((tries < 3)) && grep -q "Address already in use" "$d/log/dovecot.log" "$d/log/stdout.log" 2>/dev/null; then
@@ -254,7 +219,7 @@ cmd_start() {
     fi
     rm -f "$d/dovecot.pid"
     echo "imap-dovecot.sh: dovecot did not accept a login within ${START_TIMEOUT}s; its log:" >&2
-    tail -20 "$d/log/dovecot.log" "$d/log/stdout.log" >&2 || true
+    tail -n 20 "$d/log/dovecot.log" "$d/log/stdout.log" >&2 || true
     exit 1
   done
 
@@ -355,9 +320,7 @@ for i in range(first, first + n):
         f.write(data)
     os.utime(path, (ts, ts))
 EOF
-  if [[ $(id -u) -eq 0 ]]; then
-    chown -R "$MAIL_UID:$MAIL_GID" "$d/mail/$user"
-  fi
+  [[ $(id -u) -ne 0 ]] || chown -R "$MAIL_UID:$MAIL_GID" "$d/mail/$user"
 }
 
 [[ $# -ge 1 ]] || usage

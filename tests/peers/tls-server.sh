@@ -62,30 +62,19 @@ start)
   pid=$!
   echo $pid >"$dir/$kind.pid"
   tries=0
-  port=
-  while [ -z "$port" ]; do
-    port=$(sed -n 's/^ACCEPT .*:\([0-9][0-9]*\)$/\1/p' "$log")
-    [ -n "$port" ] && break
-    if ! kill -0 $pid 2>/dev/null; then
-      cat "$log" >&2
-      fail "openssl s_server exited before it accepted connections"
-    fi
+  while port=$(sed -n 's/^ACCEPT .*:\([0-9][0-9]*\)$/\1/p' "$log") && [ -z "$port" ]; do
+    kill -0 $pid 2>/dev/null || { cat "$log" >&2; fail "openssl s_server exited before it accepted connections"; }
     tries=$((tries + 1))
     [ $tries -le 200 ] || { kill $pid 2>/dev/null; fail "openssl s_server did not start within 10 s"; }
     sleep 0.05
   done
-  echo "KIND=$kind"
-  echo "PORT=$port"
-  echo "PID=$pid"
-  echo "CERT=$dir/$kind.pem"
-  echo "KEY=$dir/$kind.key"
-  echo "CA=$dir/ca.pem"
+  printf 'KIND=%s\nPORT=%s\nPID=%s\nCERT=%s\nKEY=%s\nCA=%s\n' "$kind" "$port" "$pid" "$dir/$kind.pem" \
+    "$dir/$kind.key" "$dir/ca.pem"
   ;;
 stop)
   for file in "$dir"/*.pid; do
     [ -f "$file" ] || continue
-    pid=$(cat "$file")
-    [ -n "$pid" ] && kill "$pid" 2>/dev/null || true
+    kill "$(cat "$file")" 2>/dev/null || true
     rm -f "$file"
   done
   ;;

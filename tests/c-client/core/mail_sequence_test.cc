@@ -2,7 +2,6 @@
 // core parses on behalf of the drivers.
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 #include <vector>
 
@@ -12,178 +11,92 @@
 
 namespace {
 
-class Sequences : public ::testing::Test {
- protected:
-  void SetUp() override {
-    mailcache = mm_cache;
-    stream_ = static_cast<MailStream*>(FS_GET(sizeof(MailStream)));
-    stream_->silent = 1;
-    mailcache(stream_, 0, CH_INIT);
-    mail_exists(stream_, 5);
-    mail_env_clear();
-  }
-  void TearDown() override {
-    mailcache(stream_, 0, CH_INIT);
-    FS_GIVE(&stream_);
-    mail_env_clear();
-  }
-
-  std::set<unsigned long> Marked() {
-    std::set<unsigned long> out;
-    for (unsigned long i = 1; i <= stream_->nmsgs; ++i)
-      if (auto* e = static_cast<MessageElt*>(mailcache(stream_, i, CH_ELT)); e && e->sequence) out.insert(i);
-    return out;
-  }
-
-  MailStream* stream_ = nullptr;
-};
-
-TEST_F(Sequences, MarksOrExplains) {
-  struct Row {
-    const char* text;
-    long result;
-    std::set<unsigned long> marked;
-    const char* error;
-  } rows[] = {
-      {"1", 1, {1}, nullptr},
-      {"2:4", 1, {2, 3, 4}, nullptr},
-      {"5:2", 1, {2, 3, 4, 5}, nullptr},
-      {"1,3:4", 1, {1, 3, 4}, nullptr},
-      {"4:4,1", 1, {1, 4}, nullptr},
-      {"1,", 1, {1}, nullptr},
-      {"", 1, {}, nullptr},
-      {"0", 0, {}, "Sequence invalid"},
-      {"6", 0, {}, "Sequence invalid"},
-      {"x", 0, {}, "Sequence invalid"},
-      {"-1", 0, {}, "Sequence invalid"},
-      {"2,9", 0, {2}, "Sequence invalid"},
-      {"1,,2", 0, {1}, "Sequence invalid"},
-      {"99999999999999999999999", 0, {}, "Sequence invalid"},
-      {"1x", 0, {}, "Syntax error in sequence"},
-      {"1 ", 0, {}, "Syntax error in sequence"},
-      {"3,1;2", 0, {3}, "Syntax error in sequence"},
-      {"1:6", 0, {}, "Sequence range invalid"},
-      {"1:0", 0, {}, "Sequence range invalid"},
-      {"1:", 0, {}, "Sequence range invalid"},
-      {"1:3x", 0, {}, "Sequence range invalid"},
-      {"1:3:4", 0, {}, "Sequence range invalid"},
-      {"2,1:99999999999999999999", 0, {2}, "Sequence range invalid"},
+TEST(Sequences, MarksOrExplains) {
+  mailcache = mm_cache;
+  MailStream stream{};
+  stream.silent = 1;
+  mail_exists(&stream, 5);
+  // The text, then the messages marked and the complaint at level 2.
+  const std::pair<const char*, std::string> rows[] = {
+      {"1", "1 "}, {"2:4", "2 3 4 "}, {"5:2", "2 3 4 5 "}, {"1,3:4", "1 3 4 "}, {"4:4,1", "1 4 "}, {"1,", "1 "}, {"", ""},
+      {"0", "Sequence invalid"}, {"6", "Sequence invalid"}, {"x", "Sequence invalid"}, {"-1", "Sequence invalid"},
+      {"2,9", "2 Sequence invalid"}, {"1,,2", "1 Sequence invalid"}, {"99999999999999999999999", "Sequence invalid"},
+      {"1x", "Syntax error in sequence"}, {"1 ", "Syntax error in sequence"}, {"3,1;2", "3 Syntax error in sequence"},
+      {"1:6", "Sequence range invalid"}, {"1:0", "Sequence range invalid"}, {"1:", "Sequence range invalid"},
+      {"1:3x", "Sequence range invalid"}, {"1:3:4", "Sequence range invalid"},
+      {"2,1:99999999999999999999", "2 Sequence range invalid"},
   };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(std::string("\"") + r.text + "\"");
+  for (const auto& [text, outcome] : rows) {
     // Marks of an earlier call never survive into the next.
-    ASSERT_EQ(mail_sequence(stream_, "1:5"), 1);
+    ASSERT_EQ(mail_sequence(&stream, "1:5"), 1);
     mail_env_clear();
-    EXPECT_EQ(mail_sequence(stream_, r.text), r.result);
-    EXPECT_EQ(Marked(), r.marked);
-    EXPECT_EQ(EnvLines("log", true),
-              r.error ? std::vector<std::string>{std::string(r.error) + " @2"} : std::vector<std::string>{});
+    long result = mail_sequence(&stream, text);
+    std::string got;
+    for (unsigned long i = 1; i <= 5; ++i) got += mail_elt(&stream, i)->sequence ? std::to_string(i) + " " : "";
+    for (const std::string& complaint : EnvLines("log", true)) got += complaint;
+    EXPECT_EQ(got, outcome + (result ? "" : " @2")) << '"' << text << '"';
+    EXPECT_EQ(result, outcome.find("Seq") == std::string::npos && outcome.find("Syn") == std::string::npos);
   }
+  mailcache(&stream, 0, CH_INIT);
+  mail_env_clear();
 }
 
-// A message with this structure:
-//   1 text/plain                        offset 100
-//   2 message/rfc822  (msg_offset 40)   offset 300
-//       1 text/plain                    offset 7
-//       2 multipart/alternative         offset 60
-//           1 text/plain                offset 5
-//           2 text/html                 offset 80
-//   3 application/octet-stream          offset 900
-struct Tree {
-  BodyPart *root, *text1, *msg2, *inner1, *alt, *alt1, *alt2, *app3;
-};
-
-BodyPartNode* Node(unsigned short type, const char* subtype, unsigned long offset) {
+BodyPartNode* Node(unsigned short type, unsigned long offset, std::vector<BodyPartNode*> parts = {}) {
   BodyPartNode* n = mail_newbody_part();
   n->body.type = type;
-  n->body.subtype = cpystr(subtype);
+  n->body.subtype = cpystr(type == TYPEMESSAGE ? "RFC822" : "X");
   n->offset = offset;
+  for (size_t i = parts.size(); i-- > 0;) {
+    parts[i]->next = n->body.parts;
+    n->body.parts = parts[i];
+  }
   return n;
 }
 
-// Makes a multipart of the given parts, in order.
-BodyPart* Multipart(BodyPart* b, std::vector<BodyPartNode*> parts) {
-  b->type = TYPEMULTIPART;
-  for (size_t i = parts.size(); i-- > 0;) {
-    parts[i]->next = b->parts;
-    b->parts = parts[i];
-  }
-  return b;
-}
-
-Tree BuildTree() {
-  BodyPartNode *p1 = Node(TYPETEXT, "PLAIN", 100), *p2 = Node(TYPEMESSAGE, "RFC822", 300),
-               *p3 = Node(TYPEAPPLICATION, "OCTET-STREAM", 900), *i1 = Node(TYPETEXT, "PLAIN", 7),
-               *i2 = Node(TYPEMULTIPART, "ALTERNATIVE", 60), *a1 = Node(TYPETEXT, "PLAIN", 5),
-               *a2 = Node(TYPETEXT, "HTML", 80);
-  p2->body.msg_offset = 40;
-  p2->body.msg_body = Multipart(mail_newbody(), {i1, i2});
-  Multipart(&i2->body, {a1, a2});
-  return {Multipart(mail_newbody(), {p1, p2, p3}), &p1->body, &p2->body, &i1->body, &i2->body, &a1->body, &a2->body,
-          &p3->body};
-}
-
 TEST(BodySection, WalksPartsAndMessages) {
-  Tree t = BuildTree();
-  struct Row {
-    const char* section;
-    BodyPart* part;
-    unsigned long offset;
-  } rows[] = {
-      {"1", t.text1, 100},
-      {"2", t.msg2, 300},
-      {"3", t.app3, 900},
-      {"2.1", t.inner1, 40 + 7},
-      {"2.2", t.alt, 40 + 60},
+  // 1 text at 100, 2 message at 300 (its body at 40) holding 1 text at 7
+  // and 2 a multipart at 60 of two texts at 5 and 80, 3 a text at 900.
+  BodyPartNode *a1 = Node(TYPETEXT, 5), *a2 = Node(TYPETEXT, 80), *alt = Node(TYPEMULTIPART, 60, {a1, a2}),
+               *inner1 = Node(TYPETEXT, 7), *text1 = Node(TYPETEXT, 100), *msg2 = Node(TYPEMESSAGE, 300),
+               *app3 = Node(TYPEAPPLICATION, 900), *root = Node(TYPEMULTIPART, 0, {text1, msg2, app3});
+  BodyPartNode* inner = Node(TYPEMULTIPART, 0, {inner1, alt});
+  msg2->body.msg_offset = 40;
+  msg2->body.msg_body = &inner->body;
+  const std::tuple<const char*, BodyPartNode*, unsigned long> rows[] = {
+      {"1", text1, 100}, {"2", msg2, 300}, {"3", app3, 900}, {"2.1", inner1, 40 + 7}, {"2.2", alt, 40 + 60},
       // The offset is the last part's own plus the messages entered on the way.
-      {"2.2.1", t.alt1, 40 + 5},
-      {"2.2.2", t.alt2, 40 + 80},
+      {"2.2.1", a1, 40 + 5}, {"2.2.2", a2, 40 + 80},
   };
-  for (const Row& r : rows) {
-    unsigned long offset = 12345;
-    EXPECT_EQ(mail_body_section(t.root, r.section, &offset), r.part) << r.section;
-    EXPECT_EQ(offset, r.offset) << r.section;
+  for (const auto& [section, part, offset] : rows) {
+    unsigned long got = 12345;
+    EXPECT_EQ(mail_body_section(&root->body, section, &got), &part->body) << section;
+    EXPECT_EQ(got, offset) << section;
   }
   // "1.1": a text part has no parts.
   for (const char* none : {"4", "0", "2.0", "2.3", "1.1", "2.1.1", "2.", ".1", "1..2", "x", "1x", "2.2.2.2.2.2.2.2",
-                           "99999999999999999999"}) {
-    unsigned long offset;
-    EXPECT_EQ(mail_body_section(t.root, none, &offset), nullptr) << none;
-  }
-  mail_free_body(&t.root);
-}
-
-TEST(BodySection, SinglePartAndMessageBodies) {
-  BodyPart* text = mail_newbody();
-  unsigned long offset = 9;
-  EXPECT_EQ(mail_body_section(text, "1", &offset), text);
-  EXPECT_EQ(offset, 0u);
-  EXPECT_EQ(mail_body_section(text, "", &offset), text);
-  EXPECT_EQ(mail_body_section(text, "2", &offset), nullptr);
-  EXPECT_EQ(mail_body_section(text, "1.1", &offset), nullptr);
-  mail_free_body(&text);
-
+                           "99999999999999999999"})
+    EXPECT_EQ(mail_body_section(&root->body, none, nullptr), nullptr) << none;
   // A message whose whole body is a message: "1" is the body itself; other
   // numbers are parts of the message inside.
-  Tree t = BuildTree();
-  BodyPart* outer = mail_newbody();
-  outer->type = TYPEMESSAGE;
-  outer->subtype = cpystr("RFC822");
-  outer->msg_offset = 1000;
-  outer->msg_body = t.root;
-  EXPECT_EQ(mail_body_section(outer, "1", &offset), outer);
-  EXPECT_EQ(mail_body_section(outer, "2", &offset), t.msg2);
-  EXPECT_EQ(offset, 1000u + 300u);
-  EXPECT_EQ(mail_body_section(outer, "2.2.1", &offset), t.alt1);
-  EXPECT_EQ(offset, 1000u + 40u + 5u);
-  mail_free_body(&outer);
+  unsigned long offset = 0;
+  EXPECT_EQ(mail_body_section(&msg2->body, "1", &offset), &msg2->body);
+  EXPECT_EQ(mail_body_section(&msg2->body, "2.2", &offset), &a2->body);
+  EXPECT_EQ(offset, 40u + 80u);
+  msg2->body.msg_body = nullptr;
+  mail_free_body_part(&inner);
+  mail_free_body_part(&root);
 
-  // A message that isn't RFC822 has no numbered parts.
-  BodyPart* partial = mail_newbody();
-  partial->type = TYPEMESSAGE;
-  partial->subtype = cpystr("PARTIAL");
-  EXPECT_EQ(mail_body_section(partial, "2", &offset), nullptr);
-  mail_free_body(&partial);
+  // A single part is its own "1"; a message that isn't RFC822 has no
+  // numbered parts.
+  BodyPart* single = mail_newbody();
+  EXPECT_EQ(mail_body_section(single, "1", &offset), single);
+  EXPECT_EQ(offset, 0u);
+  EXPECT_EQ(mail_body_section(single, "", &offset), single);
+  EXPECT_EQ(mail_body_section(single, "2", &offset), nullptr);
+  single->type = TYPEMESSAGE;
+  single->subtype = cpystr("PARTIAL");
+  EXPECT_EQ(mail_body_section(single, "2", &offset), nullptr);
+  mail_free_body(&single);
   EXPECT_EQ(mail_body_section(nullptr, "1", &offset), nullptr);
 }
 

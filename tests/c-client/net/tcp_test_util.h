@@ -11,6 +11,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -53,39 +54,37 @@ inline std::string Take(char* line) {
 
 inline void Pause(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
-inline bool SendAll(int fd, const std::string& data) {
-  size_t done = 0;
-  while (done < data.size()) {
-    ssize_t n = ::send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
-    if (n <= 0) return false;
-    done += static_cast<size_t>(n);
-  }
-  return true;
-}
-
-// Reads one CRLF line (without it) within the time limit; "" with *ok false
-// when none comes.
-inline std::string ReadLine(int fd, bool* ok = nullptr, int limit_ms = 10000) {
-  std::string line;
-  auto end = Clock::now() + std::chrono::milliseconds(limit_ms);
-  while (Clock::now() < end) {
-    pollfd p{fd, POLLIN, 0};
-    if (::poll(&p, 1, 100) <= 0) continue;
-    char c;
-    if (::recv(fd, &c, 1, 0) != 1) break;
-    line += c;
-    if (line.size() >= 2 && line.compare(line.size() - 2, 2, "\r\n") == 0) {
-      if (ok) *ok = true;
-      return line.substr(0, line.size() - 2);
-    }
-  }
-  if (ok) *ok = false;
-  return "";
-}
-
 inline bool Readable(int fd, int limit_ms) {
   pollfd p{fd, POLLIN, 0};
   return ::poll(&p, 1, limit_ms) > 0;
+}
+
+inline bool SendAll(int fd, const std::string& data) {
+  ssize_t n = 0;
+  for (size_t done = 0; done < data.size(); done += static_cast<size_t>(n))
+    if ((n = ::send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL)) <= 0) return false;
+  return true;
+}
+
+// One CRLF line (without it) within the time limit; "" when none comes.
+inline std::string ReadLine(int fd, int limit_ms = 10000) {
+  std::string line;
+  for (auto end = Clock::now() + std::chrono::milliseconds(limit_ms); Clock::now() < end;) {
+    char c;
+    if (!Readable(fd, 100)) continue;
+    if (::recv(fd, &c, 1, 0) != 1) break;
+    line += c;
+    if (line.size() >= 2 && line.compare(line.size() - 2, 2, "\r\n") == 0) return line.substr(0, line.size() - 2);
+  }
+  return "";
+}
+
+inline sockaddr_in Loopback4(unsigned short port) {
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(port);
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return a;
 }
 
 // Ends the test process when the code under test has not returned in
@@ -117,31 +116,26 @@ class LoopbackServer {
   explicit LoopbackServer(bool ipv6 = false, int backlog = 1) {
     listener_ = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in6 v6{};
-    sockaddr_in v4{};
+    sockaddr_in v4 = Loopback4(0);
     v6.sin6_family = AF_INET6;
     v6.sin6_addr = in6addr_loopback;
-    v4.sin_family = AF_INET;
-    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     auto* a = ipv6 ? reinterpret_cast<sockaddr*>(&v6) : reinterpret_cast<sockaddr*>(&v4);
     socklen_t len = ipv6 ? sizeof v6 : sizeof v4;
     ok_ = ::bind(listener_, a, len) == 0 && ::listen(listener_, backlog) == 0 && ::getsockname(listener_, a, &len) == 0;
     port_ = ntohs(ipv6 ? v6.sin6_port : v4.sin_port);
   }
   ~LoopbackServer() {
-    done_ = true;
+    done = true;
     if (thread_.joinable()) thread_.join();
     if (listener_ >= 0) ::close(listener_);
   }
   bool ok() const { return ok_; }
   unsigned short port() const { return port_; }
   int listener() const { return listener_; }
-  // Set by the destructor, or by the test: scripts that hold the connection
-  // open wait for it.
-  std::atomic<bool>& done() { return done_; }
 
   void Serve(std::function<void(int fd)> script) {
     thread_ = std::thread([this, script] {
-      for (auto end = Clock::now() + std::chrono::seconds(20); !done_ && Clock::now() < end;) {
+      for (auto end = Clock::now() + std::chrono::seconds(20); !done && Clock::now() < end;) {
         if (!Readable(listener_, 50)) continue;
         int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) return;
@@ -153,36 +147,31 @@ class LoopbackServer {
       }
     });
   }
-  // Holds the connection until the test is done with it.
+  // Holds the connection until the test sets done (or the server goes).
   void WaitUntilDone() {
-    while (!done_) Pause(10);
+    while (!done) Pause(10);
   }
+  std::atomic<bool> done{false};
 
  private:
   int listener_ = -1;
   unsigned short port_ = 0;
   bool ok_ = false;
-  std::atomic<bool> done_{false};
   std::thread thread_;
 };
 
-// What the transport told the program, through the hooks.
+// What the transport told the program, through the hooks; the short
+// time-out is, like the program's option, true once and then reset.
 struct HookLog {
   static inline std::vector<int> outcomes;
   static inline int asked = 0;
   static inline bool short_next = false;
-  static void Outcome(int ok) { outcomes.push_back(ok); }
-  // Like the program's option: true once, then reset.
-  static bool ShortTimeout() {
-    ++asked;
-    return std::exchange(short_next, false);
-  }
 };
 
 inline bool Told(const char* callback, const std::string& text, long level = -2) {
-  for (const MailEnvLine& l : mail_env_lines())
-    if (l.callback == callback && l.text == text && (level == -2 || l.level == level)) return true;
-  return false;
+  return std::any_of(mail_env_lines().begin(), mail_env_lines().end(), [&](const MailEnvLine& l) {
+    return l.callback == callback && l.text == text && (level == -2 || l.level == level);
+  });
 }
 
 inline std::string AllTold() {
@@ -200,7 +189,8 @@ class TcpFixture : public ::testing::Test {
     HookLog::outcomes.clear();
     HookLog::asked = 0;
     HookLog::short_next = false;
-    static const TcpHooks hooks = {HookLog::Outcome, HookLog::ShortTimeout};
+    static const TcpHooks hooks = {[](int ok) { HookLog::outcomes.push_back(ok); },
+                                   [] { return ++HookLog::asked, std::exchange(HookLog::short_next, false); }};
     tcp_set_hooks(&hooks);
     tcp_set_timeouts_for_test(10, 10, 10);
     baseline_ = connections;
