@@ -178,7 +178,7 @@ bool WriteSource(int fd, StringSource* s) {
       ++s->cursize;
     }
     const unsigned long n = std::min(s->cursize, size - done);
-    if (!mh_write(fd, s->curpos, n)) return false;
+    if (!safe_write_all(fd, s->curpos, n)) return false;
     s->curpos += n;
     s->cursize -= n;
     done += n;
@@ -200,49 +200,20 @@ int CreateMessage(const std::string& dir, uint32_t* number, std::string* path) {
     }
     ++*number;
     *path = mh_message_path(dir.c_str(), *number);
-    int fd = ::open(path->c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    // Read access too: the header's size is read back from the file.
+    int fd = safe_open(path->c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     if (fd >= 0 || errno != EEXIST) return fd;
   }
   errno = EEXIST;
   return -1;
 }
 
-// A new name in the directory lasts a crash only once the directory itself
-// is on disk.
-bool SyncDirectory(const std::string& dir) {
-  int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool ok = mh_fsync(fd);
-  ::close(fd);
-  return ok;
-}
-
 }  // namespace
 
-// One write with O_APPEND, so that writers in other processes never
-// interleave.
 bool mh_queue_record(const std::string& dir, const MhIndexRecord& r) {
-  const std::string queue_path = mh_file(dir.c_str(), "mh_updat.dat");
-  int fd = ::open(queue_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
   uint8_t bytes[kMhRecordSize];
   mh_encode_record(r, bytes);
-  struct stat st;
-  const off_t before = ::fstat(fd, &st) == 0 ? st.st_size : -1;
-  bool ok = mh_write(fd, bytes, sizeof bytes) && mh_fsync(fd) && (before != 0 || SyncDirectory(dir));
-  if (!ok) {
-    const int error = errno;
-    // Half a record would shift every later one: take it back unless
-    // someone else has written since.
-    if (before >= 0 && ::fstat(fd, &st) == 0 && st.st_size > before &&
-        st.st_size < before + static_cast<off_t>(kMhRecordSize)) {
-      const int ignored = ::ftruncate(fd, before);
-      (void)ignored;
-    }
-    errno = error;
-  }
-  ::close(fd);
-  return ok;
+  return safe_append_record(mh_file(dir.c_str(), "mh_updat.dat"), bytes, sizeof bytes, 0600);
 }
 
 // --- Slots --------------------------------------------------------------------
@@ -371,7 +342,7 @@ long mh_append(MailStream* stream, const char* mailbox, const char* flags, const
   memory.dir = dir;
   memory.last = number;
   // A message that isn't wholly on disk is not kept.
-  if (!WriteSource(fd, message) || !mh_fsync(fd) || !SyncDirectory(dir)) {
+  if (!WriteSource(fd, message) || !safe_fsync(fd) || !safe_sync_dir(dir)) {
     Log(mail_format("Failed on write to message file %s - %s", path.c_str(), mh_error()), 2);
     ::close(fd);
     ::unlink(path.c_str());

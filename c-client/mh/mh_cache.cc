@@ -411,7 +411,7 @@ void mh_corrupt(MailStream* stream) {
   MhLocal* local = mh_local(stream);
   if (local && local->index_file >= 0) {
     static const uint8_t kZero[4] = {};
-    mh_pwrite(local->index_file, kZero, sizeof kZero, 0);
+    safe_pwrite_all(local->index_file, kZero, sizeof kZero, 0);
   }
   mm_notify(stream, "MH mailbox - intermediate cache is corrupt!", 2);
 }
@@ -541,7 +541,7 @@ long mh_open_cache(MailStream* stream) {
   }
   MhIndexHeader h{};
   for (;;) {
-    int fd = ::open(index_path.c_str(), O_RDWR | O_CLOEXEC);
+    int fd = local_open_update(index_path);
     if (fd < 0) {
       Log(mail_format("Failed to open mailbox cache index file: %s%c%s.dat - %s", local->path, '/', "mh_index",
                       mh_error()),
@@ -567,7 +567,7 @@ long mh_open_cache(MailStream* stream) {
     rebuilt = true;
   }
   local->last_seen = h.last_seen;
-  local->cache_file = ::open(CachePath(local).c_str(), O_RDWR | O_CLOEXEC);
+  local->cache_file = local_open_update(CachePath(local));
   if (local->cache_file < 0) {
     Log(mail_format("Failed to open mailbox cache file: %s%cmh_cache.dat - %s", local->path, '/', mh_error()), 2);
     mh_close_cache(local);
@@ -616,14 +616,14 @@ long mh_cache_rebuild(MailStream* stream) {
   MhNewFiles out;
   out.index_path = mh_file(local->path, "mh_index.new");
   out.cache_path = mh_file(local->path, "mh_cache.new");
-  out.index.fd = ::open(out.index_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  out.index.fd = local_create_new(out.index_path);
   if (out.index.fd < 0) {
     Log(mail_format("Failed to open new index file during MH cache rebuild: %s - %s", out.index_path.c_str(),
                     mh_error()),
         2);
     return 0;
   }
-  out.cache.fd = ::open(out.cache_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  out.cache.fd = local_create_new(out.cache_path);
   if (out.cache.fd < 0) {
     Log(mail_format("Failed to open new cache file during MH cache rebuild: %s - %s", out.cache_path.c_str(),
                     mh_error()),
@@ -716,7 +716,7 @@ long mh_cache_rebuild(MailStream* stream) {
   }
   // Messages dropped on the way (empty, vanished) are not counted.
   header.nmsgs = count;
-  if (!mh_write_header(out.index.fd, header) || !mh_fsync(out.index.fd) || !mh_fsync(out.cache.fd)) {
+  if (!mh_write_header(out.index.fd, header) || !safe_fsync(out.index.fd) || !safe_fsync(out.cache.fd)) {
     Log(mail_format("Failed to write new index header during MH cache rebuild - %s", mh_error()), 2);
     return 0;
   }
@@ -727,10 +727,10 @@ long mh_cache_rebuild(MailStream* stream) {
     return 0;
   }
   // From here until the new index is in, the old one must not be believed.
-  int old_index = ::open(IndexPath(local).c_str(), O_WRONLY | O_CLOEXEC);
+  int old_index = local_open_update(IndexPath(local));
   if (old_index >= 0) {
     static const uint8_t kZero[4] = {};
-    mh_pwrite(old_index, kZero, sizeof kZero, 0);
+    safe_pwrite_all(old_index, kZero, sizeof kZero, 0);
     ::close(old_index);
   }
   if (!file_install(mh_file(local->path, "mh_cache")) || !file_install(mh_file(local->path, "mh_index"))) {

@@ -53,7 +53,7 @@ Outcome WriteNewFiles(MailStream* stream, MhNewFiles* out, std::vector<unsigned 
     return Outcome::kCorrupt;
   out->index_path = mh_file(local->path, "mh_index.new");
   out->cache_path = mh_file(local->path, "mh_cache.new");
-  out->index.fd = ::open(out->index_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  out->index.fd = local_create_new(out->index_path);
   if (out->index.fd < 0) {
     Log(mail_format("Failed to open new mailbox cache index file: %s%c%s.new - %s", local->path, '/', "mh_index",
                     mh_error()),
@@ -66,7 +66,7 @@ Outcome WriteNewFiles(MailStream* stream, MhNewFiles* out, std::vector<unsigned 
     Log(mail_format("Failed to write MH cache index header - %s", mh_error()), 2);
     return Outcome::kFailed;
   }
-  out->cache.fd = ::open(out->cache_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  out->cache.fd = local_create_new(out->cache_path);
   if (out->cache.fd < 0) {
     Log(mail_format("Failed to open mailbox cache index file: %s%c%s.new - %s", local->path, '/', "mh_cache",
                     mh_error()),
@@ -117,7 +117,7 @@ Outcome WriteNewFiles(MailStream* stream, MhNewFiles* out, std::vector<unsigned 
   h.nmsgs = kept;
   h.recent = std::min<uint32_t>(kept_recent, static_cast<uint32_t>(stream->recent));
   if (!mh_writer_flush(&out->cache) || !mh_writer_flush(&out->index) || !mh_write_header(out->index.fd, h) ||
-      !mh_fsync(out->index.fd) || !mh_fsync(out->cache.fd))
+      !safe_fsync(out->index.fd) || !safe_fsync(out->cache.fd))
     return Outcome::kFailed;
   mh_close_fd(&out->index.fd);
   mh_close_fd(&out->cache.fd);
@@ -170,11 +170,11 @@ void mh_expunge(MailStream* stream) {
   };
   if (stopped("expunge-written")) return;
   static const uint8_t kZero[4] = {};
-  if (!mh_pwrite(local->index_file, kZero, sizeof kZero, 0) || !mh_fsync(local->index_file)) {
+  if (!safe_pwrite_all(local->index_file, kZero, sizeof kZero, 0) || !safe_fsync(local->index_file)) {
     // The old index may or may not carry the mark; either way it describes
     // the files, which are all still there.
     static const uint8_t kVersion[4] = {kMhIndexVersion & 0xff, kMhIndexVersion >> 8, 0, 0};
-    mh_pwrite(local->index_file, kVersion, sizeof kVersion, 0);
+    safe_pwrite_all(local->index_file, kVersion, sizeof kVersion, 0);
     Log("Failed to expunge intermediate MH cache.", 2);
     return;
   }

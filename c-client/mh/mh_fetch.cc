@@ -207,7 +207,7 @@ bool mh_append_structure(int cache_fd, const std::string& bytes, uint32_t envelo
   uint64_t end = static_cast<uint64_t>(st.st_size);
   if (end < kMhCacheLead) {
     static const uint8_t kZero[kMhCacheLead] = {};
-    if (!mh_pwrite(cache_fd, kZero + end, kMhCacheLead - end, static_cast<off_t>(end))) return false;
+    if (!safe_pwrite_all(cache_fd, kZero + end, kMhCacheLead - end, static_cast<off_t>(end))) return false;
     end = kMhCacheLead;
   }
   // Offsets are 32 bits: a cache that would pass 4 GB takes no more.
@@ -215,7 +215,7 @@ bool mh_append_structure(int cache_fd, const std::string& bytes, uint32_t envelo
     errno = EFBIG;
     return false;
   }
-  if (!mh_pwrite(cache_fd, bytes.data(), bytes.size(), static_cast<off_t>(end))) return false;
+  if (!safe_pwrite_all(cache_fd, bytes.data(), bytes.size(), static_cast<off_t>(end))) return false;
   record->cache_offset = static_cast<uint32_t>(end);
   record->envelope_size = envelope_size;
   record->body_size = body_size;

@@ -13,6 +13,7 @@
 
 #include "c-client/mh/mh.h"
 #include "c-client/mh/mh_format.h"
+#include "rclib/safe_file.h"
 
 // Bytes read or written at once by the sequential passes (open, rebuild,
 // expunge).
@@ -26,15 +27,12 @@ constexpr uint32_t kMhCacheLead = 4;
 
 // --- File access --------------------------------------------------------------
 
-// All-or-nothing writes; false with errno set. Every write of the driver
-// goes through these, and the test hook can make them fail.
-bool mh_write(int fd, const void* data, size_t size);
-bool mh_pwrite(int fd, const void* data, size_t size, off_t at);
+// Writes go through rclib/safe_file (safe_write_all, safe_pwrite_all,
+// safe_fsync...), whose test hooks make them fail.
 // Exact reads: false on an error or a short read (errno then EIO).
 bool mh_pread(int fd, void* data, size_t size, off_t at);
 // Up to size bytes; the count read, or -1.
 ssize_t mh_pread_some(int fd, void* data, size_t size, off_t at);
-bool mh_fsync(int fd);
 void mh_close_fd(int* fd);
 // True when a test asked the driver to die at this step.
 bool mh_crash_here(const char* step);

@@ -475,14 +475,14 @@ TEST_F(MhNames, EveryFailureSaysWhy) {
       {"index",
        [&] {
          with_stale_name();
-         Limit files(RLIMIT_NOFILE, Limit::Files(0));
+         safe_fail_from_for_test(kSafeOpen, 1, EMFILE);
          return mh_create(nullptr, "Stale");
        },
        "Failed to open new index file during MH cache initialization - Too many open files"},
       {"cache",
        [&] {
          with_stale_name();
-         Limit files(RLIMIT_NOFILE, Limit::Files(1));
+         safe_fail_from_for_test(kSafeOpen, 2, EMFILE);
          return mh_create(nullptr, "Stale");
        },
        "Failed to open new cache file during MH cache initialization - Too many open files"},
@@ -528,12 +528,13 @@ TEST_F(MhNames, EveryFailureSaysWhy) {
          fs::create_directory(root + "/mhname.new");
          return mh_rename(nullptr, kUnicode, "Renamed");
        },
-       "Failed to open MH folder name database: " + root + "/mhname.new - Is a directory\n" +
+       "Failed to open MH folder name database: " + root + "/mhname.new - File exists\n" +
            "Could not delete old mailbox name " + kUnicode + " from name database."},
   };
   for (const auto& c : cases) {
     mail_env_clear();
     EXPECT_EQ(c.run(), 0) << c.what;
+    safe_clear_faults_for_test();
     EXPECT_EQ(Logs(c.level), c.logged + "\n") << c.what;
   }
   // None of that lost a folder.

@@ -167,9 +167,9 @@ TEST_F(MhRecovery, AFullDiskAnywhereInAnExpungeLosesNothing) {
     ASSERT_NE(s, nullptr);
     mail_setflag(s, "6", "\\Deleted");
     mail_env_clear();
-    mh_set_write_failure_for_test(writes);
+    safe_fail_from_for_test(kSafeWrite, writes + 1, ENOSPC);
     mail_expunge(s);
-    mh_set_write_failure_for_test(-1);
+    safe_clear_faults_for_test();
     if (s->nmsgs == static_cast<unsigned long>(kCount - 1)) {
       EXPECT_FALSE(Said("log", "Failed to expunge intermediate MH cache.")) << writes;
       Close(s);
@@ -205,9 +205,9 @@ TEST_F(MhRecovery, AFullDiskWhileTheQueueIsAppliedLosesNothingAndAppliesItAgain)
     for (int i = 0; i < 5; ++i) ASSERT_EQ(Append("Box", MakeMessage(20 + i, i % 2).text, "\\Flagged"), 1);
     const uint64_t cache_before = fs::file_size(dir_ + "/mh_cache.dat");
     mail_env_clear();
-    mh_set_write_failure_for_test(writes);
+    safe_fail_from_for_test(kSafeWrite, writes + 1, ENOSPC);
     mail_check(s);
-    mh_set_write_failure_for_test(-1);
+    safe_clear_faults_for_test();
     const bool applied = s->nmsgs == static_cast<unsigned long>(kCount + 5);
     if (!applied) {
       EXPECT_EQ(s->nmsgs, static_cast<unsigned long>(kCount)) << writes;
@@ -315,9 +315,9 @@ TEST_F(MhRecovery, FailedAppendsAndFlagWritesLeaveNoTrace) {
   MakeFolder();
   for (long writes : {0L, 1L}) {
     mail_env_clear();
-    mh_set_write_failure_for_test(writes);
+    safe_fail_from_for_test(kSafeWrite, writes + 1, ENOSPC);
     EXPECT_EQ(Append("Box", MakeMessage(40, false).text), 0) << writes;
-    mh_set_write_failure_for_test(-1);
+    safe_clear_faults_for_test();
     EXPECT_EQ(Messages(dir_), files_) << "a message that can't be queued is not left behind";
     EXPECT_TRUE(Records(dir_, "mh_updat.dat").empty()) << writes;
   }
@@ -326,9 +326,9 @@ TEST_F(MhRecovery, FailedAppendsAndFlagWritesLeaveNoTrace) {
   MailStream* s = Open("Box");
   ASSERT_NE(s, nullptr);
   mail_env_clear();
-  mh_set_write_failure_for_test(0);
+  safe_fail_from_for_test(kSafeWrite, 1, ENOSPC);
   mail_setflag(s, "2", "\\Seen");
-  mh_set_write_failure_for_test(-1);
+  safe_clear_faults_for_test();
   EXPECT_TRUE(Said("log", "Failed to write flags to MH cache index file - No space left on device")) << Logs();
   Close(s);
   s = Open("Box");
@@ -340,10 +340,10 @@ TEST_F(MhRecovery, ARebuildThatCantWriteFailsTheOpenAndChangesNothing) {
   fs::remove(dir_ + "/mh_cache.dat");
   const std::string index = ReadFile(dir_ + "/mh_index.dat");
   for (long writes : {0L, 1L, 2L}) {
-    mh_set_write_failure_for_test(writes);
+    safe_fail_from_for_test(kSafeWrite, writes + 1, ENOSPC);
     mail_env_clear();
     EXPECT_EQ(Open("Box"), nullptr) << writes;
-    mh_set_write_failure_for_test(-1);
+    safe_clear_faults_for_test();
     EXPECT_EQ(ReadFile(dir_ + "/mh_index.dat"), index) << writes;
     EXPECT_FALSE(fs::exists(dir_ + "/mh_index.new")) << writes;
   }

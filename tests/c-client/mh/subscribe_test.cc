@@ -128,8 +128,8 @@ TEST_F(Subscribe, FaultsAreReportedAndLoseNothing) {
   EXPECT_EQ(subscribe_add("Play"), 0);
   EXPECT_EQ(subscribe_remove("Work"), 0);
   const std::string fresh = Path("subscrib.new");
-  EXPECT_EQ(Logged(), (Names{"Can't open temporary subscription database file: " + fresh + " - Is a directory",
-                             "Could not open new subscription database file: " + fresh + " - Is a directory"}));
+  EXPECT_EQ(Logged(), (Names{"Can't open temporary subscription database file: " + fresh + " - File exists",
+                             "Could not open new subscription database file: " + fresh + " - File exists"}));
   EXPECT_EQ(Get("subscrib.dat"), "Work\n");
   ASSERT_EQ(::rmdir(fresh.c_str()), 0);
 
@@ -144,7 +144,7 @@ TEST_F(Subscribe, FaultsAreReportedAndLoseNothing) {
   EXPECT_EQ(state, nullptr);
   EXPECT_EQ(Logged(), (Names{"Failed on read of subscription database: Is a directory",
                              "Failed on read of subscription database: Is a directory",
-                             "Failed to read subscription database: " + Path("subscrib.dat") + " - Is a directory n"}));
+                             "Failed to open subscription database: " + Path("subscrib.dat") + " - Is a directory\n"}));
   EXPECT_TRUE(fs::is_directory(Path("subscrib.dat")));
   EXPECT_EQ(Get("subscrib.new"), "-");
 
