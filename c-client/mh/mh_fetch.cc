@@ -62,15 +62,10 @@ MailText* ReadText(MailStream* stream, unsigned long msgno, unsigned long pos, u
   MhLocal* local = mh_local(stream);
   MessageElt* elt = mail_elt(stream, msgno);
   std::string path = mh_message_path(local->path, static_cast<uint32_t>(elt->file_number));
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat st;
+  const int fd = local_open_read(path, &st);
   if (fd < 0) {
     mm_log(mail_format("Failed to open MH message file: %s - %s", path.c_str(), mh_error()).c_str(), 2);
-    return nullptr;
-  }
-  struct stat st;
-  if (::fstat(fd, &st) != 0) {
-    mm_log(mail_format("Failed to position in MH message file: %s - %s", path.c_str(), mh_error()).c_str(), 2);
-    ::close(fd);
     return nullptr;
   }
   const unsigned long file_size = static_cast<unsigned long>(st.st_size);
@@ -139,18 +134,13 @@ bool mh_parse_message(const char* dir, uint32_t number, uint32_t header_size, En
   *env = nullptr;
   *body = nullptr;
   std::string path = mh_message_path(dir, number);
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat st;
+  const int fd = local_open_read(path, &st);
   if (fd < 0) {
     mm_log(mail_format("Failed to open MH message file: %s - %s", path.c_str(), mh_error()).c_str(), 2);
     return false;
   }
-  struct stat st;
-  bool ok = false;
-  if (::fstat(fd, &st) != 0) {
-    mm_log(mail_format("Failed in read of MH message file: %s - %s", path.c_str(), mh_error()).c_str(), 2);
-  } else {
-    ok = mh_parse_open_message(fd, path, static_cast<unsigned long>(st.st_size), header_size, env, body);
-  }
+  const bool ok = mh_parse_open_message(fd, path, static_cast<unsigned long>(st.st_size), header_size, env, body);
   ::close(fd);
   return ok;
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "c-client/core/mail_core.h"
 #include "c-client/mh/local_paths.h"
 #include "c-client/mh/mh_internal.h"
 
@@ -49,6 +50,48 @@ bool mh_pread(int fd, void* data, size_t size, off_t at) {
 void mh_close_fd(int* fd) {
   if (*fd >= 0) ::close(*fd);
   *fd = -1;
+}
+
+bool MhRecordReader::Next(MhIndexRecord* record, uint64_t* place) {
+  constexpr size_t kPerChunk = kMhIoChunk / kMhRecordSize;
+  while (used_ == have_) {
+    if (failed_ || next_ >= count_) return false;
+    const uint64_t at = from_ + next_ * kMhRecordSize;
+    const off_t data = ::lseek(fd_, static_cast<off_t>(at), SEEK_DATA);
+    if (data < 0 && errno == ENXIO) return false;  // nothing but a hole to the end
+    if (data > static_cast<off_t>(at)) next_ = (static_cast<uint64_t>(data) - from_) / kMhRecordSize;
+    if (next_ >= count_) return false;
+    have_ = static_cast<size_t>(std::min<uint64_t>(count_ - next_, kPerChunk));
+    chunk_.resize(have_ * kMhRecordSize);
+    if (!mh_pread(fd_, chunk_.data(), chunk_.size(), static_cast<off_t>(from_ + next_ * kMhRecordSize))) {
+      failed_ = true;
+      have_ = 0;
+      return false;
+    }
+    first_ = next_;
+    next_ += have_;
+    used_ = 0;
+  }
+  mh_decode_record(chunk_.data() + used_ * kMhRecordSize, record);
+  if (place) *place = first_ + used_;
+  ++used_;
+  return true;
+}
+
+bool MhNewFiles::Open(const char* dir, const char* index_failure, const char* cache_failure) {
+  index_path = mh_file(dir, "mh_index.new");
+  cache_path = mh_file(dir, "mh_cache.new");
+  index.fd = local_create_new(index_path);
+  if (index.fd < 0) {
+    mm_log(mail_format(index_failure, index_path.c_str(), mh_error()).c_str(), 2);
+    return false;
+  }
+  cache.fd = local_create_new(cache_path);
+  if (cache.fd < 0) {
+    mm_log(mail_format(cache_failure, cache_path.c_str(), mh_error()).c_str(), 2);
+    return false;
+  }
+  return true;
 }
 
 MhNewFiles::~MhNewFiles() {
@@ -118,6 +161,16 @@ bool mh_write_record(int fd, unsigned long msgno, const MhIndexRecord& record) {
   uint8_t bytes[kMhRecordSize];
   mh_encode_record(record, bytes);
   return fd >= 0 && msgno >= 1 && safe_pwrite_all(fd, bytes, sizeof bytes, mh_record_offset(msgno));
+}
+
+bool mh_header_fits(const MhIndexHeader& h, uint64_t file_size) {
+  return h.version == kMhIndexVersion && h.nmsgs <= kMhMaxRecords &&
+         uint64_t{h.nmsgs} * kMhRecordSize + kMhHeaderSize <= file_size;
+}
+
+bool mh_mark_untrusted(int index_fd) {
+  static const uint8_t kZero[4] = {};
+  return safe_pwrite_all(index_fd, kZero, sizeof kZero, 0) && safe_fsync(index_fd);
 }
 
 bool mh_record_sane(const MhIndexRecord& r, uint64_t cache_size) {
