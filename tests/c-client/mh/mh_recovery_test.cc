@@ -1,13 +1,17 @@
-// A folder whose cache files are damaged, or whose change was cut short by
-// a failing disk or by the program dying, opens with every message once and
-// its flags. Damage is made by hand; failures through the safe writer's
-// fault injection, deaths through the driver's crash points.
+// A folder whose cache files are damaged or hostile, or whose change was
+// cut short by a failing disk or by the program dying, opens with every
+// message once and its flags, without hanging and without memory in
+// proportion to the damage. Damage is made by hand; failures through the
+// safe writer's fault injection, deaths through the driver's crash points.
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <functional>
 #include <set>
 
+#include "c-client/mh/subscribe.h"
 #include "tests/c-client/mh/mh_test_util.h"
 
 namespace mh_test {
@@ -23,6 +27,30 @@ void Patch(const std::string& dir, const char* file, size_t at, const std::strin
   WriteFile(dir + "/" + file, data);
 }
 
+long PeakKb() {
+  struct rusage u;
+  ::getrusage(RUSAGE_SELF, &u);
+  return u.ru_maxrss;
+}
+
+// Something that is not a file where one belongs: reading it would wait
+// for a writer forever.
+void Fifo(const std::string& path) {
+  fs::remove(path);
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+}
+
+// A file of size bytes beginning with head, the rest a hole.
+void Sparse(const std::string& path, const std::string& head, off_t size) {
+  WriteFile(path, head);
+  ASSERT_EQ(::truncate(path.c_str(), size), 0);
+}
+
+// An index whose header counts n records, all of them a hole.
+void Holes(const std::string& dir, uint32_t n) {
+  Sparse(dir + "/mh_index.dat", Le32(kMhIndexVersion) + Le32(n), kMhHeaderSize + off_t{n} * kMhRecordSize);
+}
+
 bool ErrorSaid() {
   for (const MailEnvLine& l : mail_env_lines())
     if ((l.callback == "log" || l.callback == "notify") && l.level == 2) return true;
@@ -31,6 +59,15 @@ bool ErrorSaid() {
 
 class MhRecovery : public MhTest {
  protected:
+  // A hang is a failure, not a stuck suite.
+  void SetUp() override {
+    MhTest::SetUp();
+    ::alarm(60);
+  }
+  void TearDown() override {
+    ::alarm(0);
+    MhTest::TearDown();
+  }
   // Box: twelve messages with flags, structures cached, and a backup index
   // from an expunge. Target: empty.
   void MakeFolder() {
@@ -100,51 +137,115 @@ TEST_F(MhRecovery, DamagedCacheFilesAreRebuiltWithEveryMessageAndFlag) {
       WriteFile(d + "/" + file, data.substr(0, keep_less ? data.size() - keep_less : 10));
     };
   };
+  auto fifo = [](const char* file) { return [=](const std::string& d) { Fifo(d + "/" + file); }; };
+  enum { kLost = 0, kKept = 1, kRebuilt = 2, kNoted = 4 };
   struct Case {
     const char* what;
     std::function<void(const std::string&)> damage;
-    bool flags_kept;
-    bool corrupt_noted;  // the index looked whole but lied about the cache
+    int result;  // flags kept, rebuilt, corruption noted (the index looked whole but lied)
   } cases[] = {
-      {"empty index", [](const std::string& d) { WriteFile(d + "/mh_index.dat", ""); }, true, false},
-      {"short header", cut("mh_index.dat", 0), true, false},
-      {"older version", [](const std::string& d) { Patch(d, "mh_index.dat", 0, Le32(4101)); }, true, false},
+      {"empty index", [](const std::string& d) { WriteFile(d + "/mh_index.dat", ""); }, kKept | kRebuilt},
+      {"short header", cut("mh_index.dat", 0), kKept | kRebuilt},
+      {"older version", [](const std::string& d) { Patch(d, "mh_index.dat", 0, Le32(4101)); }, kKept | kRebuilt},
       {"header counts records the file lacks",
-       [](const std::string& d) { Patch(d, "mh_index.dat", 4, Le32(1000000)); }, true, false},
-      {"index cut mid-record", cut("mh_index.dat", 30), true, false},
+       [](const std::string& d) { Patch(d, "mh_index.dat", 4, Le32(1000000)); }, kKept | kRebuilt},
+      {"index cut mid-record", cut("mh_index.dat", 30), kKept | kRebuilt},
+      {"index missing", [](const std::string& d) { fs::remove(d + "/mh_index.dat"); }, kKept | kRebuilt},
       {"index and backup missing",
        [](const std::string& d) {
          fs::remove(d + "/mh_index.dat");
          fs::remove(d + "/mh_index.bak");
        },
-       false, false},
-      {"cache missing", [](const std::string& d) { fs::remove(d + "/mh_cache.dat"); }, true, false},
-      {"cache cut short", cut("mh_cache.dat", 200), true, true},
+       kLost | kRebuilt},
+      {"cache missing", [](const std::string& d) { fs::remove(d + "/mh_cache.dat"); }, kKept | kRebuilt},
+      {"cache cut short", cut("mh_cache.dat", 200), kKept | kRebuilt | kNoted},
       {"record points past the cache",
        [](const std::string& d) { Patch(d, "mh_index.dat", kMhHeaderSize + 3 * kMhRecordSize + 16, Le32(0x7fffffff)); },
-       true, true},
+       kKept | kRebuilt | kNoted},
       {"record of message number 0",
        [](const std::string& d) { Patch(d, "mh_index.dat", kMhHeaderSize + 6 * kMhRecordSize, Le32(0)); },
-       true, true},
+       kKept | kRebuilt | kNoted},
       {"queue with half a record",
-       [](const std::string& d) { WriteFile(d + "/mh_updat.dat", std::string(30, '\x01')); }, true, true},
+       [](const std::string& d) { WriteFile(d + "/mh_updat.dat", std::string(30, '\x01')); },
+       kKept | kRebuilt | kNoted},
+      {"FIFO for the index", fifo("mh_index.dat"), kKept | kRebuilt},
+      {"FIFO for the cache", fifo("mh_cache.dat"), kKept | kRebuilt},
+      {"FIFO for the queue", fifo("mh_updat.dat"), kKept | kRebuilt | kNoted},
+      {"FIFO for a status file",
+       [](const std::string& d) {
+         Fifo(d + "/2.st");
+         fs::remove(d + "/mh_cache.dat");
+       },
+       kKept | kRebuilt},
+      // A count no folder reaches is refused at once; a smaller one must
+      // not size the message array before its records are read.
+      {"header counting 4 billion records over a hole", [](const std::string& d) { Holes(d, UINT32_MAX); },
+       kKept | kRebuilt},
+      {"header counting 40 million records over a hole", [](const std::string& d) { Holes(d, 40'000'000); },
+       kKept | kRebuilt | kNoted},
+      {"untrusted index of 52 MB, every record message 3's",
+       [](const std::string& d) {
+         const std::string three = ReadFile(d + "/mh_index.dat").substr(kMhHeaderSize + 2 * kMhRecordSize, kMhRecordSize);
+         std::string chunk;
+         for (int i = 0; i < 1000; ++i) chunk += three;
+         std::ofstream out(d + "/mh_index.dat", std::ios::binary | std::ios::trunc);
+         out << Le32(0) << Le32(1000000) << Le32(0) << Le32(0);
+         for (int i = 0; i < 1000; ++i) out << chunk;
+       },
+       kKept | kRebuilt},
+      {"queue of 2.6 GB, a hole",
+       [](const std::string& d) { Sparse(d + "/mh_updat.dat", "", off_t{50'000'000} * kMhRecordSize); }, kKept},
   };
   MakeFolder();
   for (const Case& c : cases) {
     Restore();
     c.damage(dir_);
     mail_env_clear();
+    const long peak = PeakKb();
     MailStream* s = Open("Box");
-    ExpectWhole(s, c.what, c.flags_kept);
-    EXPECT_TRUE(Said("notify", kRebuilding)) << c.what << "\n" << Logs();
-    EXPECT_EQ(Said("notify", kCorrupt), c.corrupt_noted) << c.what << "\n" << Logs();
+    ExpectWhole(s, c.what, c.result & kKept);
+    EXPECT_LT(PeakKb() - peak, 32 * 1024) << c.what << ": memory in proportion to the damage";
+    EXPECT_EQ(Said("notify", kRebuilding), (c.result & kRebuilt) != 0) << c.what << "\n" << Logs();
+    EXPECT_EQ(Said("notify", kCorrupt), (c.result & kNoted) != 0) << c.what << "\n" << Logs();
     EXPECT_FALSE(fs::exists(dir_ + "/mh_updat.dat")) << c.what;
     Close(s);
     // And it opens from the rebuilt files without rebuilding again.
     mail_env_clear();
-    ExpectWhole(Open("Box"), std::string(c.what) + ", reopened", c.flags_kept);
+    ExpectWhole(Open("Box"), std::string(c.what) + ", reopened", c.result & kKept);
     EXPECT_FALSE(Said("notify", kRebuilding)) << c.what << "\n" << Logs();
   }
+}
+
+// A FIFO where a message, the subscriptions or a name file belong is
+// refused at once, with the reason.
+TEST_F(MhRecovery, AFifoWhereAFileBelongsIsRefusedWithoutWaiting) {
+  MakeFolder();
+  Fifo(dir_ + "/2");
+  MailStream* s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  const std::string refused = "Failed to open MH message file: " + dir_ + "/2 - Not a regular file";
+  EXPECT_EQ(mail_fetchtext(s, 2), nullptr);
+  EXPECT_EQ(mail_copy(s, "1:3", "Target"), 0);
+  EXPECT_TRUE(Said("log", refused)) << Logs();
+  Close(s);
+  fs::remove(dir_ + "/mh_cache.dat");
+  mail_env_clear();
+  s = Open("Box");
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(s->nmsgs, kCount - 1u) << "no message there, and the rebuild goes on";
+  EXPECT_TRUE(Said("log", refused)) << Logs();
+  Fifo(dir_ + "/mh_updat.dat");
+  EXPECT_EQ(Append("Box", "Subject: x\n\nx\n"), 0);
+  EXPECT_TRUE(Said("log", "Failed to open MH cache index update file - Not a regular file")) << Logs();
+  Fifo(home_ + "/subscrib.dat");
+  void* state = nullptr;
+  EXPECT_EQ(subscribe_next(&state), nullptr);
+  EXPECT_TRUE(Said("log", "Failed to open subscription database: " + home_ + "/subscrib.dat - Not a regular file\n"));
+  Fifo(home_ + "/folders/mhname.dat");
+  mh_forget_paths();
+  EXPECT_FALSE(mh_valid_name("Box", false));
+  EXPECT_TRUE(Said("log", "Failed to open MH folder name database: " + home_ + "/folders/mhname.dat")) << Logs();
+  EXPECT_EQ(Messages(target_).size(), 0u);
 }
 
 TEST_F(MhRecovery, ACorruptStructureRecordFailsItsFetchAndTheNextOpenRebuilds) {
@@ -166,9 +267,9 @@ TEST_F(MhRecovery, ACorruptStructureRecordFailsItsFetchAndTheNextOpenRebuilds) {
 
 // Each operation runs with each kind of step (open, write, sync, rename)
 // failing from its first call on, then from its second, and so on until it
-// goes through untouched. A fault that fired always reaches the user; the
-// operation then either happened whole or not at all, and both folders
-// open with every message once.
+// goes through untouched, and dying at each of its crash points. A fault
+// that fired always reaches the user; the operation then either happened
+// whole or not at all, and both folders open with every message once.
 TEST_F(MhRecovery, AFailingDiskAtAnyStepOfAnyChangeLosesNothing) {
   const std::set<unsigned long> moved = {2, 3, 4, 5}, all = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
   auto open_box = [&] { s_ = Open("Box"); };
@@ -189,36 +290,40 @@ TEST_F(MhRecovery, AFailingDiskAtAnyStepOfAnyChangeLosesNothing) {
     const char* name;
     std::function<void()> prepare;  // runs before the fault is set
     std::function<bool()> run;
-    std::function<void(const std::string&, bool)> check;  // with what run said
+    std::function<void(const std::string&, bool, bool)> check;  // with what run said, and whether a fault fired
+    std::vector<const char*> deaths = {};
   } ops[] = {
       {"copy", open_box, [&] { return mail_copy(s_, "2:5", "Target") == 1; },
-       [&](const std::string& what, bool ok) {
+       [&](const std::string& what, bool ok, bool) {
          target_all_or_nothing(what, ok);
          ExpectWhole(Open("Box"), what);
        }},
       // A move whose copy is whole but whose marks can't all be written has
       // happened, and says so; one that failed marks nothing.
       {"move", open_box, [&] { return mail_move(s_, "2:5", "Target") == 1; },
-       [&](const std::string& what, bool ok) {
+       [&](const std::string& what, bool ok, bool fired) {
          target_all_or_nothing(what, ok);
-         ExpectWhole(Open("Box"), what, true, ok ? 'D' : 0, ok ? moved : std::set<unsigned long>{});
+         MailStream* s = Open("Box");
+         ExpectWhole(s, what, true, ok ? 'D' : 0, ok ? moved : std::set<unsigned long>{});
+         for (unsigned long n : moved) EXPECT_TRUE(fired || mail_elt(s, n)->deleted) << what << " " << n;
        }},
       {"flag write", open_box, [&] { return mail_setflag(s_, "1:12", "\\Answered"), true; },
-       [&](const std::string& what, bool) { ExpectWhole(Open("Box"), what, true, 'A', all); }},
+       [&](const std::string& what, bool, bool) { ExpectWhole(Open("Box"), what, true, 'A', all); }},
       {"rebuild", [&] { fs::remove(dir_ + "/mh_cache.dat"); }, [&] { return Open("Box") != nullptr; },
-       [&](const std::string& what, bool ok) {
+       [&](const std::string& what, bool ok, bool) {
          if (!ok) {
            EXPECT_TRUE(Header(dir_).version == kMhIndexVersion || Header(dir_).version == 0) << what;
          }
          ExpectWhole(Open("Box"), what);
-       }},
+       },
+       {"rebuild-written"}},
       {"expunge",
        [&] {
          s_ = Open("Box");
          mail_setflag(s_, "6", "\\Deleted");
        },
        [&] { return mail_expunge(s_), s_->nmsgs == kCount - 1; },
-       [&](const std::string& what, bool ok) {
+       [&](const std::string& what, bool ok, bool) {
          MailStream* s = Open("Box");
          ASSERT_NE(s, nullptr) << what;
          std::map<unsigned long, std::string> want = flags_;
@@ -228,22 +333,26 @@ TEST_F(MhRecovery, AFailingDiskAtAnyStepOfAnyChangeLosesNothing) {
            want[6] = "-D---";
          }
          EXPECT_EQ(FlagMap(s), want) << what;
-       }},
+         for (unsigned long i = 1; i <= s->nmsgs; ++i)
+           EXPECT_EQ(DumpStructure(s, i), structures_[mail_elt(s, i)->file_number]) << what;
+       },
+       {"expunge-written", "expunge-marked", "expunge-unlinked", "expunge-cache-installed"}},
       {"queue applied at a check",
        [&] {
          s_ = Open("Box");
          for (int i = 0; i < 5; ++i) ASSERT_EQ(Append("Box", MakeMessage(20 + i, i % 2).text, "\\Flagged"), 1);
        },
        [&] { return mail_check(s_), s_->nmsgs == kCount + 5; },
-       [&](const std::string& what, bool) {
+       [&](const std::string& what, bool, bool) {
          // A queue applied part-way is applied again, over the same records.
          MailStream* s = Open("Box");
          ASSERT_NE(s, nullptr) << what;
          ASSERT_EQ(s->nmsgs, kCount + 5u) << what;
          for (auto& [n, flags] : FlagMap(s)) EXPECT_EQ(flags, n > kCount ? "--F--" : flags_[n]) << what << " " << n;
-       }},
+       },
+       {"update-appended", "update-committed"}},
       {"append", nullptr, [&] { return Append("Box", MakeMessage(40, false).text, "\\Seen") == 1; },
-       [&](const std::string& what, bool ok) {
+       [&](const std::string& what, bool ok, bool) {
          MailStream* s = Open("Box");
          ASSERT_NE(s, nullptr) << what;
          EXPECT_EQ(s->nmsgs, kCount + (ok ? 1u : 0u)) << what;
@@ -272,9 +381,20 @@ TEST_F(MhRecovery, AFailingDiskAtAnyStepOfAnyChangeLosesNothing) {
         }
         CloseAll();
         mail_env_clear();
-        op.check(what, ok);
+        op.check(what, ok, fired);
         if (!fired) break;
       }
+  for (const Op& op : ops)
+    for (const char* death : op.deaths) {
+      Restore();
+      if (op.prepare) op.prepare();
+      mh_set_crash_point_for_test(death);
+      const bool ok = op.run();
+      mh_set_crash_point_for_test(nullptr);
+      CloseAll();
+      mail_env_clear();
+      op.check(std::string(op.name) + ", dead at " + death, ok, true);
+    }
 }
 
 // A message file that is there but can't be opened now stops the rebuild:
@@ -311,53 +431,6 @@ TEST_F(MhRecovery, AFlagChangeThatCantBeWrittenSaysSo) {
   mail_env_clear();
   mail_setflag(s, "1", "\\Flagged");
   EXPECT_TRUE(ErrorSaid()) << Logs();
-}
-
-TEST_F(MhRecovery, DyingAtAnyStepLeavesAFolderThatOpensWhole) {
-  struct Case {
-    const char* step;
-    bool to_expunge;  // the step is the expunge's (else the check's)
-    bool expunged;    // message 6 is gone afterwards
-  } cases[] = {
-      {"expunge-written", true, false},  {"expunge-marked", true, false},
-      {"expunge-unlinked", true, true},  {"expunge-cache-installed", true, true},
-      {"update-appended", false, false}, {"update-committed", false, false},
-  };
-  MakeFolder();
-  for (const Case& c : cases) {
-    Restore();
-    MailStream* s = Open("Box");
-    ASSERT_NE(s, nullptr);
-    if (c.to_expunge) {
-      mail_setflag(s, "6", "\\Deleted");
-    } else {
-      ASSERT_EQ(Append("Box", MakeMessage(30, true).text, "\\Answered"), 1);
-    }
-    mh_set_crash_point_for_test(c.step);
-    if (c.to_expunge) {
-      mail_expunge(s);
-    } else {
-      mail_check(s);
-    }
-    mh_set_crash_point_for_test(nullptr);
-    Close(s);
-    mail_env_clear();
-    s = Open("Box");
-    ASSERT_NE(s, nullptr) << c.step << "\n" << Logs();
-    std::map<unsigned long, std::string> want = flags_;
-    if (c.to_expunge && c.expunged) want.erase(6);
-    if (c.to_expunge && !c.expunged) want[6] = "-D---";  // still there, still marked
-    std::map<unsigned long, std::string> got = FlagMap(s);
-    if (!c.to_expunge) {
-      // The appended message, once, with its flags.
-      EXPECT_GT(got.rbegin()->first, static_cast<unsigned long>(kCount)) << c.step;
-      EXPECT_EQ(got.rbegin()->second, "---A-") << c.step;
-      got.erase(std::prev(got.end()));
-    }
-    EXPECT_EQ(got, want) << c.step << "\n" << Logs();
-    for (unsigned long i = 1; i <= s->nmsgs; ++i)
-      EXPECT_NE(mail_fetchstructure(s, i, nullptr), nullptr) << c.step << " " << i;
-  }
 }
 
 TEST_F(MhRecovery, QueueRecordsForMessagesTheIndexHoldsAreSkipped) {
