@@ -292,6 +292,7 @@ class NewMessages {
 
   // The new names on disk, then their records in the queue.
   bool Queue() {
+    if (paths_.empty()) return true;
     if (!safe_sync_dir(dir_)) {
       Log(mail_format("Failed on write to message file %s - %s", paths_.back().c_str(), mh_error()), 2);
       return false;
