@@ -100,8 +100,7 @@ class MhRecovery : public MhTest {
   }
   std::string Pristine() const { return home_ + "/pristine"; }
   void CloseAll() {
-    for (MailStream*& s : streams_)
-      if (s) Close(s);
+    for (MailStream*& s : streams_) s = mail_close(s);
   }
 
   // Every message is there once, with its structure and file, and the
