@@ -37,16 +37,6 @@ bool IsInbox(const char* s) {
   return s[5] == '\0';
 }
 
-// Makes the rename that just happened in dir survive a crash.
-void SyncDirectory(const std::string& file) {
-  std::string::size_type slash = file.rfind('/');
-  std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
-  int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  ::fsync(fd);
-  ::close(fd);
-}
-
 }  // namespace
 
 void local_set_home(const char* dir) { Home() = WithoutTrailingSlashes(dir ? dir : ""); }
@@ -138,33 +128,80 @@ bool local_pattern_match(const char* name, const char* pattern, char delimiter) 
 // old file, and the rename of base.new replaces base.dat in one step.
 // Where the file system has no links, base.dat is renamed to base.bak
 // first; if the new file can't then take its place, the old one goes back.
-int file_install(const std::string& base) {
+// Something that is not a file where base.dat belongs (a FIFO) is no
+// backup worth keeping: the new file simply takes its place.
+int file_install(const std::string& base, SafeFileError* err) {
   const std::string dat = base + ".dat", bak = base + ".bak", fresh = base + ".new";
   ::unlink(bak.c_str());
   bool moved = false;
-  if (::link(dat.c_str(), bak.c_str()) != 0 && errno != ENOENT) moved = ::rename(dat.c_str(), bak.c_str()) == 0;
-  if (::rename(fresh.c_str(), dat.c_str()) != 0) {
+  struct stat st;
+  if (::lstat(dat.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::link(dat.c_str(), bak.c_str()) != 0)
+    moved = safe_rename(dat.c_str(), bak.c_str(), err);
+  if (!safe_rename(fresh.c_str(), dat.c_str(), err)) {
     const int error = errno;
-    if (moved) ::rename(bak.c_str(), dat.c_str());
+    if (moved) safe_rename(bak.c_str(), dat.c_str());
     errno = error;
     return 0;
   }
-  SyncDirectory(dat);
-  return 1;
+  return safe_sync_dir(safe_dir_of(dat), err) ? 1 : 0;
 }
 
-bool local_write_all(int fd, const std::string& text) {
-  const char* p = text.data();
-  size_t left = text.size();
-  while (left) {
-    const ssize_t n = ::write(fd, p, left);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = EIO;
-      return false;
-    }
-    p += n;
-    left -= static_cast<size_t>(n);
+int local_create_new(const std::string& path, SafeFileError* err) {
+  ::unlink(path.c_str());
+  return safe_create_exclusive(path.c_str(), 0600, err);
+}
+
+bool local_write_new(const std::string& path, std::string_view data, SafeFileError* err) {
+  const int fd = local_create_new(path, err);
+  if (fd < 0) return false;
+  bool ok = safe_write_all(fd, data.data(), data.size(), err) && safe_fsync(fd, err);
+  if (::close(fd) != 0 && ok) {
+    // NFS reports late write errors here.
+    if (err) *err = SafeFileError{kSafeWrite, errno};
+    ok = false;
   }
-  return true;
+  if (ok) return true;
+  const int error = errno;
+  ::unlink(path.c_str());
+  errno = error;
+  return false;
+}
+
+namespace {
+
+// A descriptor just opened without blocking, kept only if it is a file.
+int KeepIfFile(int fd, struct stat* st) {
+  struct stat own;
+  if (!st) st = &own;
+  if (fd < 0) return -1;
+  int error;
+  if (::fstat(fd, st) != 0) {
+    error = errno;
+  } else if (S_ISREG(st->st_mode)) {
+    return fd;
+  } else {
+    error = S_ISDIR(st->st_mode) ? EISDIR : kLocalNotAFile;
+  }
+  ::close(fd);
+  errno = error;
+  return -1;
+}
+
+}  // namespace
+
+int local_open_read(const std::string& path, struct stat* st) {
+  int fd;
+  do fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  while (fd < 0 && errno == EINTR);
+  return KeepIfFile(fd, st);
+}
+
+int local_open_update(const std::string& path, SafeFileError* err) {
+  const int fd = KeepIfFile(safe_open(path.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY, 0, err), nullptr);
+  if (fd < 0 && err && errno != err->error) *err = SafeFileError{kSafeOpen, errno};
+  return fd;
+}
+
+const char* local_strerror(int error) {
+  return error == kLocalNotAFile ? "Not a regular file" : std::strerror(error);
 }

@@ -13,8 +13,8 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string>
+#include <vector>
 
 #include "c-client/core/mail_core.h"
 #include "c-client/mh/mh_internal.h"
@@ -114,19 +114,34 @@ void SetBits(MessageElt* e, uint32_t bits, bool on) {
   if (bits & kMhDraft) e->draft = on;
 }
 
-void ChangeFlags(MailStream* stream, const char* sequence, const char* flags, bool on) {
-  if (!mh_local(stream)) return;
+// Changes the flags of the sequence's messages and writes each changed
+// record through, syncing the index once at the end. False, said to the
+// user, when a change could not be written: memory then holds what the
+// user asked for, the index what it could take.
+bool ChangeFlags(MailStream* stream, const char* sequence, const char* flags, bool on) {
+  MhLocal* local = mh_local(stream);
+  if (!local) return false;
   const uint32_t bits = mh_parse_flags(stream, flags);
-  if (!mail_sequence(stream, sequence)) return;
+  if (!mail_sequence(stream, sequence)) return false;
+  bool ok = true, wrote = false;
   for (unsigned long i = 1; i <= stream->nmsgs; ++i) {
     auto* elt = static_cast<MessageElt*>(mailcache(stream, i, CH_ELT));
     if (!elt || !elt->sequence) continue;
     const uint32_t before = mh_element_flags(elt);
     SetBits(elt, bits, on);
-    // A record is written only when its flags change: its time of change
-    // stays true.
-    if (mh_element_flags(elt) != before) mh_write_flags(stream, i);
+    // A record is written only when its flags change, so that its time of
+    // change stays true; after a failed write the rest are not tried, and
+    // the user hears of it once.
+    if (mh_element_flags(elt) != before && ok) {
+      ok = mh_write_flags(stream, i) != 0;
+      wrote = true;
+    }
   }
+  if (ok && wrote && !stream->rdonly && !safe_fsync(local->index_file)) {
+    Log(mail_format("Failed to write flags to MH cache index file - %s", mh_error()), 2);
+    ok = false;
+  }
+  return ok;
 }
 
 // --- Append ---------------------------------------------------------------
@@ -178,7 +193,7 @@ bool WriteSource(int fd, StringSource* s) {
       ++s->cursize;
     }
     const unsigned long n = std::min(s->cursize, size - done);
-    if (!mh_write(fd, s->curpos, n)) return false;
+    if (!safe_write_all(fd, s->curpos, n)) return false;
     s->curpos += n;
     s->cursize -= n;
     done += n;
@@ -200,49 +215,127 @@ int CreateMessage(const std::string& dir, uint32_t* number, std::string* path) {
     }
     ++*number;
     *path = mh_message_path(dir.c_str(), *number);
-    int fd = ::open(path->c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    // Read access too: the header's size is read back from the file.
+    int fd = safe_open(path->c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     if (fd >= 0 || errno != EEXIST) return fd;
   }
   errno = EEXIST;
   return -1;
 }
 
-// A new name in the directory lasts a crash only once the directory itself
-// is on disk.
-bool SyncDirectory(const std::string& dir) {
-  int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool ok = mh_fsync(fd);
-  ::close(fd);
-  return ok;
+// The target of an append or a copy must be a folder; the reason it is not
+// goes to the user.
+bool AppendTarget(MailStream* stream, const char* mailbox) {
+  if (mh_valid_name(mailbox, false)) return true;
+  if (errno == ENOENT) {
+    mm_notify(stream, "[TRYCREATE] Must create mailbox before append", 0);
+  } else if (errno == EINVAL) {
+    Log(mail_format("Invalid MH-format mailbox name: %s", mailbox), 2);
+  } else {
+    Log(mail_format("Not an MH-format mailbox: %s", mailbox), 2);
+  }
+  return false;
 }
+
+// The message files of one append or one copy: written and synced one by
+// one, then queued together in one write. Until then they are nobody's,
+// and a failure anywhere removes them all, so that no part of a copy is
+// left behind for a retry to duplicate.
+class NewMessages {
+ public:
+  explicit NewMessages(const char* mailbox) : mailbox_(mailbox), dir_(mh_path(mailbox)) {}
+  NewMessages(const NewMessages&) = delete;
+  NewMessages& operator=(const NewMessages&) = delete;
+  ~NewMessages() {
+    if (queued_ || paths_.empty()) return;
+    for (const std::string& path : paths_) ::unlink(path.c_str());
+    safe_sync_dir(dir_);
+  }
+
+  // Writes one message with the given flags; false, reported, on failure.
+  bool Write(StringSource* message, uint32_t bits) {
+    uint32_t number = 0;
+    if (!HighestNumber(dir_, &number)) {
+      Log(mail_format("Not an MH-format mailbox: %s", mailbox_), 2);
+      return false;
+    }
+    std::string path;
+    const int fd = CreateMessage(dir_, &number, &path);
+    if (fd < 0) {
+      Log(mail_format("Failed to open mailbox file %s to append message - %s", path.c_str(), mh_error()), 2);
+      return false;
+    }
+    Numbers() = NumberMemory{dir_, number};
+    paths_.push_back(path);
+    // A message that isn't wholly on disk is not kept.
+    if (!WriteSource(fd, message) || !safe_fsync(fd)) {
+      Log(mail_format("Failed on write to message file %s - %s", path.c_str(), mh_error()), 2);
+      ::close(fd);
+      return false;
+    }
+    struct stat st;
+    MhIndexRecord r;
+    const int made = ::fstat(fd, &st) == 0 && ::lseek(fd, 0, SEEK_SET) == 0
+                         ? mh_new_record_open(fd, st, dir_.c_str(), number, bits, &r)
+                         : -1;
+    ::close(fd);
+    if (made == 0) {
+      // Nothing that reads as a message, or a file too large.
+      Log(mail_format("Failed on write to message file %s - %s", path.c_str(), "no message header"), 2);
+    }
+    if (made <= 0) return false;
+    uint8_t bytes[kMhRecordSize];
+    mh_encode_record(r, bytes);
+    records_.append(reinterpret_cast<char*>(bytes), sizeof bytes);
+    return true;
+  }
+
+  // The new names on disk, then their records in the queue.
+  bool Queue() {
+    if (paths_.empty()) return true;
+    if (!safe_sync_dir(dir_)) {
+      Log(mail_format("Failed on write to message file %s - %s", paths_.back().c_str(), mh_error()), 2);
+      return false;
+    }
+    if (!mh_queue_records(dir_, records_)) {
+      Log(mail_format("Failed to open MH cache index update file - %s", mh_error()), 2);
+      return false;
+    }
+    queued_ = true;
+    return true;
+  }
+
+ private:
+  const char* mailbox_;
+  std::string dir_;
+  std::vector<std::string> paths_;
+  std::string records_;
+  bool queued_ = false;
+};
 
 }  // namespace
 
-// One write with O_APPEND, so that writers in other processes never
-// interleave.
-bool mh_queue_record(const std::string& dir, const MhIndexRecord& r) {
-  const std::string queue_path = mh_file(dir.c_str(), "mh_updat.dat");
-  int fd = ::open(queue_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
-  uint8_t bytes[kMhRecordSize];
-  mh_encode_record(r, bytes);
+bool mh_queue_records(const std::string& dir, const std::string& records) {
+  const std::string path = mh_file(dir.c_str(), "mh_updat.dat");
   struct stat st;
-  const off_t before = ::fstat(fd, &st) == 0 ? st.st_size : -1;
-  bool ok = mh_write(fd, bytes, sizeof bytes) && mh_fsync(fd) && (before != 0 || SyncDirectory(dir));
-  if (!ok) {
-    const int error = errno;
-    // Half a record would shift every later one: take it back unless
-    // someone else has written since.
-    if (before >= 0 && ::fstat(fd, &st) == 0 && st.st_size > before &&
-        st.st_size < before + static_cast<off_t>(kMhRecordSize)) {
-      const int ignored = ::ftruncate(fd, before);
-      (void)ignored;
-    }
-    errno = error;
+  const bool exists = ::stat(path.c_str(), &st) == 0;
+  // Opening a FIFO for writing waits for a reader that never comes.
+  if (exists && !S_ISREG(st.st_mode)) {
+    errno = kLocalNotAFile;
+    return false;
   }
-  ::close(fd);
-  return ok;
+  const off_t before = exists ? st.st_size : 0;
+  if (safe_append_record(path, records.data(), records.size(), 0600)) return true;
+  // Records written whole but not synced would name messages that go with
+  // the failure: they are taken back, unless another writer has appended
+  // since.
+  const int error = errno;
+  if (::stat(path.c_str(), &st) == 0 && st.st_size == before + static_cast<off_t>(records.size())) {
+    const int ignored = ::truncate(path.c_str(), before);
+    (void)ignored;
+  }
+  errno = error;
+  return false;
 }
 
 // --- Slots --------------------------------------------------------------------
@@ -334,18 +427,7 @@ void mh_clearflag(MailStream* stream, const char* sequence, const char* flags) {
 
 long mh_append(MailStream* stream, const char* mailbox, const char* flags, const char* date, StringSource* message) {
   // The core asks with nothing at all whether we would take anything.
-  if (!mailbox) return 0;
-  if (!mh_valid_name(mailbox, false)) {
-    if (errno == ENOENT) {
-      mm_notify(stream, "[TRYCREATE] Must create mailbox before append", 0);
-    } else if (errno == EINVAL) {
-      Log(mail_format("Invalid MH-format mailbox name: %s", mailbox), 2);
-    } else {
-      Log(mail_format("Not an MH-format mailbox: %s", mailbox), 2);
-    }
-    return 0;
-  }
-  if (!message) return 0;
+  if (!mailbox || !AppendTarget(stream, mailbox) || !message) return 0;
   // The date is checked, then the file's own time becomes the internal date.
   if (date) {
     MessageElt elt{};
@@ -354,87 +436,43 @@ long mh_append(MailStream* stream, const char* mailbox, const char* flags, const
       return 0;
     }
   }
-  const uint32_t bits = flags ? mh_parse_flags(stream, flags) : 0;
-  const std::string dir = mh_path(mailbox);
-  uint32_t number = 0;
-  if (!HighestNumber(dir, &number)) {
-    Log(mail_format("Not an MH-format mailbox: %s", mailbox), 2);
-    return 0;
-  }
-  std::string path;
-  int fd = CreateMessage(dir, &number, &path);
-  if (fd < 0) {
-    Log(mail_format("Failed to open mailbox file %s to append message - %s", path.c_str(), mh_error()), 2);
-    return 0;
-  }
-  NumberMemory& memory = Numbers();
-  memory.dir = dir;
-  memory.last = number;
-  // A message that isn't wholly on disk is not kept.
-  if (!WriteSource(fd, message) || !mh_fsync(fd) || !SyncDirectory(dir)) {
-    Log(mail_format("Failed on write to message file %s - %s", path.c_str(), mh_error()), 2);
-    ::close(fd);
-    ::unlink(path.c_str());
-    return 0;
-  }
-  struct stat st;
-  MhIndexRecord r;
-  const bool have_record = ::fstat(fd, &st) == 0 && ::lseek(fd, 0, SEEK_SET) == 0 &&
-                           mh_new_record_open(fd, st, dir.c_str(), number, bits, &r);
-  ::close(fd);
-  if (!have_record) {
-    errno = EINVAL;  // nothing that reads as a message, or a file too large
-    Log(mail_format("Failed on write to message file %s - %s", path.c_str(), "no message header"), 2);
-    ::unlink(path.c_str());
-    return 0;
-  }
-  if (!mh_queue_record(dir, r)) {
-    Log(mail_format("Failed to open MH cache index update file - %s", mh_error()), 2);
-    ::unlink(path.c_str());
-    return 0;
-  }
-  return 1;
+  NewMessages added(mailbox);
+  return added.Write(message, flags ? mh_parse_flags(stream, flags) : 0) && added.Queue() ? 1 : 0;
 }
 
 long mh_copy(MailStream* stream, const char* sequence, const char* mailbox) {
   MhLocal* local = mh_local(stream);
-  if (!local || !mail_sequence(stream, sequence)) return 0;
-  auto file = std::make_unique<FileText>();
+  if (!local || !mail_sequence(stream, sequence) || !AppendTarget(stream, mailbox)) return 0;
+  NewMessages copies(mailbox);
+  FileText file{};
   for (unsigned long i = 1; i <= stream->nmsgs; ++i) {
     auto* elt = static_cast<MessageElt*>(mailcache(stream, i, CH_ELT));
     if (!elt || !elt->sequence) continue;
     const std::string path = mh_message_path(local->path, static_cast<uint32_t>(elt->file_number));
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat st;
-    if (fd < 0 || ::fstat(fd, &st) != 0) {
+    const int fd = local_open_read(path, &st);
+    if (fd < 0) {
       Log(mail_format("Failed to open MH message file: %s - %s", path.c_str(), mh_error()), 2);
-      if (fd >= 0) ::close(fd);
       return 0;
     }
-    file->fd = fd;
-    file->start = 0;
+    file.fd = fd;
+    file.start = 0;
     StringSource source;
-    string_init(&source, &file_string, file.get(), static_cast<unsigned long>(st.st_size));
-    std::string flags = "(";
-    if (elt->seen) flags += "\\Seen ";
-    if (elt->deleted) flags += "\\Deleted ";
-    if (elt->flagged) flags += "\\Flagged ";
-    if (elt->answered) flags += "\\Answered ";
-    if (elt->draft) flags += "\\Draft ";
-    flags += ")";
-    char date[kMailDateSize];
-    mail_date(date, elt);
-    const long ok = mh_append(stream, mailbox, flags.c_str(), date, &source);
+    string_init(&source, &file_string, &file, static_cast<unsigned long>(st.st_size));
+    const bool written = copies.Write(&source, mh_element_flags(elt));
     ::close(fd);
-    if (!ok) return 0;
+    if (!written) return 0;
   }
-  return 1;
+  return copies.Queue() ? 1 : 0;
 }
 
+// A move whose copies are whole has happened: marks that can't then be
+// written are said to the user, and the messages stay marked in memory, so
+// that an expunge in this session removes them. A move whose copy failed
+// marks nothing.
 long mh_move(MailStream* stream, const char* sequence, const char* mailbox) {
-  // Only what reached the other folder is marked for deletion here.
   if (!mh_copy(stream, sequence, mailbox)) return 0;
-  mh_setflag(stream, sequence, "\\Deleted ");
+  ChangeFlags(stream, sequence, "\\Deleted", true);
   return 1;
 }
 

@@ -66,9 +66,8 @@ uint32_t mh_parse_flags(MailStream* stream, const char* list);
 
 // --- For tests ---------------------------------------------------------------
 
-// After `writes` more successful writes by the driver, every write fails
-// with ENOSPC (a full disk); a negative count turns failures off.
-void mh_set_write_failure_for_test(long writes);
+// Failing writes, syncs, opens and renames: safe_fail_from_for_test of
+// rclib/safe_file.h.
 // Makes the driver stop dead at the named step, as if the process had been
 // killed there: descriptors are dropped and nothing is cleaned up. Steps:
 // "expunge-written", "expunge-marked", "expunge-unlinked",

@@ -1,6 +1,6 @@
 // The mh folder's cache files: opening them, bringing the stream up to date
-// (ping and check, with the update queue), the corruption mark, flags
-// written through to the index, and the rebuild from the message files.
+// (ping and check, with the update queue), the corruption mark, and flags
+// written through to the index. The rebuild is in mh_rebuild.cc.
 //
 // What keeps a folder whole when the program dies or the disk fills:
 // - Rewrites (rebuild, expunge) go to .new files, fsync'ed, then installed.
@@ -12,7 +12,10 @@
 //   and the header is written last: a queue applied part-way is simply
 //   applied again, over the same records. A queue record for a message the
 //   index already holds (stopped after the header, before the queue was
-//   deleted) is skipped.
+//   deleted) is skipped. The queue goes only once what it brought is synced.
+// - Every count a file gives is bounded by what the file can hold, and
+//   records are read in 64 KB pieces: a damaged or hostile file costs time
+//   and memory in proportion to the messages, never to its size.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -23,6 +26,7 @@
 #include <cstring>
 #include <ctime>
 #include <unordered_set>
+#include <vector>
 
 #include "c-client/mh/local_paths.h"
 #include "c-client/core/mail_core.h"
@@ -33,14 +37,17 @@ namespace {
 
 constexpr uint32_t kKnownFlags = kMhSeen | kMhDeleted | kMhFlagged | kMhAnswered | kMhDraft;
 constexpr size_t kRecordsPerChunk = kMhIoChunk / kMhRecordSize;
-// An index record file beyond this many records is not believed.
-constexpr uint64_t kMaxRecords = 50'000'000;
 
 void Log(const std::string& text, long level) { mm_log(text.c_str(), level); }
 
-bool Exists(const std::string& path) {
+// Whether a file stands at path. Something else there (a FIFO, a
+// directory) is reported with the caller's text and taken as damage.
+bool IsFile(const std::string& path, const char* failure) {
   struct stat st;
-  return ::stat(path.c_str(), &st) == 0;
+  if (::stat(path.c_str(), &st) != 0) return false;
+  if (S_ISREG(st.st_mode)) return true;
+  Log(mail_format(failure, path.c_str(), local_strerror(S_ISDIR(st.st_mode) ? EISDIR : kLocalNotAFile)), 2);
+  return false;
 }
 
 uint64_t FileSize(int fd) {
@@ -79,42 +86,37 @@ bool Crash(MhLocal* local, const char* step) {
 // applied (by a check stopped before it could delete the queue) from a new
 // one. Appends take numbers above every message there, so the index's last
 // records settle almost every question; only a number no higher than
-// theirs makes the whole index be read.
+// theirs makes the whole index be read. Four bytes a record.
 class IndexNumbers {
  public:
   IndexNumbers(int index_fd, uint32_t nmsgs, uint64_t tail) : fd_(index_fd), nmsgs_(nmsgs) {
-    Read(nmsgs > tail ? nmsgs - tail + 1 : 1);
-    for (uint32_t n : numbers_) tail_max_ = std::max(tail_max_, n);
+    Read(nmsgs > tail ? nmsgs - tail : 0);
+    if (!numbers_.empty()) tail_max_ = numbers_.back();
   }
-  // True the first time a number is offered that the index doesn't hold.
-  bool Add(uint32_t number) {
+  bool Holds(uint32_t number) {
     if (number <= tail_max_ && !whole_) {
       whole_ = true;
-      Read(1);
+      Read(0);
     }
-    return numbers_.insert(number).second;
+    return std::binary_search(numbers_.begin(), numbers_.end(), number);
   }
 
  private:
-  void Read(uint64_t first) {
-    std::vector<uint8_t> chunk(kRecordsPerChunk * kMhRecordSize);
-    for (uint64_t i = first; i <= nmsgs_;) {
-      const uint64_t n = std::min<uint64_t>(nmsgs_ - i + 1, kRecordsPerChunk);
-      if (!mh_pread(fd_, chunk.data(), n * kMhRecordSize, mh_record_offset(i))) break;
-      for (uint64_t k = 0; k < n; ++k) {
-        MhIndexRecord r;
-        mh_decode_record(chunk.data() + k * kMhRecordSize, &r);
-        numbers_.insert(r.number);
-      }
-      i += n;
-    }
+  // The numbers of the records after the first `skip`.
+  void Read(uint64_t skip) {
+    numbers_.clear();
+    MhRecordReader reader(fd_, mh_record_offset(skip + 1), nmsgs_ - skip);
+    MhIndexRecord r;
+    while (reader.Next(&r))
+      if (r.number) numbers_.push_back(r.number);
+    std::sort(numbers_.begin(), numbers_.end());
   }
 
   int fd_;
   uint32_t nmsgs_;
   uint32_t tail_max_ = 0;
   bool whole_ = false;
-  std::unordered_set<uint32_t> numbers_;
+  std::vector<uint32_t> numbers_;
 };
 
 // Applies one queued record: the message's structure to the cache, its
@@ -123,7 +125,8 @@ class IndexNumbers {
 // 1 applied, 0 skipped (no such message), -1 failed.
 int ApplyOne(MhLocal* local, const MhIndexRecord& queued, unsigned long at) {
   MhIndexRecord r;
-  if (!mh_new_record(local->path, queued.number, queued.flags, &r)) return 0;
+  const int made = mh_new_record(local->path, queued.number, queued.flags, &r);
+  if (made <= 0) return made;
   r.flags = queued.flags;
   r.user_flags = queued.user_flags;
   r.changed = queued.changed;
@@ -155,113 +158,109 @@ enum class QueueResult { kApplied, kFailed, kDamaged };
 QueueResult ApplyQueue(MailStream* stream, MhIndexHeader* h) {
   MhLocal* local = mh_local(stream);
   const std::string queue_path = QueuePath(local);
-  int queue = ::open(queue_path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat st;
+  const int queue = local_open_read(queue_path, &st);
   if (queue < 0) {
     if (errno == ENOENT) return QueueResult::kApplied;
+    const bool damaged = mh_not_a_message(errno);
     Log(mail_format("Failed to open MH cache update file - %s", mh_error()), 2);
-    return QueueResult::kFailed;
+    return damaged ? QueueResult::kDamaged : QueueResult::kFailed;
   }
-  uint64_t size = FileSize(queue);
-  if (size % kMhRecordSize != 0) {
-    // A record written part-way shifts every one after it: the queue can't
-    // be read. The rebuild finds its messages as files.
+  // A record written part-way shifts every one after it, and a queue longer
+  // than any folder is no queue: the rebuild finds their messages as files.
+  auto readable = [](uint64_t size) { return size % kMhRecordSize == 0 && size / kMhRecordSize <= kMhMaxRecords; };
+  uint64_t size = static_cast<uint64_t>(st.st_size);
+  if (!readable(size)) {
     ::close(queue);
     return QueueResult::kDamaged;
   }
-  IndexNumbers seen(local->index_file, h->nmsgs, size / kMhRecordSize);
+  IndexNumbers in_index(local->index_file, h->nmsgs, size / kMhRecordSize);
+  std::unordered_set<uint32_t> applied_numbers;  // each a message file
   uint32_t applied = 0;
-  uint64_t done = 0;
-  std::vector<uint8_t> chunk(kRecordsPerChunk * kMhRecordSize);
+  MhRecordReader reader(queue, 0, size / kMhRecordSize);
+  MhIndexRecord queued;
   bool ok = true;
-  while (ok && done < size) {
-    const size_t want = static_cast<size_t>(std::min<uint64_t>(size - done, chunk.size()));
-    if (!mh_pread(queue, chunk.data(), want, static_cast<off_t>(done))) {
-      Log(mail_format("Failed to open MH cache update file - %s", mh_error()), 2);
-      ok = false;
-      break;
+  while (ok) {
+    if (!reader.Next(&queued)) {
+      if (reader.failed()) {
+        Log(mail_format("Failed to open MH cache update file - %s", mh_error()), 2);
+        ok = false;
+      }
+      // Appenders may have added records meanwhile: read on to the end.
+      const uint64_t now = FileSize(queue);
+      if (!ok || now <= size || !readable(now)) break;
+      size = now;
+      reader.Extend(size / kMhRecordSize);
+      continue;
     }
-    for (size_t k = 0; ok && k + kMhRecordSize <= want; k += kMhRecordSize) {
-      MhIndexRecord queued;
-      mh_decode_record(chunk.data() + k, &queued);
-      if (queued.number == 0 || !seen.Add(queued.number)) continue;
-      if (uint64_t{h->nmsgs} + applied + 1 > kMaxRecords) continue;
-      int result = ApplyOne(local, queued, h->nmsgs + applied + 1);
-      if (result < 0) ok = false;
-      if (result > 0) ++applied;
-    }
-    done += want;
-    // Appenders may have added records meanwhile: read on to the end.
-    if (done == size) {
-      uint64_t now = FileSize(queue);
-      if (now > size && now % kMhRecordSize == 0) size = now;
+    if (queued.number == 0 || applied_numbers.count(queued.number) || in_index.Holds(queued.number)) continue;
+    if (uint64_t{h->nmsgs} + applied + 1 > kMhMaxRecords) continue;
+    const int result = ApplyOne(local, queued, h->nmsgs + applied + 1);
+    if (result < 0) ok = false;
+    if (result > 0) {
+      ++applied;
+      applied_numbers.insert(queued.number);
     }
   }
   ::close(queue);
   if (!ok || Crash(local, "update-appended")) return QueueResult::kFailed;
-  h->nmsgs += applied;
-  h->recent += applied;
-  if (applied && !mh_write_header(local->index_file, *h)) {
-    Log(mail_format("Failed to append to MH cache index file - %s", mh_error()), 2);
-    h->nmsgs -= applied;
-    h->recent -= applied;
-    return QueueResult::kFailed;
+  if (applied) {
+    MhIndexHeader after = *h;
+    after.nmsgs += applied;
+    after.recent += applied;
+    if (!mh_write_header(local->index_file, after) || !safe_fsync(local->cache_file) ||
+        !safe_fsync(local->index_file)) {
+      Log(mail_format("Failed to append to MH cache index file - %s", mh_error()), 2);
+      return QueueResult::kFailed;
+    }
+    *h = after;
   }
   if (Crash(local, "update-committed")) return QueueResult::kFailed;
   ::unlink(queue_path.c_str());
   return QueueResult::kApplied;
 }
 
-// Reads the records the stream has not seen, in large sequential reads,
-// and fills their elements. A record that can't be right stops the read:
-// *insane then says so, and the caller decides what to do.
+// Reads the records the stream has not seen and fills their elements. The
+// element array grows as records prove sound, never by the header's count
+// alone. A record that can't be right, or a hole where records should be,
+// stops the read: *insane then says so, and the caller decides what to do.
 bool ReadRecords(MailStream* stream, uint32_t nmsgs, unsigned long* filled, bool* insane) {
   MhLocal* local = mh_local(stream);
   const uint64_t cache_size = FileSize(local->cache_file);
-  std::vector<uint8_t> chunk(kRecordsPerChunk * kMhRecordSize);
-  unsigned long i = stream->nmsgs + 1;
+  const unsigned long first = stream->nmsgs + 1;
   *filled = stream->nmsgs;
-  // The element array grows once, not once a message.
-  if (nmsgs > stream->nmsgs) mailcache(stream, nmsgs, CH_SIZE);
-  while (i <= nmsgs) {
-    const size_t n = std::min<size_t>(nmsgs - i + 1, kRecordsPerChunk);
-    if (!mh_pread(local->index_file, chunk.data(), n * kMhRecordSize, mh_record_offset(i))) {
-      *insane = true;
-      return false;
-    }
-    for (size_t k = 0; k < n; ++k, ++i) {
-      MhIndexRecord r;
-      mh_decode_record(chunk.data() + k * kMhRecordSize, &r);
-      if (!mh_record_sane(r, cache_size)) {
-        *insane = true;
-        return false;
-      }
-      mh_fill_element(stream, i, r, local->last_seen);
-      *filled = i;
-    }
+  MhRecordReader reader(local->index_file, mh_record_offset(first), nmsgs >= first ? nmsgs - first + 1 : 0);
+  MhIndexRecord r;
+  uint64_t place;
+  while (reader.Next(&r, &place)) {
+    const unsigned long msgno = first + static_cast<unsigned long>(place);
+    if (msgno != *filled + 1 || !mh_record_sane(r, cache_size)) break;
+    if (place % kRecordsPerChunk == 0)
+      mailcache(stream, std::min<unsigned long>(nmsgs, msgno + kRecordsPerChunk - 1), CH_SIZE);
+    mh_fill_element(stream, msgno, r, local->last_seen);
+    *filled = msgno;
   }
-  return true;
+  *insane = *filled != nmsgs;
+  return !*insane;
 }
 
 // How old a message file must be before a check takes it from another
 // program: younger ones may still be being written.
 constexpr time_t kForeignFileSettle = 2;
 
-// Numbers already waiting in the queue.
-std::vector<uint32_t> QueuedNumbers(const std::string& queue_path) {
-  std::vector<uint32_t> numbers;
-  int fd = ::open(queue_path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return numbers;
-  const uint64_t size = FileSize(fd);
-  std::vector<uint8_t> bytes(static_cast<size_t>(std::min<uint64_t>(size, kMaxRecords * kMhRecordSize)));
-  if (!bytes.empty() && mh_pread(fd, bytes.data(), bytes.size(), 0))
-    for (size_t k = 0; k + kMhRecordSize <= bytes.size(); k += kMhRecordSize) {
-      MhIndexRecord r;
-      mh_decode_record(bytes.data() + k, &r);
-      numbers.push_back(r.number);
-    }
+// Those of the numbers (sorted) already waiting in the queue.
+std::vector<uint32_t> QueuedAmong(const std::string& queue_path, const std::vector<uint32_t>& numbers) {
+  std::vector<uint32_t> queued;
+  struct stat st;
+  const int fd = local_open_read(queue_path, &st);
+  if (fd < 0) return queued;
+  MhRecordReader reader(fd, 0, std::min<uint64_t>(static_cast<uint64_t>(st.st_size) / kMhRecordSize, kMhMaxRecords));
+  MhIndexRecord r;
+  while (reader.Next(&r))
+    if (std::binary_search(numbers.begin(), numbers.end(), r.number)) queued.push_back(r.number);
   ::close(fd);
-  std::sort(numbers.begin(), numbers.end());
-  return numbers;
+  std::sort(queued.begin(), queued.end());
+  return queued;
 }
 
 // The ping proper. opening: an index that lies about the cache is reported
@@ -273,16 +272,8 @@ long Sync(MailStream* stream, bool opening, bool* insane) {
   MhLocal* local = mh_local(stream);
   if (!local || local->index_file < 0 || local->cache_file < 0) return 0;
   MhIndexHeader h;
-  if (!mh_read_header(local->index_file, &h) || h.version != kMhIndexVersion) {
-    if (opening) {
-      *insane = true;
-    } else {
-      mh_corrupt(stream);
-    }
-    return 0;
-  }
-  // Records the file can't hold: the header lies.
-  if (uint64_t{h.nmsgs} * kMhRecordSize + kMhHeaderSize > FileSize(local->index_file)) {
+  // Another version, or records the file can't hold: the header lies.
+  if (!mh_read_header(local->index_file, &h) || !mh_header_fits(h, FileSize(local->index_file))) {
     if (opening) {
       *insane = true;
     } else {
@@ -292,7 +283,7 @@ long Sync(MailStream* stream, bool opening, bool* insane) {
   }
   mh_queue_foreign_files(local, h);
   struct stat st;
-  if (::stat(QueuePath(local).c_str(), &st) == 0 && st.st_size > 0) {
+  if (::stat(QueuePath(local).c_str(), &st) == 0 && (st.st_size > 0 || !S_ISREG(st.st_mode))) {
     // A queue that can't be applied now is tried again at the next check;
     // what the index holds is still good.
     QueueResult q = ApplyQueue(stream, &h);
@@ -321,98 +312,15 @@ long Sync(MailStream* stream, bool opening, bool* insane) {
   return 1;
 }
 
-// --- Rebuild ---------------------------------------------------------------
-
-// Records of the old index, its backup and the queue, by number: where the
-// flags of a message survive a rebuild. The index's own record of a number
-// is the message's; a backup's or the queue's is believed only for a file
-// of the size it gives, since a number freed by an expunge is given out
-// again to the next message appended.
-struct OldRecord {
-  MhIndexRecord record;
-  bool from_index;
-};
-
-struct OldRecords {
-  bool have_header = false;
-  MhIndexHeader header{};
-  std::vector<OldRecord> records;  // by number; for one number, index first
-
-  const MhIndexRecord* Find(uint32_t number, uint64_t file_size) const {
-    auto it = std::lower_bound(records.begin(), records.end(), number,
-                               [](const OldRecord& a, uint32_t n) { return a.record.number < n; });
-    for (; it != records.end() && it->record.number == number; ++it)
-      if (it->from_index || it->record.size == file_size) return &it->record;
-    return nullptr;
-  }
-};
-
-void ReadRecordFile(int fd, uint64_t from, bool from_index, std::vector<OldRecord>* out) {
-  const uint64_t size = FileSize(fd);
-  if (size <= from) return;
-  const uint64_t count = std::min<uint64_t>((size - from) / kMhRecordSize, kMaxRecords);
-  std::vector<uint8_t> chunk(kRecordsPerChunk * kMhRecordSize);
-  for (uint64_t i = 0; i < count;) {
-    const uint64_t n = std::min<uint64_t>(count - i, kRecordsPerChunk);
-    if (!mh_pread(fd, chunk.data(), n * kMhRecordSize, static_cast<off_t>(from + i * kMhRecordSize))) return;
-    for (uint64_t k = 0; k < n; ++k) {
-      OldRecord r{{}, from_index};
-      mh_decode_record(chunk.data() + k * kMhRecordSize, &r.record);
-      if (r.record.number) out->push_back(r);
-    }
-    i += n;
-  }
-}
-
-OldRecords ReadOldRecords(const MhLocal* local) {
-  OldRecords old;
-  for (const char* name : {"mh_index.dat", "mh_index.bak"}) {
-    int fd = ::open(mh_file(local->path, name).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) continue;
-    MhIndexHeader header;
-    if (mh_read_header(fd, &header)) {
-      if (!old.have_header) old.header = header;
-      old.have_header = true;
-      ReadRecordFile(fd, kMhHeaderSize, std::strcmp(name, "mh_index.dat") == 0, &old.records);
-    }
-    ::close(fd);
-  }
-  int queue = ::open(QueuePath(local).c_str(), O_RDONLY | O_CLOEXEC);
-  if (queue >= 0) {
-    if (FileSize(queue) % kMhRecordSize == 0) ReadRecordFile(queue, 0, false, &old.records);
-    ::close(queue);
-  }
-  std::stable_sort(old.records.begin(), old.records.end(),
-                   [](const OldRecord& a, const OldRecord& b) { return a.record.number < b.record.number; });
-  return old;
-}
-
-bool ListMessages(const char* dir, std::vector<uint32_t>* numbers) {
-  DIR* d = ::opendir(dir);
-  if (!d) {
-    Log(mail_format("Failed to open folder directory %s - %s", dir, mh_error()), 2);
-    return false;
-  }
-  numbers->reserve(100);
-  while (struct dirent* e = ::readdir(d)) {
-    uint32_t n;
-    if (mh_message_number(e->d_name, &n)) numbers->push_back(n);
-  }
-  ::closedir(d);
-  std::sort(numbers->begin(), numbers->end());
-  return true;
-}
-
 }  // namespace
 
 // --- Records and elements -------------------------------------------------
 
 void mh_corrupt(MailStream* stream) {
   MhLocal* local = mh_local(stream);
-  if (local && local->index_file >= 0) {
-    static const uint8_t kZero[4] = {};
-    mh_pwrite(local->index_file, kZero, sizeof kZero, 0);
-  }
+  // A mark that can't be written leaves records that the next read finds
+  // wrong again; the user hears of the damage either way.
+  if (local && local->index_file >= 0) mh_mark_untrusted(local->index_file);
   mm_notify(stream, "MH mailbox - intermediate cache is corrupt!", 2);
 }
 
@@ -453,7 +361,11 @@ long mh_write_flags(MailStream* stream, unsigned long msgno) {
   MhLocal* local = mh_local(stream);
   // A read-only stream changes flags in memory only.
   if (!local || stream->rdonly) return 1;
-  if (local->index_file < 0) return 0;  // closed by a failed expunge
+  if (local->index_file < 0) {
+    // Closed by a failed expunge: the change can't be kept.
+    Log("Failed to write flags to MH cache index file - the mailbox cache is closed", 2);
+    return 0;
+  }
   MessageElt* elt = mail_elt(stream, msgno);
   MhIndexRecord r;
   // Written only over the message's own record, never another's.
@@ -472,17 +384,17 @@ long mh_write_flags(MailStream* stream, unsigned long msgno) {
   return 1;
 }
 
-bool mh_new_record_open(int fd, const struct stat& st, const char* dir, uint32_t number, uint32_t flags,
-                        MhIndexRecord* record) {
+int mh_new_record_open(int fd, const struct stat& st, const char* dir, uint32_t number, uint32_t flags,
+                       MhIndexRecord* record) {
   if (static_cast<uint64_t>(st.st_size) > UINT32_MAX) {
     errno = EFBIG;
     Log(mail_format("Failed to stat MH message file - %s", mh_error()), 2);
-    return false;
+    return 0;
   }
-  long header_size = rfc822_header_size(fd);
-  // An empty message (or one that can't be read) has no header: it is not
-  // counted, and its file stays.
-  if (header_size <= 0) return false;
+  // An empty message has no header: it is not counted, and its file stays.
+  // A read error is reported by the reader.
+  const long header_size = rfc822_header_size(fd);
+  if (header_size <= 0) return header_size < 0 ? -1 : 0;
   *record = MhIndexRecord{};
   record->number = number;
   record->mtime = static_cast<uint32_t>(std::max<time_t>(st.st_mtime, 0));
@@ -490,37 +402,37 @@ bool mh_new_record_open(int fd, const struct stat& st, const char* dir, uint32_t
   record->header_size = static_cast<uint32_t>(header_size);
   record->flags = flags;
   // Older versions and other tools kept a message's flags beside it.
-  std::string status = mh_message_path(dir, number) + ".st";
-  int sfd = ::open(status.c_str(), O_RDONLY | O_CLOEXEC);
-  if (sfd >= 0) {
-    uint8_t bytes[8];
-    if (mh_pread(sfd, bytes, sizeof bytes, 0)) {
-      record->flags = uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 |
-                      uint32_t{bytes[3]} << 24;
-      record->user_flags = uint32_t{bytes[4]} | uint32_t{bytes[5]} << 8 | uint32_t{bytes[6]} << 16 |
-                           uint32_t{bytes[7]} << 24;
-    }
-    ::close(sfd);
+  const std::string status = mh_message_path(dir, number) + ".st";
+  const int sfd = local_open_read(status);
+  if (sfd < 0) {
+    const int error = errno;
+    if (error == ENOENT) return 1;
+    Log(mail_format("Failed to open MH message file: %s - %s", status.c_str(), local_strerror(error)), 2);
+    return mh_not_a_message(error) ? 1 : -1;
   }
-  return true;
+  uint8_t bytes[8];
+  if (mh_pread(sfd, bytes, sizeof bytes, 0)) {
+    record->flags = uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
+    record->user_flags =
+        uint32_t{bytes[4]} | uint32_t{bytes[5]} << 8 | uint32_t{bytes[6]} << 16 | uint32_t{bytes[7]} << 24;
+  }
+  ::close(sfd);
+  return 1;
 }
 
-bool mh_new_record(const char* dir, uint32_t number, uint32_t flags, MhIndexRecord* record) {
-  std::string path = mh_message_path(dir, number);
+int mh_new_record(const char* dir, uint32_t number, uint32_t flags, MhIndexRecord* record) {
+  const std::string path = mh_message_path(dir, number);
   struct stat st;
-  if (::stat(path.c_str(), &st) != 0) {
-    Log(mail_format("Failed to stat MH message file - %s", mh_error()), 2);
-    return false;
-  }
-  if (!S_ISREG(st.st_mode)) return false;
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = local_open_read(path, &st);
   if (fd < 0) {
-    Log(mail_format("Failed to open MH message file - %s", mh_error()), 2);
-    return false;
+    const int error = errno;
+    if (error == ENOENT) return 0;  // removed before the check
+    Log(mail_format("Failed to open MH message file: %s - %s", path.c_str(), local_strerror(error)), 2);
+    return mh_not_a_message(error) ? 0 : -1;
   }
-  bool ok = mh_new_record_open(fd, st, dir, number, flags, record);
+  const int made = mh_new_record_open(fd, st, dir, number, flags, record);
   ::close(fd);
-  return ok;
+  return made;
 }
 
 // --- Opening the cache -------------------------------------------------------
@@ -535,13 +447,14 @@ long mh_open_cache(MailStream* stream) {
   MhLocal* local = mh_local(stream);
   const std::string index_path = IndexPath(local);
   bool rebuilt = false;
-  if (!Exists(index_path) || !Exists(CachePath(local))) {
+  if (!IsFile(index_path, "Failed to open mailbox cache index file: %s - %s") ||
+      !IsFile(CachePath(local), "Failed to open mailbox cache file: %s - %s")) {
     if (!mh_cache_rebuild(stream)) return 0;
     rebuilt = true;
   }
   MhIndexHeader h{};
   for (;;) {
-    int fd = ::open(index_path.c_str(), O_RDWR | O_CLOEXEC);
+    int fd = local_open_update(index_path);
     if (fd < 0) {
       Log(mail_format("Failed to open mailbox cache index file: %s%c%s.dat - %s", local->path, '/', "mh_index",
                       mh_error()),
@@ -550,8 +463,7 @@ long mh_open_cache(MailStream* stream) {
     }
     // A header short or of another version, or records the file can't
     // hold: the index is rebuilt, once.
-    const bool ok = mh_read_header(fd, &h) && h.version == kMhIndexVersion &&
-                    uint64_t{h.nmsgs} * kMhRecordSize + kMhHeaderSize <= FileSize(fd);
+    const bool ok = mh_read_header(fd, &h) && mh_header_fits(h, FileSize(fd));
     if (ok) {
       local->index_file = fd;
       break;
@@ -567,7 +479,7 @@ long mh_open_cache(MailStream* stream) {
     rebuilt = true;
   }
   local->last_seen = h.last_seen;
-  local->cache_file = ::open(CachePath(local).c_str(), O_RDWR | O_CLOEXEC);
+  local->cache_file = local_open_update(CachePath(local));
   if (local->cache_file < 0) {
     Log(mail_format("Failed to open mailbox cache file: %s%cmh_cache.dat - %s", local->path, '/', mh_error()), 2);
     mh_close_cache(local);
@@ -607,142 +519,6 @@ long mh_open_sync(MailStream* stream) {
   return 0;
 }
 
-// --- Rebuild ------------------------------------------------------------------
-
-long mh_cache_rebuild(MailStream* stream) {
-  MhLocal* local = mh_local(stream);
-  if (!local) return 0;
-  mm_notify(stream, "Rebuilding MH cache database - this may take awhile.", 1);
-  MhNewFiles out;
-  out.index_path = mh_file(local->path, "mh_index.new");
-  out.cache_path = mh_file(local->path, "mh_cache.new");
-  out.index.fd = ::open(out.index_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (out.index.fd < 0) {
-    Log(mail_format("Failed to open new index file during MH cache rebuild: %s - %s", out.index_path.c_str(),
-                    mh_error()),
-        2);
-    return 0;
-  }
-  out.cache.fd = ::open(out.cache_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (out.cache.fd < 0) {
-    Log(mail_format("Failed to open new cache file during MH cache rebuild: %s - %s", out.cache_path.c_str(),
-                    mh_error()),
-        2);
-    return 0;
-  }
-  std::vector<uint32_t> numbers;
-  if (!ListMessages(local->path, &numbers)) return 0;
-  numbers.resize(std::min<size_t>(numbers.size(), kMaxRecords));
-  const OldRecords old = ReadOldRecords(local);
-
-  MhIndexHeader header{kMhIndexVersion, static_cast<uint32_t>(numbers.size()), 0, 0};
-  if (old.have_header) {
-    header.recent = old.header.recent;
-    header.last_seen = old.header.last_seen;
-  }
-  uint8_t bytes[kMhRecordSize];
-  mh_encode_header(header, bytes);
-  if (!mh_writer_put(&out.index, bytes, kMhHeaderSize)) {
-    Log(mail_format("Failed to write new index header during MH cache rebuild - %s", mh_error()), 2);
-    return 0;
-  }
-  static const uint8_t kLead[kMhCacheLead] = {};
-  mh_writer_put(&out.cache, kLead, sizeof kLead);
-
-  uint32_t count = 0;
-  for (uint32_t number : numbers) {
-    const std::string path = mh_message_path(local->path, number);
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-      Log(mail_format("Failed to open MH message file - %s", mh_error()), 2);
-      continue;
-    }
-    struct stat st;
-    MhIndexRecord r;
-    bool usable = false;
-    if (::fstat(fd, &st) != 0) {
-      Log(mail_format("Failed to stat MH message file - %s", mh_error()), 2);
-    } else if (S_ISREG(st.st_mode)) {
-      usable = mh_new_record_open(fd, st, local->path, number, 0, &r);
-    }
-    if (!usable) {
-      ::close(fd);
-      continue;
-    }
-    if (const MhIndexRecord* match = old.Find(number, r.size)) {
-      // The sizes are the file's as it is now; what the user gave the
-      // message (flags, its date) comes from the old record.
-      r.mtime = match->mtime;
-      r.changed = match->changed;
-      r.flags = match->flags;
-      r.user_flags = match->user_flags;
-      std::memcpy(r.reserved, match->reserved, sizeof r.reserved);
-    }
-    Envelope* env = nullptr;
-    BodyPart* body = nullptr;
-    if (mh_parse_open_message(fd, path, st.st_size, r.header_size, &env, &body)) {
-      uint32_t envelope_size = 0, body_size = 0;
-      std::string record = mh_structure_record(number, env, body, &envelope_size, &body_size);
-      if (!record.empty() && out.cache.written + record.size() <= UINT32_MAX) {
-        r.cache_offset = static_cast<uint32_t>(out.cache.written);
-        r.envelope_size = envelope_size;
-        r.body_size = body_size;
-        if (!mh_writer_put(&out.cache, record.data(), record.size())) {
-          Log(mail_format("Failed to write message structure record during MH cache rebuild - %s", mh_error()), 2);
-          mail_free_envelope(&env);
-          mail_free_body(&body);
-          ::close(fd);
-          return 0;
-        }
-      }
-      mail_free_envelope(&env);
-      mail_free_body(&body);
-    }
-    ::close(fd);
-    mh_encode_record(r, bytes);
-    if (!mh_writer_put(&out.index, bytes, kMhRecordSize)) {
-      Log(mail_format("Failed to write new index record during MH cache rebuild - %s", mh_error()), 2);
-      return 0;
-    }
-    ++count;
-  }
-  if (!mh_writer_flush(&out.cache)) {
-    Log(mail_format("Failed to write message structure record during MH cache rebuild - %s", mh_error()), 2);
-    return 0;
-  }
-  if (!mh_writer_flush(&out.index)) {
-    Log(mail_format("Failed to write new index record during MH cache rebuild - %s", mh_error()), 2);
-    return 0;
-  }
-  // Messages dropped on the way (empty, vanished) are not counted.
-  header.nmsgs = count;
-  if (!mh_write_header(out.index.fd, header) || !mh_fsync(out.index.fd) || !mh_fsync(out.cache.fd)) {
-    Log(mail_format("Failed to write new index header during MH cache rebuild - %s", mh_error()), 2);
-    return 0;
-  }
-  mh_close_fd(&out.index.fd);
-  mh_close_fd(&out.cache.fd);
-  if (mh_crash_here("rebuild-written")) {
-    out.keep = true;
-    return 0;
-  }
-  // From here until the new index is in, the old one must not be believed.
-  int old_index = ::open(IndexPath(local).c_str(), O_WRONLY | O_CLOEXEC);
-  if (old_index >= 0) {
-    static const uint8_t kZero[4] = {};
-    mh_pwrite(old_index, kZero, sizeof kZero, 0);
-    ::close(old_index);
-  }
-  if (!file_install(mh_file(local->path, "mh_cache")) || !file_install(mh_file(local->path, "mh_index"))) {
-    Log(mail_format("Failed to install rebuilt MH cache in %s - %s", local->path, mh_error()), 2);
-    return 0;
-  }
-  out.keep = true;
-  // Every queued message is a file the scan found.
-  ::unlink(QueuePath(local).c_str());
-  return 1;
-}
-
 void mh_queue_foreign_files(MhLocal* local, const MhIndexHeader& h) {
   struct stat ds;
   if (!local || !local->path || ::stat(local->path, &ds) != 0) return;
@@ -761,8 +537,12 @@ void mh_queue_foreign_files(MhLocal* local, const MhIndexHeader& h) {
     if (mh_message_number(e->d_name, &n) && n > highest) numbers.push_back(n);
   }
   ::closedir(d);
+  if (numbers.empty()) {
+    local->dir_mtime = dir_time;
+    return;
+  }
   std::sort(numbers.begin(), numbers.end());
-  const std::vector<uint32_t> queued = QueuedNumbers(QueuePath(local));
+  const std::vector<uint32_t> queued = QueuedAmong(QueuePath(local), numbers);
   const time_t now = ::time(nullptr);
   bool settled = true;
   for (uint32_t n : numbers) {
@@ -775,7 +555,12 @@ void mh_queue_foreign_files(MhLocal* local, const MhIndexHeader& h) {
       continue;
     }
     MhIndexRecord r;
-    if (mh_new_record(local->path, n, 0, &r)) mh_queue_record(local->path, r);
+    uint8_t bytes[kMhRecordSize];
+    const int made = mh_new_record(local->path, n, 0, &r);
+    if (made < 0) settled = false;  // unreadable now: the next check tries again
+    if (made <= 0) continue;
+    mh_encode_record(r, bytes);
+    mh_queue_records(local->path, std::string(reinterpret_cast<char*>(bytes), sizeof bytes));
   }
   // Looked through only once the directory holds nothing that is still
   // settling; queueing changes the directory's time again, which costs one

@@ -20,8 +20,6 @@
 
 namespace {
 
-constexpr size_t kRecordsPerChunk = kMhIoChunk / kMhRecordSize;
-
 void Log(const std::string& text, long level) { mm_log(text.c_str(), level); }
 
 // Reads structure records from the old cache through a 64 KB window: they
@@ -51,73 +49,56 @@ Outcome WriteNewFiles(MailStream* stream, MhNewFiles* out, std::vector<unsigned 
   MhIndexHeader h;
   if (!mh_read_header(local->index_file, &h) || h.version != kMhIndexVersion || h.nmsgs < stream->nmsgs)
     return Outcome::kCorrupt;
-  out->index_path = mh_file(local->path, "mh_index.new");
-  out->cache_path = mh_file(local->path, "mh_cache.new");
-  out->index.fd = ::open(out->index_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (out->index.fd < 0) {
-    Log(mail_format("Failed to open new mailbox cache index file: %s%c%s.new - %s", local->path, '/', "mh_index",
-                    mh_error()),
-        2);
+  if (!out->Open(local->path, "Failed to open new mailbox cache index file: %s - %s",
+                 "Failed to open mailbox cache index file: %s - %s"))
     return Outcome::kFailed;
-  }
   uint8_t bytes[kMhRecordSize];
   mh_encode_header(h, bytes);
-  if (!mh_writer_put(&out->index, bytes, kMhHeaderSize) || !mh_writer_flush(&out->index)) {
+  static const uint8_t kLead[kMhCacheLead] = {};
+  if (!mh_writer_put(&out->index, bytes, kMhHeaderSize) || !mh_writer_put(&out->cache, kLead, sizeof kLead)) {
     Log(mail_format("Failed to write MH cache index header - %s", mh_error()), 2);
     return Outcome::kFailed;
   }
-  out->cache.fd = ::open(out->cache_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (out->cache.fd < 0) {
-    Log(mail_format("Failed to open mailbox cache index file: %s%c%s.new - %s", local->path, '/', "mh_cache",
-                    mh_error()),
-        2);
-    return Outcome::kFailed;
-  }
-  static const uint8_t kLead[kMhCacheLead] = {};
-  mh_writer_put(&out->cache, kLead, sizeof kLead);
 
   CacheWindow old_cache{local->cache_file, 0, {}};
-  std::vector<uint8_t> chunk(kRecordsPerChunk * kMhRecordSize);
   uint32_t kept = 0, kept_recent = 0;
-  for (unsigned long i = 1; i <= h.nmsgs;) {
-    const size_t n = std::min<size_t>(h.nmsgs - i + 1, kRecordsPerChunk);
-    if (!mh_pread(local->index_file, chunk.data(), n * kMhRecordSize, mh_record_offset(i))) return Outcome::kCorrupt;
-    for (size_t k = 0; k < n; ++k, ++i) {
-      MhIndexRecord r;
-      mh_decode_record(chunk.data() + k * kMhRecordSize, &r);
-      // Records beyond the stream's count (none, normally) stay.
-      if (i <= stream->nmsgs) {
-        MessageElt* elt = mail_elt(stream, i);
-        if (r.number != elt->file_number) return Outcome::kCorrupt;
-        if (elt->deleted) {
-          doomed->push_back(i);
-          continue;
-        }
-        if (elt->recent) ++kept_recent;
+  MhRecordReader reader(local->index_file, kMhHeaderSize, h.nmsgs);
+  MhIndexRecord r;
+  uint64_t place;
+  for (unsigned long i = 1; i <= h.nmsgs; ++i) {
+    if (!reader.Next(&r, &place) || place + 1 != i) return Outcome::kCorrupt;
+    // Records beyond the stream's count (none, normally) stay.
+    if (i <= stream->nmsgs) {
+      MessageElt* elt = mail_elt(stream, i);
+      if (r.number != elt->file_number) return Outcome::kCorrupt;
+      if (elt->deleted) {
+        doomed->push_back(i);
+        continue;
       }
-      if (r.cache_offset) {
-        const size_t size = 4 + size_t{r.envelope_size} + r.body_size;
-        const uint8_t* record = size <= kMhMaxStructure ? old_cache.Get(r.cache_offset, size) : nullptr;
-        const uint32_t number = record ? uint32_t{record[0]} | uint32_t{record[1]} << 8 |
-                                             uint32_t{record[2]} << 16 | uint32_t{record[3]} << 24
-                                       : 0;
-        if (!record || number != r.number) return Outcome::kCorrupt;
-        if (out->cache.written + size > UINT32_MAX) {
-          r.cache_offset = 0;  // parsed again when next fetched
-        } else {
-          r.cache_offset = static_cast<uint32_t>(out->cache.written);
-          if (!mh_writer_put(&out->cache, record, size)) return Outcome::kFailed;
-        }
-      }
-      mh_encode_record(r, bytes);
-      if (!mh_writer_put(&out->index, bytes, kMhRecordSize)) return Outcome::kFailed;
-      ++kept;
+      if (elt->recent) ++kept_recent;
     }
+    if (r.cache_offset) {
+      const size_t size = 4 + size_t{r.envelope_size} + r.body_size;
+      const uint8_t* record = size <= kMhMaxStructure ? old_cache.Get(r.cache_offset, size) : nullptr;
+      const uint32_t number =
+          record ? uint32_t{record[0]} | uint32_t{record[1]} << 8 | uint32_t{record[2]} << 16 | uint32_t{record[3]} << 24
+                 : 0;
+      if (!record || number != r.number) return Outcome::kCorrupt;
+      if (out->cache.written + size > UINT32_MAX) {
+        r.cache_offset = 0;  // parsed again when next fetched
+      } else {
+        r.cache_offset = static_cast<uint32_t>(out->cache.written);
+        if (!mh_writer_put(&out->cache, record, size)) return Outcome::kFailed;
+      }
+    }
+    mh_encode_record(r, bytes);
+    if (!mh_writer_put(&out->index, bytes, kMhRecordSize)) return Outcome::kFailed;
+    ++kept;
   }
   h.nmsgs = kept;
   h.recent = std::min<uint32_t>(kept_recent, static_cast<uint32_t>(stream->recent));
   if (!mh_writer_flush(&out->cache) || !mh_writer_flush(&out->index) || !mh_write_header(out->index.fd, h) ||
-      !mh_fsync(out->index.fd) || !mh_fsync(out->cache.fd))
+      !safe_fsync(out->index.fd) || !safe_fsync(out->cache.fd))
     return Outcome::kFailed;
   mh_close_fd(&out->index.fd);
   mh_close_fd(&out->cache.fd);
@@ -169,12 +150,11 @@ void mh_expunge(MailStream* stream) {
     return true;
   };
   if (stopped("expunge-written")) return;
-  static const uint8_t kZero[4] = {};
-  if (!mh_pwrite(local->index_file, kZero, sizeof kZero, 0) || !mh_fsync(local->index_file)) {
+  if (!mh_mark_untrusted(local->index_file)) {
     // The old index may or may not carry the mark; either way it describes
     // the files, which are all still there.
     static const uint8_t kVersion[4] = {kMhIndexVersion & 0xff, kMhIndexVersion >> 8, 0, 0};
-    mh_pwrite(local->index_file, kVersion, sizeof kVersion, 0);
+    safe_pwrite_all(local->index_file, kVersion, sizeof kVersion, 0);
     Log("Failed to expunge intermediate MH cache.", 2);
     return;
   }

@@ -62,15 +62,10 @@ MailText* ReadText(MailStream* stream, unsigned long msgno, unsigned long pos, u
   MhLocal* local = mh_local(stream);
   MessageElt* elt = mail_elt(stream, msgno);
   std::string path = mh_message_path(local->path, static_cast<uint32_t>(elt->file_number));
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat st;
+  const int fd = local_open_read(path, &st);
   if (fd < 0) {
     mm_log(mail_format("Failed to open MH message file: %s - %s", path.c_str(), mh_error()).c_str(), 2);
-    return nullptr;
-  }
-  struct stat st;
-  if (::fstat(fd, &st) != 0) {
-    mm_log(mail_format("Failed to position in MH message file: %s - %s", path.c_str(), mh_error()).c_str(), 2);
-    ::close(fd);
     return nullptr;
   }
   const unsigned long file_size = static_cast<unsigned long>(st.st_size);
@@ -139,18 +134,13 @@ bool mh_parse_message(const char* dir, uint32_t number, uint32_t header_size, En
   *env = nullptr;
   *body = nullptr;
   std::string path = mh_message_path(dir, number);
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat st;
+  const int fd = local_open_read(path, &st);
   if (fd < 0) {
     mm_log(mail_format("Failed to open MH message file: %s - %s", path.c_str(), mh_error()).c_str(), 2);
     return false;
   }
-  struct stat st;
-  bool ok = false;
-  if (::fstat(fd, &st) != 0) {
-    mm_log(mail_format("Failed in read of MH message file: %s - %s", path.c_str(), mh_error()).c_str(), 2);
-  } else {
-    ok = mh_parse_open_message(fd, path, static_cast<unsigned long>(st.st_size), header_size, env, body);
-  }
+  const bool ok = mh_parse_open_message(fd, path, static_cast<unsigned long>(st.st_size), header_size, env, body);
   ::close(fd);
   return ok;
 }
@@ -207,7 +197,7 @@ bool mh_append_structure(int cache_fd, const std::string& bytes, uint32_t envelo
   uint64_t end = static_cast<uint64_t>(st.st_size);
   if (end < kMhCacheLead) {
     static const uint8_t kZero[kMhCacheLead] = {};
-    if (!mh_pwrite(cache_fd, kZero + end, kMhCacheLead - end, static_cast<off_t>(end))) return false;
+    if (!safe_pwrite_all(cache_fd, kZero + end, kMhCacheLead - end, static_cast<off_t>(end))) return false;
     end = kMhCacheLead;
   }
   // Offsets are 32 bits: a cache that would pass 4 GB takes no more.
@@ -215,7 +205,7 @@ bool mh_append_structure(int cache_fd, const std::string& bytes, uint32_t envelo
     errno = EFBIG;
     return false;
   }
-  if (!mh_pwrite(cache_fd, bytes.data(), bytes.size(), static_cast<off_t>(end))) return false;
+  if (!safe_pwrite_all(cache_fd, bytes.data(), bytes.size(), static_cast<off_t>(end))) return false;
   record->cache_offset = static_cast<uint32_t>(end);
   record->envelope_size = envelope_size;
   record->body_size = body_size;

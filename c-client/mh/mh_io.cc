@@ -1,6 +1,7 @@
-// File access of the mh driver: exact reads and writes, the sequential
-// writer, index headers and records, and the test hooks that make writes
-// fail or stop the driver dead between two steps.
+// File access of the mh driver: exact reads, the sequential writer, index
+// headers and records, and the test hook that stops the driver dead
+// between two steps. Writes go through the safe writer, whose hooks make
+// them fail.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -8,64 +9,20 @@
 #include <cerrno>
 #include <cstring>
 
+#include "c-client/core/mail_core.h"
+#include "c-client/mh/local_paths.h"
 #include "c-client/mh/mh_internal.h"
 
 namespace {
 
-long g_writes_left = -1;  // -1: writes never fail
 std::string g_crash_step;
-
-// A write the test hook refuses, as a full disk would.
-bool Refused() {
-  if (g_writes_left < 0) return false;
-  if (g_writes_left == 0) {
-    errno = ENOSPC;
-    return true;
-  }
-  --g_writes_left;
-  return false;
-}
 
 }  // namespace
 
-void mh_set_write_failure_for_test(long writes) { g_writes_left = writes < 0 ? -1 : writes; }
 void mh_set_crash_point_for_test(const char* step) { g_crash_step = step ? step : ""; }
 bool mh_crash_here(const char* step) { return !g_crash_step.empty() && g_crash_step == step; }
 
-const char* mh_error() { return std::strerror(errno); }
-
-bool mh_write(int fd, const void* data, size_t size) {
-  if (Refused()) return false;
-  const char* p = static_cast<const char*>(data);
-  while (size) {
-    ssize_t n = ::write(fd, p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = ENOSPC;
-      return false;
-    }
-    p += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
-bool mh_pwrite(int fd, const void* data, size_t size, off_t at) {
-  if (Refused()) return false;
-  const char* p = static_cast<const char*>(data);
-  while (size) {
-    ssize_t n = ::pwrite(fd, p, size, at);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = ENOSPC;
-      return false;
-    }
-    p += n;
-    at += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
+const char* mh_error() { return local_strerror(errno); }
 
 ssize_t mh_pread_some(int fd, void* data, size_t size, off_t at) {
   char* p = static_cast<char*>(data);
@@ -90,16 +47,51 @@ bool mh_pread(int fd, void* data, size_t size, off_t at) {
   return true;
 }
 
-bool mh_fsync(int fd) {
-  while (::fsync(fd) != 0) {
-    if (errno != EINTR) return false;
-  }
-  return true;
-}
-
 void mh_close_fd(int* fd) {
   if (*fd >= 0) ::close(*fd);
   *fd = -1;
+}
+
+bool MhRecordReader::Next(MhIndexRecord* record, uint64_t* place) {
+  constexpr size_t kPerChunk = kMhIoChunk / kMhRecordSize;
+  while (used_ == have_) {
+    if (failed_ || next_ >= count_) return false;
+    const uint64_t at = from_ + next_ * kMhRecordSize;
+    const off_t data = ::lseek(fd_, static_cast<off_t>(at), SEEK_DATA);
+    if (data < 0 && errno == ENXIO) return false;  // nothing but a hole to the end
+    if (data > static_cast<off_t>(at)) next_ = (static_cast<uint64_t>(data) - from_) / kMhRecordSize;
+    if (next_ >= count_) return false;
+    have_ = static_cast<size_t>(std::min<uint64_t>(count_ - next_, kPerChunk));
+    chunk_.resize(have_ * kMhRecordSize);
+    if (!mh_pread(fd_, chunk_.data(), chunk_.size(), static_cast<off_t>(from_ + next_ * kMhRecordSize))) {
+      failed_ = true;
+      have_ = 0;
+      return false;
+    }
+    first_ = next_;
+    next_ += have_;
+    used_ = 0;
+  }
+  mh_decode_record(chunk_.data() + used_ * kMhRecordSize, record);
+  if (place) *place = first_ + used_;
+  ++used_;
+  return true;
+}
+
+bool MhNewFiles::Open(const char* dir, const char* index_failure, const char* cache_failure) {
+  index_path = mh_file(dir, "mh_index.new");
+  cache_path = mh_file(dir, "mh_cache.new");
+  index.fd = local_create_new(index_path);
+  if (index.fd < 0) {
+    mm_log(mail_format(index_failure, index_path.c_str(), mh_error()).c_str(), 2);
+    return false;
+  }
+  cache.fd = local_create_new(cache_path);
+  if (cache.fd < 0) {
+    mm_log(mail_format(cache_failure, cache_path.c_str(), mh_error()).c_str(), 2);
+    return false;
+  }
+  return true;
 }
 
 MhNewFiles::~MhNewFiles() {
@@ -113,7 +105,7 @@ MhNewFiles::~MhNewFiles() {
 
 bool mh_writer_flush(MhWriter* w) {
   if (w->failed) return false;
-  if (!w->buffer.empty() && !mh_write(w->fd, w->buffer.data(), w->buffer.size())) {
+  if (!w->buffer.empty() && !safe_write_all(w->fd, w->buffer.data(), w->buffer.size())) {
     w->failed = true;
     return false;
   }
@@ -128,7 +120,7 @@ bool mh_writer_put(MhWriter* w, const void* data, size_t size) {
   if (w->buffer.size() + size > kMhIoChunk) {
     if (!mh_writer_flush(w)) return false;
     if (size >= kMhIoChunk) {
-      if (!mh_write(w->fd, data, size)) w->failed = true;
+      if (!safe_write_all(w->fd, data, size)) w->failed = true;
       return !w->failed;
     }
   }
@@ -155,7 +147,7 @@ bool mh_read_header(int fd, MhIndexHeader* header) {
 bool mh_write_header(int fd, const MhIndexHeader& header) {
   uint8_t bytes[kMhHeaderSize];
   mh_encode_header(header, bytes);
-  return fd >= 0 && mh_pwrite(fd, bytes, sizeof bytes, 0);
+  return fd >= 0 && safe_pwrite_all(fd, bytes, sizeof bytes, 0);
 }
 
 bool mh_read_record(int fd, unsigned long msgno, MhIndexRecord* record) {
@@ -168,7 +160,17 @@ bool mh_read_record(int fd, unsigned long msgno, MhIndexRecord* record) {
 bool mh_write_record(int fd, unsigned long msgno, const MhIndexRecord& record) {
   uint8_t bytes[kMhRecordSize];
   mh_encode_record(record, bytes);
-  return fd >= 0 && msgno >= 1 && mh_pwrite(fd, bytes, sizeof bytes, mh_record_offset(msgno));
+  return fd >= 0 && msgno >= 1 && safe_pwrite_all(fd, bytes, sizeof bytes, mh_record_offset(msgno));
+}
+
+bool mh_header_fits(const MhIndexHeader& h, uint64_t file_size) {
+  return h.version == kMhIndexVersion && h.nmsgs <= kMhMaxRecords &&
+         uint64_t{h.nmsgs} * kMhRecordSize + kMhHeaderSize <= file_size;
+}
+
+bool mh_mark_untrusted(int index_fd) {
+  static const uint8_t kZero[4] = {};
+  return safe_pwrite_all(index_fd, kZero, sizeof kZero, 0) && safe_fsync(index_fd);
 }
 
 bool mh_record_sane(const MhIndexRecord& r, uint64_t cache_size) {

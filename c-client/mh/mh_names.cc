@@ -167,11 +167,10 @@ enum class OpenResult { kOpened, kMissing, kFailed };
 OpenResult OpenNames(const std::string& parent, FILE** out, struct stat* st) {
   *out = nullptr;
   const std::string path = Join(parent, kNameFile);
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = local_open_read(path, st);
   if (fd < 0 && (errno == ENOENT || errno == ENOTDIR)) return OpenResult::kMissing;
   if (fd >= 0) {
-    // A directory opens for reading too; it only fails at the first read.
-    if (::fstat(fd, st) == 0 && S_ISREG(st->st_mode) && (*out = ::fdopen(fd, "r"))) return OpenResult::kOpened;
+    if ((*out = ::fdopen(fd, "r"))) return OpenResult::kOpened;
     ::close(fd);
   }
   Log(mail_format("Failed to open MH folder name database: %s", path.c_str()), 1);
@@ -268,37 +267,26 @@ bool ShortNameTaken(const std::string& parent, const std::string& short_name) {
   return Lookup(parent, short_name, Key::kShort, &ignored) == 1;
 }
 
-// Appends "long#short" to parent's mhname.dat in one write. A write that
-// fails part-way is cut back off, so that the next line starts on a line
-// of its own.
+// Appends "long#short" to parent's mhname.dat in one write, which the safe
+// writer takes back if it fails part-way, so that the next line starts on
+// a line of its own.
 bool AppendName(const std::string& parent, const std::string& long_name, const std::string& short_name) {
   const std::string path = Join(parent, kNameFile);
-  // Read access too: the last byte tells whether the file ends a line.
-  const int fd = ::open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) {
-    Log(mail_format("Failed to open MH folder name database: %s - %s", path.c_str(), std::strerror(errno)), 2);
-    return false;
-  }
   std::string line;
   struct stat st;
-  off_t old_size = 0;
-  if (::fstat(fd, &st) == 0 && st.st_size > 0) {
-    old_size = st.st_size;
+  const int fd = local_open_read(path, &st);
+  if (fd >= 0) {
     // A file edited by hand may lack its last line feed.
     char last = '\n';
-    if (::pread(fd, &last, 1, st.st_size - 1) == 1 && last != '\n') line += '\n';
-  }
-  line += long_name + "#" + short_name + "\n";
-  if (!local_write_all(fd, line) || ::fsync(fd) != 0) {
-    const int error = errno;
-    if (::ftruncate(fd, old_size) != 0) {
-      // Nothing more to do: the line that follows starts after a stray piece.
-    }
+    if (st.st_size > 0 && ::pread(fd, &last, 1, st.st_size - 1) == 1 && last != '\n') line += '\n';
     ::close(fd);
-    Log(mail_format("Failed to open MH folder name database: %s - %s", path.c_str(), std::strerror(error)), 2);
+  }
+  SafeFileError err{kSafeOpen, errno};
+  line += long_name + "#" + short_name + "\n";
+  if ((fd < 0 && errno != ENOENT) || !safe_append_record(path, line.data(), line.size(), 0600, &err)) {
+    Log(mail_format("Failed to open MH folder name database: %s - %s", path.c_str(), local_strerror(err.error)), 2);
     return false;
   }
-  ::close(fd);
   RememberFromDisk(parent, long_name, short_name);
   return true;
 }
@@ -522,27 +510,19 @@ void ListDir(const std::string& dir, const std::string& prefix, const char* patt
 // --- Creating folders -----------------------------------------------------
 
 bool CreateCacheFiles(const std::string& dir) {
-  const std::string index_path = Join(dir, "mh_index.dat");
-  const std::string cache_path = Join(dir, "mh_cache.dat");
-  const int index = ::open(index_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (index < 0) {
-    Log(mail_format("Failed to open new index file during MH cache initialization - %s", std::strerror(errno)), 2);
-    return false;
-  }
-  const int cache = ::open(cache_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (cache < 0) {
-    Log(mail_format("Failed to open new cache file during MH cache initialization - %s", std::strerror(errno)), 2);
-    ::close(index);
-    return false;
-  }
   uint8_t header[kMhHeaderSize];
   mh_encode_header(MhIndexHeader{kMhIndexVersion, 0, 0, 0}, header);
-  bool ok = local_write_all(index, std::string(reinterpret_cast<const char*>(header), sizeof header));
-  const int error = errno;
-  ::close(index);
-  ::close(cache);
-  if (!ok) {
-    Log(mail_format("Failed to write new index header during MH cache initialization - %s", std::strerror(error)), 2);
+  SafeFileError err;
+  if (!safe_replace_file(Join(dir, "mh_index.dat"), std::string_view(reinterpret_cast<char*>(header), sizeof header),
+                         0600, &err)) {
+    Log(mail_format(err.step == kSafeOpen ? "Failed to open new index file during MH cache initialization - %s"
+                                          : "Failed to write new index header during MH cache initialization - %s",
+                    std::strerror(err.error)),
+        2);
+    return false;
+  }
+  if (!safe_replace_file(Join(dir, "mh_cache.dat"), "", 0600, &err)) {
+    Log(mail_format("Failed to open new cache file during MH cache initialization - %s", std::strerror(err.error)), 2);
     return false;
   }
   return true;
@@ -656,13 +636,6 @@ bool mh_name_delete(const std::string& parent, const char* long_name) {
     case OpenResult::kOpened:
       break;
   }
-  const std::string fresh = Join(parent, "mhname.new");
-  const int fd = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0) {
-    Log(mail_format("Failed to open MH folder name database: %s - %s", fresh.c_str(), std::strerror(errno)), 2);
-    std::fclose(in);
-    return false;
-  }
   // Lines without a name, and over-long ones, are not written again:
   // nothing could ever find a folder through them.
   std::string text;
@@ -677,20 +650,12 @@ bool mh_name_delete(const std::string& parent, const char* long_name) {
   }
   const bool read_ok = !std::ferror(in);
   std::fclose(in);
-  bool ok = read_ok && ::fchmod(fd, 0600) == 0 && local_write_all(fd, text) && ::fsync(fd) == 0;
-  int error = ok ? 0 : (read_ok ? errno : EIO);
-  if (::close(fd) != 0 && ok) {
-    ok = false;
-    error = errno;
-  }
   Memory().valid = false;
-  if (ok && !found) {
-    ::unlink(fresh.c_str());  // nothing to change
-    return true;
-  }
-  if (!ok || !file_install(Join(parent, "mhname"))) {
-    if (ok) error = errno;
-    Log(mail_format("Failed to open MH folder name database: %s - %s", fresh.c_str(), std::strerror(error)), 2);
+  if (read_ok && !found) return true;  // nothing to change
+  const std::string fresh = Join(parent, "mhname.new");
+  SafeFileError err{kSafeOpen, EIO};
+  if (!read_ok || !local_write_new(fresh, text, &err) || !file_install(Join(parent, "mhname"), &err)) {
+    Log(mail_format("Failed to open MH folder name database: %s - %s", fresh.c_str(), local_strerror(err.error)), 2);
     ::unlink(fresh.c_str());
     return false;
   }
@@ -889,12 +854,15 @@ long mh_rename(MailStream*, const char* old_name, const char* new_name) {
     return 0;
   }
   if (!AppendName(place.parent_dir, place.leaf, new_short)) {
+    // A line written whole whose sync failed stays: it would make a second
+    // name of the folder.
+    mh_name_delete(place.parent_dir, place.leaf.c_str());
     Log(mail_format("Could not add new mailbox name %s to name database.", new_name), 2);
     return 0;
   }
   if (moves) {
     const std::string new_path = Join(place.parent_dir, new_short);
-    if (::rename(old_path.c_str(), new_path.c_str()) != 0) {
+    if (!safe_rename(old_path.c_str(), new_path.c_str())) {
       const int error = errno;
       mh_name_delete(place.parent_dir, place.leaf.c_str());
       Log(mail_format("Could not rename mailbox directory name %s - %s", old_path.c_str(), std::strerror(error)), 2);

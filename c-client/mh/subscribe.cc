@@ -51,7 +51,7 @@ std::string Base() { return local_home() + "/subscrib"; }
 bool ReadNames(const std::string& path, std::vector<std::string>* names, bool* opened) {
   *opened = false;
   names->clear();
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = local_open_read(path);
   if (fd < 0) return errno == ENOENT;
   *opened = true;
   std::string text;
@@ -91,27 +91,16 @@ bool ReadNames(const std::string& path, std::vector<std::string>* names, bool* o
 long Rewrite(const std::vector<std::string>& names, const char* open_failure) {
   const std::string base = Base();
   const std::string fresh = base + ".new";
-  const int fd = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0) {
-    Log(Format(open_failure, fresh.c_str(), std::strerror(errno)));
-    return 0;
-  }
   std::string text;
   for (const std::string& name : names) text += name + "\n";
-  // An older .new may have been made with another mode.
-  bool ok = ::fchmod(fd, 0600) == 0 && local_write_all(fd, text) && ::fsync(fd) == 0;
-  int error = ok ? 0 : errno;
-  if (::close(fd) != 0 && ok) {
-    ok = false;
-    error = errno;
-  }
-  if (!ok) {
-    Log(Format("Failed on write to new subscription database file: %s - %s", fresh.c_str(), std::strerror(error)));
-    ::unlink(fresh.c_str());
+  SafeFileError err;
+  if (!local_write_new(fresh, text, &err)) {
+    const char* format = err.step == kSafeOpen ? open_failure : "Failed on write to new subscription database file: %s - %s";
+    Log(Format(format, fresh.c_str(), local_strerror(err.error)));
     return 0;
   }
-  if (!file_install(base)) {
-    Log(Format("Failed to install updated subscription database: %s.new - %s", base.c_str(), std::strerror(errno)));
+  if (!file_install(base, &err)) {
+    Log(Format("Failed to install updated subscription database: %s.new - %s", base.c_str(), local_strerror(err.error)));
     return 0;
   }
   return 1;
@@ -136,7 +125,7 @@ bool SameName(const std::string& line, const char* name) { return std::strcmp(li
 bool ReadForChange(std::vector<std::string>* names) {
   bool opened;
   if (ReadNames(Base() + ".dat", names, &opened)) return true;
-  Log(Format("Failed on read of subscription database: %s", std::strerror(errno)));
+  Log(Format("Failed on read of subscription database: %s", local_strerror(errno)));
   return false;
 }
 
@@ -193,7 +182,7 @@ const char* subscribe_next(void** state) {
     if (!ReadNames(path, &walk->names, &opened)) {
       const char* format =
           opened ? "Failed to read subscription database: %s - %s n" : "Failed to open subscription database: %s - %s\n";
-      Log(Format(format, path.c_str(), std::strerror(errno)));
+      Log(Format(format, path.c_str(), local_strerror(errno)));
       delete walk;
       return nullptr;
     }

@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string file = g_root + "/mhname.dat";
   FILE* f = std::fopen(file.c_str(), "wb");
   if (!f) return 0;
-  std::fwrite(data, 1, size, f);
+  if (size) std::fwrite(data, 1, size, f);
   std::fclose(f);
   mail_env_clear();
 

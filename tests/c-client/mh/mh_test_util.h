@@ -236,7 +236,7 @@ class MhTest : public ::testing::Test {
     local_set_home(home_.c_str());
     mh_set_clock_for_test(TestClock);
     mh_forget_paths();
-    mh_set_write_failure_for_test(-1);
+    safe_clear_faults_for_test();
     mh_set_crash_point_for_test(nullptr);
     mail_unlink_all();
     mail_link(&mhdriver);
@@ -245,7 +245,7 @@ class MhTest : public ::testing::Test {
     mail_env_clear();
   }
   void TearDown() override {
-    mh_set_write_failure_for_test(-1);
+    safe_clear_faults_for_test();
     mh_set_crash_point_for_test(nullptr);
     for (MailStream* s : streams_)
       if (s) mail_close(s);
