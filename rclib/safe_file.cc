@@ -56,34 +56,25 @@ const char* safe_step_name(SafeStep step) {
 
 std::string SafeFileError::text() const { return std::string(safe_step_name(step)) + ": " + std::strerror(error); }
 
-int safe_open(const char* path, int flags, unsigned mode, SafeFileError* err) {
-  if (Refused(kSafeOpen)) return FailFd(err, kSafeOpen);
-  for (;;) {
-    const int fd = ::open(path, flags | O_CLOEXEC, mode);
-    if (fd >= 0) return fd;
-    if (errno != EINTR) return FailFd(err, kSafeOpen);
-  }
-}
-
-int safe_create_exclusive(const char* path, unsigned mode, SafeFileError* err) {
-  return safe_open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode, err);
-}
-
 namespace {
 
 // Opens without waiting and keeps the descriptor only for a regular file.
-// Logs are not subject to the test hook: they must tell of the faults a test
-// injects into the files it watches.
-int OpenRegular(const char* path, int flags, unsigned mode, bool log, SafeFileError* err) {
-  if (!log && Refused(kSafeOpen)) return FailFd(err, kSafeOpen);
+// The test hook fails opens of files the program writes; reads and logs are
+// left alone, so that a log tells of the faults a test injects.
+int OpenRegular(const char* path, int flags, unsigned mode, bool hooked, SafeFileError* err, struct stat* st) {
+  if (hooked && Refused(kSafeOpen)) return FailFd(err, kSafeOpen);
   int fd;
   do fd = ::open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
   while (fd < 0 && errno == EINTR);
+  // Opening a FIFO for writing without waiting fails with ENXIO while it has
+  // no reader.
+  if (fd < 0 && errno == ENXIO) errno = EINVAL;
   if (fd < 0) return FailFd(err, kSafeOpen);
-  struct stat st;
-  const bool stated = ::fstat(fd, &st) == 0;
-  if (!stated || !S_ISREG(st.st_mode)) {
-    if (stated) errno = EINVAL;
+  struct stat own;
+  if (!st) st = &own;
+  const bool stated = ::fstat(fd, st) == 0;
+  if (!stated || !S_ISREG(st->st_mode)) {
+    if (stated) errno = S_ISDIR(st->st_mode) ? EISDIR : EINVAL;
     CloseKeepingErrno(fd);
     return FailFd(err, kSafeOpen);
   }
@@ -104,14 +95,24 @@ FILE* OpenStream(int fd, const char* how, SafeFileError* err) {
 
 }  // namespace
 
-int safe_open_read(const char* path, SafeFileError* err) { return OpenRegular(path, O_RDONLY, 0, false, err); }
+int safe_open(const char* path, int flags, unsigned mode, SafeFileError* err, struct stat* st) {
+  return OpenRegular(path, flags, mode, (flags & O_ACCMODE) != O_RDONLY, err, st);
+}
+
+int safe_create_exclusive(const char* path, unsigned mode, SafeFileError* err) {
+  return safe_open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode, err);
+}
+
+int safe_open_read(const char* path, SafeFileError* err, struct stat* st) {
+  return OpenRegular(path, O_RDONLY, 0, false, err, st);
+}
 
 FILE* safe_fopen_read(const char* path, SafeFileError* err) {
   return OpenStream(safe_open_read(path, err), "rb", err);
 }
 
 FILE* safe_fopen_append(const char* path, unsigned mode, SafeFileError* err) {
-  return OpenStream(OpenRegular(path, O_WRONLY | O_APPEND | O_CREAT, mode, true, err), "ab", err);
+  return OpenStream(OpenRegular(path, O_WRONLY | O_APPEND | O_CREAT, mode, false, err, nullptr), "ab", err);
 }
 
 namespace {
@@ -205,14 +206,16 @@ bool safe_append_record(const std::string& path, const void* data, size_t size, 
   if (fd < 0) return false;
   struct stat st;
   const off_t before = ::fstat(fd, &st) == 0 ? st.st_size : -1;
-  bool ok = safe_write_all(fd, data, size, err) && safe_fsync(fd, err) &&
-            (before != 0 || safe_sync_dir(safe_dir_of(path), err));
+  const bool written = safe_write_all(fd, data, size, err);
+  bool ok = written && safe_fsync(fd, err) && (before != 0 || safe_sync_dir(safe_dir_of(path), err));
   if (!ok) {
     const int error = errno;
-    // Half a record would shift every later one: take it back unless
-    // someone else has written since.
+    // Half a record would shift every later one, and a whole one that may
+    // not last a crash would name what the caller now thinks failed: take
+    // back what this call added, unless someone else has written since.
+    const off_t whole = before + static_cast<off_t>(size);
     if (before >= 0 && ::fstat(fd, &st) == 0 && st.st_size > before &&
-        st.st_size < before + static_cast<off_t>(size)) {
+        (written ? st.st_size == whole : st.st_size < whole)) {
       const int ignored = ::ftruncate(fd, before);
       (void)ignored;
     }

@@ -10,6 +10,7 @@
 // and the trace the real reason.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -30,8 +31,12 @@ struct SafeFileError {
 // The word for a step: "open", "write", "sync", "rename".
 const char* safe_step_name(SafeStep step);
 
-// open(2) for writing or creating, retrying EINTR, close-on-exec.
-int safe_open(const char* path, int flags, unsigned mode, SafeFileError* err = nullptr);
+// open(2), retrying EINTR, close-on-exec. Only a regular file is kept: the
+// open never waits (on a FIFO without its other end), and anything but a
+// file fails with EISDIR for a directory or EINVAL ("not a regular file").
+// *st, when given, gets the file's stat.
+int safe_open(const char* path, int flags, unsigned mode, SafeFileError* err = nullptr,
+              struct stat* st = nullptr);
 // Creates path, failing if anything (a file, a link, a FIFO) is there.
 int safe_create_exclusive(const char* path, unsigned mode, SafeFileError* err = nullptr);
 // Writes all of data, retrying EINTR and short writes; a write that takes
@@ -54,16 +59,14 @@ bool safe_replace_file(const std::string& path, std::string_view data, unsigned 
                        SafeFileError* err = nullptr);
 // Appends one record with a single O_APPEND write (writers in other
 // processes never interleave), fsync'ed; the directory is synced when the
-// file was new. A record half written is taken back, so a failure never
-// shifts later records.
+// file was new. On failure what the call wrote is taken back (unless another
+// writer has appended since), so a failure never shifts later records.
 bool safe_append_record(const std::string& path, const void* data, size_t size, unsigned mode,
                         SafeFileError* err = nullptr);
 
-// Opens a file for reading only if it is a regular file: a FIFO, a device
-// or a directory dropped where a file should be would block the open or the
-// read forever. The open itself never blocks; the descriptor is blocking
-// again when returned. Anything else fails with EINVAL ("not a regular file").
-int safe_open_read(const char* path, SafeFileError* err = nullptr);
+// safe_open for reading: a FIFO, a device or a directory dropped where a
+// file should be would otherwise block the open or the read forever.
+int safe_open_read(const char* path, SafeFileError* err = nullptr, struct stat* st = nullptr);
 // The same, as a stdio stream ("rb").
 FILE* safe_fopen_read(const char* path, SafeFileError* err = nullptr);
 // Opens a log for appending, creating it with mode: only a regular file,

@@ -167,40 +167,9 @@ bool local_write_new(const std::string& path, std::string_view data, SafeFileErr
   return false;
 }
 
-namespace {
+int local_open_read(const std::string& path, struct stat* st) { return safe_open_read(path.c_str(), nullptr, st); }
 
-// A descriptor just opened without blocking, kept only if it is a file.
-int KeepIfFile(int fd, struct stat* st) {
-  struct stat own;
-  if (!st) st = &own;
-  if (fd < 0) return -1;
-  int error;
-  if (::fstat(fd, st) != 0) {
-    error = errno;
-  } else if (S_ISREG(st->st_mode)) {
-    return fd;
-  } else {
-    error = S_ISDIR(st->st_mode) ? EISDIR : kLocalNotAFile;
-  }
-  ::close(fd);
-  errno = error;
-  return -1;
-}
-
-}  // namespace
-
-int local_open_read(const std::string& path, struct stat* st) {
-  int fd;
-  do fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  while (fd < 0 && errno == EINTR);
-  return KeepIfFile(fd, st);
-}
-
-int local_open_update(const std::string& path, SafeFileError* err) {
-  const int fd = KeepIfFile(safe_open(path.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY, 0, err), nullptr);
-  if (fd < 0 && err && errno != err->error) *err = SafeFileError{kSafeOpen, errno};
-  return fd;
-}
+int local_open_update(const std::string& path, SafeFileError* err) { return safe_open(path.c_str(), O_RDWR, 0, err); }
 
 const char* local_strerror(int error) {
   return error == kLocalNotAFile ? "Not a regular file" : std::strerror(error);

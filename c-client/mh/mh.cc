@@ -316,26 +316,7 @@ class NewMessages {
 }  // namespace
 
 bool mh_queue_records(const std::string& dir, const std::string& records) {
-  const std::string path = mh_file(dir.c_str(), "mh_updat.dat");
-  struct stat st;
-  const bool exists = ::stat(path.c_str(), &st) == 0;
-  // Opening a FIFO for writing waits for a reader that never comes.
-  if (exists && !S_ISREG(st.st_mode)) {
-    errno = kLocalNotAFile;
-    return false;
-  }
-  const off_t before = exists ? st.st_size : 0;
-  if (safe_append_record(path, records.data(), records.size(), 0600)) return true;
-  // Records written whole but not synced would name messages that go with
-  // the failure: they are taken back, unless another writer has appended
-  // since.
-  const int error = errno;
-  if (::stat(path.c_str(), &st) == 0 && st.st_size == before + static_cast<off_t>(records.size())) {
-    const int ignored = ::truncate(path.c_str(), before);
-    (void)ignored;
-  }
-  errno = error;
-  return false;
+  return safe_append_record(mh_file(dir.c_str(), "mh_updat.dat"), records.data(), records.size(), 0600);
 }
 
 // --- Slots --------------------------------------------------------------------
