@@ -17,17 +17,11 @@ QAbstractButton* Button(WINDOW dlg, int id) {
 
 bool Checked(WINDOW dlg, int id) { return xvt_ctl_is_checked(xvt_win_get_ctl(dlg, id)); }
 
-// --- Dialogs ----------------------------------------------------------------
-
 enum { kCheck = 10, kOk = 11, kEdit = 12, kRadio = 13 };
 const WIN_DEF kDialogDef[] = {
-    {W_MODAL, {100, 100, 400, 260}, "Options", 0, 0},
-    {WC_CHECKBOX, {10, 10, 200, 30}, "~Wrap", kCheck, 0},
-    {WC_RADIOBUTTON, {10, 40, 200, 70}, "~Plain", kRadio, 0},
-    {WC_EDIT, {10, 80, 200, 110}, "name", kEdit, 0},
-    {WC_PUSHBUTTON, {220, 120, 290, 150}, "OK", kOk, CTL_FLAG_DEFAULT},
-    {W_NONE, {0, 0, 0, 0}, nullptr, 0, 0},
-};
+    {W_MODAL, {100, 100, 400, 260}, "Options", 0, 0},          {WC_CHECKBOX, {10, 10, 200, 30}, "~Wrap", kCheck, 0},
+    {WC_RADIOBUTTON, {10, 40, 200, 70}, "~Plain", kRadio, 0},  {WC_EDIT, {10, 80, 200, 110}, "name", kEdit, 0},
+    {WC_PUSHBUTTON, {220, 120, 290, 150}, "OK", kOk, CTL_FLAG_DEFAULT}, {W_NONE, {}, nullptr, 0, 0}};
 
 std::vector<std::string> g_log;
 
@@ -117,16 +111,9 @@ TEST_F(XvtQt, ListControlsKeepProgramSelectionsSilent) {
   });
 }
 
-// --- Questions ------------------------------------------------------------------
-
 TEST_F(XvtQt, QuestionBoxKeepsButtonOrderAndEscapeIsTheLastButton) {
   RunApp([] {
-    struct Case {
-      const char* b2;
-      const char* b3;
-      int press;  // button index to click, or -1 for Escape
-      ASK_RESPONSE expected;
-    } cases[] = {
+    struct Case { const char *b2, *b3; int press; ASK_RESPONSE expected; } cases[] = {  // press -1: Escape
         {"~No", "Cancel", 0, RESP_DEFAULT}, {"~No", "Cancel", 1, RESP_2},  {"~No", "Cancel", 2, RESP_3},
         {"~No", "Cancel", -1, RESP_3},      {"~No", nullptr, -1, RESP_2},  {nullptr, nullptr, -1, RESP_DEFAULT},
     };
@@ -142,10 +129,7 @@ TEST_F(XvtQt, QuestionBoxKeepsButtonOrderAndEscapeIsTheLastButton) {
         auto buttons = box->findChildren<QAbstractButton*>();
         std::sort(buttons.begin(), buttons.end(), [](auto* a, auto* b) { return a->x() < b->x(); });
         for (QAbstractButton* b : buttons) shown.push_back(b->text().toStdString());
-        if (press >= 0)
-          buttons[static_cast<size_t>(press)]->click();
-        else
-          Key(box, Qt::Key_Escape);
+        press >= 0 ? buttons[static_cast<size_t>(press)]->click() : Key(box, Qt::Key_Escape);
       });
       EXPECT_EQ(xvt_dm_post_ask("~Yes & go", c.b2, c.b3, "Send %s?", "it"), c.expected);
       std::vector<std::string> expected{"&Yes && go"};
@@ -156,14 +140,10 @@ TEST_F(XvtQt, QuestionBoxKeepsButtonOrderAndEscapeIsTheLastButton) {
   });
 }
 
-// --- Automation ---------------------------------------------------------------
-
-const WIN_DEF kScriptDialogDef[] = {
-    {W_MODAL, {100, 100, 300, 200}, "Confirm", 0, 0},
-    {WC_CHECKBOX, {10, 10, 150, 30}, "Again", 1, 0},
-    {WC_PUSHBUTTON, {10, 40, 80, 70}, "OK", 2, CTL_FLAG_DEFAULT},
-    {W_NONE, {0, 0, 0, 0}, nullptr, 0, 0},
-};
+const WIN_DEF kScriptDialogDef[] = {{W_MODAL, {100, 100, 300, 200}, "Confirm", 0, 0},
+                                     {WC_CHECKBOX, {10, 10, 150, 30}, "Again", 1, 0},
+                                     {WC_PUSHBUTTON, {10, 40, 80, 70}, "OK", 2, CTL_FLAG_DEFAULT},
+                                     {W_NONE, {}, nullptr, 0, 0}};
 
 long ScriptDialogEh(WINDOW dlg, EVENT* ev) {
   if (ev->type != E_CONTROL) return 0;
