@@ -43,3 +43,12 @@ class FrameTest : public ::testing::Test {
   std::string appdir_;
   std::vector<std::string> unexpected_;
 };
+
+// For tests of a user who has been through the setup.
+class UserFrameTest : public FrameTest {
+ protected:
+  void SetUp() override {
+    FrameTest::SetUp();
+    WriteUserOptions();
+  }
+};
