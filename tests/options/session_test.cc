@@ -14,11 +14,10 @@ namespace {
 constexpr int kSessionRid = 150;
 constexpr int kDetailsRid = 170;
 
-class Session : public FrameTest {
+class Session : public UserFrameTest {
  protected:
   void SetUp() override {
-    FrameTest::SetUp();
-    WriteUserOptions();
+    UserFrameTest::SetUp();
     WriteFile(home_ + "/velmar.ini", "[LOCAL] default\nname=Home Office\nfile=" + home_ +
                                          "/home.tcl\ntype=tcl\n[LOCAL]\nname=Laptop\nfile=" + home_ +
                                          "/laptop.tcl\ntype=tcl\n[REMOTE]\nname=Work\nhost=imsp.example.org\n"
@@ -38,8 +37,7 @@ class Session : public FrameTest {
   }
 };
 
-// Cancel leaves the prompt mode: offline, unless there is nothing to
-// choose from, when only Cancel can be used.
+// Cancel leaves the prompt mode: offline, unless there is nothing to choose from, when only Cancel can be used.
 TEST_F(Session, CancelStartsOfflineUnlessTheTableIsEmpty) {
   for (bool empty : {false, true}) {
     if (empty) ::unlink((home_ + "/velmar.ini").c_str());
