@@ -10,12 +10,8 @@
 
 namespace {
 
-class Busy : public FrameTest {
+class Busy : public UserFrameTest {
  protected:
-  void SetUp() override {
-    FrameTest::SetUp();
-    WriteUserOptions();
-  }
   // Depth, timers of the busy window, the trap and the cursor.
   static std::string State() {
     int timers = 0;

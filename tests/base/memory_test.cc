@@ -34,18 +34,17 @@ int g_low_memory_events = 0;
 int LowWant(ModelEvent* ev, void*) { return ev->type == E_LOW_MEMORY; }
 void LowHandle(ModelEvent*, void*) { ++g_low_memory_events; }
 
-class Memory : public FrameTest {
+class Memory : public UserFrameTest {
  protected:
   void SetUp() override {
-    FrameTest::SetUp();
-    WriteUserOptions();
+    UserFrameTest::SetUp();
     g_fail_count = 0;
     g_fail_always = false;
     g_low_memory_events = 0;
   }
   void TearDown() override {
     fs_set_allocator(nullptr);
-    FrameTest::TearDown();
+    UserFrameTest::TearDown();
   }
   // Runs body inside a started program with the failing allocator.
   void InProgram(std::function<void()> body) {

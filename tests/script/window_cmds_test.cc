@@ -51,13 +51,8 @@ bool SendKey(WINDOW w, int ch, bool shift = false) {
   return xvt_test_user_event(w, &ev);
 }
 
-class WindowCommands : public FrameTest {
+class WindowCommands : public UserFrameTest {
  protected:
-  void SetUp() override {
-    FrameTest::SetUp();
-    WriteUserOptions();
-  }
-
   // Runs the program with the test window built; body runs once it is up.
   void WithTestWindow(std::function<void(WINDOW w)> body) {
     Run({"-b"}, [&] {
