@@ -103,7 +103,8 @@ TEST_F(Lifecycle, ExitCanBeVetoedOrCancelled) {
 }
 
 TEST_F(Lifecycle, ExitCleanWordsAreKeptOrRewrittenToPrompt) {
-  const std::pair<const char*, const char*> cases[] = {{"always", "always"}, {"Sometimes", "Prompt"}, {nullptr, "Prompt"}};
+  const std::pair<const char*, const char*> cases[] = {
+      {"Never", "Never"}, {"always", "always"}, {"Sometimes", "Prompt"}, {nullptr, "Prompt"}};
   for (const auto& [stored_word, after] : cases) {
     const char* stored = stored_word;  // a lambda cannot take a structured binding
     EventLog log;
