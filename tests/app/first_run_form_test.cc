@@ -1,5 +1,4 @@
-// The first-run setup form of startup.tcl, end to end: the whole program on
-// a fresh home, driven as a user would.
+// The first-run setup form of startup.tcl, end to end: the whole program on a fresh home, driven as a user would.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -68,8 +67,8 @@ TEST_F(FirstRunForm, LaysTheFormOutBelowTheHeadingInsideTheWindow) {
   });
 }
 
-// Incomplete answers give a note and keep the form; complete ones, given
-// with OK or with Enter, are stored trimmed and open the organizer.
+// Incomplete answers give a note and keep the form; complete ones, given with OK or with Enter, are stored trimmed
+// and open the organizer.
 TEST_F(FirstRunForm, AnswersAreCheckedStoredAndSaved) {
   const struct {
     const char *name, *address, *note;

@@ -23,8 +23,8 @@ class Busy : public UserFrameTest {
   }
 };
 
-// Nested critical sections keep one timer, and only the outermost end
-// restores; the hourglass walks forward, then back.
+// Nested critical sections keep one timer, and only the outermost end restores; the hourglass walks forward, then
+// back.
 TEST_F(Busy, NestedCriticalSections) {
   Run({"-b"}, [&] {
     WINDOW organizer = xvt_test_find_window("Message Organizer");
@@ -94,8 +94,8 @@ TEST_F(Busy, MailTimerDropsToRetryInACriticalSectionAndComesBack) {
       EXPECT_EQ(g_checks, s.checks) << &s - steps;
       EXPECT_EQ(MSG_MailTimerPeriod(), s.period) << &s - steps;
     }
-    // A new interval from the preferences takes effect at once; below 1
-    // minute, or not a number, it is seven minutes.
+    // A new interval from the preferences takes effect at once; below 1 minute, or not a number, it is seven
+    // minutes.
     const std::pair<const char*, long> intervals[] = {{"3", 180000}, {"1", 60000}, {"15", 900000},
                                                       {"0", 420000}, {"-3", 420000}, {"soon", 420000}};
     for (const auto& [interval, period] : intervals) {

@@ -191,8 +191,8 @@ TEST_F(CenvTest, InitText) {
       {"a bad password gives none", "[password] c2VjcmV0\n[password] not*base64\n", {}, -1},
       {"a default local record goes local", "[LOCAL] default\nname=L\nfile=l.tcl\ntype=tcl\n",
        {"L|[LOCAL]|tcl|-|0|l.tcl|online|O"}, 0, "-|-|elsewhere:0|l.tcl||1", {"-r", "elsewhere"}},
-      // Long lines are read whole: cut after 999 bytes, "type=tcl" would close the record early;
-      // whole, the line is a name with an "=" in it, which is skipped.
+      // Long lines are read whole: cut after 999 bytes, "type=tcl" would close the record early; whole, the line is
+      // a name with an "=" in it, which is skipped.
       {"a long name", "[REMOTE]\nname=" + name + "\nhost=h\ntype=imsp\n", {name + "|[REMOTE]|imsp|h|0|-|online|O"}, -1},
       {"a long line that would close early", "[LOCAL]\nname=" + early + "\nfile=/" + name + "\ntype=tcl\n",
        {"/" + name + "|[LOCAL]|tcl|-|0|/" + name + "|offline|O"}, -1},

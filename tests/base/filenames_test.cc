@@ -27,8 +27,8 @@ class Files : public FrameTest {
 };
 
 TEST_F(Files, DirectoriesAndTheFileTable) {
-  // What the user writes lives in the user directory, what ships with the
-  // program in the application directory; some names exist in both.
+  // What the user writes lives in the user directory, what ships with the program in the application directory;
+  // some names exist in both.
   const struct {
     int kind;
     bool user;
@@ -92,8 +92,8 @@ TEST_F(Files, EnsureDirectory) {
   EXPECT_EQ(EnsureDirectory(""), 0);
 }
 
-// Copies and backups are written whole through the safe writer: a failure
-// at any step leaves the target as it was, and no temporary behind.
+// Copies and backups are written whole through the safe writer: a failure at any step leaves the target as it was,
+// and no temporary behind.
 TEST_F(Files, CopiesReplaceWholeFilesOrNothing) {
   const std::string src = home_ + "/src.tcl", dst = home_ + "/dst", none = home_ + "/none";
   WriteFile(src, "0123456789");

@@ -99,8 +99,7 @@ TEST_F(KeyedList, ErrorsAreReportedAndLoseNothing) {
   };
   for (const Case& c : cases) EXPECT_EQ(Eval(c.script), c.expected) << c.script;
 
-  // A failing keylset leaves the variable as it was, even when earlier
-  // pairs of the same call were fine.
+  // A failing keylset leaves the variable as it was, even when earlier pairs of the same call were fine.
   EXPECT_EQ(Eval("set l {{a plain}}; catch {keylset l b 1 a.x 2}; set l"), "ok: {a plain}");
   EXPECT_EQ(Eval("set l {{a 1} {}}; catch {keyldel l a}; set l"), "ok: {a 1} {}");
   // 32 levels are fine.

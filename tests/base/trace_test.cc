@@ -99,8 +99,8 @@ TEST_F(Tracing, DebuggingOptionsAndTheTelemetryWindow) {
 
 TEST(Messages, TableTextsAndRoutes) {
   xvt_test_reset();
-  // Before ErrorInit the table is built on first use. A text with printf fields is shown as it
-  // stands, never used as a format; an unknown code shows nothing.
+  // Before ErrorInit the table is built on first use. A text with printf fields is shown as it stands, never used
+  // as a format; an unknown code shows nothing.
   EXPECT_STREQ(ErrorText(1000), "Foobar");
   ErrorShow(2000, "detail");
   ErrorShow(4242, "unknown code");

@@ -87,8 +87,8 @@ TEST_F(OptionFiles, SavedValuesComeBackExactly) {
     ASSERT_EQ(Opt_Save(), 1);
     Restart();
     EXPECT_NE(ReadFile(home_ + "/default.tcl").find("option Name#-with#-blanks \"v\"\n"), std::string::npos);
-    // Whatever the site defaults and the translation add, the user's options come back exactly, and
-    // nothing else of the user's appears.
+    // Whatever the site defaults and the translation add, the user's options come back exactly, and nothing else of
+    // the user's appears.
     Snapshot after = Permanent();
     for (auto& [name, value] : before) EXPECT_EQ(after[name], value) << "round " << round << " name " << name;
     for (auto& [name, value] : after) EXPECT_TRUE(name[0] != 'R' || before.count(name)) << round << " extra " << name;
@@ -96,8 +96,8 @@ TEST_F(OptionFiles, SavedValuesComeBackExactly) {
   }
 }
 
-// A file with an error stops there: what came before stays loaded, the user is told, and the whole file
-// is kept before a save could shorten it. A readonly site option refuses the user's value.
+// A file with an error stops there: what came before stays loaded, the user is told, and the whole file is kept
+// before a save could shorten it. A readonly site option refuses the user's value.
 TEST_F(OptionFiles, ReadonlySiteOptionsAndFilesWithErrors) {
   WriteFile(appdir_ + "/sysdflt.tcl",
             ReadFile(appdir_ + "/sysdflt.tcl") + "option -default -readonly Site.Smtp mail.example.org\n");
@@ -114,8 +114,8 @@ TEST_F(OptionFiles, ReadonlySiteOptionsAndFilesWithErrors) {
   EXPECT_NE(ReadFile(file + ".bad").find("option Lost 3"), std::string::npos);
 }
 
-// Option files are data: they cannot run programs or touch files, and their bytes come back as they
-// were, whatever encoding an older version used.
+// Option files are data: they cannot run programs or touch files, and their bytes come back as they were, whatever
+// encoding an older version used.
 TEST_F(OptionFiles, OptionFilesAreData) {
   const std::string victim = home_ + "/victim", evil = home_ + "/evil.tcl", ok = home_ + "/ok.tcl";
   WriteFile(victim, "precious");
@@ -168,8 +168,8 @@ TEST_F(OptionFiles, SaveLocationWritesAnInitFileTheParserReadsBack) {
   EXPECT_EQ(CENV_GetDefaultRemote(), 1);
   EXPECT_STREQ(CENV_GetConfigFilename(1), "/home/ann/my options.tcl");
 
-  // Session layout: the named configurations in table order, each line whole however long; the login
-  // lines are not part of it. Read back, it gives the same file again.
+  // Session layout: the named configurations in table order, each line whole however long; the login lines are not
+  // part of it. Read back, it gives the same file again.
   const std::string layout =
       "[LOCAL]\nname=Home Office\nfile=/tmp/h.tcl\nonline_default=1\noffline_default=1\ntype=tcl\n"
       "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\nonline_default=0\noffline_default=0\ntype=imsp\n"
@@ -203,9 +203,9 @@ TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
   EXPECT_EQ(Option("NoValue"), "(none)");
 }
 
-// Whatever step of the rewrite fails, the file saved before stays as it was (and so does its backup), the
-// user sees message 2003, the trace names the step and the system's reason, and the store keeps its
-// changes for the next save. Only live permanent values are written, to a private file.
+// Whatever step of the rewrite fails, the file saved before stays as it was (and so does its backup), the user sees
+// message 2003, the trace names the step and the system's reason, and the store keeps its changes for the next
+// save. Only live permanent values are written, to a private file.
 TEST_F(OptionFiles, AFailedSaveKeepsTheFileAndTheChanges) {
   TraceSetSubsystem(kTraceOptions);
   TraceStart((home_ + "/debug.txt").c_str());
@@ -254,8 +254,8 @@ TEST_F(OptionFiles, AFailedSaveKeepsTheFileAndTheChanges) {
   EXPECT_FALSE(FileExists(file.c_str()));
 }
 
-// The options come from the -f file and go back to it, however long its name, and the init file brings
-// the next start back to the same file.
+// The options come from the -f file and go back to it, however long its name, and the init file brings the next
+// start back to the same file.
 TEST_F(OptionFiles, ALongFileNameIsLoadedSavedAndRemembered) {
   std::string dir = home_;
   while (dir.size() < 2500) {  // longer than any line or path buffer

@@ -19,14 +19,12 @@ TEST_F(HashTest, GoldenChains) {
       {"zbc", 1, 100, 97},    // 'b' + 'c' = 197: the first character never counts
       {"a", 1, 100, 0},       {"a", 2, 1000, 98},  // 0 + 'a' + 1
       {"abc", 2, 1000, 190},  // ('b' << 8) + 'c' + 3 = 25190
-      // The CRC-16 check value 0xBB3D of "123456789" & 0x7FFF, behind a
-      // first character that is skipped.
+      // The CRC-16 check value 0xBB3D of "123456789" & 0x7FFF, behind a first character that is skipped.
       {"x123456789", 3, 32768, 0x3B3D},
       {"Q123456789", 3, 1000, 0x3B3D % 1000}, {"z", 3, 1000, 0},
       {"", 4, 200, 1},  // nothing after the first character: the default
       {"abc", 4, 200, 67},  // 99 + 98 * 16 = 1667
-      // 97, 1650, 26499 = 0x6783 folds to 0x783 ^ 6 = 1925,
-      // 100 + 1925 * 16 = 0x78B4 folds to 0x8B4 ^ 7 = 2227.
+      // 97, 1650, 26499 = 0x6783 folds to 0x783 ^ 6 = 1925, 100 + 1925 * 16 = 0x78B4 folds to 0x8B4 ^ 7 = 2227.
       {"xabcd", 4, 200, 27},
       {"a\xe9", 4, 200, 70},  // signed: -23 is 0x...FFE9, folds to 0xFE9 ^ 0xF = 4070
       {"a", 4, 1, 0},         // a table of one chain has no chain 1

@@ -1,5 +1,5 @@
-// The safe writer leaves the old file or the new one, never half of one and
-// never a stray temporary, whatever step fails.
+// The safe writer leaves the old file or the new one, never half of one and never a stray temporary, whatever step
+// fails.
 #include "rclib/safe_file.h"
 
 #include <sys/resource.h>
@@ -28,8 +28,8 @@ class SafeFile : public ScratchTest {
   std::string path_;
 };
 
-// Every step of a replace, failed in turn: the old text stays, nothing else
-// is left in the directory, and the error names the step.
+// Every step of a replace, failed in turn: the old text stays, nothing else is left in the directory, and the error
+// names the step.
 TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
   const std::string old_text(70000, 'x');
   ASSERT_TRUE(safe_replace_file(path_, old_text, 0640));
@@ -51,8 +51,8 @@ TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
     EXPECT_FALSE(safe_replace_file(path_, "new text", 0600, &err)) << safe_step_name(r.step);
     safe_clear_faults_for_test();
     EXPECT_EQ(err.text(), std::string(safe_step_name(r.step)) + ": " + std::strerror(r.error));
-    // A failed directory sync comes after the rename: the new text is in
-    // place but the caller was told it may not last a crash.
+    // A failed directory sync comes after the rename: the new text is in place but the caller was told it may not
+    // last a crash.
     EXPECT_EQ(Read(), r.step == kSafeSync && r.nth == 2 ? "new text" : old_text) << safe_step_name(r.step);
     EXPECT_EQ(Names(), std::set<std::string>{"file.dat"}) << safe_step_name(r.step);
   }
@@ -98,8 +98,7 @@ TEST_F(SafeFile, AppendAddsWholeRecordsOrNothing) {
     EXPECT_FALSE(safe_append_record(path_, "two\n", 4, 0600, &err));
     EXPECT_EQ(err.step, step);
     safe_clear_faults_for_test();
-    // A failed sync cannot take back what the write put in the file; the
-    // caller learns of it and decides.
+    // A failed sync cannot take back what the write put in the file; the caller learns of it and decides.
     EXPECT_EQ(Read(), step == kSafeSync ? "one\ntwo\n" : "one\n") << safe_step_name(step);
   }
   // A write cut short by a file size limit is taken back whole.

@@ -7,8 +7,8 @@
 
 class StringsTest : public RclibTest {};
 
-// A helper writing into (out, size), its expected answer and output. A
-// failure named "... fit" must also say why through rc_errno.
+// A helper writing into (out, size), its expected answer and output. A failure named "... fit" must also say why
+// through rc_errno.
 struct OutCase {
   const char* name;
   std::function<int(char*, size_t)> call;

@@ -23,8 +23,8 @@ class TreeTest : public RclibTest {
   }
 };
 
-// Every node has the word 0, so all compare equal as strings: only the cursor keeps these walks exact.
-// A child held from an earlier walk is found again by its bytes, without regard to case.
+// Every node has the word 0, so all compare equal as strings: only the cursor keeps these walks exact. A child held
+// from an earlier walk is found again by its bytes, without regard to case.
 TEST_F(TreeTest, WalksAndRemovalsFollowTheCursor) {
   MTREE_NODE* root = node("root");
   for (const char* n : {"a", "b", "c", "d"}) mtree_add_child(root, node(n));

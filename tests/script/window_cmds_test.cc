@@ -1,5 +1,4 @@
-// The window commands and the script window handler, through the program's
-// own interpreter on the headless toolkit.
+// The window commands and the script window handler, through the program's own interpreter on the headless toolkit.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -16,8 +15,8 @@
 
 namespace {
 
-// One control of most kinds. The Tab order is first, second, ok, check, r1,
-// r2, list: the label can't take the focus and "off" is disabled.
+// One control of most kinds. The Tab order is first, second, ok, check, r1, r2, list: the label can't take the
+// focus and "off" is disabled.
 const char* kTestWindow = R"(
 _xvt_create_window W_DOC {10 20 310 220} {Test Window} TASK_WIN {WSF_CLOSE WSF_SIZE} w
 _xvt_create_control WC_EDIT {10 10 200 34} {} w 0 first 1

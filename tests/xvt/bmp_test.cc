@@ -35,8 +35,8 @@ std::vector<uint8_t> MakeBmp(int width, int height, int bpp, int palette_colors 
 }
 
 TEST(Bmp, PixelsLandWhereTheHeaderSays) {
-  // 3 pixels of 24 bits: 9 bytes a row, padded to 12; the bottom row comes
-  // first in the file: blue at the bottom, red on top.
+  // 3 pixels of 24 bits: 9 bytes a row, padded to 12; the bottom row comes first in the file: blue at the bottom,
+  // red on top.
   auto bottom_up = MakeBmp(3, 2, 24);
   for (int x = 0; x < 3; ++x) bottom_up[54 + 3 * x] = bottom_up[54 + 12 + 3 * x + 2] = 0xFF;
   auto paletted = MakeBmp(9, -1, 1, 2);  // top-down, 1 bit, black and green

@@ -1,8 +1,6 @@
-// The content codecs: published vectors, the forms the encoders write, what
-// the decoders make of bad input, and the streaming decoders' blocks and
-// reports. Round trips of arbitrary bytes, line lengths and the agreement of
-// the streaming decoders with the in-memory ones are the fuzz target's
-// checks, replayed over its corpus.
+// The content codecs: published vectors, the forms the encoders write, what the decoders make of bad input, and the
+// streaming decoders' blocks and reports. Round trips of arbitrary bytes, line lengths and the agreement of the
+// streaming decoders with the in-memory ones are the fuzz target's checks, replayed over its corpus.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -49,8 +47,8 @@ long Collect(void* sink, const char* data, unsigned long size) {
   return s->fail ? 0 : 1;
 }
 
-// Streams the text through a decoder (base64 or quoted-printable); the
-// state is left in *st for a look at the error count.
+// Streams the text through a decoder (base64 or quoted-printable); the state is left in *st for a look at the error
+// count.
 Sink Stream(bool base64, const std::string& in, DecodeState* st_out = nullptr, bool failing_sink = false) {
   static DecodeState st;
   Sink sink;
@@ -62,8 +60,8 @@ Sink Stream(bool base64, const std::string& in, DecodeState* st_out = nullptr, b
   return sink;
 }
 
-// The published vectors both ways; then what the decoder makes of other
-// input: foreign characters skipped, misplaced padding refused.
+// The published vectors both ways; then what the decoder makes of other input: foreign characters skipped,
+// misplaced padding refused.
 TEST(Base64, VectorsAndDecoderTable) {
   const std::vector<std::pair<std::string, std::string>> vectors = {
       {"", ""},         {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},

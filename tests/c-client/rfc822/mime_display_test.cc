@@ -1,6 +1,6 @@
-// Header text and parameters for display: encoded words, raw 8-bit text, split and charset-tagged
-// parameters, and safe file names. (That every result is valid UTF-8 without controls, and a file name
-// at most 200 bytes, the fuzz target checks.)
+// Header text and parameters for display: encoded words, raw 8-bit text, split and charset-tagged parameters, and
+// safe file names. (That every result is valid UTF-8 without controls, and a file name at most 200 bytes, the fuzz
+// target checks.)
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,5 +1,5 @@
-// The date parsers: the strict one of internal dates (with its zone table and sign quirk), the free one
-// of Date headers, and the ordering of Date headers in time.
+// The date parsers: the strict one of internal dates (with its zone table and sign quirk), the free one of Date
+// headers, and the ordering of Date headers in time.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -58,9 +58,8 @@ TEST(MailParseDate, Table) {
       {"Xyz, 1-Jan-2000", "refused"}, {"", "refused"}, {"1 Jan", "refused"},
   };
   for (const auto& [text, want] : cases) EXPECT_EQ(Strict(text), want) << text;
-  // The local drivers' "-ZONE" form, on a fresh element and on one whose
-  // last date was west: east zones, Greenwich and A to M leave the sign
-  // bit as it was; J, P and names not in the table take the machine's offset.
+  // The local drivers' "-ZONE" form, on a fresh element and on one whose last date was west: east zones, Greenwich
+  // and A to M leave the sign bit as it was; J, P and names not in the table take the machine's offset.
   const struct { const char *zone, *fresh, *west; } zones[] = {
       {"EST", "-0500", "-0500"}, {"pdt", "-0700", "-0700"}, {"BST", "-1100", "-1100"}, {"GMT", "+0000", "-0000"},
       {"UT", "+0000", "-0000"},  {"JST", "+0900", "-0900"}, {"MET", "+0100", "-0100"}, {"A", "+0100", "-0100"},

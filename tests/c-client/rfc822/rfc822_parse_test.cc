@@ -1,5 +1,5 @@
-// The RFC 822 and MIME parser: addresses, the header walk, content headers, body structures, header
-// sizes, and the limits on hostile input.
+// The RFC 822 and MIME parser: addresses, the header walk, content headers, body structures, header sizes, and the
+// limits on hostile input.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -86,8 +86,8 @@ TEST(Rfc822Address, AppendsToAListAndKeepsLimits) {
   EXPECT_EQ(Render(list), "-|-|a|b ; -|-|c|d");
   mail_free_address(&list);
   mail_env_clear();
-  // A list stops after 10,000 addresses; nested groups are capped, and what was read is kept and
-  // closed (32 openings, 32 closings).
+  // A list stops after 10,000 addresses; nested groups are capped, and what was read is kept and closed (32
+  // openings, 32 closings).
   std::string many, deep;
   for (int i = 0; i < 10005; ++i) many += "u" + std::to_string(i) + "@h,";
   for (int i = 0; i < 100; ++i) deep += "g" + std::to_string(i) + ": ";
@@ -194,8 +194,8 @@ std::string Crlf(const std::string& lf) {
   return out;
 }
 
-// Each part as "path TYPE/SUBTYPE params encoding|its text at its offset"; every size must say what it
-// holds. (That the raw size agrees, and a file source gives the same, the fuzz target checks.)
+// Each part as "path TYPE/SUBTYPE params encoding|its text at its offset"; every size must say what it holds. (That
+// the raw size agrees, and a file source gives the same, the fuzz target checks.)
 void Walk(const BodyPart* b, const std::string& path, unsigned long offset, const std::string& text,
           std::vector<std::string>* out) {
   const std::string part = offset <= text.size() ? text.substr(offset, b->size_bytes) : "<offset out of range>";
@@ -322,8 +322,7 @@ TEST(Rfc822Body, DepthCapKeepsDeepPartsOpaque) {
 
 TEST(Rfc822Body, HostileSizesStayLinear) {
   const auto t0 = std::chrono::steady_clock::now();
-  // A megabyte of empty parts: the part count is capped, and the last part
-  // keeps the rest.
+  // A megabyte of empty parts: the part count is capped, and the last part keeps the rest.
   std::string text = "MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n";
   while (text.size() < (1u << 20)) text += "--b\n";
   mail_env_clear();
@@ -338,8 +337,7 @@ TEST(Rfc822Body, HostileSizesStayLinear) {
   }
   EXPECT_NE(Warnings().find("Multipart has too many parts"), std::string::npos);
 
-  // Many address headers of one kind append without walking the list; a
-  // line over 64 KB is cut.
+  // Many address headers of one kind append without walking the list; a line over 64 KB is cut.
   std::string header;
   while (header.size() < (1u << 20)) header += "To: a@b\n";
   {

@@ -1,5 +1,4 @@
-// The Qt backend's dialogs, controls, questions and automation script, on
-// Qt's offscreen platform.
+// The Qt backend's dialogs, controls, questions and automation script, on Qt's offscreen platform.
 #include <QComboBox>
 
 #include <algorithm>
@@ -180,8 +179,8 @@ TEST_F(XvtQt, ScriptAnswersQuestionsDismissesNoticesAndDrivesDialogs) {
   EXPECT_EQ(g_log, (std::vector<std::string>{"control 1 checked 1", "control 2 checked 1"}));
 }
 
-// A script usually names the menu choice first and then answers what it
-// brings up: the box or dialog is already waiting when the answer comes.
+// A script usually names the menu choice first and then answers what it brings up: the box or dialog is already
+// waiting when the answer comes.
 TEST_F(XvtQt, ScriptAnswersBoxesThatAreAlreadyUp) {
   std::string err = RunScripted("command 1\nanswer 3\ncommand 2\ndismiss\ncommand 3\ndialog 7101 2\n", [] {
     g_on_command = [](int tag) {

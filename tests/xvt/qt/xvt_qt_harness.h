@@ -1,6 +1,5 @@
-// Each Qt test runs a whole application whose body runs from the event loop
-// after E_CREATE; the application ends when the body returns, or fails when
-// a watchdog finds it hanging (a box waiting for a user).
+// Each Qt test runs a whole application whose body runs from the event loop after E_CREATE; the application ends
+// when the body returns, or fails when a watchdog finds it hanging (a box waiting for a user).
 #pragma once
 
 #include <gtest/gtest.h>

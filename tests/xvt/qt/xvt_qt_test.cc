@@ -1,6 +1,5 @@
-// The Qt backend's windows, drawing, input, menus, timers and hooks, on
-// Qt's offscreen platform. What the records do alike in both backends
-// (destruction order, menu item state) is checked on the headless one.
+// The Qt backend's windows, drawing, input, menus, timers and hooks, on Qt's offscreen platform. What the records
+// do alike in both backends (destruction order, menu item state) is checked on the headless one.
 #include <QAction>
 #include <QMainWindow>
 #include <QMenu>
@@ -341,8 +340,8 @@ TEST_F(XvtQt, TrapSwallowsInputElsewhereWhileTheHooksStillHearIt) {
     WINDOW busy = Win(TASK_WIN, {0, 0, 100, 30}, &busy_log);
     WINDOW other = Win(SCREEN_WIN, {100, 100, 300, 300}, &other_log, WSF_VSCROLL);
     xvt_win_trap_pointer(busy);
-    // A press comes in through the window system: the hook hears it once,
-    // however many widgets it passes, and even while trapped elsewhere.
+    // A press comes in through the window system: the hook hears it once, however many widgets it passes, and even
+    // while trapped elsewhere.
     QWindow* handle = other->client->window()->windowHandle();
     ASSERT_NE(handle, nullptr);
     for (QEvent::Type t : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
