@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -106,44 +105,6 @@ TEST_F(PathsTest, RelativePaths) {
     EXPECT_EQ(rc_path_relpath(c.path, c.base, out), c.rc) << c.path << " from " << c.base;
     EXPECT_STREQ(out, c.out) << c.path << " from " << c.base;
   }
-}
-
-TEST_F(PathsTest, TemporaryDirectories) {
-  const char* saved = getenv("TMPDIR");
-  std::string saved_tmpdir = saved ? saved : "";
-  struct Case { const char *tmpdir, *ramdisk; int kind, rc; const char* out; };
-  const Case cases[] = {
-      {"", "", 2, RC_OK, "/tmp"},          {"/var/tmp/", "", 2, RC_OK, "/var/tmp"},
-      {"", "", 1, RC_FAIL, ""},            {"", "/mnt/ram", 1, RC_OK, "/mnt/ram/"},
-  };
-  for (const Case& c : cases) {
-    setenv("TMPDIR", c.tmpdir, 1);
-    setenv("RAMDISK", c.ramdisk, 1);
-    char out[kRcPathBuf] = "?";
-    EXPECT_EQ(rc_path_temp_dir(out, c.kind), c.rc);
-    EXPECT_STREQ(out, c.out);
-  }
-  unsetenv("RAMDISK");
-  if (saved) setenv("TMPDIR", saved_tmpdir.c_str(), 1);
-  else unsetenv("TMPDIR");
-}
-
-TEST_F(PathsTest, TemporaryNamesSkipExistingFiles) {
-  char first[kRcPathBuf];
-  ASSERT_EQ(rc_path_temp_name(first), RC_OK);
-  ASSERT_EQ(std::strlen(first), 8u);
-  EXPECT_STREQ(first + 5, "tmp");
-  int n = std::atoi(first);
-  char name[16];
-  for (int i = 1; i <= 2; ++i) {
-    std::snprintf(name, sizeof name, "%05dtmp", n + i);
-    touch(name);
-  }
-  std::snprintf(name, sizeof name, "%05dtmp", n + 3);
-  fs::create_directory(name);  // a directory does not block the name
-  char next[kRcPathBuf];
-  ASSERT_EQ(rc_path_temp_name(next), RC_OK);
-  EXPECT_STREQ(next, name);
 }
 
 TEST_F(PathsTest, MakeDirsLevelByLevel) {
