@@ -19,11 +19,7 @@
 namespace {
 
 // Which model events reached a notifier, whether the option store could be read then, and General.ExitClean.
-struct EventLog {
-  std::vector<int> wanted, types;
-  std::vector<bool> options_readable;
-  std::string exit_clean;
-};
+struct EventLog { std::vector<int> wanted, types; std::vector<bool> options_readable; std::string exit_clean; };
 
 int LogWant(ModelEvent* ev, void* data) {
   for (int t : static_cast<EventLog*>(data)->wanted)

@@ -25,10 +25,7 @@ class KeyedList : public ::testing::Test {
   Tcl_Interp* interp_ = nullptr;
 };
 
-struct Case {
-  const char* script;
-  std::string expected;
-};
+struct Case { const char* script; std::string expected; };
 
 TEST_F(KeyedList, Lookups) {
   const Case cases[] = {

@@ -36,11 +36,7 @@ TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
   struct stat st;
   ASSERT_EQ(::stat(path_.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
-  const struct {
-    SafeStep step;
-    long nth;
-    int error;
-  } rows[] = {
+  const struct { SafeStep step; long nth; int error; } rows[] = {
       {kSafeOpen, 1, EMFILE}, {kSafeWrite, 1, ENOSPC}, {kSafeSync, 1, EIO},
       {kSafeRename, 1, EXDEV}, {kSafeSync, 2, EIO},  // the directory sync, after the rename
   };

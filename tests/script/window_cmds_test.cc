@@ -30,10 +30,7 @@ _xvt_create_control WC_RADIOBUTTON {100 170 200 190} Two w 0 r2 8
 _xvt_create_control WC_LBOX {210 10 290 100} {} w 0 list 9
 )";
 
-struct Case {
-  const char* script;
-  std::string expected;
-};
+struct Case { const char* script; std::string expected; };
 
 std::string PtrText(WINDOW w) {
   char text[32];
@@ -287,11 +284,7 @@ TEST_F(WindowCommands, ControlsRunTheirCommandsNamesStayWordsAndErrorsAreShown) 
 TEST_F(WindowCommands, TabAndShiftTabMoveTheFocusAlongTheKidlist) {
   WithTestWindow([&](WINDOW w) {
     xvt_scr_set_focus_vobj(TASK_WIN);  // outside: Tab starts at the first control
-    const struct {
-      int ch;
-      bool shift;
-      int expected_id;
-    } steps[] = {
+    const struct { int ch; bool shift; int expected_id; } steps[] = {
         {K_TAB, false, 1},  {K_TAB, false, 3},  // past the label...
         {K_TAB, false, 5},                      // ...and the disabled edit
         {K_BTAB, false, 3}, {K_TAB, true, 1},   // back, by either code

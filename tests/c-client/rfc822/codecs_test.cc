@@ -34,11 +34,7 @@ std::string Binary(const std::string& in) {
   return s;
 }
 
-struct Sink {
-  std::string data;
-  std::vector<unsigned long> blocks;
-  bool fail = false;
-};
+struct Sink { std::string data; std::vector<unsigned long> blocks; bool fail = false; };
 
 long Collect(void* sink, const char* data, unsigned long size) {
   Sink* s = static_cast<Sink*>(sink);
@@ -126,11 +122,7 @@ TEST(DecodeStream, BlocksFaultsAndNothingLost) {
   for (unsigned long b : sink.blocks) EXPECT_LE(b, kDecodeBufferSize);
   EXPECT_EQ(sink.blocks[0], kDecodeBufferSize);
 
-  const struct {
-    bool base64;
-    std::string in, out, message;
-    bool failing_sink = false;
-  } cases[] = {
+  const struct { bool base64; std::string in, out, message; bool failing_sink = false; } cases[] = {
       {true, "Zg=A", "f", "Base64 encoded message data is corrupt.  Invalid character after '=' in encoded data."},
       {true, "=Zm9v", "foo", "Base64 encoded message data is corrupt.  Bad quantum position for '=' in encoded data."},
       {false, "a=G1b", "a=G1b", "Invalid quote sequence in quoted printable text"},

@@ -56,10 +56,7 @@ std::string Write(const std::vector<std::string>& specs) {
 // The list as written, and its first address as rfc822_write_one_address writes it (the bare address, as MAIL FROM
 // wants).
 TEST(WriteAddress, FormsAndQuoting) {
-  const struct {
-    std::vector<std::string> specs;
-    std::string text, one;
-  } cases[] = {
+  const struct { std::vector<std::string> specs; std::string text, one; } cases[] = {
       {{"-|-|a|b.org"}, "a@b.org", "a@b.org"}, {{"John Doe|-|jd|x.org"}, "John Doe <jd@x.org>", "jd@x.org"},
       {{"Doe, John|-|jd|x.org"}, "\"Doe, John\" <jd@x.org>", "jd@x.org"},
       {{"J. Doe|-|jd|x.org"}, "\"J. Doe\" <jd@x.org>", "jd@x.org"},
