@@ -11,26 +11,7 @@
 
 namespace fs = std::filesystem;
 
-class PathsTest : public ScratchTest {
- protected:
-  void touch(const std::string& name) const { file(name); }
-};
-
-TEST_F(PathsTest, StripSeparatorAndRegularFiles) {
-  struct Case { const char *in, *out; };
-  const Case cases[] = {{"/", "/"}, {"/a/", "/a"}, {"a\\", "a"}, {"a//", "a/"}, {"a", "a"}};
-  for (const Case& c : cases) {
-    std::string s(c.in);
-    EXPECT_STREQ(rc_path_strip_sep(s.data()), c.out) << c.in;
-  }
-  touch("f");
-  fs::create_directory("d");
-  EXPECT_EQ(rc_path_is_file("f"), RC_OK);
-  EXPECT_EQ(rc_path_is_file("f/"), RC_FAIL);
-  EXPECT_EQ(rc_path_is_file_strip("f/"), RC_OK);
-  EXPECT_EQ(rc_path_is_file_strip("d/"), RC_FAIL);
-  EXPECT_EQ(rc_path_is_file("missing"), RC_FAIL);
-}
+class PathsTest : public ScratchTest {};
 
 TEST_F(PathsTest, SplitIntoParts) {
   struct Case { const char *path, *dir, *name, *ext; };
@@ -115,7 +96,7 @@ TEST_F(PathsTest, MakeDirsLevelByLevel) {
   ASSERT_EQ(stat("mail/2024/inbox", &info), 0);
   EXPECT_EQ(info.st_mode & 0777, 0700u);
 
-  touch("mail/file");
+  file("mail/file");
   EXPECT_EQ(rc_path_make_dirs("mail", "file/sub"), RC_FAIL);
   EXPECT_EQ(rc_path_make_dirs("missing", "sub"), RC_FAIL);
   EXPECT_EQ(rc_path_make_dirs((dir_ / "mail").c_str(), "2024/inbox"), RC_OK);  // all there already
