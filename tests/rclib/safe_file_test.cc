@@ -24,7 +24,6 @@ class SafeFile : public ScratchTest {
     ScratchTest::TearDown();
   }
   std::string Read() const { return read(path_); }
-  std::set<std::string> Names() const { return names(); }
   std::string path_;
 };
 
@@ -50,7 +49,7 @@ TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
     // A failed directory sync comes after the rename: the new text is in place but the caller was told it may not
     // last a crash.
     EXPECT_EQ(Read(), r.step == kSafeSync && r.nth == 2 ? "new text" : old_text) << safe_step_name(r.step);
-    EXPECT_EQ(Names(), std::set<std::string>{"file.dat"}) << safe_step_name(r.step);
+    EXPECT_EQ(names(), std::set<std::string>{"file.dat"}) << safe_step_name(r.step);
   }
 }
 
@@ -63,7 +62,7 @@ TEST_F(SafeFile, ExclusiveCreateRefusesAnythingAlreadyThere) {
     EXPECT_EQ(safe_create_exclusive(p.c_str(), 0600, &err), -1) << p;  // and does not block on the FIFO
     EXPECT_EQ(err.error, EEXIST) << p;
   }
-  EXPECT_FALSE(Names().count("elsewhere"));
+  EXPECT_FALSE(names().count("elsewhere"));
   const int fd = safe_create_exclusive(path_.c_str(), 0600);
   ASSERT_GE(fd, 0);
   ::close(fd);
