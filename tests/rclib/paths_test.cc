@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -86,6 +87,33 @@ TEST_F(PathsTest, RelativePaths) {
     EXPECT_EQ(rc_path_relpath(c.path, c.base, out), c.rc) << c.path << " from " << c.base;
     EXPECT_STREQ(out, c.out) << c.path << " from " << c.base;
   }
+}
+
+// Temporary places come from the environment; a temporary name skips a file already there.
+TEST_F(PathsTest, TemporaryPlacesAndRegularFiles) {
+  std::string twice = "a//";
+  EXPECT_STREQ(rc_path_strip_sep(twice.data()), "a/");  // one separator only
+  file("f");
+  fs::create_directory("d");
+  EXPECT_EQ(rc_path_is_file_strip("f/") * 100 + rc_path_is_file_strip("d/"), RC_OK * 100 + RC_FAIL);
+  const char* saved = getenv("TMPDIR");
+  const std::string kept = saved ? saved : "";
+  setenv("TMPDIR", "/var/tmp/", 1);
+  setenv("RAMDISK", "", 1);
+  char out[kRcPathBuf], first[kRcPathBuf], next[kRcPathBuf], name[16];
+  EXPECT_EQ(rc_path_temp_dir(out, 2), RC_OK);
+  EXPECT_STREQ(out, "/var/tmp");
+  EXPECT_EQ(rc_path_temp_dir(out, 1), RC_FAIL);
+  setenv("RAMDISK", "/mnt/ram", 1);
+  EXPECT_EQ(rc_path_temp_dir(out, 1), RC_OK);
+  EXPECT_STREQ(out, "/mnt/ram/");
+  unsetenv("RAMDISK");
+  saved ? setenv("TMPDIR", kept.c_str(), 1) : unsetenv("TMPDIR");
+  ASSERT_EQ(rc_path_temp_name(first), RC_OK);
+  std::snprintf(name, sizeof name, "%05dtmp", std::atoi(first) + 1);
+  file(name);
+  ASSERT_EQ(rc_path_temp_name(next), RC_OK);
+  EXPECT_EQ(std::atoi(next), std::atoi(first) + 2);
 }
 
 TEST_F(PathsTest, MakeDirsLevelByLevel) {
