@@ -118,7 +118,8 @@ TEST_F(Lifecycle, ExitCleanWordsAreKeptOrRewrittenToPrompt) {
 
 // The command line decides the banner, the desktop save and the connection.
 TEST_F(Lifecycle, CommandLineWords) {
-  const struct { std::vector<std::string> args; bool banner, desktop_saved; int offline; const char* menu_title; } cases[] = {
+  struct Case { std::vector<std::string> args; bool banner, desktop_saved; int offline; const char* menu_title; };
+  const Case cases[] = {
       {{}, true, true, 0, "~Go Offline"},
       {{"-b", "-s"}, false, false, 0, "~Go Offline"},
       {{"-b", "-c", "disconnected"}, false, true, 1, "~Go Online"},
