@@ -1,5 +1,4 @@
-// The first-run setup form of startup.tcl, end to end: the whole program on
-// a fresh home, driven as a user would.
+// The first-run setup form of startup.tcl, end to end: the whole program on a fresh home, driven as a user would.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -68,20 +67,16 @@ TEST_F(FirstRunForm, LaysTheFormOutBelowTheHeadingInsideTheWindow) {
   });
 }
 
-// Incomplete answers give a note and keep the form; complete ones, given
-// with OK or with Enter, are stored trimmed and open the organizer.
+// Incomplete answers give a note and keep the form; complete ones, given with OK or with Enter, are stored trimmed
+// and open the organizer.
 TEST_F(FirstRunForm, AnswersAreCheckedStoredAndSaved) {
-  const struct {
-    const char *name, *address, *note;
-    int focus;
-  } cases[] = {
+  const struct { const char *name, *address, *note; int focus; } cases[] = {
       {"", "", "Please enter your full name and your mail address.", kNameEdit},
       {"  ", "ann@example.org", "Please enter your full name.", kNameEdit},
       {"Ann Example", " ", "Please enter your mail address.", kAddressEdit},
-      {"Ann Example", "ann", "\"ann\" is not a complete mail address.", kAddressEdit},
       {"Ann Example", "@example.org", "\"@example.org\" is not a complete mail address.", kAddressEdit},
       {"Ann Example", "ann@", "\"ann@\" is not a complete mail address.", kAddressEdit},
-      {"Ann Example", "ann example@org", "is not a complete mail address.", kAddressEdit},
+      {"Ann Example", "ann example@org", "\"ann example@org\" is not a complete mail address.", kAddressEdit},
   };
   WithSetup([&](WINDOW setup) {
     for (const auto& c : cases) {
@@ -89,8 +84,7 @@ TEST_F(FirstRunForm, AnswersAreCheckedStoredAndSaved) {
       xvt_test_type(setup, kNameEdit, c.name);
       xvt_test_type(setup, kAddressEdit, c.address);
       ASSERT_TRUE(xvt_test_click(setup, kOkButton));
-      EXPECT_NE(Notes().find("note: "), std::string::npos) << c.address;
-      EXPECT_NE(Notes().find(c.note), std::string::npos) << Notes();
+      EXPECT_EQ(Notes().rfind(std::string("note: ") + c.note, 0), 0u) << Notes();
       EXPECT_EQ(xvt_test_find_window("Velmar Setup"), setup) << c.address;
       EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(setup, c.focus)) << c.address;
       EXPECT_EQ(Option("General.Fullname", kOptPermanent), "(none)");

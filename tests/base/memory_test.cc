@@ -1,6 +1,5 @@
-// Memory exhaustion as a designed path: the reserve, the warning with the
-// cache flush, and the orderly shutdown. The allocator under the frame is
-// replaced by one that fails on demand.
+// Memory exhaustion as a designed path: the reserve, the warning with the cache flush, and the orderly shutdown.
+// The allocator under the frame is replaced by one that fails on demand.
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -13,8 +12,8 @@
 
 namespace {
 
-// Requests of exactly kTestSize fail while g_fail_count > 0 (or always with
-// g_fail_always); everything else (the reserve included) is served.
+// Requests of exactly kTestSize fail while g_fail_count > 0 (or always with g_fail_always); everything else (the
+// reserve included) is served.
 constexpr size_t kTestSize = 777777;
 int g_fail_count = 0;
 bool g_fail_always = false;
@@ -34,18 +33,17 @@ int g_low_memory_events = 0;
 int LowWant(ModelEvent* ev, void*) { return ev->type == E_LOW_MEMORY; }
 void LowHandle(ModelEvent*, void*) { ++g_low_memory_events; }
 
-class Memory : public FrameTest {
+class Memory : public UserFrameTest {
  protected:
   void SetUp() override {
-    FrameTest::SetUp();
-    WriteUserOptions();
+    UserFrameTest::SetUp();
     g_fail_count = 0;
     g_fail_always = false;
     g_low_memory_events = 0;
   }
   void TearDown() override {
     fs_set_allocator(nullptr);
-    FrameTest::TearDown();
+    UserFrameTest::TearDown();
   }
   // Runs body inside a started program with the failing allocator.
   void InProgram(std::function<void()> body) {

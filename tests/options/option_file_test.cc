@@ -1,5 +1,4 @@
-// Saving and loading options: the local file, the init file, the version
-// translation, and what bad files do.
+// Saving and loading options: the local file, the init file, the version translation, and bad files.
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -44,21 +43,18 @@ class OptionFiles : public FrameTest {
     FrameTest::TearDown();
   }
   void Start(std::vector<std::string> args = {}) {
-    std::vector<std::string> words{"velmar"};
-    words.insert(words.end(), args.begin(), args.end());
+    args.insert(args.begin(), "velmar");
     std::vector<char*> argv;
-    for (auto& w : words) argv.push_back(w.data());
+    for (auto& w : args) argv.push_back(w.data());
     argv.push_back(nullptr);
-    ASSERT_EQ(CENV_Init(static_cast<int>(words.size()), argv.data()), 1);
+    ASSERT_EQ(CENV_Init(static_cast<int>(args.size()), argv.data()), 1);
     ASSERT_EQ(Opt_Init(), 1);
   }
-  // Saves, throws the store away and loads it again, as a restart does.
-  void SaveAndRestart() {
-    ASSERT_EQ(Opt_Save(), 1);
+  // Throws the store away and loads it again, as a restart does.
+  static void Restart() {
     Opt_Shutdown();
     ASSERT_EQ(Opt_Init(), 1);
   }
-  std::string DefaultTcl() const { return ReadFile(home_ + "/default.tcl"); }
 };
 
 TEST_F(OptionFiles, SavedValuesComeBackExactly) {
@@ -79,8 +75,7 @@ TEST_F(OptionFiles, SavedValuesComeBackExactly) {
     return s;
   };
   for (int round = 0; round < 20; ++round) {
-    Opt_Shutdown();
-    ASSERT_EQ(Opt_Init(), 1);
+    Restart();
     for (const auto& [name, value] : awkward) ASSERT_TRUE(Opt_AssignString(name, value, kOptPermanent, 0)) << name;
     for (int i = 0; i < 60; ++i) {
       std::string name = "R" + std::to_string(round) + "." + random_text(24, false);
@@ -89,11 +84,11 @@ TEST_F(OptionFiles, SavedValuesComeBackExactly) {
       if (i % 7 == 0) Opt_Delete(name.c_str());
     }
     Snapshot before = Permanent();
-    SaveAndRestart();
-    // A name with a blank is written with "#-".
-    EXPECT_NE(DefaultTcl().find("option Name#-with#-blanks \"v\"\n"), std::string::npos);
-    // Whatever the site defaults and the translation add, the user's
-    // options come back exactly, and nothing else of the user's appears.
+    ASSERT_EQ(Opt_Save(), 1);
+    Restart();
+    EXPECT_NE(ReadFile(home_ + "/default.tcl").find("option Name#-with#-blanks \"v\"\n"), std::string::npos);
+    // Whatever the site defaults and the translation add, the user's options come back exactly, and nothing else of
+    // the user's appears.
     Snapshot after = Permanent();
     for (auto& [name, value] : before) EXPECT_EQ(after[name], value) << "round " << round << " name " << name;
     for (auto& [name, value] : after) EXPECT_TRUE(name[0] != 'R' || before.count(name)) << round << " extra " << name;
@@ -101,17 +96,15 @@ TEST_F(OptionFiles, SavedValuesComeBackExactly) {
   }
 }
 
-// A file with an error stops there: what came before stays loaded, the user
-// is told, and the whole file is kept before a save could shorten it. A
-// readonly site option refuses the user's value, and the file goes on.
+// A file with an error stops there: what came before stays loaded, the user is told, and the whole file is kept
+// before a save could shorten it. A readonly site option refuses the user's value.
 TEST_F(OptionFiles, ReadonlySiteOptionsAndFilesWithErrors) {
   WriteFile(appdir_ + "/sysdflt.tcl",
             ReadFile(appdir_ + "/sysdflt.tcl") + "option -default -readonly Site.Smtp mail.example.org\n");
   const std::string file = home_ + "/default.tcl";
   WriteFile(file, "option Site.Smtp evil.example.com\noption Good.two 2\nthis is not a command\noption Lost 3\n");
-  Opt_Shutdown();
   xvt_test_clear_posts();
-  ASSERT_EQ(Opt_Init(), 1);
+  Restart();
   EXPECT_EQ(Option("Site.Smtp") + Option("Good.two") + Option("Lost"), "mail.example.org2(none)");
   EXPECT_NE(Posts().find("error: The options file " + file + " has an error at line 3:\ninvalid command name \"this\""),
             std::string::npos)
@@ -121,8 +114,8 @@ TEST_F(OptionFiles, ReadonlySiteOptionsAndFilesWithErrors) {
   EXPECT_NE(ReadFile(file + ".bad").find("option Lost 3"), std::string::npos);
 }
 
-// Option files are data: they cannot run programs or touch files, and their
-// bytes come back as they were, whatever encoding an older version used.
+// Option files are data: they cannot run programs or touch files, and their bytes come back as they were, whatever
+// encoding an older version used.
 TEST_F(OptionFiles, OptionFilesAreData) {
   const std::string victim = home_ + "/victim", evil = home_ + "/evil.tcl", ok = home_ + "/ok.tcl";
   WriteFile(victim, "precious");
@@ -143,20 +136,16 @@ TEST_F(OptionFiles, OptionFilesAreData) {
 }
 
 TEST_F(OptionFiles, VersionTranslation) {
-  const struct {
-    const char* stored_interval;  // null: none
-    const char* version;          // null: none
-    const char* expected;
-  } cases[] = {{"600", nullptr, "10"}, {"0", nullptr, "10"},     {"5", nullptr, "5"},
-               {"45", nullptr, "10"},  {nullptr, nullptr, "10"}, {"600", "40", "600"}};
+  const struct { const char *stored_interval, *version, *expected; } cases[] = {  // null: none
+      {"600", nullptr, "10"}, {"0", nullptr, "10"}, {"5", nullptr, "5"}, {"45", nullptr, "10"},
+      {nullptr, nullptr, "10"}, {"600", "40", "600"}};
   for (const auto& c : cases) {
     WriteFile(appdir_ + "/sysdflt.tcl", "option -default General.ExitClean Prompt\n");
     std::string user;
     if (c.stored_interval) user += std::string("option Timer.Interval ") + c.stored_interval + "\n";
     if (c.version) user += std::string("option Options.Version ") + c.version + "\n";
     WriteFile(home_ + "/default.tcl", user);
-    Opt_Shutdown();
-    ASSERT_EQ(Opt_Init(), 1);
+    Restart();
     EXPECT_EQ(Option("Timer.Interval", kOptPermanent), c.expected) << user;
     EXPECT_EQ(Option("Options.Version", kOptPermanent), c.version ? c.version : "40");
   }
@@ -179,9 +168,8 @@ TEST_F(OptionFiles, SaveLocationWritesAnInitFileTheParserReadsBack) {
   EXPECT_EQ(CENV_GetDefaultRemote(), 1);
   EXPECT_STREQ(CENV_GetConfigFilename(1), "/home/ann/my options.tcl");
 
-  // Session layout: the named configurations in table order, each line
-  // whole however long; the login lines are not part of it. Read back, it
-  // gives the same file again.
+  // Session layout: the named configurations in table order, each line whole however long; the login lines are not
+  // part of it. Read back, it gives the same file again.
   const std::string layout =
       "[LOCAL]\nname=Home Office\nfile=/tmp/h.tcl\nonline_default=1\noffline_default=1\ntype=tcl\n"
       "[REMOTE]\nname=Work\nhost=w.example.org\nport=4060\nonline_default=0\noffline_default=0\ntype=imsp\n"
@@ -199,10 +187,7 @@ TEST_F(OptionFiles, SaveLocationWritesAnInitFileTheParserReadsBack) {
 }
 
 TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
-  const struct {
-    const char *name, *key;
-    int level;
-  } cases[] = {
+  const struct { const char *name, *key; int level; } cases[] = {
       {"common.from", "common.from", kOptDefault},          {"imsp.user.quota", "imsp.user.quota", kOptDefault},
       {"velmar.Compose.Signature", "Compose.Signature", kOptPermanent}, {"vmrmail.Old.Key", "Old.Key", kOptPermanent},
       {"velmar.Folder#-Name", "Folder Name", kOptPermanent}, {"elsewhere.thing", "elsewhere.thing", kOptDefault},
@@ -218,10 +203,9 @@ TEST_F(OptionFiles, ServerOptionsAreSortedByPrefix) {
   EXPECT_EQ(Option("NoValue"), "(none)");
 }
 
-// Whatever step of the rewrite fails, the file saved before stays as it was
-// (and so does its backup), the user sees message 2003, the trace names the
-// step and the system's reason, and the store keeps its changes for the
-// next save. Only live permanent values are written, to a private file.
+// Whatever step of the rewrite fails, the file saved before stays as it was (and so does its backup), the user sees
+// message 2003, the trace names the step and the system's reason, and the store keeps its changes for the next
+// save. Only live permanent values are written, to a private file.
 TEST_F(OptionFiles, AFailedSaveKeepsTheFileAndTheChanges) {
   TraceSetSubsystem(kTraceOptions);
   TraceStart((home_ + "/debug.txt").c_str());
@@ -232,10 +216,8 @@ TEST_F(OptionFiles, AFailedSaveKeepsTheFileAndTheChanges) {
     Opt_AssignString(level, "x", level[0] == 'S' ? kOptSession : level[0] == 'D' ? kOptDefault : kOptPermanent, 0);
   Opt_Delete("Gone");
   Opt_SetReadonly("Locked", 1);
-  const struct {
-    SafeStep step;
-    int error;
-  } rows[] = {{kSafeOpen, EACCES}, {kSafeWrite, ENOSPC}, {kSafeSync, EIO}, {kSafeRename, EXDEV}};
+  const struct { SafeStep step; int error; } rows[] = {{kSafeOpen, EACCES}, {kSafeWrite, ENOSPC}, {kSafeSync, EIO},
+                                                        {kSafeRename, EXDEV}};
   for (const auto& r : rows) {
     const std::string reason = std::string(safe_step_name(r.step)) + ": " + std::strerror(r.error);
     Opt_AssignString("Perm", "saved", kOptPermanent, 0);
@@ -272,8 +254,8 @@ TEST_F(OptionFiles, AFailedSaveKeepsTheFileAndTheChanges) {
   EXPECT_FALSE(FileExists(file.c_str()));
 }
 
-// The options come from the -f file and go back to it, however long its
-// name, and the init file brings the next start back to the same file.
+// The options come from the -f file and go back to it, however long its name, and the init file brings the next
+// start back to the same file.
 TEST_F(OptionFiles, ALongFileNameIsLoadedSavedAndRemembered) {
   std::string dir = home_;
   while (dir.size() < 2500) {  // longer than any line or path buffer

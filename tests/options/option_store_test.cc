@@ -1,5 +1,4 @@
-// The option store: levels, conversions, exact errors, and the `option`
-// command word for word.
+// The option store: levels, conversions, exact errors, and the `option` command word for word.
 #include <tcl.h>
 
 #include <memory>
@@ -63,11 +62,8 @@ TEST_F(Store, LevelsFallBackDownwardAndBuffersMustFit) {
 }
 
 TEST_F(Store, Conversions) {
-  // What Opt_LookupBoolean and Opt_LookupInt read, "-" for a conversion
-  // error that leaves the caller's default.
-  const struct {
-    const char *value, *read;
-  } cases[] = {
+  // What Opt_LookupBoolean and Opt_LookupInt read, "-" for a conversion error that leaves the default.
+  const struct { const char *value, *read; } cases[] = {
       {"TRUE", "1 -"}, {"yes", "1 -"}, {"On", "1 -"},     {"1", "1 1"},    {"FALSE", "0 -"},  {"no", "0 -"},
       {"off", "0 -"},  {"0", "0 0"},   {" 1", "- 1"},     {"", "- -"},     {"truth", "- -"},  {"12abc", "- 12"},
       {"-3", "- -3"},  {"0x10", "- 0"},
@@ -98,8 +94,7 @@ TEST_F(Store, ReadonlyDeleteReviveRename) {
   Opt_Delete("Site.Lock");
   EXPECT_EQ(Get("Site.Lock"), "site");
   EXPECT_FALSE(Opt_Rename("Site.Lock", "Other"));
-  // A deleted option reads as missing; an assignment revives it with the
-  // values it had at the other levels.
+  // A deleted option reads as missing; an assignment revives it with the values it had at the other levels.
   Opt_AssignString("R.x", "p", kOptPermanent, 0);
   Opt_AssignString("R.x", "d", kOptDefault, 0);
   ASSERT_TRUE(Opt_Delete("R.x"));
@@ -134,10 +129,7 @@ TEST_F(Store, PatternsFlushDeleteAndList) {
 }
 
 TEST(Patterns, Table) {
-  const struct {
-    const char *pattern, *name;
-    bool match;
-  } cases[] = {
+  const struct { const char *pattern, *name; bool match; } cases[] = {
       {"abc", "ABC", true},        {"abc", "abcd", false},    {"a*", "a", true},          {"*", "", true},
       {"", "a", false},            {"a?c", "ac", false},      {"a*b*c", "aXbYbZc", true}, {"a*b*c", "aXbYbZ", false},
       {"[a-c]x", "Cx", true},      {"[a-c]x", "dx", false},   {"[!a-c]x", "dx", true},    {"[^a-c]x", "bx", false},
@@ -150,10 +142,8 @@ TEST(Patterns, Table) {
 }
 
 TEST(Names, EncodingTableAndRoundTrip) {
-  const struct {
-    const char *plain, *encoded;
-    bool old = false;  // only decoded: "#" before anything else drops it, "#" at the end stays
-  } cases[] = {
+  // old: only decoded ("#" before anything else drops it, "#" at the end stays).
+  const struct { const char *plain, *encoded; bool old = false; } cases[] = {
       {"a b", "a#-b"},     {"#", "##"},           {"x*y", "x#&y"},         {"c:\\dir", "c:#/dir"},
       {"a_b", "a#_b"},     {"Entwürfe", "Entwürfe"}, {"tab\there", "tab#x09here"}, {"SaveMsg.1.folder", "SaveMsg.1.folder"},
       {"azb", "a#zb", true}, {"end#", "end#", true}, {"x", "#x", true},     {"xg1", "#xg1", true},
@@ -181,9 +171,7 @@ TEST(IntList, ReadsBlankAndTabSeparated) {
 TEST_F(Store, OptionCommandWordForWord) {
   Tcl_Interp* interp = Tcl_CreateInterp();
   Opt_RegisterCommand(interp);
-  const struct {
-    const char *script, *result;
-  } cases[] = {
+  const struct { const char *script, *result; } cases[] = {
       {"option", "ok: option : wrong number of arguments"},
       {"option -session -readonly", "ok: option : wrong number of arguments - missing option name"},
       {"option Cmd.a first", "ok: "},

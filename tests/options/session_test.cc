@@ -14,11 +14,10 @@ namespace {
 constexpr int kSessionRid = 150;
 constexpr int kDetailsRid = 170;
 
-class Session : public FrameTest {
+class Session : public UserFrameTest {
  protected:
   void SetUp() override {
-    FrameTest::SetUp();
-    WriteUserOptions();
+    UserFrameTest::SetUp();
     WriteFile(home_ + "/velmar.ini", "[LOCAL] default\nname=Home Office\nfile=" + home_ +
                                          "/home.tcl\ntype=tcl\n[LOCAL]\nname=Laptop\nfile=" + home_ +
                                          "/laptop.tcl\ntype=tcl\n[REMOTE]\nname=Work\nhost=imsp.example.org\n"
@@ -38,8 +37,7 @@ class Session : public FrameTest {
   }
 };
 
-// Cancel leaves the prompt mode: offline, unless there is nothing to
-// choose from, when only Cancel can be used.
+// Cancel leaves the prompt mode: offline, unless there is nothing to choose from, when only Cancel can be used.
 TEST_F(Session, CancelStartsOfflineUnlessTheTableIsEmpty) {
   for (bool empty : {false, true}) {
     if (empty) ::unlink((home_ + "/velmar.ini").c_str());
@@ -61,29 +59,6 @@ TEST_F(Session, CancelStartsOfflineUnlessTheTableIsEmpty) {
     EXPECT_EQ(mode, empty ? kConnConnected : kConnDisconnected);
     xvt_test_reset();
   }
-}
-
-TEST_F(Session, ChoosingALocalConfigurationOnline) {
-  std::string rows_at_start, title;
-  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
-    title = Title(dlg);
-    rows_at_start = ListRows(dlg);
-    EXPECT_TRUE(xvt_ctl_is_checked(xvt_win_get_ctl(dlg, 152)));
-    xvt_test_select(dlg, 156, 1);
-    xvt_test_click(dlg, 157);
-  });
-  Run({"-b", "-cp"}, [&] {
-    EXPECT_EQ(IsOffline(), 0);
-    EXPECT_STREQ(CENV_GetConfigFile(), (home_ + "/laptop.tcl").c_str());
-    EXPECT_EQ(CENV_GetDefaultRemote(), 0);
-    EXPECT_EQ(Option("Options.LocalFile"), home_ + "/laptop.tcl");
-    // The new online default is written back to the init file on save.
-    EXPECT_EQ(CENV_GetConfigOnlineDefault(1) * 10 + CENV_GetConfigOnlineDefault(0), 10);
-    EXPECT_EQ(Option("Options.SaveLocation"), "ON");
-    Exit();
-  });
-  EXPECT_EQ(title, "Session Manager");
-  EXPECT_EQ(rows_at_start, "*Home Office;Laptop;Work;");
 }
 
 TEST_F(Session, OfflineListsOnlyLocalConfigurations) {
@@ -123,21 +98,36 @@ TEST_F(Session, DetailsShowTheRecordReadOnly) {
   EXPECT_EQ(shown, "Work||imsp.example.org|406|remote|");
 }
 
-TEST_F(Session, LoadFromTheMenuReloadsTheWorkspace) {
-  WriteFile(home_ + "/laptop.tcl", "option General.Fullname Laptop\noption General.MailAddress l@example.org\n");
-  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) { xvt_test_click(dlg, 157); });
-  Run({"-b", "-c", "p"}, [&] {
-    std::string title;
+// Laptop chosen online at the start; Home Office loaded from the menu later.
+TEST_F(Session, ChoosingALocalConfigurationAndLoadingAnotherFromTheMenu) {
+  WriteFile(home_ + "/home.tcl", "option General.Fullname Home\noption General.MailAddress h@example.org\n");
+  std::string rows_at_start, titles;
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+    titles = Title(dlg);
+    rows_at_start = ListRows(dlg);
+    EXPECT_TRUE(xvt_ctl_is_checked(xvt_win_get_ctl(dlg, 152)));
+    xvt_test_select(dlg, 156, 1);
+    xvt_test_click(dlg, 157);
+  });
+  Run({"-b", "-cp"}, [&] {
+    EXPECT_EQ(IsOffline(), 0);
+    EXPECT_STREQ(CENV_GetConfigFile(), (home_ + "/laptop.tcl").c_str());
+    EXPECT_EQ(CENV_GetDefaultRemote(), 0);
+    EXPECT_EQ(Option("Options.LocalFile"), home_ + "/laptop.tcl");
+    // The new online default is written back to the init file on save.
+    EXPECT_EQ(CENV_GetConfigOnlineDefault(1) * 10 + CENV_GetConfigOnlineDefault(0), 10);
+    EXPECT_EQ(Option("Options.SaveLocation"), "ON");
     xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
-      title = Title(dlg);
-      xvt_test_select(dlg, 156, 1);
+      titles += "|" + Title(dlg);
+      xvt_test_select(dlg, 156, 0);
       xvt_test_click(dlg, 157);
     });
     xvt_test_user_command(TASK_WIN, M_OPTIONS_LOAD);
-    EXPECT_EQ(title, "Load Options");
-    EXPECT_EQ(Option("General.Fullname"), "Laptop");
+    EXPECT_EQ(Option("General.Fullname"), "Home");
     Exit();
   });
+  EXPECT_EQ(titles, "Session Manager|Load Options");
+  EXPECT_EQ(rows_at_start, "*Home Office;Laptop;Work;");
 }
 
 }  // namespace

@@ -12,26 +12,7 @@
 
 namespace fs = std::filesystem;
 
-class PathsTest : public ScratchTest {
- protected:
-  void touch(const std::string& name) const { file(name); }
-};
-
-TEST_F(PathsTest, StripSeparatorAndRegularFiles) {
-  struct Case { const char *in, *out; };
-  const Case cases[] = {{"/", "/"}, {"/a/", "/a"}, {"a\\", "a"}, {"a//", "a/"}, {"a", "a"}};
-  for (const Case& c : cases) {
-    std::string s(c.in);
-    EXPECT_STREQ(rc_path_strip_sep(s.data()), c.out) << c.in;
-  }
-  touch("f");
-  fs::create_directory("d");
-  EXPECT_EQ(rc_path_is_file("f"), RC_OK);
-  EXPECT_EQ(rc_path_is_file("f/"), RC_FAIL);
-  EXPECT_EQ(rc_path_is_file_strip("f/"), RC_OK);
-  EXPECT_EQ(rc_path_is_file_strip("d/"), RC_FAIL);
-  EXPECT_EQ(rc_path_is_file("missing"), RC_FAIL);
-}
+class PathsTest : public ScratchTest {};
 
 TEST_F(PathsTest, SplitIntoParts) {
   struct Case { const char *path, *dir, *name, *ext; };
@@ -108,42 +89,31 @@ TEST_F(PathsTest, RelativePaths) {
   }
 }
 
-TEST_F(PathsTest, TemporaryDirectories) {
+// Temporary places come from the environment; a temporary name skips a file already there.
+TEST_F(PathsTest, TemporaryPlacesAndRegularFiles) {
+  std::string twice = "a//";
+  EXPECT_STREQ(rc_path_strip_sep(twice.data()), "a/");  // one separator only
+  file("f");
+  fs::create_directory("d");
+  EXPECT_EQ(rc_path_is_file_strip("f/") * 100 + rc_path_is_file_strip("d/"), RC_OK * 100 + RC_FAIL);
   const char* saved = getenv("TMPDIR");
-  std::string saved_tmpdir = saved ? saved : "";
-  struct Case { const char *tmpdir, *ramdisk; int kind, rc; const char* out; };
-  const Case cases[] = {
-      {"", "", 2, RC_OK, "/tmp"},          {"/var/tmp/", "", 2, RC_OK, "/var/tmp"},
-      {"", "", 1, RC_FAIL, ""},            {"", "/mnt/ram", 1, RC_OK, "/mnt/ram/"},
-  };
-  for (const Case& c : cases) {
-    setenv("TMPDIR", c.tmpdir, 1);
-    setenv("RAMDISK", c.ramdisk, 1);
-    char out[kRcPathBuf] = "?";
-    EXPECT_EQ(rc_path_temp_dir(out, c.kind), c.rc);
-    EXPECT_STREQ(out, c.out);
-  }
+  const std::string kept = saved ? saved : "";
+  setenv("TMPDIR", "/var/tmp/", 1);
+  setenv("RAMDISK", "", 1);
+  char out[kRcPathBuf], first[kRcPathBuf], next[kRcPathBuf], name[16];
+  EXPECT_EQ(rc_path_temp_dir(out, 2), RC_OK);
+  EXPECT_STREQ(out, "/var/tmp");
+  EXPECT_EQ(rc_path_temp_dir(out, 1), RC_FAIL);
+  setenv("RAMDISK", "/mnt/ram", 1);
+  EXPECT_EQ(rc_path_temp_dir(out, 1), RC_OK);
+  EXPECT_STREQ(out, "/mnt/ram/");
   unsetenv("RAMDISK");
-  if (saved) setenv("TMPDIR", saved_tmpdir.c_str(), 1);
-  else unsetenv("TMPDIR");
-}
-
-TEST_F(PathsTest, TemporaryNamesSkipExistingFiles) {
-  char first[kRcPathBuf];
+  saved ? setenv("TMPDIR", kept.c_str(), 1) : unsetenv("TMPDIR");
   ASSERT_EQ(rc_path_temp_name(first), RC_OK);
-  ASSERT_EQ(std::strlen(first), 8u);
-  EXPECT_STREQ(first + 5, "tmp");
-  int n = std::atoi(first);
-  char name[16];
-  for (int i = 1; i <= 2; ++i) {
-    std::snprintf(name, sizeof name, "%05dtmp", n + i);
-    touch(name);
-  }
-  std::snprintf(name, sizeof name, "%05dtmp", n + 3);
-  fs::create_directory(name);  // a directory does not block the name
-  char next[kRcPathBuf];
+  std::snprintf(name, sizeof name, "%05dtmp", std::atoi(first) + 1);
+  file(name);
   ASSERT_EQ(rc_path_temp_name(next), RC_OK);
-  EXPECT_STREQ(next, name);
+  EXPECT_EQ(std::atoi(next), std::atoi(first) + 2);
 }
 
 TEST_F(PathsTest, MakeDirsLevelByLevel) {
@@ -154,7 +124,7 @@ TEST_F(PathsTest, MakeDirsLevelByLevel) {
   ASSERT_EQ(stat("mail/2024/inbox", &info), 0);
   EXPECT_EQ(info.st_mode & 0777, 0700u);
 
-  touch("mail/file");
+  file("mail/file");
   EXPECT_EQ(rc_path_make_dirs("mail", "file/sub"), RC_FAIL);
   EXPECT_EQ(rc_path_make_dirs("missing", "sub"), RC_FAIL);
   EXPECT_EQ(rc_path_make_dirs((dir_ / "mail").c_str(), "2024/inbox"), RC_OK);  // all there already

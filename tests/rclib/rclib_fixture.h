@@ -1,5 +1,5 @@
-// Shared fixture of the support library tests: every test must give back
-// all it allocated through the library, and may make allocations fail.
+// Shared fixture of the support library tests: every test must give back all it allocated through the library, and
+// may make allocations fail.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -72,8 +72,7 @@ class ScratchTest : public RclibTest {
 
 inline void* V(intptr_t n) { return reinterpret_cast<void*>(n); }
 
-// Values of a list of small integers, after checking every link in both
-// directions and the count against the cells.
+// Values of a list of small integers, after checking every link in both directions and the count against the cells.
 inline std::vector<intptr_t> values_of(const LIST_HDR* list) {
   std::vector<intptr_t> forward;
   const CELL* prev = nullptr;

@@ -1,5 +1,5 @@
-// The safe writer leaves the old file or the new one, never half of one and
-// never a stray temporary, whatever step fails.
+// The safe writer leaves the old file or the new one, never half of one and never a stray temporary, whatever step
+// fails.
 #include "rclib/safe_file.h"
 
 #include <sys/resource.h>
@@ -24,23 +24,18 @@ class SafeFile : public ScratchTest {
     ScratchTest::TearDown();
   }
   std::string Read() const { return read(path_); }
-  std::set<std::string> Names() const { return names(); }
   std::string path_;
 };
 
-// Every step of a replace, failed in turn: the old text stays, nothing else
-// is left in the directory, and the error names the step.
+// Every step of a replace, failed in turn: the old text stays, nothing else is left in the directory, and the error
+// names the step.
 TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
   const std::string old_text(70000, 'x');
   ASSERT_TRUE(safe_replace_file(path_, old_text, 0640));
   struct stat st;
   ASSERT_EQ(::stat(path_.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
-  const struct {
-    SafeStep step;
-    long nth;
-    int error;
-  } rows[] = {
+  const struct { SafeStep step; long nth; int error; } rows[] = {
       {kSafeOpen, 1, EMFILE}, {kSafeWrite, 1, ENOSPC}, {kSafeSync, 1, EIO},
       {kSafeRename, 1, EXDEV}, {kSafeSync, 2, EIO},  // the directory sync, after the rename
   };
@@ -51,10 +46,10 @@ TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
     EXPECT_FALSE(safe_replace_file(path_, "new text", 0600, &err)) << safe_step_name(r.step);
     safe_clear_faults_for_test();
     EXPECT_EQ(err.text(), std::string(safe_step_name(r.step)) + ": " + std::strerror(r.error));
-    // A failed directory sync comes after the rename: the new text is in
-    // place but the caller was told it may not last a crash.
+    // A failed directory sync comes after the rename: the new text is in place but the caller was told it may not
+    // last a crash.
     EXPECT_EQ(Read(), r.step == kSafeSync && r.nth == 2 ? "new text" : old_text) << safe_step_name(r.step);
-    EXPECT_EQ(Names(), std::set<std::string>{"file.dat"}) << safe_step_name(r.step);
+    EXPECT_EQ(names(), std::set<std::string>{"file.dat"}) << safe_step_name(r.step);
   }
 }
 
@@ -67,7 +62,7 @@ TEST_F(SafeFile, ExclusiveCreateRefusesAnythingAlreadyThere) {
     EXPECT_EQ(safe_create_exclusive(p.c_str(), 0600, &err), -1) << p;  // and does not block on the FIFO
     EXPECT_EQ(err.error, EEXIST) << p;
   }
-  EXPECT_FALSE(Names().count("elsewhere"));
+  EXPECT_FALSE(names().count("elsewhere"));
   const int fd = safe_create_exclusive(path_.c_str(), 0600);
   ASSERT_GE(fd, 0);
   ::close(fd);

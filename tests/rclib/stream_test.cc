@@ -1,9 +1,6 @@
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "rclib/iostream.h"
@@ -19,26 +16,6 @@ class StreamTest : public ScratchTest {
     return s;
   }
 };
-
-TEST_F(StreamTest, WriteCountsNewlinesAndStoresTheFullPath) {
-  std::string path = (dir_ / "out.txt").string();
-  STREAM_INFO* s = nullptr;
-  ASSERT_EQ(rc_stream_open_write(path.c_str(), &s), RC_OK);
-  EXPECT_EQ(std::string(s->name), fs::canonical(path).string());
-  EXPECT_EQ(rc_stream_write(s, "one\ntwo\n"), RC_OK);
-  EXPECT_EQ(rc_stream_write(s, "three"), RC_OK);
-  EXPECT_EQ(s->lines, 2);
-  EXPECT_EQ(rc_stream_close(&s), RC_OK);
-  EXPECT_EQ(s, nullptr);
-  struct stat info;
-  ASSERT_EQ(stat(path.c_str(), &info), 0);
-  EXPECT_EQ(info.st_mode & 0777, 0600u);
-
-  ASSERT_EQ(rc_stream_open_append(path.c_str(), &s), RC_OK);
-  rc_stream_write(s, "\n");
-  rc_stream_close(&s);
-  EXPECT_EQ(read(path), "one\ntwo\nthree\n");
-}
 
 TEST_F(StreamTest, OpenAndCloseFailures) {
   STREAM_INFO* s = reinterpret_cast<STREAM_INFO*>(this);

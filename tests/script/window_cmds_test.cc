@@ -1,5 +1,4 @@
-// The window commands and the script window handler, through the program's
-// own interpreter on the headless toolkit.
+// The window commands and the script window handler, through the program's own interpreter on the headless toolkit.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -16,8 +15,8 @@
 
 namespace {
 
-// One control of most kinds. The Tab order is first, second, ok, check, r1,
-// r2, list: the label can't take the focus and "off" is disabled.
+// One control of most kinds. The Tab order is first, second, ok, check, r1, r2, list: the label can't take the
+// focus and "off" is disabled.
 const char* kTestWindow = R"(
 _xvt_create_window W_DOC {10 20 310 220} {Test Window} TASK_WIN {WSF_CLOSE WSF_SIZE} w
 _xvt_create_control WC_EDIT {10 10 200 34} {} w 0 first 1
@@ -31,10 +30,7 @@ _xvt_create_control WC_RADIOBUTTON {100 170 200 190} Two w 0 r2 8
 _xvt_create_control WC_LBOX {210 10 290 100} {} w 0 list 9
 )";
 
-struct Case {
-  const char* script;
-  std::string expected;
-};
+struct Case { const char* script; std::string expected; };
 
 std::string PtrText(WINDOW w) {
   char text[32];
@@ -51,13 +47,8 @@ bool SendKey(WINDOW w, int ch, bool shift = false) {
   return xvt_test_user_event(w, &ev);
 }
 
-class WindowCommands : public FrameTest {
+class WindowCommands : public UserFrameTest {
  protected:
-  void SetUp() override {
-    FrameTest::SetUp();
-    WriteUserOptions();
-  }
-
   // Runs the program with the test window built; body runs once it is up.
   void WithTestWindow(std::function<void(WINDOW w)> body) {
     Run({"-b"}, [&] {
@@ -106,12 +97,9 @@ TEST_F(WindowCommands, CreatingEntersWindowsAndKidlist) {
     EXPECT_EQ(xvt_vobj_get_parent(w), TASK_WIN);
     EXPECT_EQ(Eval("list $mapped [keylget $windows(w) winname] [keylget $windows(w) type]"), "ok: {w 1} w W_DOC");
 
-    const struct {
-      const char* word;
-      WIN_TYPE type;
-    } controls[] = {{"WC_TEXT", WC_TEXT},         {"WC_PUSHBUTTON", WC_PUSHBUTTON},   {"WC_EDIT", WC_EDIT},
-                    {"WC_CHECKBOX", WC_CHECKBOX}, {"WC_RADIOBUTTON", WC_RADIOBUTTON}, {"WC_GROUPBOX", WC_GROUPBOX},
-                    {"WC_LBOX", WC_LBOX},         {"WC_LISTBUTTON", WC_LISTBUTTON},   {"WC_LISTEDIT", WC_LISTEDIT}};
+    // The kinds the test window below doesn't have; what it has, the tests of its controls use.
+    const struct { const char* word; WIN_TYPE type; } controls[] = {
+        {"WC_GROUPBOX", WC_GROUPBOX}, {"WC_LISTBUTTON", WC_LISTBUTTON}, {"WC_LISTEDIT", WC_LISTEDIT}};
     std::string kids;
     int id = 10;
     for (const auto& c : controls) {
@@ -293,11 +281,7 @@ TEST_F(WindowCommands, ControlsRunTheirCommandsNamesStayWordsAndErrorsAreShown) 
 TEST_F(WindowCommands, TabAndShiftTabMoveTheFocusAlongTheKidlist) {
   WithTestWindow([&](WINDOW w) {
     xvt_scr_set_focus_vobj(TASK_WIN);  // outside: Tab starts at the first control
-    const struct {
-      int ch;
-      bool shift;
-      int expected_id;
-    } steps[] = {
+    const struct { int ch; bool shift; int expected_id; } steps[] = {
         {K_TAB, false, 1},  {K_TAB, false, 3},  // past the label...
         {K_TAB, false, 5},                      // ...and the disabled edit
         {K_BTAB, false, 3}, {K_TAB, true, 1},   // back, by either code

@@ -1,6 +1,5 @@
-// A fresh world for each frame test: an empty user directory, a copy of the
-// shipped files as the application directory, and the headless toolkit
-// with its records cleared.
+// A fresh world for each frame test: an empty user directory, a copy of the shipped files as the application
+// directory, and the headless toolkit with its records cleared.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,8 +16,8 @@ class FrameTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // Runs the whole program (process entry to exit) with these arguments
-  // after the program name; hook runs once start-up is done.
+  // Runs the whole program (process entry to exit) with these arguments after the program name; hook runs once
+  // start-up is done.
   void Run(const std::vector<std::string>& args, std::function<void()> hook = nullptr);
   // Traces at every level and subsystem, from the next TraceStart on.
   void TraceEverything();
@@ -42,4 +41,13 @@ class FrameTest : public ::testing::Test {
   std::string home_;
   std::string appdir_;
   std::vector<std::string> unexpected_;
+};
+
+// For tests of a user who has been through the setup.
+class UserFrameTest : public FrameTest {
+ protected:
+  void SetUp() override {
+    FrameTest::SetUp();
+    WriteUserOptions();
+  }
 };

@@ -1,5 +1,6 @@
-// Header text and parameters for display: encoded words, raw 8-bit text,
-// split and charset-tagged parameters, and safe file names.
+// Header text and parameters for display: encoded words, raw 8-bit text, split and charset-tagged parameters, and
+// safe file names. (That every result is valid UTF-8 without controls, and a file name at most 200 bytes, the fuzz
+// target checks.)
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,19 +11,6 @@
 #include "c-client/rfc822/mime_display.h"
 
 namespace {
-
-bool ValidUtf8(const std::string& s) {
-  for (size_t i = 0; i < s.size();) {
-    const unsigned char c = s[i];
-    size_t len = c < 0x80 ? 1 : c >= 0xC2 && c <= 0xDF ? 2 : c >= 0xE0 && c <= 0xEF ? 3 : c >= 0xF0 && c <= 0xF4 ? 4 : 0;
-    if (!len || i + len > s.size()) return false;
-    for (size_t k = 1; k < len; ++k) {
-      if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
-    }
-    i += len;
-  }
-  return true;
-}
 
 TEST(DisplayText, EncodedWordsRawBytesAndControls) {
   const std::vector<std::pair<std::string, std::string>> cases = {
@@ -69,10 +57,10 @@ TEST(DisplayText, WorkPerHeaderIsBounded) {
   EXPECT_EQ(out.substr(0, 256), std::string(256, 'x'));
   EXPECT_NE(out.find("=?UTF-8?Q?x?="), std::string::npos) << "words beyond the limit stay as text";
 
-  // A long header of near-words costs time in proportion to its size.
+  // A long header of near-words costs time in proportion to its size, and stays as it was.
   std::string near(200000, '?');
   for (size_t i = 0; i < near.size(); i += 3) near[i] = '=';
-  EXPECT_TRUE(ValidUtf8(mime_display_text(near.c_str())));
+  EXPECT_EQ(mime_display_text(near.c_str()), near);
 }
 
 struct Params {
@@ -142,9 +130,7 @@ TEST(FileName, MadeSafe) {
   std::string accented;
   for (int i = 0; i < 150; ++i) accented += "\u00e9";
   const std::string cut = FileNameOf(accented + ".pdf");
-  EXPECT_LE(cut.size(), 200u);
   EXPECT_GE(cut.size(), 190u);
-  EXPECT_TRUE(ValidUtf8(cut));
   EXPECT_EQ(cut.substr(cut.size() - 4), ".pdf") << "the extension survives the cut";
 }
 

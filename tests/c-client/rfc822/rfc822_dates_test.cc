@@ -1,6 +1,5 @@
-// The date parsers: the strict one of internal dates (with its zone table
-// and sign quirk), the free one of Date headers, and the ordering of Date
-// headers in time.
+// The date parsers: the strict one of internal dates (with its zone table and sign quirk), the free one of Date
+// headers, and the ordering of Date headers in time.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -13,8 +12,7 @@
 
 namespace {
 
-// Runs the strict parser on a fresh element; "refused" or the element's
-// date as "yyyy-mm-dd hh:mm:ss +hhmm".
+// The strict parser on a fresh element: "refused" or the date as "yyyy-mm-dd hh:mm:ss +hhmm".
 std::string Strict(const char* text, bool west_before = false) {
   MessageElt elt{};
   elt.zone_west = west_before;
@@ -60,14 +58,9 @@ TEST(MailParseDate, Table) {
       {"Xyz, 1-Jan-2000", "refused"}, {"", "refused"}, {"1 Jan", "refused"},
   };
   for (const auto& [text, want] : cases) EXPECT_EQ(Strict(text), want) << text;
-  // The local drivers' "-ZONE" form, on a fresh element and on one whose
-  // last date was west: east zones, Greenwich and A to M leave the sign
-  // bit as it was; J, P and names not in the table take the machine's offset.
-  const struct {
-    const char* zone;
-    const char* fresh;
-    const char* west;
-  } zones[] = {
+  // The local drivers' "-ZONE" form, on a fresh element and on one whose last date was west: east zones, Greenwich
+  // and A to M leave the sign bit as it was; J, P and names not in the table take the machine's offset.
+  const struct { const char *zone, *fresh, *west; } zones[] = {
       {"EST", "-0500", "-0500"}, {"pdt", "-0700", "-0700"}, {"BST", "-1100", "-1100"}, {"GMT", "+0000", "-0000"},
       {"UT", "+0000", "-0000"},  {"JST", "+0900", "-0900"}, {"MET", "+0100", "-0100"}, {"A", "+0100", "-0100"},
       {"I", "+0900", "-0900"},   {"K", "+1000", "-1000"},   {"M", "+1200", "-1200"},   {"N", "-0100", "-0100"},
@@ -126,10 +119,7 @@ TEST(ParseDateFields, Table) {
 }
 
 TEST(CompareMessageDates, Table) {
-  const struct {
-    const char *a, *b;
-    int want;
-  } cases[] = {
+  const struct { const char *a, *b; int want; } cases[] = {
       {nullptr, nullptr, 0}, {nullptr, "Sat, 1 Jan 2000 00:00:00 +0000", -1},
       {"Sat, 1 Jan 2000 00:00:00 PST", "Sat, 1 Jan 2000 08:00:00 GMT", 0},
       {"Sat, 1 Jan 2000 00:00:00 -0800", "Sat, 1 Jan 2000 08:00:01 +0000", -1},
@@ -139,10 +129,8 @@ TEST(CompareMessageDates, Table) {
       {"1 Jan 2000", "2 Jan 2000", -1}, {"garbage", "1 Jan 1970", -1},
       {"1 Jan 1999 10:00:00 ist", "1 Jan 1999 08:00:00 gmt", 0},
   };
-  for (const auto& c : cases) {
+  for (const auto& c : cases)  // that the order is antisymmetric, the fuzz target checks
     EXPECT_EQ(compare_message_dates(c.a, c.b), c.want) << (c.a ? c.a : "null") << " / " << (c.b ? c.b : "null");
-    EXPECT_EQ(compare_message_dates(c.b, c.a), -c.want) << "antisymmetric";
-  }
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Writing addresses, headers and part headers, encoding a body tree for
-// sending, and writing whole messages that the parser reads back.
+// Writing addresses, headers and part headers, encoding a body tree for sending, and writing whole messages that
+// the parser reads back.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -19,8 +19,8 @@
 
 namespace {
 
-// One address in a compact form: "personal|adl|mailbox|host", with "-"
-// for a null field; "G:name" opens a group and ";" closes it.
+// One address in a compact form: "personal|adl|mailbox|host", with "-" for a null field; "G:name" opens a group and
+// ";" closes it.
 MailAddress* Addr(const std::string& text) {
   MailAddress* a = mail_newaddr();
   if (text == ";") return a;
@@ -53,13 +53,10 @@ std::string Write(const std::vector<std::string>& specs) {
   return buffer.data();
 }
 
-// The list as written, and its first address as rfc822_write_one_address
-// writes it (the bare address, as MAIL FROM wants).
+// The list as written, and its first address as rfc822_write_one_address writes it (the bare address, as MAIL FROM
+// wants).
 TEST(WriteAddress, FormsAndQuoting) {
-  const struct {
-    std::vector<std::string> specs;
-    std::string text, one;
-  } cases[] = {
+  const struct { std::vector<std::string> specs; std::string text, one; } cases[] = {
       {{"-|-|a|b.org"}, "a@b.org", "a@b.org"}, {{"John Doe|-|jd|x.org"}, "John Doe <jd@x.org>", "jd@x.org"},
       {{"Doe, John|-|jd|x.org"}, "\"Doe, John\" <jd@x.org>", "jd@x.org"},
       {{"J. Doe|-|jd|x.org"}, "\"J. Doe\" <jd@x.org>", "jd@x.org"},
@@ -69,8 +66,8 @@ TEST(WriteAddress, FormsAndQuoting) {
       {{"-|-|u|@unknown"}, "u", "u"}, {{"Name|-|u|@"}, "Name <u>", "u"}, {{"Name|-||"}, "Name <>", ""},
       {{"-|-||"}, "<>", ""}, {{"-|-|john.doe|h"}, "john.doe@h", "john.doe@h"},
       {{"-|-|john doe|h"}, "\"john doe\"@h", "\"john doe\"@h"}, {{"-|-|.lead|h"}, "\".lead\"@h", "\".lead\"@h"},
-      // What a reader would lose unquoted: blanks at the ends, control
-      // characters, a backslash in a host, an empty group name.
+      // What a reader would lose unquoted: blanks at the ends, control characters, a backslash in a host, an empty
+      // group name.
       {{" Lead|-|a|b"}, "\" Lead\" <a@b>", "a@b"}, {{"Jo\x1f|-|a|b"}, "\"Jo\x1f\" <a@b>", "a@b"},
       {{"-|-|a|ho\\st"}, "a@ho\\\\st", "a@ho\\\\st"}, {{"G:", ";"}, "\"\": ;", ""},
       {{"-|-|a|b", "-|-|c|d"}, "a@b, c@d", "a@b"},
@@ -115,8 +112,8 @@ TEST(WriteAddress, LimitedNeverPassesItsSizeAndCutsAtWholeAddresses) {
     }
     EXPECT_TRUE(whole.count(kept)) << got;
   }
-  // Text already in the buffer stays; an address too long for the room
-  // leaves only the mark, or nothing when the mark doesn't fit either.
+  // Text already in the buffer stays; an address too long for the room leaves only the mark, or nothing when the
+  // mark doesn't fit either.
   AddressList cut({"-|-|" + std::string(50, 'l') + "|x"});
   for (const auto& [start, size, text] : std::vector<std::tuple<std::string, size_t, std::string>>{
            {"From: ", 40, "From: a@b, c@d"}, {"", 30, mark}, {"", 20, ""}, {"123456789", 10, "123456789"}}) {
@@ -192,8 +189,8 @@ TEST(Header, OrderMimeAndTheBlankLine) {
             "Sender: sec@a.org\r\nReply-To: list@a.org\r\nSubject: Hello\r\nTo: bob@b.org\r\ncc: cat@c.org\r\n"
             "In-Reply-To: <1@a.org>\r\nMessage-ID: <2@a.org>\r\nMIME-Version: 1.0\r\n"
             "Content-Type: TEXT/PLAIN; CHARSET=US-ASCII\r\n\r\n");
-  // Resent: the original header first, without its blank line, then the
-  // prefixed fields and no MIME headers; never Bcc or extra headers.
+  // Resent: the original header first, without its blank line, then the prefixed fields and no MIME headers; never
+  // Bcc or extra headers.
   e->remail = cpystr("Received: by x\r\nSubject: Old\r\n\r\n");
   std::fill(buffer.begin(), buffer.end(), '\0');
   rfc822_header(buffer.data(), e, b);
@@ -237,9 +234,8 @@ const char* Param(const BodyPart* b, const char* name) {
   return nullptr;
 }
 
-// What the output's round trip below can't see: a message part sent from
-// its own text keeps its structure, a boundary already there stays in
-// whatever form it was written, and an encoded message part is fatal.
+// What the output's round trip below can't see: a message part sent from its own text keeps its structure, a
+// boundary already there stays in whatever form it was written, and an encoded message part is fatal.
 TEST(EncodeBody, KeepsWhatIsThereAndRefusesAnEncodedMessage) {
   BodyPart* top = Part(TYPEMULTIPART, "MIXED", ENCBASE64);
   BodyPart* message = WithText(Part(TYPEMESSAGE, "RFC822", ENC8BIT), "Subject: x\r\n\r\n\xe9\r\n", kTextBinary, true);
@@ -282,8 +278,8 @@ std::string AllBytes() {
   return s;
 }
 
-// A message of every kind of part: 8-bit text, binary, a file, a nested
-// multipart and a nested message built from its structure.
+// A message of every kind of part: 8-bit text, binary, a file, a nested multipart and a nested message built from
+// its structure.
 void BuildMessage(Envelope** env, BodyPart** body, const std::string& file) {
   *env = mail_newenvelope();
   (*env)->from = Addr("Ann|-|ann|a.org");
@@ -340,8 +336,8 @@ TEST(Output, AWholeMessageParsesBackToWhatWasWritten) {
     ASSERT_EQ(msg.substr(start, end - start).find_first_of("\r\n"), std::string::npos) << "bare line end";
   }
   for (unsigned char c : msg) ASSERT_LT(c, 0x80) << "everything goes 7-bit";
-  // Part headers: values quoted on blanks, tspecials and "." with quotes
-  // escaped; no encoding line for 7BIT; a text part always says its charset.
+  // Part headers: values quoted on blanks, tspecials and "." with quotes escaped; no encoding line for 7BIT; a text
+  // part always says its charset.
   for (const char* header :
        {"\r\nContent-Type: APPLICATION/OCTET-STREAM; NAME=\"all.bin\"; X-Q=\"say \\\"hi\\\"\"; X-E=\"\"\r\n"
         "Content-Transfer-Encoding: BASE64\r\nContent-ID: <p1@here>\r\nContent-Description: All bytes\r\n\r\n",
@@ -362,8 +358,8 @@ TEST(Output, AWholeMessageParsesBackToWhatWasWritten) {
   for (const BodyPartNode* n = pbody->parts; n; n = n->next) parts.push_back(n);
   ASSERT_EQ(parts.size(), 6u);
   auto content = [&](const BodyPartNode* n) { return Decode(n->body, text.substr(n->offset, n->body.size_raw)); };
-  // 8BIT, BINARY and a 7BIT part that isn't become quoted-printable and
-  // base64; a boundary is made, once, of pid, time and counter.
+  // 8BIT, BINARY and a 7BIT part that isn't become quoted-printable and base64; a boundary is made, once, of pid,
+  // time and counter.
   EXPECT_EQ((std::vector<int>{parts[0]->body.encoding, parts[1]->body.encoding, parts[3]->body.encoding,
                               parts[4]->body.parts->body.encoding}),
             (std::vector<int>{ENCQUOTEDPRINTABLE, ENCBASE64, ENCQUOTEDPRINTABLE, ENC7BIT}));
@@ -384,8 +380,8 @@ TEST(Output, AWholeMessageParsesBackToWhatWasWritten) {
   mail_free_envelope(&penv);
   mail_free_body(&pbody);
 
-  // A file that cannot be read fails the output with an error; with the
-  // part emptied, failing each write in turn stops the output there.
+  // A file that cannot be read fails the output with an error; with the part emptied, failing each write in turn
+  // stops the output there.
   mail_env_clear();
   unlink(file);
   Out missing;

@@ -1,8 +1,5 @@
-// The harness of the Qt backend's tests. Each test runs a whole
-// application: a toy task handler, and a body that runs from the event loop
-// once E_CREATE has been handled; the application ends when the body
-// returns. A watchdog ends a run that hangs (a box waiting for a user) and
-// fails it.
+// Each Qt test runs a whole application whose body runs from the event loop after E_CREATE; the application ends
+// when the body returns, or fails when a watchdog finds it hanging (a box waiting for a user).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -64,8 +61,7 @@ inline void StartApp(EVENT_HANDLER task_eh, int toolbar_height = 30, int argc = 
   xvt_app_create(argv ? argc : 1, argv ? argv : own, 0, task_eh, &config);
 }
 
-// Event logs of a run's windows; they outlive the run's body, as the
-// windows hear of their destruction after it.
+// Event logs of a run's windows: they outlive the body, as the windows hear of their destruction after it.
 inline std::deque<std::vector<EVENT>> g_logs;
 inline std::vector<EVENT>& NewLog() { return g_logs.emplace_back(); }
 
@@ -89,8 +85,7 @@ inline bool WaitFor(const std::function<bool()>& cond, int ms = 2000) {
   return true;
 }
 
-// A window handler that logs its events into the vector its app data
-// points at.
+// Logs into the vector the window's app data points at.
 inline long LogEh(WINDOW win, EVENT* ev) {
   if (auto* log = reinterpret_cast<std::vector<EVENT>*>(xvt_vobj_get_data(win))) log->push_back(*ev);
   return 0;
@@ -119,26 +114,14 @@ inline void Key(QObject* to, int key, const QString& text = "", Qt::KeyboardModi
   QApplication::sendEvent(to, &e);
 }
 
-inline const MENU_ITEM kFileMenu[] = {
-    {101, "~Open", true, false, false, nullptr},
-    {102, "Save & Close", true, false, false, nullptr},
-    {0, nullptr, false, false, true, nullptr},
-    {103, "~Wrap lines", true, true, false, nullptr},
-    {104, "~Print", false, false, false, nullptr},
-    {0, nullptr, false, false, false, nullptr},
-};
-inline const MENU_ITEM kMenus[] = {
-    {100, "~File", true, false, false, kFileMenu},
-    {0, nullptr, false, false, false, nullptr},
-};
-inline const MENU_ITEM kMessageMenu[] = {
-    {201, "~Reply", true, false, false, nullptr},
-    {0, nullptr, false, false, false, nullptr},
-};
-inline const MENU_ITEM kDocMenus[] = {
-    {200, "~Message", true, false, false, kMessageMenu},
-    {0, nullptr, false, false, false, nullptr},
-};
+inline const MENU_ITEM kFileMenu[] = {{101, "~Open", true, false, false, nullptr},
+                                      {102, "Save & Close", true, false, false, nullptr},
+                                      {0, nullptr, false, false, true, nullptr},  // a separator
+                                      {103, "~Wrap lines", true, true, false, nullptr},
+                                      {104, "~Print", false, false, false, nullptr}, {}};
+inline const MENU_ITEM kMenus[] = {{100, "~File", true, false, false, kFileMenu}, {}};
+inline const MENU_ITEM kMessageMenu[] = {{201, "~Reply", true, false, false, nullptr}, {}};
+inline const MENU_ITEM kDocMenus[] = {{200, "~Message", true, false, false, kMessageMenu}, {}};
 
 struct Registered {
   Registered() {
