@@ -212,7 +212,9 @@ const char* split_extended(const char* s, std::string* charset) {
 int segment_index(const char* s, bool* extended) {
   int index = 0;
   int digits = 0;
-  for (; *s >= '0' && *s <= '9'; ++s, ++digits) index = index * 10 + (*s - '0');
+  // Counting stops past four digits, so a long run cannot overflow.
+  for (; *s >= '0' && *s <= '9'; ++s, ++digits)
+    if (digits < 5) index = index * 10 + (*s - '0');
   if (!digits || digits > 4 || (digits > 1 && s[-digits] == '0')) return -1;
   *extended = *s == '*';
   if (*extended) ++s;

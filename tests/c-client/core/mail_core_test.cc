@@ -117,7 +117,8 @@ MailDriver test_driver = [] {
   };
   d.close = [](MailStream* s) {
     ++g.count["close"];
-    delete &Ids(s);
+    delete static_cast<std::vector<int>*>(s->local);  // none after a failed open
+    s->local = nullptr;
   };
   d.fetchstructure = [](MailStream* s, unsigned long msgno, BodyPart** body) {
     ++g.count["fetchstructure"];
