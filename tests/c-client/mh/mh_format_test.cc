@@ -16,20 +16,11 @@ namespace {
 
 using Bytes = std::string;
 
-// Hex digits, blanks ignored.
+// Pairs of hex digits, blanks between them ignored.
 Bytes H(const char* hex) {
   Bytes out;
-  int high = -1;
-  for (const char* p = hex; *p; ++p) {
-    if (*p == ' ') continue;
-    const int v = *p <= '9' ? *p - '0' : (*p | 0x20) - 'a' + 10;
-    if (high < 0) {
-      high = v;
-    } else {
-      out += static_cast<char>(high << 4 | v);
-      high = -1;
-    }
-  }
+  for (const char* p = hex; *p; ++p)
+    if (*p != ' ') out += static_cast<char>(std::stoi(std::string(p, 2), nullptr, 16)), ++p;
   return out;
 }
 
@@ -169,12 +160,11 @@ Envelope* EveryField() {
   env->in_reply_to = cpystr("i");
   env->message_id = cpystr("m");
   env->newsgroups = cpystr("n");
-  ExtraHeader* x1 = mail_newextra();
-  x1->name = cpystr("X-A");
-  x1->value = cpystr("1");
-  x1->next = mail_newextra();
-  x1->next->name = cpystr("X-B");
-  env->extra_headers = x1;
+  env->extra_headers = mail_newextra();
+  env->extra_headers->name = cpystr("X-A");
+  env->extra_headers->value = cpystr("1");
+  env->extra_headers->next = mail_newextra();
+  env->extra_headers->next->name = cpystr("X-B");
   return env;
 }
 

@@ -22,7 +22,7 @@ using Names = std::vector<std::string>;
 std::deque<long> g_times;
 long g_next = 1767225600;  // 2026-01-01
 int g_clock_calls = 0;
-long TestClock() {
+long NamesClock() {
   ++g_clock_calls;
   if (g_times.empty()) return g_next++;
   const long t = g_times.front();
@@ -50,25 +50,14 @@ constexpr char kCafe[] = "Café 2025 – notes";  // UTF-8, blanks
 const std::string kLong = "A folder name with blanks that goes on and on " + std::string(150, 'x');
 constexpr char kUnicode[] = "Ünïcødé ✉";
 
-class MhNames : public ::testing::Test {
+class MhNames : public mh_test::MhTest {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/mh_names_test.XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    home_ = tmpl;
-    local_set_home(home_.c_str());
+    MhTest::SetUp();
     root_ = home_ + "/folders";
     g_times.clear();
     g_clock_calls = 0;
-    mh_set_clock_for_test(TestClock);
-    mh_forget_paths();
-    mail_env_clear();
-  }
-  void TearDown() override {
-    mh_set_clock_for_test(nullptr);
-    mh_forget_paths();
-    fs::remove_all(home_);
-    mail_env_clear();
+    mh_set_clock_for_test(NamesClock);
   }
 
   // Projects, Projects\Café, Projects\Café\<long>, Ünïcødé: one second each.
@@ -94,7 +83,7 @@ class MhNames : public ::testing::Test {
     return out;
   }
 
-  std::string home_, root_;
+  std::string root_;
   long first_ = 0;
 };
 
