@@ -427,11 +427,9 @@ TEST_F(MailCore, CallsReachTheRightDriver) {
       {[&] { return mail_subscribe(nullptr, "#test/x"); }, "1;subscribe none #test/x|;"},
       {[&] { return mail_subscribe(nullptr, "x"); }, "0;;Can't subscribe to mailbox x" + no_such},
       {[&] { return mail_unsubscribe(nullptr, "#test/x"); }, "1;unsubscribe none #test/x|;"},
-      {[&] { return mail_unsubscribe(nullptr, "x"); }, "0;;Can't unsubscribe to mailbox x" + no_such},
       {[&] { return mail_subscribe_bboard(nullptr, "x"); }, "0;;Can't subscribe to bboard *x: no such bboard @2"},
       {[&] { return mail_unsubscribe_bboard(nullptr, "{h}x"); }, "0;;Can't unsubscribe to bboard *{h}x" + bad},
       {[&] { return mail_delete(nullptr, "#test/x"); }, "1;delete none #test/x|;"},
-      {[&] { return mail_delete(nullptr, "x"); }, "0;;Can't delete mailbox x" + no_such},
       {[&] { return mail_rename(nullptr, "#test/x", "#test/y"); }, "1;rename none #test/x>#test/y|;"},
       {[&] { return mail_rename(nullptr, "x", "#test/y"); }, "0;;Can't rename mailbox x" + no_such},
       // Create: on the stream, in the default format for a plain name, or
@@ -487,20 +485,14 @@ TEST_F(MailCore, CallsReachTheRightDriver) {
 // prototypes.
 TEST_F(MailCore, StandInDriversRefuseEveryName) {
   mail_unlink_all();
-  mail_link(&imap2driver);
-  mail_link(&mhdriver);
-  mail_link(&dawzdriver);
+  for (MailDriver* d : {&imap2driver, &mhdriver, &dawzdriver}) mail_link(d);
   mail_set_default_driver(&dawzdriver);
-  for (MailDriver* d : {&imap2driver, &dawzdriver}) {
-    MailStream* p = d->open(nullptr);
-    ASSERT_TRUE(p && p == d->prototype && p->driver == d) << d->name;
-    EXPECT_EQ(d->valid("{host}INBOX"), nullptr) << d->name;
-  }
-  EXPECT_EQ(mail_open(nullptr, "{host}INBOX", 0), nullptr);
+  for (MailDriver* d : {&imap2driver, &dawzdriver})
+    EXPECT_TRUE(d->open(nullptr) == d->prototype && d->prototype->driver == d && !d->valid("{host}INBOX")) << d->name;
   long no_auth = 1;
+  EXPECT_EQ(mail_open(nullptr, "{host}INBOX", 0), nullptr);
   EXPECT_EQ(mail_parameters(nullptr, 112, &no_auth), nullptr);
-  EXPECT_EQ(mail_create(nullptr, "newbox"), 0);
-  EXPECT_EQ(mail_append(nullptr, "newbox", nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(mail_create(nullptr, "newbox") + mail_append(nullptr, "newbox", nullptr, nullptr, nullptr), 0);
   EXPECT_EQ(Logs(), (Lines{"Can't open mailbox {host}INBOX: invalid remote specification @2",
                            "Can't append to mailbox newbox: no such mailbox @2"}));
 }
