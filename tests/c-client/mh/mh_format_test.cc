@@ -228,9 +228,7 @@ TEST(MhStructure, EmptyAndOpaqueParts) {
   const uint8_t* p = U(opaque_bytes);
   BodyPart* back = nullptr;
   ASSERT_TRUE(mh_decode_body(&p, U(opaque_bytes) + opaque_bytes.size(), &back));
-  EXPECT_EQ(back->msg_env, nullptr);
-  EXPECT_EQ(back->msg_body, nullptr);
-  EXPECT_EQ(back->encoding, ENCBASE64);
+  EXPECT_TRUE(!back->msg_env && !back->msg_body && back->encoding == ENCBASE64);
   mail_free_body(&back);
 
   // With only the envelope, the body is written as an empty one.
@@ -306,17 +304,13 @@ TEST(MhStructure, LimitsOfTheWriterAndTheReader) {
   EXPECT_EQ(mh_encode_envelope(env), "");
   mail_free_envelope(&env);
 
-  struct Row {
-    const char* what;
-    unsigned short type, encoding;
-    unsigned long size;
-  } rows[] = {{"type 8", 8, 0, 1}, {"encoding 6", 0, 6, 1}, {"size above 32 bits", 0, 0, 0x100000000UL}};
-  for (const Row& r : rows) {
+  // type, encoding, size
+  for (auto [type, encoding, size] : {std::tuple{8, 0, 1ul}, {0, 6, 1ul}, {0, 0, 0x100000000ul}}) {
     body = mail_newbody();
-    body->type = r.type;
-    body->encoding = r.encoding;
-    body->size_bytes = r.size;
-    EXPECT_EQ(mh_encode_body(body), "") << r.what;
+    body->type = static_cast<unsigned short>(type);
+    body->encoding = static_cast<unsigned short>(encoding);
+    body->size_bytes = size;
+    EXPECT_EQ(mh_encode_body(body), "") << type << " " << encoding << " " << size;
     mail_free_body(&body);
   }
 }
