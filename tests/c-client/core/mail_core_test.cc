@@ -300,12 +300,8 @@ TEST_F(MailCore, FetchBodyFindsSectionsAndCachesThem) {
   MailStream* s = Open();
   const std::pair<const char*, std::string> rows[] = {
       // section, the driver's call or what was logged (nothing: from the cache)
-      {"1", "fetchbody none 2 1 @50|"},
-      {"1", ""},
-      {"2", "fetchbody none 2 2 @200|"},
-      {"2.1", "fetchbody none 2 2.1 @40|"},
-      {"2.2", "fetchbody none 2 2.2 @150|"},
-      {"2.2", ""},
+      {"1", "fetchbody none 2 1 @50|"}, {"2", "fetchbody none 2 2 @200|"}, {"2.1", "fetchbody none 2 2.1 @40|"},
+      {"2.2", "fetchbody none 2 2.2 @150|"}, {"2.2", ""},
       {"3", "Failed to fetch message section - invalid section specifier @2"},  // a multipart
       {"4", "Failed to fetch message section - invalid section specifier @2"},
       {"", "Failed to fetch message section - invalid (NULL) section specifier @1"},

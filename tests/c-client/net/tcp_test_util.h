@@ -102,10 +102,8 @@ class LoopbackServer {
  public:
   explicit LoopbackServer(bool ipv6 = false, int backlog = 1) {
     listener_ = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in6 v6{};
+    sockaddr_in6 v6{AF_INET6, 0, 0, in6addr_loopback, 0};
     sockaddr_in v4 = Loopback4(0);
-    v6.sin6_family = AF_INET6;
-    v6.sin6_addr = in6addr_loopback;
     auto* a = ipv6 ? reinterpret_cast<sockaddr*>(&v6) : reinterpret_cast<sockaddr*>(&v4);
     socklen_t len = ipv6 ? sizeof v6 : sizeof v4;
     ok_ = ::bind(listener_, a, len) == 0 && ::listen(listener_, backlog) == 0 && ::getsockname(listener_, a, &len) == 0;
