@@ -19,9 +19,9 @@ TEST_F(MhDriver, AppendsWaitInTheQueueUntilTheNextPing) {
   ASSERT_NE(s, nullptr);
   mail_env_clear();
   // The date is checked, then the file's own time is the internal date.
-  ASSERT_EQ(Append("Box", MakeMessage(0, true).text, "(\\Seen \\Flagged)", "1-Jan-2000 10:00:00 +0000"), 1);
-  ASSERT_EQ(Append("Box", MakeMessage(1, false).text), 1) << Logs();
-  ASSERT_EQ(Append("Box", MakeMessage(2, true).text, "\\Draft"), 1) << Logs();
+  ASSERT_EQ(Append("Box", MakeMessage(0, true), "(\\Seen \\Flagged)", "1-Jan-2000 10:00:00 +0000"), 1);
+  ASSERT_EQ(Append("Box", MakeMessage(1, false)), 1) << Logs();
+  ASSERT_EQ(Append("Box", MakeMessage(2, true), "\\Draft"), 1) << Logs();
   // Appending touches neither the index nor the open stream.
   EXPECT_EQ(s->nmsgs, 0u);
   EXPECT_EQ(Header(dir).nmsgs, 0u);
@@ -40,7 +40,7 @@ TEST_F(MhDriver, AppendsWaitInTheQueueUntilTheNextPing) {
   // Every queued message got its structure record on the way in.
   for (const MhIndexRecord& r : Records(dir)) EXPECT_NE(r.cache_offset, 0u) << r.number;
   for (unsigned long i = 1; i <= 3; ++i)
-    EXPECT_EQ(mail_elt(s, i)->rfc822_size, MakeMessage(static_cast<int>(i - 1), i != 2).text.size());
+    EXPECT_EQ(mail_elt(s, i)->rfc822_size, MakeMessage(static_cast<int>(i - 1), i != 2).size());
   const std::time_t now = std::time(nullptr);
   EXPECT_EQ(mail_elt(s, 1)->year + 1969, std::gmtime(&now)->tm_year + 1900);
   mail_check(s);
@@ -170,7 +170,7 @@ TEST_F(MhDriver, CloseClearsRecentAndRemembersTheLastMessage) {
 // a section or the text is, and the mark is written through.
 TEST_F(MhDriver, FetchesCountAndOnlyTextMarksSeen) {
   const std::string dir = Create("Box");
-  ASSERT_EQ(Append("Box", MakeMessage(1, true).text), 1);
+  ASSERT_EQ(Append("Box", MakeMessage(1, true)), 1);
   MailStream* s = Open("Box");
   ASSERT_NE(s, nullptr);
   const unsigned long start = s->cachecount;
@@ -225,7 +225,7 @@ TEST_F(MhDriver, RebuildTakesStatusFilesAndSkipsEmptyOrMisnamedFiles) {
 
 TEST_F(MhDriver, ExpungeWithAndWithoutStructureRecords) {
   const std::string dir = Create("Box");
-  for (int i = 0; i < 8; ++i) ASSERT_EQ(Append("Box", MakeMessage(i, i % 2 == 0).text), 1);
+  for (int i = 0; i < 8; ++i) ASSERT_EQ(Append("Box", MakeMessage(i, i % 2 == 0)), 1);
   MailStream* s = Open("Box");
   ASSERT_NE(s, nullptr);
   Close(s);

@@ -72,7 +72,7 @@ class MhRecovery : public MhTest {
   void MakeFolder() {
     dir_ = Create("Box");
     target_ = Create("Target");
-    for (int i = 0; i <= kCount; ++i) ASSERT_EQ(Append("Box", MakeMessage(i, i % 2 == 0).text), 1);
+    for (int i = 0; i <= kCount; ++i) ASSERT_EQ(Append("Box", MakeMessage(i, i % 2 == 0)), 1);
     MailStream* s = Open("Box");
     ASSERT_NE(s, nullptr);
     mail_setflag(s, "1,4,7", "\\Seen");
@@ -314,7 +314,7 @@ TEST_F(MhRecovery, AFailingDiskAtAnyStepOfAnyChangeLosesNothing) {
       {"queue applied at a check",
        [&] {
          s_ = Open("Box");
-         for (int i = 0; i < 5; ++i) ASSERT_EQ(Append("Box", MakeMessage(20 + i, i % 2).text, "\\Flagged"), 1);
+         for (int i = 0; i < 5; ++i) ASSERT_EQ(Append("Box", MakeMessage(20 + i, i % 2), "\\Flagged"), 1);
        },
        [&] { return mail_check(s_), s_->nmsgs == kCount + 5; },
        [&](const std::string& what, bool, bool) {
@@ -325,7 +325,7 @@ TEST_F(MhRecovery, AFailingDiskAtAnyStepOfAnyChangeLosesNothing) {
          for (auto& [n, flags] : FlagMap(s)) EXPECT_EQ(flags, n > kCount ? "--F--" : flags_[n]) << what << " " << n;
        },
        {"update-appended", "update-committed"}},
-      {"append", nullptr, [&] { return Append("Box", MakeMessage(40, false).text, "\\Seen") == 1; },
+      {"append", nullptr, [&] { return Append("Box", MakeMessage(40, false), "\\Seen") == 1; },
        [&](const std::string& what, bool ok, bool) {
          MailStream* s = Open("Box");
          ASSERT_NE(s, nullptr) << what;
