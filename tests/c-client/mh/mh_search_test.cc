@@ -16,16 +16,12 @@ MailText* SpoolingGets(readfn_t reader, void* handle, unsigned long size) {
   std::string data(size, '\0');
   if (size && !reader(handle, size, data.data())) return nullptr;
   MailText* text = mail_newtext();
-  if (size > 2000) {
-    char path[] = "/tmp/mh_search_spool.XXXXXX";
-    int fd = ::mkstemp(path);
-    if (fd < 0 || ::write(fd, data.data(), size) != static_cast<ssize_t>(size)) return nullptr;
-    ::close(fd);
-    mail_text_set(text, kTextFile, path, 0);
-    text->size = size;
-  } else {
-    mail_text_set(text, kTextInMemory, data.data(), size);
-  }
+  if (size <= 2000) return mail_text_set(text, kTextInMemory, data.data(), size), text;
+  char path[] = "/tmp/mh_search_spool.XXXXXX";
+  ::close(::mkstemp(path));
+  WriteFile(path, data);
+  mail_text_set(text, kTextFile, path, 0);
+  text->size = size;
   return text;
 }
 
