@@ -40,18 +40,11 @@ TEST(MhIndex, HeaderAndRecordBytes) {
   EXPECT_EQ(std::memcmp(&back, &header, sizeof back), 0);
   EXPECT_FALSE(mh_decode_header(reinterpret_cast<const uint8_t*>(header_bytes.data()), kMhHeaderSize - 1, &back));
 
-  const Bytes record_bytes = H(
-      "07000000"     // number 7
-      "80009265"     // mtime 1704067200
-      "d2040000"     // size 1234
-      "c8010000"     // header_size 456
-      "00100000"     // cache_offset 4096
-      "c8000000"     // envelope_size 200
-      "96000000"     // body_size 150
-      "00019265"     // changed
-      "55000000"     // flags: seen, flagged, answered, draft
-      "01000080"     // user_flags: 0 and 31
-      "0102030405060708090a0b0c");  // reserved, kept as found
+  // The fields in order, little-endian, flags seen, flagged, answered and
+  // draft, user flags 0 and 31; the reserved bytes are kept as found.
+  const Bytes record_bytes =
+      H("07000000 80009265 d2040000 c8010000 00100000 c8000000 96000000 00019265 55000000 01000080 "
+        "0102030405060708090a0b0c");
   MhIndexRecord record{7, 1704067200, 1234, 456, 4096, 200, 150, 0x65920100,
                        kMhSeen | kMhFlagged | kMhAnswered | kMhDraft, 0x80000001u, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}};
   ASSERT_EQ(record_bytes.size(), kMhRecordSize);
