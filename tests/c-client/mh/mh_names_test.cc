@@ -186,10 +186,10 @@ TEST_F(MhNames, ListingSkipsMessagesAndPutsInnerFoldersFirst) {
 TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
   const std::tuple<Names, bool, Names> cases[] = {
       // files besides mh_index.dat and mh_cache.dat, removed, what is left
-      {{}, true, {}},
-      {{"1", "2", "2.st", "17.st", ",3", "mh_updat.dat", "mh_index.bak", "mh_cache.new"}, true, {}},
+      {Names{}, true, Names{}},
+      {Names{"1", "2", "2.st", "17.st", ",3", "mh_updat.dat", "mh_index.bak", "mh_cache.new"}, true, Names{}},
       // notes.txt takes MHtes.txt with it, by the same rule.
-      {{"notes.txt", "MHtes.txt", "MH"}, false, {"notes.txt"}},
+      {Names{"notes.txt", "MHtes.txt", "MH"}, false, Names{"notes.txt"}},
   };
   for (const auto& [files, removed, left] : cases) {
     mail_env_clear();
