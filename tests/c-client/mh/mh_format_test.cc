@@ -16,20 +16,11 @@ namespace {
 
 using Bytes = std::string;
 
-// Hex digits, blanks ignored.
+// Pairs of hex digits, blanks between them ignored.
 Bytes H(const char* hex) {
   Bytes out;
-  int high = -1;
-  for (const char* p = hex; *p; ++p) {
-    if (*p == ' ') continue;
-    const int v = *p <= '9' ? *p - '0' : (*p | 0x20) - 'a' + 10;
-    if (high < 0) {
-      high = v;
-    } else {
-      out += static_cast<char>(high << 4 | v);
-      high = -1;
-    }
-  }
+  for (const char* p = hex; *p; ++p)
+    if (*p != ' ') out += static_cast<char>(std::stoi(std::string(p, 2), nullptr, 16)), ++p;
   return out;
 }
 
@@ -49,18 +40,11 @@ TEST(MhIndex, HeaderAndRecordBytes) {
   EXPECT_EQ(std::memcmp(&back, &header, sizeof back), 0);
   EXPECT_FALSE(mh_decode_header(reinterpret_cast<const uint8_t*>(header_bytes.data()), kMhHeaderSize - 1, &back));
 
-  const Bytes record_bytes = H(
-      "07000000"     // number 7
-      "80009265"     // mtime 1704067200
-      "d2040000"     // size 1234
-      "c8010000"     // header_size 456
-      "00100000"     // cache_offset 4096
-      "c8000000"     // envelope_size 200
-      "96000000"     // body_size 150
-      "00019265"     // changed
-      "55000000"     // flags: seen, flagged, answered, draft
-      "01000080"     // user_flags: 0 and 31
-      "0102030405060708090a0b0c");  // reserved, kept as found
+  // The fields in order, little-endian, flags seen, flagged, answered and
+  // draft, user flags 0 and 31; the reserved bytes are kept as found.
+  const Bytes record_bytes =
+      H("07000000 80009265 d2040000 c8010000 00100000 c8000000 96000000 00019265 55000000 01000080 "
+        "0102030405060708090a0b0c");
   MhIndexRecord record{7, 1704067200, 1234, 456, 4096, 200, 150, 0x65920100,
                        kMhSeen | kMhFlagged | kMhAnswered | kMhDraft, 0x80000001u, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}};
   ASSERT_EQ(record_bytes.size(), kMhRecordSize);
@@ -169,12 +153,11 @@ Envelope* EveryField() {
   env->in_reply_to = cpystr("i");
   env->message_id = cpystr("m");
   env->newsgroups = cpystr("n");
-  ExtraHeader* x1 = mail_newextra();
-  x1->name = cpystr("X-A");
-  x1->value = cpystr("1");
-  x1->next = mail_newextra();
-  x1->next->name = cpystr("X-B");
-  env->extra_headers = x1;
+  env->extra_headers = mail_newextra();
+  env->extra_headers->name = cpystr("X-A");
+  env->extra_headers->value = cpystr("1");
+  env->extra_headers->next = mail_newextra();
+  env->extra_headers->next->name = cpystr("X-B");
   return env;
 }
 
@@ -238,9 +221,7 @@ TEST(MhStructure, EmptyAndOpaqueParts) {
   const uint8_t* p = U(opaque_bytes);
   BodyPart* back = nullptr;
   ASSERT_TRUE(mh_decode_body(&p, U(opaque_bytes) + opaque_bytes.size(), &back));
-  EXPECT_EQ(back->msg_env, nullptr);
-  EXPECT_EQ(back->msg_body, nullptr);
-  EXPECT_EQ(back->encoding, ENCBASE64);
+  EXPECT_TRUE(!back->msg_env && !back->msg_body && back->encoding == ENCBASE64);
   mail_free_body(&back);
 
   // With only the envelope, the body is written as an empty one.
@@ -316,17 +297,13 @@ TEST(MhStructure, LimitsOfTheWriterAndTheReader) {
   EXPECT_EQ(mh_encode_envelope(env), "");
   mail_free_envelope(&env);
 
-  struct Row {
-    const char* what;
-    unsigned short type, encoding;
-    unsigned long size;
-  } rows[] = {{"type 8", 8, 0, 1}, {"encoding 6", 0, 6, 1}, {"size above 32 bits", 0, 0, 0x100000000UL}};
-  for (const Row& r : rows) {
+  // type, encoding, size
+  for (auto [type, encoding, size] : {std::tuple{8, 0, 1ul}, {0, 6, 1ul}, {0, 0, 0x100000000ul}}) {
     body = mail_newbody();
-    body->type = r.type;
-    body->encoding = r.encoding;
-    body->size_bytes = r.size;
-    EXPECT_EQ(mh_encode_body(body), "") << r.what;
+    body->type = static_cast<unsigned short>(type);
+    body->encoding = static_cast<unsigned short>(encoding);
+    body->size_bytes = size;
+    EXPECT_EQ(mh_encode_body(body), "") << type << " " << encoding << " " << size;
     mail_free_body(&body);
   }
 }

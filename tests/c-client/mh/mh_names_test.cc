@@ -14,6 +14,7 @@ namespace {
 namespace fs = std::filesystem;
 using mh_test::ReadFile;
 using mh_test::WriteFile;
+using Names = std::vector<std::string>;
 
 // The clock the short names are made from: each call takes the next time
 // queued, and the last one stays; with nothing queued it moves on by one
@@ -21,7 +22,7 @@ using mh_test::WriteFile;
 std::deque<long> g_times;
 long g_next = 1767225600;  // 2026-01-01
 int g_clock_calls = 0;
-long TestClock() {
+long NamesClock() {
   ++g_clock_calls;
   if (g_times.empty()) return g_next++;
   const long t = g_times.front();
@@ -38,39 +39,25 @@ std::string Short(long t) {
   return buffer;
 }
 
-unsigned Mode(const fs::path& p) {
-  struct stat st;
-  return ::stat(p.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+struct stat Stat(const std::string& p) {
+  struct stat st{};
+  ::stat(p.c_str(), &st);
+  return st;
 }
-
-ino_t Inode(const std::string& p) {
-  struct stat st;
-  return ::stat(p.c_str(), &st) == 0 ? st.st_ino : 0;
-}
+unsigned Mode(const std::string& p) { return Stat(p).st_mode & 07777; }
 
 constexpr char kCafe[] = "Café 2025 – notes";  // UTF-8, blanks
 const std::string kLong = "A folder name with blanks that goes on and on " + std::string(150, 'x');
 constexpr char kUnicode[] = "Ünïcødé ✉";
 
-class MhNames : public ::testing::Test {
+class MhNames : public mh_test::MhTest {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/mh_names_test.XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    home_ = tmpl;
-    local_set_home(home_.c_str());
+    MhTest::SetUp();
     root_ = home_ + "/folders";
     g_times.clear();
     g_clock_calls = 0;
-    mh_set_clock_for_test(TestClock);
-    mh_forget_paths();
-    mail_env_clear();
-  }
-  void TearDown() override {
-    mh_set_clock_for_test(nullptr);
-    mh_forget_paths();
-    fs::remove_all(home_);
-    mail_env_clear();
+    mh_set_clock_for_test(NamesClock);
   }
 
   // Projects, Projects\Café, Projects\Café\<long>, Ünïcødé: one second each.
@@ -87,17 +74,16 @@ class MhNames : public ::testing::Test {
   std::string CafeDir() const { return ProjectsDir() + "/" + Dir(1); }
 
   static std::string Logs(long level = 2) { return EnvLogs(level); }
-  static std::vector<std::string> Mailboxes() {
-    std::vector<std::string> out;
-    for (const MailEnvLine& l : mail_env_lines())
-      if (l.callback == "mailbox") {
-        EXPECT_EQ(l.text.substr(l.text.size() - 5), " \\ ()");
-        out.push_back(l.text.substr(0, l.text.size() - 5));
-      }
+  static Names Mailboxes() {
+    Names out;
+    for (const std::string& l : EnvLines("mailbox")) {
+      EXPECT_EQ(l.substr(l.size() - 5), " \\ ()");
+      out.push_back(l.substr(0, l.size() - 5));
+    }
     return out;
   }
 
-  std::string home_, root_;
+  std::string root_;
   long first_ = 0;
 };
 
@@ -107,7 +93,6 @@ TEST_F(MhNames, CreateMakesShortDirectoriesRecordedByName) {
   EXPECT_EQ(ReadFile(ProjectsDir() + "/mhname.dat"), std::string(kCafe) + "#" + Dir(1) + "\n");
   EXPECT_EQ(ReadFile(CafeDir() + "/mhname.dat"), kLong + "#" + Dir(2) + "\n");
   EXPECT_EQ(Dir(0).size(), 12u);
-
   const std::string deep = CafeDir() + "/" + Dir(2);
   EXPECT_EQ(Mode(deep), 0700u);
   EXPECT_EQ(Mode(root_ + "/mhname.dat"), 0600u);
@@ -116,14 +101,8 @@ TEST_F(MhNames, CreateMakesShortDirectoriesRecordedByName) {
   EXPECT_EQ(ReadFile(deep + "/mh_cache.dat"), "");
 
   const std::pair<std::string, std::string> paths[] = {
-      {"Projects", ProjectsDir()},
-      {"#mh/Projects", ProjectsDir()},
-      {"#MH/Projects\\", ProjectsDir()},
-      {Cafe(), CafeDir()},
-      {Deep(), deep},
-      {"~/" + Deep(), deep},
-      {kUnicode, root_ + "/" + Dir(3)},
-      {"Projects\\Nosuch", ProjectsDir() + "/Nosuch"},
+      {"#MH/Projects\\", ProjectsDir()}, {Cafe(), CafeDir()}, {Deep(), deep}, {"~/" + Deep(), deep},
+      {kUnicode, root_ + "/" + Dir(3)},  {"Projects\\Nosuch", ProjectsDir() + "/Nosuch"},
   };
   for (bool forget : {false, true})
     for (const auto& [name, path] : paths) {
@@ -137,7 +116,6 @@ TEST_F(MhNames, CreateMakesShortDirectoriesRecordedByName) {
   WriteFile(ProjectsDir() + "/1", "Subject: x\n\nbody\n");
   ASSERT_EQ(mh_create(nullptr, "Projects\\1"), 1) << Logs();
   EXPECT_EQ(mh_path("Projects\\1"), ProjectsDir() + "/" + Short(g_next - 1));
-  EXPECT_TRUE(mh_valid_name("Projects\\1", false));
 }
 
 TEST_F(MhNames, TwoFoldersInOneSecondGetDifferentDirectories) {
@@ -156,90 +134,70 @@ TEST_F(MhNames, TwoFoldersInOneSecondGetDifferentDirectories) {
 
 TEST_F(MhNames, ValidNames) {
   MakeTree();
-  const struct {
-    const char* name;
-    bool syntax_ok;
-    bool exists;
-  } cases[] = {
-      {"Projects", true, true},
-      {"#mh/Projects", true, true},
-      {"Nosuch", true, false},
-      {"Projects\\Nosuch", true, false},
-      {"PROJECTS", true, false},
-      {"#dawz/Projects", false, false},
-      {"#news", false, false},
-      {"{host}INBOX", false, false},
-      {"", false, false},
-      {"~", false, false},
-      {"#mh/", false, false},
-      {"\\", false, false},
-      {"..", false, false},
-      {"Projects\\..", false, false},
-      {"~/../x", false, false},
+  const std::tuple<const char*, bool, bool> cases[] = {
+      // name, syntax ok, exists
+      {"#mh/Projects", true, true}, {"Projects\\Nosuch", true, false}, {"PROJECTS", true, false},
+      {"#dawz/Projects", false, false}, {"{host}INBOX", false, false}, {"", false, false},
+      {"#mh/", false, false}, {"Projects\\..", false, false},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, syntax_ok, exists] : cases) {
     errno = 0;
-    EXPECT_EQ(mh_valid_name(c.name, true), c.syntax_ok) << c.name;
-    if (!c.syntax_ok) {
-      EXPECT_EQ(errno, EINVAL) << c.name;
-    }
+    EXPECT_EQ(mh_valid_name(name, true), syntax_ok) << name;
+    EXPECT_TRUE(syntax_ok || errno == EINVAL) << name;
     errno = 0;
-    EXPECT_EQ(mh_valid_name(c.name, false), c.exists) << c.name;
-    if (!c.exists) {
-      EXPECT_EQ(errno, c.syntax_ok ? ENOENT : EINVAL) << c.name;
-    }
+    EXPECT_EQ(mh_valid_name(name, false), exists) << name;
+    EXPECT_TRUE(exists || errno == (syntax_ok ? ENOENT : EINVAL)) << name;
   }
 }
 
+// Listing every folder, and the subscribed ones that still exist.
 TEST_F(MhNames, ListingSkipsMessagesAndPutsInnerFoldersFirst) {
   MakeTree();
   WriteFile(ProjectsDir() + "/1", "x");
   WriteFile(ProjectsDir() + "/2.st", "12345678");
   fs::create_directory(ProjectsDir() + "/123");  // a number is a message's name, never a folder's
   fs::create_directory(ProjectsDir() + "/handmade");
+  for (const std::string& name : {std::string("#mh/Projects"), std::string(kUnicode), std::string("Gone"), Cafe()})
+    EXPECT_EQ(mh_subscribe(nullptr, name.c_str()), 1) << name;
+  EXPECT_EQ(ReadFile(home_ + "/subscrib.dat"), "Projects\n" + std::string(kUnicode) + "\nGone\n" + Cafe() + "\n");
+  EXPECT_EQ(mh_unsubscribe(nullptr, "#MH/Projects"), 1);
 
   const std::string cafe = Cafe(), deep = Deep();
-  const struct {
-    const char* pattern;
-    std::vector<std::string> folders;
-  } cases[] = {
-      {"*", {deep, cafe, "Projects\\handmade", "Projects", kUnicode}},
-      {"%", {"Projects", kUnicode}},
-      {"Projects\\%", {cafe, "Projects\\handmade"}},
-      {"Projects\\*", {deep, cafe, "Projects\\handmade"}},
-      {"#mh/P*", {deep, cafe, "Projects\\handmade", "Projects"}},
-      {"Ü*", {kUnicode}},
-      {"Nosuch\\*", {}},
-      {"{host}*", {}},
-      {"#dawz/*", {}},
+  const std::tuple<void (*)(MailStream*, const char*), const char*, Names> cases[] = {
+      {mh_find_all, "*", {deep, cafe, "Projects\\handmade", "Projects", kUnicode}},
+      {mh_find_all, "%", {"Projects", kUnicode}},
+      {mh_find_all, "Projects\\%", {cafe, "Projects\\handmade"}},
+      {mh_find_all, "#mh/P*", {deep, cafe, "Projects\\handmade", "Projects"}},
+      {mh_find_all, "Ü*", {kUnicode}},
+      {mh_find_all, "Nosuch\\*", {}},
+      {mh_find_all, "#dawz/*", {}},
+      {mh_find, "*", {kUnicode, cafe}},
+      {mh_find, "#mh/P*", {cafe}},
+      {mh_find, "{host}*", {}},
   };
-  for (const auto& c : cases) {
+  for (const auto& [find, pattern, folders] : cases) {
     mail_env_clear();
-    mh_find_all(nullptr, c.pattern);
-    EXPECT_EQ(Mailboxes(), c.folders) << c.pattern;
-    EXPECT_EQ(Logs(), "") << c.pattern;
+    find(nullptr, pattern);
+    EXPECT_EQ(Mailboxes(), folders) << pattern;
+    EXPECT_EQ(Logs(), "") << pattern;
   }
 }
 
 TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
-  const struct {
-    std::vector<std::string> files;  // besides mh_index.dat and mh_cache.dat
-    bool removed;
-    std::vector<std::string> left;
-  } cases[] = {
-      {{}, true, {}},
-      {{"1", "2", "2.st", "17.st", ",3", "mh_updat.dat", "mh_index.bak", "mh_cache.new"}, true, {}},
-      {{"1", "notes.txt", "mh_updat.dat"}, false, {"notes.txt"}},
+  const std::tuple<Names, bool, Names> cases[] = {
+      // files besides mh_index.dat and mh_cache.dat, removed, what is left
+      {Names{}, true, Names{}},
+      {Names{"1", "2", "2.st", "17.st", ",3", "mh_updat.dat", "mh_index.bak", "mh_cache.new"}, true, Names{}},
       // notes.txt takes MHtes.txt with it, by the same rule.
-      {{"notes.txt", "MHtes.txt", "MH"}, false, {"notes.txt"}},
+      {Names{"notes.txt", "MHtes.txt", "MH"}, false, Names{"notes.txt"}},
   };
-  for (const auto& c : cases) {
+  for (const auto& [files, removed, left] : cases) {
     mail_env_clear();
     ASSERT_EQ(mh_create(nullptr, "Doomed"), 1) << Logs();
     const std::string dir = mh_path("Doomed");
-    for (const std::string& f : c.files) WriteFile(dir + "/" + f, "data");
-    EXPECT_EQ(mh_delete(nullptr, "#mh/Doomed"), c.removed ? 1 : 0);
-    if (c.removed) {
+    for (const std::string& f : files) WriteFile(dir + "/" + f, "data");
+    EXPECT_EQ(mh_delete(nullptr, "#mh/Doomed"), removed ? 1 : 0);
+    if (removed) {
       EXPECT_FALSE(fs::exists(dir));
       EXPECT_EQ(ReadFile(root_ + "/mhname.dat"), "");
       EXPECT_FALSE(mh_valid_name("Doomed", false));
@@ -247,17 +205,15 @@ TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
       continue;
     }
     EXPECT_EQ(Logs(), "Could not delete mailbox directory " + dir + " - Directory not empty\n");
-    std::vector<std::string> left;
-    for (const auto& e : fs::directory_iterator(dir)) left.push_back(e.path().filename());
-    EXPECT_EQ(left, c.left);
+    Names there;
+    for (const auto& e : fs::directory_iterator(dir)) there.push_back(e.path().filename());
+    EXPECT_EQ(there, left);
     // What is left still has its name, and can be deleted once emptied.
     EXPECT_TRUE(mh_valid_name("Doomed", false));
     fs::remove(dir + "/notes.txt");
     EXPECT_EQ(mh_delete(nullptr, "Doomed"), 1) << Logs();
   }
-}
-
-TEST_F(MhNames, DeleteOfAFolderWithInnerFoldersKeepsTheirNames) {
+  // A folder with inner folders stays, and they keep their names.
   MakeTree();
   EXPECT_EQ(mh_delete(nullptr, "Projects"), 0);
   EXPECT_EQ(Logs(), "Could not delete mailbox directory " + ProjectsDir() + " - Directory not empty\n");
@@ -270,10 +226,10 @@ TEST_F(MhNames, DeleteOfAFolderWithInnerFoldersKeepsTheirNames) {
 // never onto one of the same short name there.
 TEST_F(MhNames, RenameKeepsTheDirectoryAndItsInnerFolders) {
   MakeTree();
-  const ino_t dir = Inode(CafeDir());
+  const ino_t dir = Stat(CafeDir()).st_ino;
   ASSERT_EQ(mh_rename(nullptr, Cafe().c_str(), "#mh/Projects\\Archive"), 1) << Logs();
   EXPECT_EQ(mh_path("Projects\\Archive"), CafeDir());
-  EXPECT_EQ(Inode(CafeDir()), dir);
+  EXPECT_EQ(Stat(CafeDir()).st_ino, dir);
   EXPECT_EQ(ReadFile(ProjectsDir() + "/mhname.dat"), "Archive#" + Dir(1) + "\n");
   EXPECT_FALSE(mh_valid_name(Cafe().c_str(), false));
 
@@ -281,7 +237,7 @@ TEST_F(MhNames, RenameKeepsTheDirectoryAndItsInnerFolders) {
   ASSERT_EQ(mh_rename(nullptr, "Projects\\Archive", target.c_str()), 1) << Logs();
   const std::string moved = root_ + "/" + Dir(3) + "/" + Dir(1);
   EXPECT_EQ(mh_path(target.c_str()), moved);
-  EXPECT_EQ(Inode(moved), dir);
+  EXPECT_EQ(Stat(moved).st_ino, dir);
   EXPECT_FALSE(fs::exists(CafeDir()));
   EXPECT_EQ(ReadFile(ProjectsDir() + "/mhname.dat"), "");
   EXPECT_EQ(ReadFile(root_ + "/" + Dir(3) + "/mhname.dat"), "Moved#" + Dir(1) + "\n");
@@ -291,73 +247,32 @@ TEST_F(MhNames, RenameKeepsTheDirectoryAndItsInnerFolders) {
   ASSERT_EQ(mh_rename(nullptr, target.c_str(), "Top"), 1) << Logs();
   const std::string top = mh_path("Top");
   EXPECT_NE(top, root_ + "/" + Dir(1));
-  EXPECT_EQ(Inode(top), dir);
-}
-
-TEST_F(MhNames, SubscribeAndFind) {
-  MakeTree();
-  for (const std::string& name : {std::string("#mh/Projects"), std::string(kUnicode), std::string("Gone"), Cafe()})
-    EXPECT_EQ(mh_subscribe(nullptr, name.c_str()), 1) << name;
-  EXPECT_EQ(ReadFile(home_ + "/subscrib.dat"), "Projects\n" + std::string(kUnicode) + "\nGone\n" + Cafe() + "\n");
-
-  const struct {
-    const char* pattern;
-    std::vector<std::string> folders;
-  } cases[] = {
-      {"*", {"Projects", kUnicode, Cafe()}},
-      {"%", {"Projects", kUnicode}},
-      {"#mh/P*", {"Projects", Cafe()}},
-      {"Projects\\%", {Cafe()}},
-      {"{host}*", {}},
-  };
-  for (const auto& c : cases) {
-    mail_env_clear();
-    mh_find(nullptr, c.pattern);
-    EXPECT_EQ(Mailboxes(), c.folders) << c.pattern;
-  }
-  EXPECT_EQ(mh_unsubscribe(nullptr, "#MH/Projects"), 1);
-  mail_env_clear();
-  mh_find(nullptr, "%");
-  EXPECT_EQ(Mailboxes(), std::vector<std::string>{kUnicode});
+  EXPECT_EQ(Stat(top).st_ino, dir);
 }
 
 TEST_F(MhNames, NameFileLinesAndLimits) {
   fs::create_directories(root_);
-  const std::string over_long = std::string(1100, 'y') + "#Hidden#x";
   const std::string plain = Short(1767225600);
   WriteFile(root_ + "/mhname.dat",
-        "Plain#" + plain +
-            "\r\n"
-            "no hash here\n" +
-            over_long + "\n" +
-            "Split#26000000.002#tail\n"
-            "#26000000.003\n" +
-            std::string("Nul\0junk#26000000.005\n", 22) +  // listed as "Nul", so found as "Nul"
-            "Empty#\nUp#..\nOut#../elsewhere\nHere#.\n" +         // would lead outside the folder
-            "Last#26000000.004");  // no line feed at the end
-  const struct {
-    const char* long_name;
-    int found;
-    const char* short_name;
-  } by_long[] = {
-      {"Plain", 1, plain.c_str()},
-      {"Split", 1, "26000000.002#tail"},
-      {"Last", 1, "26000000.004"},
-      {"Nul", 1, "26000000.005"},
-      {"Empty", 0, "Empty"},
-      {"Up", 0, "Up"},
-      {"Out", 0, "Out"},
-      {"Here", 0, "Here"},
-      {"no hash here", 0, "no hash here"},
-      {"Hidden", 0, "Hidden"},
-      {"plain", 0, "plain"},
-      {"", 0, ""},
+            "Plain#" + plain + "\r\nno hash here\n" + std::string(1100, 'y') + "#Hidden#x\n" +
+                "Split#26000000.002#tail\n#26000000.003\n" +
+                std::string("Nul\0junk#26000000.005\n", 22) +  // listed as "Nul", so found as "Nul"
+                "Empty#\nUp#..\nOut#../elsewhere\nHere#.\n" +  // would lead outside the folder
+                "Last#26000000.004");                          // no line feed at the end
+  const std::pair<const char*, const char*> found[] = {
+      {"Plain", plain.c_str()}, {"Split", "26000000.002#tail"}, {"Last", "26000000.004"}, {"Nul", "26000000.005"},
   };
-  for (const auto& c : by_long) {
+  for (const auto& [long_name, short_name] : found) {
     mh_forget_paths();
     std::string out = "junk";
-    EXPECT_EQ(mh_name_to_dir(c.long_name, &out, root_), c.found) << c.long_name;
-    EXPECT_EQ(out, c.short_name) << c.long_name;
+    EXPECT_EQ(mh_name_to_dir(long_name, &out, root_), 1) << long_name;
+    EXPECT_EQ(out, short_name) << long_name;
+  }
+  for (const char* missing : {"Empty", "Up", "Out", "Here", "no hash here", "Hidden", "plain", ""}) {
+    mh_forget_paths();
+    std::string out = "junk";
+    EXPECT_EQ(mh_name_to_dir(missing, &out, root_), 0) << missing;
+    EXPECT_EQ(out, missing);
   }
   std::string out;
   EXPECT_EQ(mh_dir_to_name("26000000.004", &out, root_), 1);
@@ -373,7 +288,6 @@ TEST_F(MhNames, NameFileLinesAndLimits) {
   g_times = {1767225600, 1767225601};
   ASSERT_TRUE(mh_name_create(root_, "New", &made));
   EXPECT_EQ(made, Short(1767225601));
-  EXPECT_NE(made, plain);
   ASSERT_TRUE(mh_name_create(root_, "New", &out));
   EXPECT_EQ(out, made);
   ASSERT_TRUE(mh_name_delete(root_, "Plain"));
@@ -391,98 +305,72 @@ TEST_F(MhNames, EveryFailureSaysWhy) {
   const std::string bad_char = "Invalid character (one of '\\/:#') in folder name: ";
   auto create = [](const char* name) { return [name] { return mh_create(nullptr, name); }; };
   auto rename = [](const char* from, const char* to) { return [from, to] { return mh_rename(nullptr, from, to); }; };
-  // A name whose directory is missing: creating it makes the directory
-  // again, and the name, once looked up, needs no file opened.
-  auto with_stale_name = [root, stale] {
-    fs::remove_all(root + "/" + stale);
-    const std::string names = ReadFile(root + "/mhname.dat");
-    if (names.find("Stale#") == std::string::npos) WriteFile(root + "/mhname.dat", names + "Stale#" + stale + "\n");
-    mh_forget_paths();
-    std::string s;
-    mh_name_to_dir("Stale", &s, root);
+  auto lookup = [](const char* name, std::string parent) {
+    return [name, parent]() -> long {
+      std::string s;
+      return mh_name_to_dir(name, &s, parent);
+    };
   };
-  const struct {
-    const char* what;
-    std::function<long()> run;
-    std::string logged;
-    long level = 2;
-  } cases[] = {
-      {"remote", create("{host}x"), "Can't create mailbox {host}x: invalid mailbox name"},
-      {"dot dot", create("Projects\\.."), "Can't create mailbox Projects\\..: invalid mailbox name"},
-      {"colon", create("a:b"), bad_char + "a:b."},
-      {"lookup",
-       [] {
-         std::string s;
-         return long{mh_name_to_dir("a:b", &s, "/tmp")};
-       },
-       bad_char + "a:b."},
-      {"exists", create("Projects"), "Can't create mailbox Projects: mailbox already exists"},
-      {"no parent", create("Nosuch\\x"), "Failed to open MH folder name database: " + nowhere},
+  // A name whose directory is missing, created again with a fault: the
+  // name, once looked up, needs no file opened.
+  auto create_stale = [root, stale](SafeStep step, long nth) {
+    return [=] {
+      fs::remove_all(root + "/" + stale);
+      const std::string names = ReadFile(root + "/mhname.dat");
+      if (names.find("Stale#") == std::string::npos) WriteFile(root + "/mhname.dat", names + "Stale#" + stale + "\n");
+      mh_forget_paths();
+      std::string s;
+      mh_name_to_dir("Stale", &s, root);
+      safe_fail_from_for_test(step, nth, EMFILE);
+      return mh_create(nullptr, "Stale");
+    };
+  };
+  const std::tuple<const char*, std::function<long()>, std::string, long> cases[] = {
+      {"remote", create("{host}x"), "Can't create mailbox {host}x: invalid mailbox name", 2},
+      {"colon", create("a:b"), bad_char + "a:b.", 2},
+      {"lookup", lookup("a:b", "/tmp"), bad_char + "a:b.", 2},
+      {"exists", create("Projects"), "Can't create mailbox Projects: mailbox already exists", 2},
+      {"no parent", create("Nosuch\\x"), "Failed to open MH folder name database: " + nowhere, 2},
       {"directory taken",
        [&] {
          WriteFile(root + "/mhname.dat", ReadFile(root + "/mhname.dat") + "Stale#" + stale + "\n");
          WriteFile(root + "/" + stale, "a file");
          return mh_create(nullptr, "Stale");
        },
-       "Can't create mailbox directory: " + root + "/" + stale + " - File exists"},
-      {"index",
-       [&] {
-         with_stale_name();
-         safe_fail_from_for_test(kSafeOpen, 1, EMFILE);
-         return mh_create(nullptr, "Stale");
-       },
-       "Failed to open new index file during MH cache initialization - Too many open files"},
-      {"cache",
-       [&] {
-         with_stale_name();
-         safe_fail_from_for_test(kSafeOpen, 2, EMFILE);
-         return mh_create(nullptr, "Stale");
-       },
-       "Failed to open new cache file during MH cache initialization - Too many open files"},
-      {"header",
-       [&] {
-         with_stale_name();
-         safe_fail_from_for_test(kSafeWrite, 1, EFBIG);
-         return mh_create(nullptr, "Stale");
-       },
-       "Failed to write new index header during MH cache initialization - File too large"},
+       "Can't create mailbox directory: " + root + "/" + stale + " - File exists", 2},
+      {"index", create_stale(kSafeOpen, 1),
+       "Failed to open new index file during MH cache initialization - Too many open files", 2},
+      {"cache", create_stale(kSafeOpen, 2),
+       "Failed to open new cache file during MH cache initialization - Too many open files", 2},
       {"name file is a directory",
-       [&] {
-         fs::create_directories(root + "/x/mhname.dat");
-         std::string s;
-         return long{mh_name_to_dir("y", &s, root + "/x")};
-       },
+       [&] { return fs::create_directories(root + "/x/mhname.dat"), lookup("y", root + "/x")(); },
        "Failed to open MH folder name database: " + root + "/x/mhname.dat", 1},
       {"list", [&] { return mh_list_dir(root + "/Nosuch", "", "*"), 0L; },
-       "Failed to open mailbox directory " + root + "/Nosuch - No such file or directory"},
+       "Failed to open mailbox directory " + root + "/Nosuch - No such file or directory", 2},
       {"delete missing", [] { return mh_delete(nullptr, "Nosuch"); },
-       "Could not delete mailbox Nosuch: no such mailbox"},
-      {"rename missing", rename("Nosuch", "Other"), "Could not rename mailbox Nosuch: no such mailbox"},
+       "Could not delete mailbox Nosuch: no such mailbox", 2},
+      {"rename missing", rename("Nosuch", "Other"), "Could not rename mailbox Nosuch: no such mailbox", 2},
       {"rename onto", rename("Projects", kUnicode),
-       std::string("Can't rename to mailbox ") + kUnicode + ": destination already exists"},
+       std::string("Can't rename to mailbox ") + kUnicode + ": destination already exists", 2},
       {"rename nowhere", rename("Projects", "Nosuch\\x"),
        "Failed to open MH folder name database: " + nowhere +
-           "\nCould not add new mailbox name Nosuch\\x to name database."},
+           "\nCould not add new mailbox name Nosuch\\x to name database.", 2},
       {"rename into itself", rename("Projects", "Projects\\Inside"),
-       "Could not rename mailbox directory name " + projects + " - Invalid argument"},
+       "Could not rename mailbox directory name " + projects + " - Invalid argument", 2},
       {"old name stays",
-       [&] {
-         fs::create_directory(root + "/mhname.new");
-         return mh_rename(nullptr, kUnicode, "Renamed");
-       },
+       [&] { return fs::create_directory(root + "/mhname.new"), mh_rename(nullptr, kUnicode, "Renamed"); },
        "Failed to open MH folder name database: " + root + "/mhname.new - File exists\n" +
-           "Could not delete old mailbox name " + kUnicode + " from name database."},
+           "Could not delete old mailbox name " + kUnicode + " from name database.", 2},
   };
-  for (const auto& c : cases) {
+  for (const auto& [what, run, logged, level] : cases) {
     mail_env_clear();
-    EXPECT_EQ(c.run(), 0) << c.what;
+    EXPECT_EQ(run(), 0) << what;
     safe_clear_faults_for_test();
-    EXPECT_EQ(Logs(c.level), c.logged + "\n") << c.what;
+    EXPECT_EQ(Logs(level), logged + "\n") << what;
   }
   // None of that lost a folder.
   mh_forget_paths();
-  for (const std::string& name :
-       {std::string("Projects"), Cafe(), Deep(), std::string(kUnicode), std::string("Renamed")})
+  for (const std::string& name : {std::string("Projects"), Cafe(), Deep(), std::string(kUnicode), std::string("Renamed")})
     EXPECT_TRUE(mh_valid_name(name.c_str(), false)) << name;
   EXPECT_EQ(ReadFile(projects + "/mhname.dat"), std::string(kCafe) + "#" + Dir(1) + "\n");
 }

@@ -20,7 +20,7 @@ TEST_F(MhRoundTrip, EveryMessageComesBackTheSameFromEveryPath) {
   const std::string dir = Create("Big");
   MailStream* s = Open("Big");
   ASSERT_NE(s, nullptr);
-  auto text_of = [](unsigned long i) { return MakeMessage(static_cast<int>(i - 1), (i - 1) / 6 % 2 == 0).text; };
+  auto text_of = [](unsigned long i) { return MakeMessage(static_cast<int>(i - 1), (i - 1) / 6 % 2 == 0); };
   for (unsigned long i = 1; i <= kMessages; ++i)
     ASSERT_EQ(Append("Big", text_of(i), i % 3 == 1 ? "\\Flagged" : nullptr), 1) << Logs();
   EXPECT_EQ(s->nmsgs, 0u) << "appends wait for the ping";

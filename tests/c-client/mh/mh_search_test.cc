@@ -16,16 +16,12 @@ MailText* SpoolingGets(readfn_t reader, void* handle, unsigned long size) {
   std::string data(size, '\0');
   if (size && !reader(handle, size, data.data())) return nullptr;
   MailText* text = mail_newtext();
-  if (size > 2000) {
-    char path[] = "/tmp/mh_search_spool.XXXXXX";
-    int fd = ::mkstemp(path);
-    if (fd < 0 || ::write(fd, data.data(), size) != static_cast<ssize_t>(size)) return nullptr;
-    ::close(fd);
-    mail_text_set(text, kTextFile, path, 0);
-    text->size = size;
-  } else {
-    mail_text_set(text, kTextInMemory, data.data(), size);
-  }
+  if (size <= 2000) return mail_text_set(text, kTextInMemory, data.data(), size), text;
+  char path[] = "/tmp/mh_search_spool.XXXXXX";
+  ::close(::mkstemp(path));
+  WriteFile(path, data);
+  mail_text_set(text, kTextFile, path, 0);
+  text->size = size;
   return text;
 }
 
@@ -88,64 +84,27 @@ TEST_F(MhSearch, EveryKeywordPicksItsMessages) {
   ASSERT_EQ(Flags(s, 1), "S--A-");
 
   using V = std::vector<unsigned long>;
-  struct Case {
-    const char* criteria;
-    V hits;
-  } cases[] = {
-      {"ALL", {1, 2, 3, 4}},
-      {"SEEN", {1}},
-      {"UNSEEN", {2, 3, 4}},
-      {"ANSWERED", {1}},
-      {"UNANSWERED", {2, 3, 4}},
-      {"FLAGGED", {2}},
-      {"UNFLAGGED", {1, 3, 4}},
-      {"DELETED", {3}},
-      {"UNDELETED", {1, 2, 4}},
-      {"DRAFT", {3}},
-      {"RECENT", {4}},
-      {"OLD", {1, 2, 3}},
-      {"NEW", {4}},
-      {"FROM alice", {1, 3}},
-      {"from ALICE", {1, 3}},
-      {"TO bob", {1}},
-      {"CC dave", {2}},
-      {"BCC eve", {3}},
-      {"FROM Alice <alice", {}},  // an atom ends at the blank: "<alice" is no keyword
-      {"SUBJECT \"quarterly report\"", {1, 3}},
-      {"SUBJECT {9}\r\nQuarterly", {1, 3}},
-      {"SUBJECT {5}\nLunch", {2}},
-      {"BODY numbers", {1, 3}},
-      {"BODY needle", {}},  // spooled to a file: not searched
-      {"SUBJECT big", {4}},
-      {"TEXT lunch", {2}},
-      {"TEXT pizza", {2}},
-      {"BEFORE 11-Mar-2024", {1}},
-      {"ON 11-Mar-2024", {2}},
-      {"SINCE 11-Mar-2024", {2, 3, 4}},
-      {"SINCE \"12-Mar-2024\" BEFORE 13-Mar-2024", {3}},
-      {"KEYWORD work", {}},
-      {"UNKEYWORD work", {1, 2, 3, 4}},
-      {"FROM alice SEEN", {1}},
-      {"UNDELETED SUBJECT report", {1}},
+  const std::pair<const char*, V> cases[] = {
+      {"ALL", {1, 2, 3, 4}}, {"SEEN", {1}}, {"UNSEEN", {2, 3, 4}}, {"ANSWERED", {1}}, {"UNANSWERED", {2, 3, 4}},
+      {"FLAGGED", {2}}, {"UNFLAGGED", {1, 3, 4}}, {"DELETED", {3}}, {"UNDELETED", {1, 2, 4}}, {"DRAFT", {3}},
+      {"RECENT", {4}}, {"OLD", {1, 2, 3}}, {"NEW", {4}}, {"from ALICE", {1, 3}}, {"TO bob", {1}}, {"CC dave", {2}},
+      {"BCC eve", {3}}, {"FROM Alice <alice", {}},  // an atom ends at the blank: "<alice" is no keyword
+      {"SUBJECT \"quarterly report\"", {1, 3}}, {"SUBJECT {9}\r\nQuarterly", {1, 3}}, {"SUBJECT {5}\nLunch", {2}},
+      {"BODY numbers", {1, 3}}, {"BODY needle", {}},  // spooled to a file: not searched
+      {"SUBJECT big", {4}}, {"TEXT lunch", {2}}, {"TEXT pizza", {2}}, {"BEFORE 11-Mar-2024", {1}},
+      {"ON 11-Mar-2024", {2}}, {"SINCE 11-Mar-2024", {2, 3, 4}}, {"SINCE \"12-Mar-2024\" BEFORE 13-Mar-2024", {3}},
+      {"KEYWORD work", {}}, {"UNKEYWORD work", {1, 2, 3, 4}}, {"UNDELETED SUBJECT report", {1}},
   };
-  for (const Case& c : cases) EXPECT_EQ(Hits(s, c.criteria), c.hits) << c.criteria << "\n" << Logs();
+  for (const auto& [criteria, hits] : cases) EXPECT_EQ(Hits(s, criteria), hits) << criteria << "\n" << Logs();
   EXPECT_EQ(Flags(s, 2), "--F--") << "searching a text doesn't mark it seen";
   EXPECT_EQ(Flags(s, 4), "-----");
 
-  struct Refusal {
-    const char* criteria;
-    const char* said;
-  } refusals[] = {
-      {"FROB", "Unknown search criterion: FROB"},
-      {"SEEN FROB", "Unknown search criterion: FROB"},
-      {"FROM", "Unknown search criterion: FROM"},
-      {"ON yesterday", "Unknown search criterion: ON"},
-      {"SUBJECT \"open", "Unknown search criterion: SUBJECT"},
-      {"SUBJECT {99}\r\nshort", "Unknown search criterion: SUBJECT"},
-  };
-  for (const Refusal& r : refusals) {
-    EXPECT_EQ(Hits(s, r.criteria), V{}) << r.criteria;
-    EXPECT_TRUE(Said("log", r.said)) << r.criteria << "\n" << Logs();
+  const std::pair<const char*, const char*> refusals[] = {
+      {"SEEN FROB", "FROB"}, {"FROM", "FROM"}, {"ON yesterday", "ON"}, {"SUBJECT \"open", "SUBJECT"},
+      {"SUBJECT {99}\r\nshort", "SUBJECT"}};
+  for (const auto& [criteria, word] : refusals) {
+    EXPECT_EQ(Hits(s, criteria), V{}) << criteria;
+    EXPECT_TRUE(Said("log", std::string("Unknown search criterion: ") + word)) << criteria << "\n" << Logs();
   }
 }
 

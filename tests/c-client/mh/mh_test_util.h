@@ -48,78 +48,44 @@ inline std::string Le32(uint32_t v) {
 
 // --- Generated messages -------------------------------------------------
 
-struct GenMessage {
-  std::string text;
-  std::string first_text;     // bytes of the first text/plain part
-  std::string first_section;  // and its section ("" for none)
-};
-
 // Shapes by i % 6: plain; multipart with a base64 attachment; nested
 // alternative inside mixed; an enclosed message/rfc822 in a multipart; a
 // whole message/rfc822 body; quoted-printable with every address field.
-// Line ends are CRLF or bare LF as asked; sizes grow with i.
-inline GenMessage MakeMessage(int i, bool crlf) {
-  const std::string nl = crlf ? "\r\n" : "\n";
-  const std::string id = std::to_string(i);
-  std::string text_part;
+// Line ends are CRLF or bare LF as asked; sizes grow with i. In a shape
+// "#" stands for the message's number, \1 for some lines of text and \2
+// for some lines of base64.
+inline std::string MakeMessage(int i, bool crlf) {
+  static const char* const kShapes[] = {
+      "\n\1",
+      "MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=\"b#\"\n\npreamble\n--b#\n"
+      "Content-Type: text/plain; charset=us-ascii\n\n\1--b#\nContent-Type: application/octet-stream; name=\"f#.bin\"\n"
+      "Content-Transfer-Encoding: base64\nContent-Description: attachment #\n\n\2--b#--\nepilogue\n",
+      "MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=outer#\n\n--outer#\n"
+      "Content-Type: multipart/alternative; boundary=inner#\n\n--inner#\nContent-Type: text/plain\n\n\1--inner#\n"
+      "Content-Type: text/html\n\n<p>html #</p>\n--inner#--\n--outer#\nContent-Type: image/png\n"
+      "Content-Transfer-Encoding: base64\nContent-ID: <img#@example.org>\n\n\2--outer#--\n",
+      "MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=m#\n\n--m#\nContent-Type: text/plain\n\n\1--m#\n"
+      "Content-Type: message/rfc822\n\nFrom: inner#@example.com\nSubject: enclosed #\nMIME-Version: 1.0\n"
+      "Content-Type: multipart/mixed; boundary=e#\n\n--e#\nContent-Type: text/plain\n\nenclosed text #\n--e#\n"
+      "Content-Type: application/pdf\nContent-Transfer-Encoding: base64\n\n\2--e#--\n--m#--\n",
+      "MIME-Version: 1.0\nContent-Type: message/rfc822\n\nFrom: wrapped#@example.com\nSubject: wrapped #\n\n\1",
+      "From: Q # <q#@example.org>\nSender: s@example.org\nReply-To: r@example.org\n"
+      "To: a@example.org, B <b@example.org>\nCc: c@example.org\nBcc: d@example.org\n"
+      "Subject: =?utf-8?q?caf=C3=A9?= #\nIn-Reply-To: <parent#@example.org>\nNewsgroups: comp.mail\n"
+      "MIME-Version: 1.0\nContent-Type: text/plain; charset=utf-8; format=flowed\n"
+      "Content-Transfer-Encoding: quoted-printable\n\n\1",
+  };
+  const std::string nl = crlf ? "\r\n" : "\n", id = std::to_string(i);
+  std::string text, base64, out;
   for (int k = 0; k <= i % 7; ++k)
-    text_part += "Line " + std::to_string(k) + " of message " + id + ", some words to search: needle" + id + nl;
-  std::string base64;
+    text += "Line " + std::to_string(k) + " of message " + id + ", some words to search: needle" + id + nl;
   for (int k = 0; k < 3 + i % 5; ++k) base64 += "QUJDREVGR0hJSktMTU5PUFFSU1RVVldYWVphYmNkZWZnaGlqa2xtbm9w" + nl;
-  const std::string common = "From: Sender " + id + " <sender" + id + "@example.org>" + nl +
-                             "To: First <first@example.org>, second@example.net" + nl + "Subject: Shape " +
-                             std::to_string(i % 6) + " number " + id + nl +
-                             "Date: Mon, 3 Jun 2024 10:0" + std::to_string(i % 10) + ":00 +0200" + nl;
-  GenMessage m;
-  // Inside a multipart the line end before a boundary belongs to the
-  // boundary, not to the part.
-  m.first_text = i % 6 == 0 || i % 6 == 5 ? text_part : text_part.substr(0, text_part.size() - nl.size());
-  m.first_section = i % 6 == 2 ? "1.1" : "1";
-  switch (i % 6) {
-    case 0:
-      m.text = common + nl + text_part;
-      break;
-    case 1:
-      m.text = common + "MIME-Version: 1.0" + nl + "Content-Type: multipart/mixed; boundary=\"b" + id + "\"" + nl +
-               nl + "preamble" + nl + "--b" + id + nl + "Content-Type: text/plain; charset=us-ascii" + nl + nl +
-               text_part + "--b" + id + nl + "Content-Type: application/octet-stream; name=\"f" + id + ".bin\"" +
-               nl + "Content-Transfer-Encoding: base64" + nl + "Content-Description: attachment " + id + nl + nl +
-               base64 + "--b" + id + "--" + nl + "epilogue" + nl;
-      break;
-    case 2:
-      m.text = common + "MIME-Version: 1.0" + nl + "Content-Type: multipart/mixed; boundary=outer" + id + nl + nl +
-               "--outer" + id + nl + "Content-Type: multipart/alternative; boundary=inner" + id + nl + nl +
-               "--inner" + id + nl + "Content-Type: text/plain" + nl + nl + text_part + "--inner" + id + nl +
-               "Content-Type: text/html" + nl + nl + "<p>html " + id + "</p>" + nl + "--inner" + id + "--" + nl +
-               "--outer" + id + nl + "Content-Type: image/png" + nl + "Content-Transfer-Encoding: base64" + nl +
-               "Content-ID: <img" + id + "@example.org>" + nl + nl + base64 + "--outer" + id + "--" + nl;
-      break;
-    case 3:
-      m.text = common + "MIME-Version: 1.0" + nl + "Content-Type: multipart/mixed; boundary=m" + id + nl + nl +
-               "--m" + id + nl + "Content-Type: text/plain" + nl + nl + text_part + "--m" + id + nl +
-               "Content-Type: message/rfc822" + nl + nl + "From: inner" + id + "@example.com" + nl +
-               "Subject: enclosed " + id + nl + "MIME-Version: 1.0" + nl +
-               "Content-Type: multipart/mixed; boundary=e" + id + nl + nl + "--e" + id + nl +
-               "Content-Type: text/plain" + nl + nl + "enclosed text " + id + nl + "--e" + id + nl +
-               "Content-Type: application/pdf" + nl + "Content-Transfer-Encoding: base64" + nl + nl + base64 +
-               "--e" + id + "--" + nl + "--m" + id + "--" + nl;
-      break;
-    case 4:
-      m.text = common + "MIME-Version: 1.0" + nl + "Content-Type: message/rfc822" + nl + nl + "From: wrapped" + id +
-               "@example.com" + nl + "Subject: wrapped " + id + nl + nl + text_part;
-      m.first_text.clear();
-      m.first_section.clear();
-      break;
-    default:
-      m.text = "From: Q " + id + " <q" + id + "@example.org>" + nl + "Sender: s@example.org" + nl +
-               "Reply-To: r@example.org" + nl + "To: a@example.org, B <b@example.org>" + nl +
-               "Cc: c@example.org" + nl + "Bcc: d@example.org" + nl + "Subject: =?utf-8?q?caf=C3=A9?= " + id + nl +
-               "In-Reply-To: <parent" + id + "@example.org>" + nl + "Newsgroups: comp.mail" + nl +
-               "MIME-Version: 1.0" + nl + "Content-Type: text/plain; charset=utf-8; format=flowed" + nl +
-               "Content-Transfer-Encoding: quoted-printable" + nl + nl + text_part;
-      break;
-  }
-  return m;
+  const std::string head = i % 6 == 5 ? "" : "From: Sender # <sender#@example.org>\nTo: First <first@example.org>, "
+      "second@example.net\nSubject: Shape " + std::to_string(i % 6) + " number #\nDate: Mon, 3 Jun 2024 10:0" +
+      std::to_string(i % 10) + ":00 +0200\n";
+  for (char c : head + kShapes[i % 6])
+    out += c == '#' ? id : c == '\n' ? nl : c == '\1' ? text : c == '\2' ? base64 : std::string(1, c);
+  return out;
 }
 
 // --- Dumps of what a stream gives -----------------------------------------
@@ -247,8 +213,7 @@ class MhTest : public ::testing::Test {
   void TearDown() override {
     safe_clear_faults_for_test();
     mh_set_crash_point_for_test(nullptr);
-    for (MailStream* s : streams_)
-      if (s) mail_close(s);
+    for (MailStream* s : streams_) mail_close(s);
     mh_set_clock_for_test(nullptr);
     mh_forget_paths();
     mail_unlink_all();
@@ -261,26 +226,17 @@ class MhTest : public ::testing::Test {
     EXPECT_EQ(mh_create(nullptr, name), 1) << Logs();
     return mh_path(name);
   }
-
-  MailStream* Open(const char* name, long options = 0) {
-    MailStream* s = mail_open(nullptr, name, options);
-    if (s) streams_.push_back(s);
-    return s;
-  }
-
+  // Streams opened here are closed at the end unless closed before.
+  MailStream* Open(const char* name) { return streams_.emplace_back(mail_open(nullptr, name, 0)); }
   void Close(MailStream*& stream) {
-    for (MailStream*& s : streams_)
-      if (s == stream) s = nullptr;
-    mail_close(stream);
-    stream = nullptr;
+    std::replace(streams_.begin(), streams_.end(), stream, static_cast<MailStream*>(nullptr));
+    stream = mail_close(stream);
   }
-
   long Append(const char* name, const std::string& text, const char* flags = nullptr, const char* date = nullptr) {
     StringSource source;
     string_init(&source, &mail_string, const_cast<char*>(text.data()), text.size());
     return mail_append(nullptr, name, flags, date, &source);
   }
-
   // The folder's message files by number, and their bytes.
   static std::map<uint32_t, std::string> Messages(const std::string& dir) {
     std::map<uint32_t, std::string> out;
@@ -291,7 +247,6 @@ class MhTest : public ::testing::Test {
     }
     return out;
   }
-
   // A message's flags as the element has them, as "SDFAR" letters
   // (seen, deleted, flagged, answered, draft) or "-".
   static std::string Flags(MailStream* s, unsigned long msgno) {
@@ -299,30 +254,25 @@ class MhTest : public ::testing::Test {
     return std::string() + (e->seen ? 'S' : '-') + (e->deleted ? 'D' : '-') + (e->flagged ? 'F' : '-') +
            (e->answered ? 'A' : '-') + (e->draft ? 'd' : '-');
   }
-
   // file number -> flags, for every message of a stream.
   static std::map<unsigned long, std::string> FlagMap(MailStream* s) {
     std::map<unsigned long, std::string> out;
     for (unsigned long i = 1; i <= s->nmsgs; ++i) out[mail_elt(s, i)->file_number] = Flags(s, i);
     return out;
   }
-
   static std::string Logs() {
     std::string out;
     for (const MailEnvLine& l : mail_env_lines())
       if (l.callback != "dlog") out += l.callback + "(" + std::to_string(l.level) + "): " + l.text + "\n";
     return out;
   }
-
   static bool Said(const std::string& callback, const std::string& text) { return EnvSaid(callback, text); }
-
   static MhIndexHeader Header(const std::string& dir) {
     std::string bytes = ReadFile(dir + "/mh_index.dat");
     MhIndexHeader h{};
     mh_decode_header(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), &h);
     return h;
   }
-
   static std::vector<MhIndexRecord> Records(const std::string& dir, const char* file = "mh_index.dat") {
     std::string bytes = ReadFile(dir + "/" + file);
     std::vector<MhIndexRecord> out;

@@ -29,10 +29,8 @@ TEST_F(Transport, HostFormsReachTheServer) {
   const std::tuple<const char*, bool, const char*, std::string> cases[] = {
       // form (%u: the server's port), IPv6, what tcp_host says, how the name was taken
       {"[127.0.0.1]:%u", false, "[127.0.0.1]", literal},
-      {"[127.0.0.1]", false, "[127.0.0.1]", literal},
       {"localhost:%u", false, "localhost", "tcp_open(): resolving hostname localhost to IP address\n"},
       {"LocalHOST", false, "localhost", "tcp_open(): resolving hostname localhost to IP address\n"},
-      {"127.0.0.1", false, "127.0.0.1", "tcp_open(): resolving hostname 127.0.0.1 to IP address\n"},
       {"[::1]:%u", true, "[::1]", literal},
   };
   for (const auto& [form, ipv6, host, trace] : cases) {
@@ -53,8 +51,7 @@ TEST_F(Transport, HostFormsReachTheServer) {
     });
     std::string name = WithPort(form, server.port());
     // A port in the name wins over the argument, which would be refused.
-    bool port_in_name = name != form;
-    TcpStream* s = tcp_open(name.c_str(), "imap", port_in_name ? 1 : server.port());
+    TcpStream* s = tcp_open(name.c_str(), "imap", name != form ? 1 : server.port());
     ASSERT_NE(s, nullptr) << AllTold();
     EXPECT_STREQ(tcp_host(s), host);
     EXPECT_NE(std::string(tcp_localhost(s)), "");
@@ -74,12 +71,11 @@ TEST_F(Transport, FailedOpensSayWhyAndRecordTheOutcome) {
   const std::string literal = "Illegal format for domain-literal hostname: ";
   const std::string port = "Invalid string after port number in host specification: ";
   const std::pair<std::string, std::string> cases[] = {
-      {"127.0.0.1:%u", "Failed to connect to 127.0.0.1: connection refused "},
       {"[127.0.0.1]:%u", "Failed to connect to [127.0.0.1]: connection refused "},
-      {"[1.2.3]", literal + "[1.2.3]"}, {"[127.0.0.1", literal + "[127.0.0.1"}, {"[]", literal + "[]"},
-      {"[127.0.0.1]x", literal + "[127.0.0.1]x"}, {"localhost:143x", port + "localhost:143x"},
-      {"localhost:", port + "localhost:"}, {"localhost:99999", port + "localhost:99999"},
-      {"localhost:0", port + "localhost:0"},
+      {"[1.2.3]", literal + "[1.2.3]"},
+      {"[127.0.0.1", literal + "[127.0.0.1"},
+      {"localhost:143x", port + "localhost:143x"},
+      {"localhost:99999", port + "localhost:99999"},
       // Without a network the resolver may not get as far as "no such host":
       // only the start is sure.
       {"No-Such-Host.invalid", "Failed to resolve hostname 'no-such-host.invalid' - *"},
@@ -90,11 +86,11 @@ TEST_F(Transport, FailedOpensSayWhyAndRecordTheOutcome) {
     HookLog::outcomes.clear();
     EXPECT_EQ(tcp_open(WithPort(form, closed).c_str(), "imap", 143), nullptr);
     std::string expected = WithPort(message, closed);
-    bool prefix = expected.back() == '*', found = false;
+    const bool prefix = expected.back() == '*';
     if (prefix) expected.pop_back();
-    for (const MailEnvLine& l : mail_env_lines())
-      found |= l.callback == "log" && l.level == 2 && (prefix ? l.text.rfind(expected, 0) == 0 : l.text == expected);
-    EXPECT_TRUE(found) << AllTold();
+    EXPECT_TRUE(std::any_of(mail_env_lines().begin(), mail_env_lines().end(), [&](const MailEnvLine& l) {
+      return l.callback == "log" && l.level == 2 && (prefix ? l.text.rfind(expected, 0) == 0 : l.text == expected);
+    })) << AllTold();
     EXPECT_EQ(HookLog::outcomes, std::vector<int>{0});
     EXPECT_EQ(connections, baseline_);
   }
@@ -139,10 +135,7 @@ struct Scripted {
   TcpStream* stream = nullptr;
   explicit Scripted(std::vector<std::string> pieces, int pause_ms = 30) {
     server.Serve([pieces, pause_ms](int fd) {
-      for (const std::string& p : pieces) {
-        SendAll(fd, p);
-        Pause(pause_ms);
-      }
+      for (const std::string& p : pieces) SendAll(fd, p), Pause(pause_ms);
     });
     stream = tcp_open("[127.0.0.1]", "imap", server.port());
   }
@@ -156,30 +149,21 @@ TEST_F(Transport, LinesAreJoinedHoweverTheBytesArriveAndEndWithThePeer) {
   const std::string big = std::string(20000, 'x') + "END";
   const std::tuple<const char*, std::vector<std::string>, std::vector<std::string>> cases[] = {
       {"CR and LF in separate reads", {"first\r", "\nsecond\r\n"}, {"first", "second"}},
-      {"a line in three reads", {"he", "ll", "o\r\n"}, {"hello"}},
       {"several in one read, the last split", {"one\r\ntwo\r\nthr", "ee\r\n"}, {"one", "two", "three"}},
       {"a lone LF stays in the line", {"a\nb\r\n"}, {"a\nb"}},
       {"a CR at a read's end that is not followed by LF", {"a\r", "b\r\n"}, {"a\rb"}},
       {"a CR before the line's own CRLF, across reads", {"a\r", "\r\n"}, {"a\r"}},
       {"empty lines", {"\r\n", "\r\n\r\n"}, {"", "", ""}},
       {"a long line in pieces", {big.substr(0, 8000), big.substr(8000, 9000), big.substr(17000) + "\r\nnext\r\n"}, {big, "next"}},
-      {"a long line in one write", {big + "\r\n"}, {big}},
       {"closed in the middle of a line", {"* OK\r\n* 1 FETCH (BODY[] {"}, {"* OK"}},
       {"closed right after a CR", {"* OK\r"}, {}},
-      {"closed before anything", {}, {}},
   };
   for (const auto& [what, pieces, lines] : cases) {
     SCOPED_TRACE(what);
     Scripted t(pieces);
     ASSERT_NE(t.stream, nullptr);
     for (const std::string& expected : lines) EXPECT_EQ(Take(tcp_getline(t.stream)), expected);
-    Watchdog watchdog(8, std::string("the read at the end of the stream, ") + what);
-    auto start = Clock::now();
-    double cpu = ThreadCpuSeconds();
-    EXPECT_EQ(tcp_getline(t.stream), nullptr);
-    EXPECT_LT(SecondsSince(start), 3.0);
-    EXPECT_LT(ThreadCpuSeconds() - cpu, 0.5) << "the read spun instead of waiting";
-    EXPECT_EQ(t.stream->socket, -1);
+    ExpectEndsAtOnce(t.stream, what);
     EXPECT_EQ(tcp_getline(t.stream), nullptr);
     EXPECT_EQ(tcp_soutr(t.stream, "x\r\n"), 0);
   }
@@ -210,45 +194,37 @@ TEST_F(Transport, CountedReadsAreExactAcrossReads) {
   }
 }
 
-TEST_F(Transport, ASilentServerTimesTheReadOut) {
-  LoopbackServer server;
-  server.Serve([&](int fd) {
-    SendAll(fd, "* OK half a li");
-    server.WaitUntilDone();
-  });
-  tcp_set_timeouts_for_test(1, 10, 10);
-  TcpStream* s = tcp_open("[127.0.0.1]", "imap", server.port());
-  ASSERT_NE(s, nullptr);
-  auto start = Clock::now();
-  EXPECT_EQ(tcp_getline(s), nullptr);
-  EXPECT_GE(SecondsSince(start), 0.9);
-  EXPECT_LT(SecondsSince(start), 4.0);
-  EXPECT_TRUE(Told("log", "tcp_getdata: timeout during select on read.", 0)) << AllTold();
-  EXPECT_EQ(s->socket, -1);
-  server.done = true;
-  tcp_close(s);
-}
-
-TEST_F(Transport, InputBeforeAWriteMeansTheServerHasGone) {
-  for (bool closes : {false, true}) {
-    SCOPED_TRACE(closes ? "the server closed" : "the server spoke");
+// A server that sends half a line and waits times the read out; one that
+// spoke (or closed) before a command was written has gone, and the command
+// is not sent.
+TEST_F(Transport, ASilentOrGoneServerEndsTheStream) {
+  for (const std::string how : {"silent", "spoke", "closed"}) {
+    SCOPED_TRACE(how);
     mail_env_clear();
     std::atomic<bool> got_bytes{false};
     LoopbackServer server;
     server.Serve([&](int fd) {
-      if (closes) return;
-      SendAll(fd, "* BYE Autologout; idle for too long\r\n");
+      if (how == "closed") return;
+      SendAll(fd, how == "silent" ? "* OK half a li" : "* BYE Autologout; idle for too long\r\n");
       char byte;
       got_bytes = Readable(fd, 1000) && ::recv(fd, &byte, 1, 0) == 1;
       server.WaitUntilDone();
     });
+    tcp_set_timeouts_for_test(1, 10, 10);
     TcpStream* s = tcp_open("[127.0.0.1]", "imap", server.port());
     ASSERT_NE(s, nullptr);
-    ASSERT_TRUE(Readable(s->socket, 3000));
-    EXPECT_EQ(tcp_soutr(s, "a1 NOOP\r\n"), 0);
-    EXPECT_TRUE(Told("dlog",
-                     "tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. send() aborted.\n"))
-        << AllTold();
+    auto start = Clock::now();
+    if (how == "silent") {
+      EXPECT_EQ(tcp_getline(s), nullptr);
+      EXPECT_GE(SecondsSince(start), 0.9);
+      EXPECT_LT(SecondsSince(start), 4.0);
+      EXPECT_TRUE(Told("log", "tcp_getdata: timeout during select on read.", 0)) << AllTold();
+    } else {
+      ASSERT_TRUE(Readable(s->socket, 3000));
+      EXPECT_EQ(tcp_soutr(s, "a1 NOOP\r\n"), 0);
+      EXPECT_TRUE(Told("dlog", "tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. "
+                               "send() aborted.\n")) << AllTold();
+    }
     EXPECT_EQ(s->socket, -1);
     server.done = true;
     tcp_close(s);
@@ -256,63 +232,53 @@ TEST_F(Transport, InputBeforeAWriteMeansTheServerHasGone) {
   }
 }
 
-TEST_F(Transport, WritesToAServerThatDoesNotReadTimeOut) {
-  // The write time-out, then the short one the program asks for once.
-  const std::tuple<int, bool, double, double, const char*> cases[] = {
-      {1, false, 0.9, 4.0, "tcp_sout: socket timeout during select: 1"},
-      {60, true, 4.5, 9.0, "tcp_sout: socket timeout during select: 5"},
+// The write time-out, and the short one the program asks for once, are for
+// a server that takes nothing: a slow link that moves a long message along
+// must not lose it because the whole took longer.
+TEST_F(Transport, WritesTimeOutOnlyWhenTheServerTakesNothing) {
+  const std::tuple<int, bool, bool, double, double, const char*> cases[] = {
+      // write time-out, short next, server reads, seconds at least and at most, trace
+      {1, false, false, 0.9, 4.0, "tcp_sout: socket timeout during select: 1"},
+      {60, true, false, 4.5, 9.0, "tcp_sout: socket timeout during select: 5"},
+      {1, false, true, 1.2, 60, ""},
   };
-  for (const auto& [write_timeout, short_next, at_least, at_most, trace] : cases) {
+  for (const auto& [write_timeout, short_next, reads, at_least, at_most, trace] : cases) {
     SCOPED_TRACE(trace);
     mail_env_clear();
     HookLog::asked = 0;
     HookLog::short_next = short_next;
+    const size_t total = reads ? 1u << 20 : 32u << 20;  // far more than the two socket buffers hold
+    size_t received = 0;
+    int small = 64 * 1024;
     LoopbackServer server;
-    server.Serve([&](int) { server.WaitUntilDone(); });
+    setsockopt(server.listener(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    server.Serve([&, reads = reads](int fd) {
+      std::vector<char> buffer(96 * 1024);
+      while (reads && received < total) {
+        Pause(250);
+        const ssize_t n = Readable(fd, 5000) ? ::recv(fd, buffer.data(), buffer.size(), 0) : 0;
+        if (n <= 0) break;
+        received += static_cast<size_t>(n);
+      }
+      server.WaitUntilDone();
+    });
     tcp_set_timeouts_for_test(10, write_timeout, 10);
     TcpStream* s = tcp_open("[127.0.0.1]", "smtp", server.port());
     ASSERT_NE(s, nullptr);
-    int small = 64 * 1024;
     setsockopt(s->socket, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
-    std::string message(32u << 20, 'm');  // far more than the two socket buffers hold
+    std::string message(total, 'm');
     auto start = Clock::now();
-    EXPECT_EQ(tcp_sout(s, message.data(), message.size()), 0);
-    EXPECT_GE(SecondsSince(start), at_least);
+    EXPECT_EQ(tcp_sout(s, message.data(), message.size()), reads ? 1 : 0) << AllTold();
+    EXPECT_GE(SecondsSince(start), at_least) << "the server took it all at once: nothing tested";
     EXPECT_LT(SecondsSince(start), at_most);
-    EXPECT_TRUE(Told("dlog", trace)) << AllTold();
-    EXPECT_EQ(HookLog::asked, 1);
-    EXPECT_FALSE(HookLog::short_next) << "the short time-out was not taken";
+    if (!reads) {
+      EXPECT_TRUE(Told("dlog", trace)) << AllTold();
+      EXPECT_EQ(HookLog::asked, 1);
+      EXPECT_FALSE(HookLog::short_next) << "the short time-out was not taken";
+    }
     server.done = true;
     tcp_close(s);
   }
-}
-
-TEST_F(Transport, AServerThatKeepsTakingBytesIsNotCutOff) {
-  // The time-out is for a server that takes nothing: a slow link that moves
-  // a long message along must not lose it because the whole took longer.
-  size_t received = 0;
-  const size_t total = 1u << 20;
-  LoopbackServer server;
-  int small = 64 * 1024;
-  setsockopt(server.listener(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-  server.Serve([&](int fd) {
-    std::vector<char> buffer(96 * 1024);
-    while (received < total) {
-      Pause(250);
-      ssize_t n = Readable(fd, 5000) ? ::recv(fd, buffer.data(), buffer.size(), 0) : 0;
-      if (n <= 0) break;
-      received += static_cast<size_t>(n);
-    }
-  });
-  tcp_set_timeouts_for_test(10, 1, 10);
-  TcpStream* s = tcp_open("[127.0.0.1]", "smtp", server.port());
-  ASSERT_NE(s, nullptr);
-  setsockopt(s->socket, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
-  std::string message(total, 'm');
-  auto start = Clock::now();
-  EXPECT_EQ(tcp_sout(s, message.data(), message.size()), 1) << AllTold();
-  EXPECT_GT(SecondsSince(start), 1.2) << "the server took it all at once: nothing tested";
-  tcp_close(s);
 }
 
 TEST_F(Transport, LinesHaveALimit) {

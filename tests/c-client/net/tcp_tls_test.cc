@@ -59,14 +59,8 @@ struct TlsPeers {
 class Tls : public TcpFixture {
  protected:
   static void TearDownTestSuite() { TlsPeers::StopAll(); }
-  void SetUp() override {
-    TcpFixture::SetUp();
-    tcp_set_timeouts_for_test(5, 5, 5);
-  }
-  void TearDown() override {
-    tcp_tls_set_ca_file(nullptr);
-    TcpFixture::TearDown();
-  }
+  void SetUp() override { TcpFixture::SetUp(), tcp_set_timeouts_for_test(5, 5, 5); }
+  void TearDown() override { tcp_tls_set_ca_file(nullptr), TcpFixture::TearDown(); }
   // Open to the server of that kind, by name, so the certificate is checked
   // against "localhost".
   static TcpStream* Open(const std::string& kind) {
@@ -89,7 +83,6 @@ TEST_F(Tls, OnlyCertificatesThatProveTheNameAreTrusted) {
       {"selfsigned", true, 0, failed + "(self-signed certificate)", ""},
       {"selfsigned", true, TCP_TLS_NOVALIDATE, "", "not verified"},
       {"wronghost", true, 0, failed + "(hostname mismatch)", ""},
-      {"wronghost", true, TCP_TLS_NOVALIDATE, "", "not verified"},
       {"good", false, 0, failed + "(unable to get local issuer certificate)", ""},
   };
   for (const auto& [kind, trust_test_ca, flags, refusal, peer] : cases) {
@@ -110,6 +103,12 @@ TEST_F(Tls, OnlyCertificatesThatProveTheNameAreTrusted) {
     }
     ASSERT_EQ(ok, 1) << AllTold();
     EXPECT_NE(std::string(tcp_tls_peer(s)).find(peer), std::string::npos) << tcp_tls_peer(s);
+    if (flags) {  // s_server ends the session on this line
+      ASSERT_EQ(tcp_soutr(s, "CLOSE\r\n"), 1);
+      ExpectEndsAtOnce(s, "the server ended the TLS session");
+      tcp_close(s);
+      continue;
+    }
     // A TLS 1.3 server sends its session tickets after the handshake: the
     // socket is readable before the first write, and that must not count as
     // the server having spoken.
@@ -183,23 +182,6 @@ TEST_F(Tls, StarttlsUpgradesAfterPlainLines) {
     front.done = true;
     tcp_close(s);
   }
-}
-
-TEST_F(Tls, TheServerEndingTheSessionEndsTheStream) {
-  TcpStream* s = Open("good");
-  ASSERT_NE(s, nullptr);
-  tcp_tls_set_ca_file(TlsPeers::ca.c_str());
-  ASSERT_EQ(tcp_starttls(s, "localhost", 0), 1) << AllTold();
-  // s_server ends the session on this line.
-  ASSERT_EQ(tcp_soutr(s, "CLOSE\r\n"), 1);
-  Watchdog watchdog(8, "the read after the server ended the session");
-  auto start = Clock::now();
-  double cpu = ThreadCpuSeconds();
-  EXPECT_EQ(tcp_getline(s), nullptr);
-  EXPECT_LT(SecondsSince(start), 3.0);
-  EXPECT_LT(ThreadCpuSeconds() - cpu, 0.5);
-  EXPECT_EQ(s->socket, -1);
-  tcp_close(s);
 }
 
 }  // namespace
