@@ -174,10 +174,10 @@ TEST(Header, OrderMimeAndTheBlankLine) {
   for (auto [field, value] : {std::pair{&e->newsgroups, "comp.mail"}, {&e->date, "Mon, 1 Jan 2001 10:00:00 +0000"},
                               {&e->subject, "Hello"}, {&e->in_reply_to, "<1@a.org>"}, {&e->message_id, "<2@a.org>"}})
     *field = cpystr(value);
-  for (auto [list, spec] : {std::pair{&e->from, "Ann|-|ann|a.org"}, {&e->sender, "-|-|sec|a.org"},
+  for (auto [list, fields] : {std::pair{&e->from, "Ann|-|ann|a.org"}, {&e->sender, "-|-|sec|a.org"},
                             {&e->reply_to, "-|-|list|a.org"}, {&e->to, "-|-|bob|b.org"}, {&e->cc, "-|-|cat|c.org"},
                             {&e->bcc, "-|-|hidden|d.org"}})
-    *list = Addr(spec);
+    *list = Addr(fields);
   e->extra_headers = mail_newextra();
   e->extra_headers->name = cpystr("X-Extra");
   e->extra_headers->value = cpystr("never written");
