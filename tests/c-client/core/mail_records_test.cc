@@ -9,6 +9,7 @@
 
 #include "c-client/core/mail.h"
 #include "c-client/core/plain_env.h"
+#include "tests/c-client/core/address_util.h"
 
 namespace {
 
@@ -32,15 +33,6 @@ TEST(MailDates, InternalAndCtimeForms) {
     const std::string cdate = mail_cdate(buffer, &e);
     EXPECT_EQ(std::strncmp(r.cdate, "???", 3) ? cdate : cdate.substr(4), r.cdate) << r.date;
   }
-}
-
-MailAddress* Address(const char* personal, const char* mailbox, const char* host, MailAddress* next = nullptr) {
-  MailAddress* a = mail_newaddr();
-  a->personal = cpystr(personal);
-  a->mailbox = cpystr(mailbox);
-  a->host = cpystr(host);
-  a->next = next;
-  return a;
 }
 
 // A copy must be readable after the original is freed (the sanitizer run catches anything shared).

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "c-client/core/plain_env.h"
+#include "tests/c-client/core/address_util.h"
 
 namespace {
 
@@ -57,15 +58,6 @@ TEST(MhIndex, HeaderAndRecordBytes) {
 }
 
 // --- Structure fixtures --------------------------------------------------------------
-
-MailAddress* Address(const char* personal, const char* mailbox, const char* host, MailAddress* next = nullptr) {
-  MailAddress* a = mail_newaddr();
-  a->personal = cpystr(personal);
-  a->mailbox = cpystr(mailbox);
-  a->host = cpystr(host);
-  a->next = next;
-  return a;
-}
 
 BodyParameter* Parameter(const char* attribute, const char* value, BodyParameter* next = nullptr) {
   BodyParameter* p = mail_newbody_parameter();
