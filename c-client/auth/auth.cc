@@ -1,7 +1,6 @@
 #include "c-client/auth/auth.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -49,10 +48,6 @@ void AUTH_InitLogin(const char* user, const char* password) {
 }
 
 void AUTH_Login(const char* host, char* user, char* password, long trial) {
-  char trace[300];
-  std::snprintf(trace, sizeof trace, "AUTH_Login: function entry - host = %.200s, trial = %ld", host ? host : "",
-                trial);
-  mm_dlog(trace);
   if (user) user[0] = '\0';
   if (password) password[0] = '\0';
   g_login.host = host ? host : "";
@@ -63,7 +58,6 @@ void AUTH_Login(const char* host, char* user, char* password, long trial) {
     char p[kMailLoginSize] = "";
     CopyOut(u, g_login.user);
     long state = g_dialog ? g_dialog(g_login.host.c_str(), u, p, kLoginDialogMs) : kLoginCancel;
-    if (state < 0) mm_fatal("Cannot create authentication dialog.");
     if (state != kLoginOk) {
       // A time-out counts as a cancel, so that later calls do not ask again.
       g_login.state = kLoginCancel;

@@ -13,8 +13,9 @@ constexpr long kLoginDialogMs = 120000;
 
 // The dialog that asks the user. user holds the name to offer and receives
 // the answer; both buffers hold kMailLoginSize bytes. Returns kLoginOk,
-// kLoginCancel, kLoginTimeout, or -1 when no dialog could be made. The
-// program installs it; without one every question is cancelled.
+// kLoginCancel or kLoginTimeout; a dialog that cannot be made ends the
+// program itself. The program installs it; without one every question is
+// cancelled.
 typedef long (*AuthDialogFn)(const char* host, char* user, char* password, long timeout_ms);
 void AUTH_SetDialog(AuthDialogFn dialog);
 
