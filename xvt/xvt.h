@@ -345,6 +345,8 @@ void xvt_scr_set_busy_cursor(void);
 WINDOW xvt_scr_get_focus_vobj(void);
 void xvt_scr_set_focus_vobj(WINDOW win);
 void xvt_scr_beep(void);
+// Draws the user's eye to the program (new mail) without taking the focus.
+void xvt_app_request_attention(void);
 
 // ---------------------------------------------------------------------------
 // Drawing: valid inside E_UPDATE (headless records it always).

@@ -40,7 +40,7 @@ void xvt_test_push_text(const char* text);
 struct XvtPost {
   // "ask", "error", "note", "message", "fatal", "dialog", "prompt",
   // "file_open", "file_save", "font"; and toolkit calls worth seeing:
-  // "image" (a bitmap read), "progress", "help", "beep", "popup".
+  // "image" (a bitmap read), "progress", "help", "beep", "attention", "popup".
   std::string kind;
   std::string text;  // the formatted text, or the dialog's title
   std::vector<std::string> buttons;

@@ -98,7 +98,7 @@ struct ModelEvent {
   int16_t from_ms, to_ms;
   const char* old_name;
   const char* new_name;
-  uint32_t umi;
+  uint64_t umi;  // a UMI of the mail model
   int16_t ms;
   int16_t folder;
   const char* name;

@@ -45,6 +45,7 @@ void xvt_scr_set_focus_vobj(WINDOW win) {
 }
 
 void xvt_scr_beep(void) { Record("beep", ""); }
+void xvt_app_request_attention(void) { Record("attention", ""); }
 
 // ---------------------------------------------------------------------------
 // Test hooks

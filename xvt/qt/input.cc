@@ -238,3 +238,7 @@ void xvt_scr_set_focus_vobj(WINDOW win) {
 void xvt_scr_beep(void) {
   if (QCoreApplication::instance()) QApplication::beep();
 }
+
+void xvt_app_request_attention(void) {
+  if (QCoreApplication::instance() && S().task_window) QApplication::alert(S().task_window);
+}
