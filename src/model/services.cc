@@ -280,7 +280,11 @@ MailStream* MM_CCOpenSvcStream(int id) {
   MM_MSInitAuthInfo(id);
   long options = OP_CONTROL;
   if (TraceWanted(kTraceMail, kTraceAll)) options |= OP_DEBUG;
-  MailStream* stream = mail_open(nullptr, name.c_str(), options);
+  MailStream* stream;
+  {
+    CriticalSection busy;
+    stream = mail_open(nullptr, name.c_str(), options);
+  }
   if (stream) MM_MSSaveAuthInfo(id);
   return stream;
 }
@@ -294,7 +298,11 @@ MailStream* MM_CCOpenFolStream(int id, const char* folder, int flag) {
   if (TraceWanted(kTraceMail, kTraceAll)) options |= OP_DEBUG;
   if (flag == 1) options |= OP_SILENT;
   Trace(kTraceModel, kTraceLow, "MM_CCOpenFolStream: opening folder %s\n", name.c_str());
-  MailStream* stream = mail_open(nullptr, name.c_str(), options);
+  MailStream* stream;
+  {
+    CriticalSection busy;
+    stream = mail_open(nullptr, name.c_str(), options);
+  }
   mail_parameters(stream, 102, reinterpret_cast<void*>(10));
   if (stream) MM_MSSaveAuthInfo(id);
   return stream;
