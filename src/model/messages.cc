@@ -80,6 +80,24 @@ std::optional<std::string> Addresses(MailAddress* list) {
   return std::string(SkipBlanks(buffer.data()));
 }
 
+// The header values the envelope holds.
+struct EnvelopeField {
+  const char* name;
+  std::optional<std::string> (*get)(const Envelope*);
+};
+const EnvelopeField kEnvelopeFields[] = {
+    {"Cc", [](const Envelope* e) { return Addresses(e->cc); }},
+    {"Date", [](const Envelope* e) { return Value(e->date); }},
+    {"From", [](const Envelope* e) { return Addresses(e->from); }},
+    {"In-Reply-To", [](const Envelope* e) { return Value(e->in_reply_to); }},
+    {"Message-ID", [](const Envelope* e) { return Value(e->message_id); }},
+    {"Newsgroups", [](const Envelope* e) { return Value(e->newsgroups); }},
+    {"Reply-To", [](const Envelope* e) { return Addresses(e->reply_to); }},
+    {"Sender", [](const Envelope* e) { return Addresses(e->sender); }},
+    {"Subject", [](const Envelope* e) { return Value(e->subject); }},
+    {"To", [](const Envelope* e) { return Addresses(e->to); }},
+};
+
 // The value of the first header line called name (any case, blanks allowed
 // before the colon), folds joined and the line end trimmed.
 std::optional<std::string> ScanHeader(const std::string& header, const char* name) {
@@ -176,43 +194,15 @@ MailAddress* MM_MsgToAddress(UMI umi, int kind) {
 std::optional<std::string> MM_MsgHeaderContent(UMI umi, const char* name) {
   if (!name || !*name) return std::nullopt;
   // The envelope already holds these; the first letter picks the few to
-  // compare the name with.
-  Envelope* env = nullptr;
-  auto envelope = [&]() {
-    if (!env) env = MM_MsgEnvelope(umi);
-    return env;
-  };
-  switch (name[0]) {
-    case 'C':
-      if (!std::strcmp(name, "Cc")) return envelope() ? Addresses(env->cc) : std::nullopt;
-      break;
-    case 'D':
-      if (!std::strcmp(name, "Date")) return envelope() ? Value(env->date) : std::nullopt;
-      break;
-    case 'F':
-      if (!std::strcmp(name, "From")) return envelope() ? Addresses(env->from) : std::nullopt;
-      break;
-    case 'I':
-      if (!std::strcmp(name, "In-Reply-To")) return envelope() ? Value(env->in_reply_to) : std::nullopt;
-      break;
-    case 'M':
-      if (!std::strcmp(name, "Message-ID")) return envelope() ? Value(env->message_id) : std::nullopt;
-      break;
-    case 'N':
-      if (!std::strcmp(name, "Newsgroups")) return envelope() ? Value(env->newsgroups) : std::nullopt;
-      break;
-    case 'R':
-      if (!std::strcmp(name, "Reply-To")) return envelope() ? Addresses(env->reply_to) : std::nullopt;
-      break;
-    case 'S':
-      if (!std::strcmp(name, "Subject")) return envelope() ? Value(env->subject) : std::nullopt;
-      if (!std::strcmp(name, "Sender")) return envelope() ? Addresses(env->sender) : std::nullopt;
-      break;
-    case 'T':
-      if (!std::strcmp(name, "To")) return envelope() ? Addresses(env->to) : std::nullopt;
-      break;
-    default:
-      break;
+  // compare the name with. An envelope without the value (a locally parsed
+  // one never keeps Message-ID) sends the question on to the raw header,
+  // so that a header the message has is never reported missing.
+  for (const EnvelopeField& f : kEnvelopeFields) {
+    if (f.name[0] != name[0] || std::strcmp(f.name, name) != 0) continue;
+    Envelope* env = MM_MsgEnvelope(umi);
+    if (!env) return std::nullopt;  // the message is gone
+    if (std::optional<std::string> value = f.get(env)) return value;
+    break;
   }
   const std::optional<std::string> header = MM_MsgRawHeaders(umi);
   if (!header) return std::nullopt;
