@@ -24,6 +24,7 @@
 #include "c-client/core/mail.h"
 #include "c-client/mh/local_paths.h"
 #include "c-client/mh/mh.h"
+#include "c-client/mh/mh_names.h"
 #include "src/base/filenames.h"
 #include "src/model/mm.h"
 #include "src/options/options.h"
@@ -107,7 +108,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "cannot create the folder\n");
     return 1;
   }
-  const std::string dir = mailbox_path("Bench");
+  const std::string dir = mh_path("Bench");
   std::filesystem::remove(dir + "/mh_index.dat");
   std::filesystem::remove(dir + "/mh_cache.dat");
   auto start = Clock::now();
@@ -137,6 +138,10 @@ int main(int argc, char** argv) {
     model.push_back(m.seconds);
     bare_heap = b.heap;
     model_heap = m.heap;
+    if (b.seen != static_cast<unsigned long>(count) || m.seen != b.seen) {
+      std::fprintf(stderr, "the two sides saw different messages: %lu and %lu\n", b.seen, m.seen);
+      return 1;
+    }
   }
   const double tb = Median(bare), tm = Median(model);
   std::printf("median of 5 alternating rounds: bare %.3f s, model %.3f s, ratio %.2f (target <= 1.3)\n", tb, tm,
