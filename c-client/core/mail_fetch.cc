@@ -198,6 +198,14 @@ BodyPart* mail_body_section(BodyPart* body, const char* section, unsigned long* 
       descents += body->msg_offset;
       body = body->msg_body;
       if (!body) return nullptr;
+      // An enclosed message of one part: that part is its "1".
+      if (body->type != TYPEMULTIPART) {
+        if (n != 1) return nullptr;
+        last = 0;
+        if (!*s) break;
+        if (*s++ != '.') return nullptr;
+        continue;
+      }
     }
     if (body->type != TYPEMULTIPART) return nullptr;
     BodyPartNode* node = body->parts;
