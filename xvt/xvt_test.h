@@ -105,9 +105,10 @@ std::vector<RCT> xvt_test_invalidated(WINDOW win);  // since the last paint
 // Every invalidation and scroll of the window, in order, painted or not,
 // since the last xvt_test_clear_damage.
 struct XvtDamage {
-  std::string op;  // "invalidate" or "scroll"
+  std::string op;  // "invalidate", "scroll", or "update" (a paint of what was invalid)
   RCT rct{};
   int dh = 0, dv = 0;
+  std::vector<XvtDrawOp> texts;  // update: the text drawn by that paint
 };
 std::vector<XvtDamage> xvt_test_damage(WINDOW win);
 void xvt_test_clear_damage(WINDOW win);

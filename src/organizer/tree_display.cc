@@ -49,6 +49,12 @@ bool Meets(const RCT& a, const RCT& b) {
   return a.left < b.right && b.left < a.right && a.top < b.bottom && b.top < a.bottom;
 }
 
+// A line that a close or hide took away: its nearest ancestor that shows.
+TreeNode* Shown(TreeNode* n) {
+  while (n && !IsRoot(n) && !TREE_IsVisibleNode(n)) n = n->parent;
+  return n && !IsRoot(n) ? n : nullptr;
+}
+
 bool IsDescendantOrSelf(const TreeNode* n, const TreeNode* of) {
   for (; n; n = n->parent)
     if (n == of) return true;
@@ -97,16 +103,18 @@ int BarExtent(XVT_ATTR attr) {
 // Decides which bars show: 1 shown, 2 undecided, 3 hidden. True on a change.
 bool hideScrollbars(TreeInfo* info) {
   int vbar = BarExtent(ATTR_CTL_VERT_SBAR_WIDTH), hbar = BarExtent(ATTR_CTL_HORZ_SBAR_HEIGHT);
+  // The whole window, bars included, and the same less room for both bars.
   RCT c{};
-  xvt_vobj_get_client_rect(info->window, &c);
-  // The client area as it is plus what the shown bars take: the full size.
-  int full_h = c.bottom - c.top + (info->h_state == 1 ? hbar : 0);
-  int full_w = c.right - c.left + (info->v_state == 1 ? vbar : 0);
+  xvt_vobj_get_outer_rect(info->window, &c);
+  int full_h = c.bottom - c.top;
+  int full_w = c.right - c.left;
   int full_along = info->horizontal ? full_w : full_h, small_along = full_along - (info->horizontal ? vbar : hbar);
   int full_across = info->horizontal ? full_h : full_w, small_across = full_across - (info->horizontal ? hbar : vbar);
   int lh = info->line_height;
-  int16_t v = info->entries_visible <= full_along / lh ? 3 : info->entries_visible > small_along / lh ? 1 : 2;
-  int16_t h = info->max_line_width <= full_across ? 3 : info->max_line_width > small_across ? 1 : 2;
+  // Hidden when the lines fit even beside the other bar, shown when they
+  // don't fit even without it, undecided in between.
+  int16_t v = info->entries_visible <= small_along / lh ? 3 : info->entries_visible > full_along / lh ? 1 : 2;
+  int16_t h = info->max_line_width <= small_across ? 3 : info->max_line_width > full_across ? 1 : 2;
   if (v == 2) v = h == 2 ? 3 : h;
   if (h == 2) h = v;
   bool changed = v != info->v_state || h != info->h_state;
@@ -120,10 +128,10 @@ bool hideScrollbars(TreeInfo* info) {
 namespace tree {
 
 void newCacheArray(TreeCache* cache, int size) {
-  if (size < 0) size = 20;
-  if (size >= 202) size = 201;
   if (size < 20)
     size = 20;
+  else if (size >= 202)
+    size = 201;
   else if (size % 2 == 0)
     size++;
   cache->size = size;
@@ -178,7 +186,8 @@ void rebuildCache(TreeInfo* info, TreeNode* node, int node_abs) {
   }
   if (!c.need_rebuild && (!node || node->cache_index != kTreeInvalid)) return;
   c.need_rebuild = 0;
-  if (node && !TREE_IsVisibleNode(node)) node = nullptr;
+  node = Shown(node);
+  if (c.new_top) c.new_top = Shown(c.new_top);
   TreeNode* old_first = info->offset_known && c.entries > 0 ? c.nodes[0] : nullptr;
   int old_offset = c.offset;
   for (int i = 0; i < c.entries; ++i)
@@ -349,6 +358,11 @@ TreeRedisplayPlan TREE_PlanRedisplay(const TreeInfo* info) {
   };
   std::vector<Line> lines;
   int shown = 0;
+  RCT client{};
+  xvt_vobj_get_client_rect(info->window, &client);
+  int along = info->horizontal ? client.right - client.left : client.bottom - client.top;
+  // Pixels can only be moved from a line that was wholly on the screen.
+  auto whole = [&](int line) { return line >= 0 && (line + 1) * info->line_height <= along; };
   if (c.topline >= 0)
     for (int k = 0; k <= c.visible_lines && c.topline + k < c.entries; ++k) {
       const TreeNode* n = c.nodes[static_cast<size_t>(c.topline + k)];
@@ -359,6 +373,8 @@ TreeRedisplayPlan TREE_PlanRedisplay(const TreeInfo* info) {
         lines.push_back({2, 0});
       } else if (n->display_line == k) {
         lines.push_back({1, 0});
+      } else if (!whole(n->display_line)) {
+        lines.push_back({2, 0});
       } else {
         lines.push_back({3, k - n->display_line});
       }
@@ -415,6 +431,9 @@ void doRedisplay(TreeInfo* info) {
     return;
   }
   if (!c.new_top) c.new_top = c.top_node;
+  if (!TREE_IsVisibleNode(c.new_top)) c.new_top = Shown(c.new_top);
+  if (!c.new_top && c.entries > 0) c.new_top = c.nodes[0];
+  if (!c.new_top) return;
   if (c.new_top->cache_index < 0) {
     c.need_rebuild = 1;
     rebuildCache(info, c.new_top);
@@ -423,6 +442,9 @@ void doRedisplay(TreeInfo* info) {
   resetTopNode(info, c.new_top);
   if (c.offset + c.topline != old_top) info->need_update = true;
   TreeRedisplayPlan plan = TREE_PlanRedisplay(info);
+  // What is waiting to be painted is painted first: toolkits differ on
+  // whether a scroll carries the waiting areas along.
+  if (!plan.scrolls.empty()) xvt_dwin_update(win);
   for (TreeScroll& s : plan.scrolls) {
     RCT r = Trim(info, s.rect);
     if (info->horizontal)
@@ -432,7 +454,7 @@ void doRedisplay(TreeInfo* info) {
   }
   for (RCT& d : plan.draws) {
     RCT r = Trim(info, d);
-    xvt_dwin_invalidate_rect(win, &r);
+    if (r.bottom > r.top && r.right > r.left) xvt_dwin_invalidate_rect(win, &r);
   }
   bool all = false;
   if (c.h_offset_new != c.h_offset) {
@@ -449,7 +471,7 @@ void doRedisplay(TreeInfo* info) {
       RCT line = Trim(info, LineRect(info, k, k, 0, std::max(c.window_width, 1)));
       bool drawn = false;
       for (const RCT& d : plan.draws) drawn = drawn || Meets(d, line);
-      if (!drawn) xvt_dwin_invalidate_rect(win, &line);
+      if (!drawn && line.bottom > line.top && line.right > line.left) xvt_dwin_invalidate_rect(win, &line);
     }
   cacheCalcMaxLineWidth(info);
   xvt_dwin_update(win);
@@ -637,7 +659,7 @@ static void DrawConnectors(TreeInfo* info, TreeNode* node, int top) {
       int ax = a->abs_offset - info->cache.h_offset + 10;
       line(ax, top, ax, bottom);
     }
-  if (Has(node, kNodeLeaf) || (!node->first_kid && !Has(node, kNodeOpenElsewhere))) {
+  if (Has(node, kNodeLeaf)) {
     line(x0 + 10, mid, x0 + 20, mid);
     if (!only_top) line(x0 + 10, first_top ? mid : top, x0 + 10, has_next ? bottom : mid);
     return;

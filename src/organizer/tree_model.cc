@@ -66,11 +66,21 @@ void Adopt(TreeNode* parent, TreeNode* node) {
 }
 
 // The bookkeeping every insertion shares, once the node is linked.
+// The siblings beside a line that comes or goes draw their connecting lines
+// differently when it is at either end of the unhidden ones.
+void MarkEnds(TreeNode* node) {
+  TreeNode* before = TREE_PrevSibling(node);
+  TreeNode* after = TREE_NextSibling(node);
+  if (!after && before) MarkSubtreeDirty(before);
+  if (!before && after) MarkDirty(after);
+}
+
 void Inserted(TreeNode* parent, TreeNode* node) {
   Adopt(parent, node);
   parent->kid_count++;
   TreeInfo* info = parent->info;
   if (!info || !TREE_IsVisibleNode(node)) return;
+  MarkEnds(node);
   NoteLinesChanged(info, node, TREE_VisibleCount(node));
   info->cache.need_rebuild = 1;
   processUpdates(info);
@@ -266,8 +276,7 @@ void TREE_DetachNode(TreeNode* node) {
   TREE_RemoveNodeSelections(node);
   if (info && visible) NoteLinesChanged(info, node, -lines);
   if (info) removeNodeFromCache(info, node);
-  if (parent->first_kid == node && node->next) MarkDirty(node->next);
-  if (parent->last_kid == node && node->prev) MarkSubtreeDirty(node->prev);
+  if (visible) MarkEnds(node);
   if (node->prev)
     node->prev->next = node->next;
   else
@@ -309,7 +318,6 @@ void TREE_RemoveKidNodes(TreeNode* node) {
 
 void TREE_AppendNode(TreeNode* parent, TreeNode* node) {
   if (!parent || !node) return;
-  if (parent->last_kid) MarkSubtreeDirty(parent->last_kid);  // its connecting lines change
   LinkAtEnd(parent, node);
   Inserted(parent, node);
 }
@@ -325,7 +333,6 @@ void TREE_InsertNode(TreeNode* parent, TreeNode* node, TreeNode* before) {
     }
     return;
   }
-  if (before == parent->first_kid) MarkDirty(before);
   LinkBefore(parent, node, before);
   Inserted(parent, node);
 }

@@ -146,7 +146,8 @@ void handleShiftClick(TreeInfo* info, TreeNode* node) {
   if (now < 0) return;
   if (top == bottom && bottom == now) {
     if (!Has(node, kNodeSelected)) AddSelection(info, node, false);
-    return;  // the anchor alone: nothing changed for the listeners
+    processUpdates(info);
+    return;  // the anchor alone: nothing the listeners need to hear
   }
   enum { kAbove, kBetween, kBelow } where = (top < now && now <= bottom) ? kBetween : now > bottom ? kBelow : kAbove;
   if (!down) {

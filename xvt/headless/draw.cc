@@ -137,7 +137,10 @@ void xvt_dwin_scroll_rect(WINDOW win, const RCT* rct, int dh, int dv) {
 
 void xvt_dwin_update(WINDOW win) {
   if (!Live(win) || win->invalid.empty()) return;
-  xvt_test_paint(win);
+  XvtDamage done{"update", {}, 0, 0, {}};
+  for (const XvtDrawOp& op : xvt_test_paint(win))
+    if (op.op == "text") done.texts.push_back(op);
+  if (Live(win)) win->damage.push_back(std::move(done));
 }
 
 XVT_IMAGE xvt_image_read_bmp(const char* path) {
