@@ -269,6 +269,9 @@ enum XVT_ATTR {
   // On a top-level window: get / set its frame state.
   ATTR_WIN_MAXIMIZED,
   ATTR_WIN_MINIMIZED,
+  // get: the width of a vertical and the height of a horizontal scroll bar.
+  ATTR_CTL_VERT_SBAR_WIDTH,
+  ATTR_CTL_HORZ_SBAR_HEIGHT,
 };
 
 enum XVT_SEVERITY { SEV_WARNING = 1, SEV_ERROR = 2, SEV_FATAL = 3 };
@@ -351,7 +354,7 @@ void xvt_app_request_attention(void);
 // ---------------------------------------------------------------------------
 // Drawing: valid inside E_UPDATE (headless records it always).
 
-enum PAT { PAT_NONE = 0, PAT_SOLID, PAT_HOLLOW };
+enum PAT { PAT_NONE = 0, PAT_SOLID, PAT_HOLLOW, PAT_DOT };  // PAT_DOT: a dotted pen
 struct CPEN {
   int width;
   PAT pat;

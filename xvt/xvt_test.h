@@ -96,9 +96,20 @@ struct XvtDrawOp {
   COLOR fore = 0, back = 0;
   std::string font;  // "family size style"
   int icon = 0;
+  PAT pen = PAT_SOLID;  // the pen's pattern
 };
 // Sends E_UPDATE for the whole client area and returns what was drawn.
 const std::vector<XvtDrawOp>& xvt_test_paint(WINDOW win);
 const std::vector<XvtDrawOp>& xvt_test_display_list(WINDOW win);
 std::vector<RCT> xvt_test_invalidated(WINDOW win);  // since the last paint
+// Every invalidation and scroll of the window, in order, painted or not,
+// since the last xvt_test_clear_damage.
+struct XvtDamage {
+  std::string op;  // "invalidate", "scroll", or "update" (a paint of what was invalid)
+  RCT rct{};
+  int dh = 0, dv = 0;
+  std::vector<XvtDrawOp> texts;  // update: the text drawn by that paint
+};
+std::vector<XvtDamage> xvt_test_damage(WINDOW win);
+void xvt_test_clear_damage(WINDOW win);
 std::string xvt_test_help_shown(void);  // last help file opened or topic shown

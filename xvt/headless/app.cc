@@ -96,6 +96,8 @@ intptr_t xvt_vobj_get_attr(WINDOW win, XVT_ATTR attr) {
     case ATTR_SCREEN_HEIGHT: return s.screen_h;
     case ATTR_WIN_MAXIMIZED: return Live(win) && win->maximized;
     case ATTR_WIN_MINIMIZED: return Live(win) && win->minimized;
+    case ATTR_CTL_VERT_SBAR_WIDTH:
+    case ATTR_CTL_HORZ_SBAR_HEIGHT: return 16;
     default: return 0;
   }
 }

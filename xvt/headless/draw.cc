@@ -20,6 +20,7 @@ constexpr int kDescent = 4;
 void DrawOp(WINDOW w, XvtDrawOp op) {
   if (!xvthl::Live(w)) return;
   op.fore = w->fore;
+  op.pen = w->pen_pat;
   op.back = w->back;
   op.font = w->font;
   w->display.push_back(std::move(op));
@@ -30,7 +31,10 @@ void DrawOp(WINDOW w, XvtDrawOp op) {
 using namespace xvthl;
 
 void xvt_dwin_set_pen(WINDOW win, const CPEN* pen) {
-  if (Live(win) && pen) win->fore = pen->color;
+  if (Live(win) && pen) {
+    win->fore = pen->color;
+    win->pen_pat = pen->pat;
+  }
 }
 void xvt_dwin_set_brush(WINDOW win, const CBRUSH* brush) {
   if (Live(win) && brush) win->back = brush->color;
@@ -118,6 +122,7 @@ void xvt_dwin_invalidate_rect(WINDOW win, const RCT* rct) {
   else
     xvt_vobj_get_client_rect(win, &r);
   win->invalid.push_back(r);
+  win->damage.push_back(XvtDamage{"invalidate", r, 0, 0, {}});
 }
 
 void xvt_dwin_scroll_rect(WINDOW win, const RCT* rct, int dh, int dv) {
@@ -127,11 +132,15 @@ void xvt_dwin_scroll_rect(WINDOW win, const RCT* rct, int dh, int dv) {
   if (rct) op.rct = *rct;
   op.text = std::to_string(dh) + " " + std::to_string(dv);
   DrawOp(win, op);
+  win->damage.push_back(XvtDamage{"scroll", op.rct, dh, dv, {}});
 }
 
 void xvt_dwin_update(WINDOW win) {
   if (!Live(win) || win->invalid.empty()) return;
-  xvt_test_paint(win);
+  XvtDamage done{"update", {}, 0, 0, {}};
+  for (const XvtDrawOp& op : xvt_test_paint(win))
+    if (op.op == "text") done.texts.push_back(op);
+  if (Live(win)) win->damage.push_back(std::move(done));
 }
 
 XVT_IMAGE xvt_image_read_bmp(const char* path) {
@@ -178,3 +187,8 @@ const std::vector<XvtDrawOp>& xvt_test_display_list(WINDOW win) {
 }
 
 std::vector<RCT> xvt_test_invalidated(WINDOW win) { return Live(win) ? win->invalid : std::vector<RCT>{}; }
+
+std::vector<XvtDamage> xvt_test_damage(WINDOW win) { return Live(win) ? win->damage : std::vector<XvtDamage>{}; }
+void xvt_test_clear_damage(WINDOW win) {
+  if (Live(win)) win->damage.clear();
+}

@@ -37,6 +37,8 @@ struct xvt_object : xvtrec::WinRecord {
   std::string font = "system 16 0";
   std::vector<XvtDrawOp> display;
   std::vector<RCT> invalid;
+  std::vector<XvtDamage> damage;  // every invalidation and scroll, until the test clears it
+  PAT pen_pat = PAT_SOLID;
   CURSOR cursor = CURSOR_ARROW;
 };
 

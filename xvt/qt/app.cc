@@ -11,6 +11,7 @@
 #include <QPixmap>
 #include <QScreen>
 #include <QSessionManager>
+#include <QStyle>
 #include <QSocketNotifier>
 #include <QVBoxLayout>
 #include <cerrno>
@@ -286,6 +287,9 @@ intptr_t xvt_vobj_get_attr(WINDOW win, XVT_ATTR attr) {
   switch (attr) {
     case ATTR_SCREEN_WIDTH: return QCoreApplication::instance() ? ScreenSize().width() : 0;
     case ATTR_SCREEN_HEIGHT: return QCoreApplication::instance() ? ScreenSize().height() : 0;
+    case ATTR_CTL_VERT_SBAR_WIDTH:
+    case ATTR_CTL_HORZ_SBAR_HEIGHT:
+      return QCoreApplication::instance() ? QApplication::style()->pixelMetric(QStyle::PM_ScrollBarExtent) : 16;
     case ATTR_WIN_MAXIMIZED: {
       QWidget* w = FrameWidget(win);
       return w && (w->windowState() & Qt::WindowMaximized);

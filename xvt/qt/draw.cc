@@ -31,8 +31,13 @@ QImage ToQImage(const xvtbmp::Image& bmp) {
 }
 
 QPen PenOf(const xvt_object* rec) {
-  if (rec->pen_pat != PAT_SOLID) return QPen(Qt::NoPen);
+  if (rec->pen_pat != PAT_SOLID && rec->pen_pat != PAT_DOT) return QPen(Qt::NoPen);
   QPen pen(ToQColor(rec->fore));
+  if (rec->pen_pat == PAT_DOT) {
+    // One pixel on, one off, whatever the width.
+    pen.setStyle(Qt::CustomDashLine);
+    pen.setDashPattern({1.0, 1.0});
+  }
   pen.setWidth(std::max(0, rec->pen_width));
   return pen;
 }
@@ -138,7 +143,7 @@ using namespace xvtqt;
 void xvt_dwin_set_pen(WINDOW win, const CPEN* pen) {
   if (!Live(win) || !pen) return;
   win->pen_width = pen->width;
-  win->pen_pat = pen->pat == PAT_SOLID ? PAT_SOLID : PAT_NONE;
+  win->pen_pat = pen->pat == PAT_SOLID || pen->pat == PAT_DOT ? pen->pat : PAT_NONE;
   win->fore = pen->color;
   if (QPainter* p = Painter(win)) p->setPen(PenOf(win));
 }
@@ -198,7 +203,7 @@ void xvt_dwin_draw_rect(WINDOW win, const RCT* rct) {
   if (r.isEmpty()) return;
   // The rectangle covers exactly its pixels: right and bottom are outside.
   if (win->brush_pat == PAT_SOLID) p->fillRect(r, BrushOf(win));
-  if (win->pen_pat == PAT_SOLID) {
+  if (win->pen_pat == PAT_SOLID || win->pen_pat == PAT_DOT) {
     p->save();
     p->setBrush(Qt::NoBrush);
     int inset = std::max(1, win->pen_width);
