@@ -1,5 +1,5 @@
-// The fetch hook: memory mode's cap keeps the reader in step, file mode
-// spools and decodes, and a fetch inside a fetch is refused.
+// The fetch hook: memory mode's cap keeps the reader in step, and a fetch
+// inside a fetch is refused. (File mode is met in the sections' tests.)
 #include <cstring>
 
 #include "c-client/core/mail.h"
@@ -42,32 +42,6 @@ TEST_F(Mailgets, MemoryModeCutsAt65000AndKeepsTheReaderInStep) {
   EXPECT_EQ(MM_MsgRawHeaders(umi), header.substr(0, kMailgetsMemoryCap));
   EXPECT_EQ(ReadFile(MM_MsgRawBodyToFile(umi)), "the body\r\n");
   EXPECT_EQ(ReadFile(MM_MsgRawHeadersToFile(umi)), header);
-}
-
-TEST_F(Mailgets, FileModeDecodesAndCountsTheDecodedBytes) {
-  const struct {
-    int encoding;
-    std::string in, out;
-  } cases[] = {{ENCBASE64, "aGVsbG8g\r\nd29ybGQ=", "hello world"},
-               {ENCQUOTEDPRINTABLE, "a=3Db=\r\nc\r\n", "a=bc\r\n"},
-               {ENC7BIT, "as =3D is\r\n", "as =3D is\r\n"}};
-  for (const auto& c : cases) {
-    ASSERT_EQ(MM_MailgetsToFile(), 1);
-    MM_MailgetsSetEncoding(c.encoding);
-    Reader r{c.in};
-    MailText* text = MM_Mailgets(Read, &r, c.in.size());
-    MM_MailgetsFileDone();
-    ASSERT_TRUE(text && text->kind == kTextFile);
-    EXPECT_EQ(text->size, c.out.size()) << c.encoding;
-    EXPECT_EQ(ReadFile(text->data), c.out) << c.encoding;
-    mail_free_text(&text);
-  }
-  MM_MailgetsSetEncoding(0);
-  EXPECT_EQ(TempFiles(), 0u) << "each text owned its file";
-  ASSERT_EQ(MM_MailgetsToFile(), 1);
-  MM_MailgetsFileDone();
-  EXPECT_EQ(TempFiles(), 0u) << "a file that no data came to goes";
-  MM_MailgetsToMemory();
 }
 
 MailText* g_inner = reinterpret_cast<MailText*>(1);

@@ -15,15 +15,11 @@
 
 namespace fs = std::filesystem;
 
-namespace {
-int WantAll(ModelEvent* ev, void*) { return ev->type != E_OPTION_CHANGED; }
-}  // namespace
-
 void ModelTest::Record(ModelEvent* ev, void* self) {
   auto* t = static_cast<ModelTest*>(self);
   auto text = [](const char* s) { return std::string(s ? s : ""); };
-  t->seen_.push_back(Seen{ev->type, ev->umi, ev->ms, ev->folder, ev->value, ev->from_ms, ev->to_ms,
-                          ev->umi ? MM_UMIMsgno(ev->umi) : 0, text(ev->name), text(ev->old_name), text(ev->new_name)});
+  t->seen_.push_back(Seen{ev->type, ev->umi, ev->value, ev->to_ms, ev->umi ? MM_UMIMsgno(ev->umi) : 0,
+                          text(ev->name), text(ev->old_name), text(ev->new_name)});
   if (t->on_event_) t->on_event_(*ev);
 }
 
@@ -56,7 +52,7 @@ void ModelTest::SetUp() {
   local_ = MM_MSNew(1);
   ASSERT_NE(local_, INVALID_SERVICE);
   // After the model's own notifier, as a window's would be.
-  MM_NotRegister(WantAll, Record, this, "recorder");
+  MM_NotRegister([](ModelEvent* ev, void*) { return int{ev->type != E_OPTION_CHANGED}; }, Record, this, "test");
 }
 
 void ModelTest::TearDown() {
@@ -76,8 +72,8 @@ void ModelTest::TearDown() {
 
 std::string Numbered(int i) {
   const std::string n = std::to_string(i);
-  return "From: a" + n + "@example.org\r\nSubject: message " + n + "\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\n\r\nbody " +
-         n + "\r\n";
+  return "From: a" + n + "@example.org\r\nSubject: message " + n +
+         "\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\n\r\nbody " + n + "\r\n";
 }
 
 void Append(const std::string& folder, const std::string& raw) {
@@ -87,21 +83,15 @@ void Append(const std::string& folder, const std::string& raw) {
   ASSERT_TRUE(mail_append(nullptr, folder.c_str(), nullptr, nullptr, &source)) << folder;
 }
 
-void MakeFolder(const std::string& name, int n) {
-  ASSERT_TRUE(mail_create(nullptr, name.c_str())) << name;
-  for (int i = 1; i <= n; ++i) Append(name, Numbered(i));
-}
-
 void MakeFolder(const std::string& name, const std::vector<std::string>& raws) {
   ASSERT_TRUE(mail_create(nullptr, name.c_str())) << name;
   for (const std::string& raw : raws) Append(name, raw);
 }
 
-int ModelTest::Reopen(int id) {
-  const std::string name = MM_FolGetName(id);
-  const int ms = MM_FolGetService(id);
-  MM_FolClose(id, 1);
-  return MM_FolOpen(ms, name.c_str());
+void MakeFolder(const std::string& name, int n) {
+  std::vector<std::string> raws;
+  for (int i = 1; i <= n; ++i) raws.push_back(Numbered(i));
+  MakeFolder(name, raws);
 }
 
 long CountOnDisk(const std::string& name) {
@@ -112,25 +102,6 @@ long CountOnDisk(const std::string& name) {
   return n;
 }
 
-void ModelTest::WithTaskWindow(const std::function<void()>& fn) {
-  xvt_test_set_run_hook(fn);
-  xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, nullptr);
-  xvt_test_set_run_hook(nullptr);
-}
-
-std::vector<int> ModelTest::Types(const std::vector<int>& only) const {
-  std::vector<int> out;
-  for (const Seen& e : seen_)
-    if (only.empty() || std::find(only.begin(), only.end(), e.type) != only.end()) out.push_back(e.type);
-  return out;
-}
-
-std::vector<int> ModelTest::TakeTypes() {
-  std::vector<int> out = Types();
-  seen_.clear();
-  return out;
-}
-
 std::string Subject(UMI umi) { return MM_MsgHeaderContent(umi, "Subject").value_or("(none)"); }
 
 std::string ReadFile(const std::string& path) {
@@ -139,13 +110,23 @@ std::string ReadFile(const std::string& path) {
   return ss.str();
 }
 
-bool ModelTest::Traced(const std::string& text) const {
-  return ReadFile(home_ + "/debug.txt").find(text) != std::string::npos;
-}
-
-std::string ModelTest::Posts() {
+std::string Posts() {
   std::string out;
   for (const XvtPost& p : xvt_test_posts()) out += p.kind + ": " + p.text + "\n";
+  return out;
+}
+
+int ModelTest::Reopen(int id) {
+  const std::string name = MM_FolGetName(id);
+  const int ms = MM_FolGetService(id);
+  MM_FolClose(id, 1);
+  return MM_FolOpen(ms, name.c_str());
+}
+
+std::vector<int> ModelTest::Types(const std::vector<int>& only) const {
+  std::vector<int> out;
+  for (const Seen& e : seen_)
+    if (only.empty() || std::find(only.begin(), only.end(), e.type) != only.end()) out.push_back(e.type);
   return out;
 }
 

@@ -50,20 +50,16 @@ std::string Desc(const BodyPart* b) { return !b ? "(null)" : b->description ? b-
 
 class Sections : public ModelTest {
  protected:
-  UMI Open(const std::vector<std::string>& raws, unsigned long n = 1) {
+  UMI Open(const std::vector<std::string>& raws) {
     MakeFolder("f", raws);
-    return MM_UMIFromMsgno(MM_FolOpen(local_, "f"), n);
+    return MM_UMIFromMsgno(MM_FolOpen(local_, "f"), 1);
   }
 };
 
 TEST_F(Sections, WalkByDottedNamesThroughNestedMessages) {
   const UMI umi = Open({Nested(), "Subject: single\r\nContent-Description: the only part\r\n\r\nonly\r\n"});
   const UMI single = MM_UMIFromMsgno(MM_UMIFolder(umi), 2);
-  const struct {
-    UMI umi;
-    const char* section;
-    const char* want;
-  } cases[] = {
+  const struct { UMI umi; const char* section; const char* want; } cases[] = {
       {umi, "1", "outer text"},      {umi, "2", "middle message"}, {umi, "2.1", "middle text"},
       {umi, "2.2.1", "inner text"},  // the embedded single part ends the walk
       {umi, "2.2.7", "inner text"},  {umi, "2.9", "middle message"},  // past the children: where the walk stood
@@ -90,7 +86,6 @@ TEST_F(Sections, ShadowMessagesAreReusedAndReadLikeMessages) {
   ASSERT_EQ(MM_MsgShadowSubMessage(umi, "2", &middle), 1);
   ASSERT_EQ(MM_MsgShadowSubMessage(umi, "2", &again), 1);
   EXPECT_EQ(middle, again);
-  EXPECT_TRUE(MM_MsgIsShadowMessage(middle));
   EXPECT_EQ(MM_UMIMsgno(middle), 1u);
   EXPECT_EQ(MM_MsgShadowSubMessage(umi, "1.1", &again), 0);
   EXPECT_EQ(again, 0u);
@@ -106,7 +101,6 @@ TEST_F(Sections, ShadowMessagesAreReusedAndReadLikeMessages) {
   ASSERT_EQ(MM_MsgShadowSubMessage(middle, "2", &inner), 1);
   ASSERT_EQ(MM_MsgShadowSubMessage(umi, "2.2", &inner_again), 1);
   EXPECT_EQ(inner, inner_again);
-  EXPECT_NE(inner, middle);
   const std::string inner_file = MM_MsgToFile(inner);
   EXPECT_EQ(ReadFile(inner_file), AsPart(kInner));
   const std::string header = kInner.substr(0, kInner.find("\r\n\r\n") + 4);
@@ -155,10 +149,8 @@ TEST_F(Sections, FullShadowTableSweepsRoundAndNeverUsesSlotZero) {
 
 TEST_F(Sections, EncodedSectionsAreDecodedIntoFiles) {
   const UMI umi = Open({Nested()});
-  const struct {
-    const char* section;
-    std::string want;
-  } cases[] = {{"3", Binary()}, {"4", "caf\xE9 cr=me softbreak"}, {"1", "outer text"}};
+  const struct { const char* section; std::string want; } cases[] = {
+      {"3", Binary()}, {"4", "caf\xE9 cr=me softbreak"}, {"1", "outer text"}};
   for (const auto& c : cases) {
     const std::string file = MM_MsgSectionContentToFile(umi, c.section);
     EXPECT_EQ(ReadFile(file), c.want) << c.section;
@@ -207,9 +199,8 @@ TEST_F(Sections, MimeTreeHasOneNodePerPartAndDeletesItsFiles) {
     auto* info = static_cast<AttachInfo*>(c->data);
     parts += info->section + " " + info->major + " " + std::to_string(info->kind) + " " + info->file_name + ";";
   }
-  EXPECT_EQ(parts, "1 TEXT " + std::to_string(kAttachOther) + " ;2 MESSAGE " + std::to_string(kAttachRfc822) +
-                       " ;3 APPLICATION " + std::to_string(kAttachOther) + " data.bin;4 TEXT " +
-                       std::to_string(kAttachOther) + " ;");
+  // Kinds: 0 other, 9 a message.
+  EXPECT_EQ(parts, "1 TEXT 0 ;2 MESSAGE 9 ;3 APPLICATION 0 data.bin;4 TEXT 0 ;");
   const std::string temp = MM_MsgSectionContentToFile(umi, "3");
   static_cast<AttachInfo*>(mtree_first_child(top)->data)->temp_files.push_back(temp);
   DeleteMtree(root);
