@@ -22,19 +22,16 @@ TEST_F(FolderOps, CreateRenameSubscribeDeleteInOrder) {
   EXPECT_EQ(seen_.at(0).name, "Work");
   EXPECT_EQ(MM_FolCreate(local_, "Work", 0), 0) << "it exists already";
   EXPECT_EQ(MM_FolDelimiter(local_, "Work"), '\\');
-
   ASSERT_EQ(MM_FolRename(local_, "Work", "Play", 0), 1);
   EXPECT_EQ(CountOnDisk("Work"), -1);
   EXPECT_EQ(CountOnDisk("Play"), 0);
   EXPECT_TRUE(Subscribed(local_, "Play")) << "the subscription follows the name";
   EXPECT_FALSE(Subscribed(local_, "Work"));
   EXPECT_EQ(seen_.back().old_name + ">" + seen_.back().new_name, "Work>Play");
-
   EXPECT_EQ(MM_FolSubscribe(local_, "Play", 0), 1);
   EXPECT_FALSE(Subscribed(local_, "Play")) << "a cached listing of subscriptions must not answer";
   EXPECT_EQ(MM_FolSubscribe(local_, "Play", 1), 1);
   EXPECT_EQ(MM_FolSubscribe(local_, "", 1), 0);
-
   ASSERT_NE(MM_FolOpen(local_, "Play"), INVALID_FOLDER);
   ASSERT_EQ(MM_FolDelete(local_, "Play"), 1);
   EXPECT_EQ(CountOnDisk("Play"), -1);
@@ -62,7 +59,6 @@ TEST_F(FolderOps, FailuresLoseNothing) {
   // skip_server renames only the model's view and the subscription.
   EXPECT_EQ(MM_FolRename(local_, "A", "C", 1), 1);
   EXPECT_EQ(CountOnDisk("A"), 1);
-  xvt_test_clear_posts();
 }
 
 TEST_F(FolderOps, CopyAndMoveContents) {
@@ -134,7 +130,6 @@ TEST_F(FolderOps, CopyProgressBar) {
     EXPECT_EQ(bar == 12, messages == 11) << messages;
     EXPECT_EQ(pos, messages == 11 ? 10 : 0) << "moved every fifth message, and only on a counted bar";
     EXPECT_NE(Posts().find("progress: Velmar: Transferring folder contents ..."), std::string::npos);
-    EXPECT_EQ(CountOnDisk(name + "c"), messages);
   }
 }
 

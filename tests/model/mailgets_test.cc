@@ -7,10 +7,7 @@
 
 namespace {
 
-struct Reader {
-  std::string data;
-  size_t pos = 0;
-};
+struct Reader { std::string data; size_t pos = 0; };
 
 long Read(void* handle, unsigned long size, char* buffer) {
   auto* r = static_cast<Reader*>(handle);
@@ -23,7 +20,6 @@ long Read(void* handle, unsigned long size, char* buffer) {
 using Mailgets = ModelTest;
 
 TEST_F(Mailgets, MemoryModeCutsAt65000AndKeepsTheReaderInStep) {
-  MM_MailgetsToMemory();
   for (const auto& [size, kept] : {std::pair{0, 0}, {65000, 65000}, {65001, 65000}, {200000, 65000}}) {
     std::string data;
     for (int i = 0; i < size; ++i) data.push_back(static_cast<char>('a' + (i * 7) % 26));
@@ -34,7 +30,6 @@ TEST_F(Mailgets, MemoryModeCutsAt65000AndKeepsTheReaderInStep) {
     EXPECT_EQ(r.data.substr(r.pos), "NEXT") << size << ": what follows is read right";
     mail_free_text(&text);
   }
-
   // Through the model: the header in memory is cut, the files are whole.
   const std::string header = "From: a@example.org\r\nX-Big: " + std::string(70000, 'h') + "\r\n\r\n";
   MakeFolder("big", {header + "the body\r\n"});
@@ -44,21 +39,18 @@ TEST_F(Mailgets, MemoryModeCutsAt65000AndKeepsTheReaderInStep) {
   EXPECT_EQ(ReadFile(MM_MsgRawHeadersToFile(umi)), header);
 }
 
-MailText* g_inner = reinterpret_cast<MailText*>(1);
-
 TEST_F(Mailgets, AFetchInsideAFetchIsRefused) {
-  MM_MailgetsToMemory();
+  static MailText* inner = reinterpret_cast<MailText*>(1);
   Reader r{"outer"};
   MailText* text = MM_Mailgets(
       [](void* handle, unsigned long size, char* buffer) {
-        Reader inner{"inner"};
-        g_inner = MM_Mailgets(Read, &inner, 5);
+        Reader nested{"inner"};
+        inner = MM_Mailgets(Read, &nested, 5);
         return Read(handle, size, buffer);
       },
       &r, 5);
-  ASSERT_NE(text, nullptr);
   EXPECT_EQ(std::string(text->data, text->size), "outer");
-  EXPECT_EQ(g_inner, nullptr);
+  EXPECT_EQ(inner, nullptr);
   mail_free_text(&text);
 }
 

@@ -15,14 +15,6 @@
 
 namespace fs = std::filesystem;
 
-void ModelTest::Record(ModelEvent* ev, void* self) {
-  auto* t = static_cast<ModelTest*>(self);
-  auto text = [](const char* s) { return std::string(s ? s : ""); };
-  t->seen_.push_back(Seen{ev->type, ev->umi, ev->value, ev->to_ms, ev->umi ? MM_UMIMsgno(ev->umi) : 0,
-                          text(ev->name), text(ev->old_name), text(ev->new_name)});
-  if (t->on_event_) t->on_event_(*ev);
-}
-
 void ModelTest::SetUp() {
   char tmpl[] = "/tmp/velmar-model-XXXXXX";
   ASSERT_NE(mkdtemp(tmpl), nullptr);
@@ -52,7 +44,14 @@ void ModelTest::SetUp() {
   local_ = MM_MSNew(1);
   ASSERT_NE(local_, INVALID_SERVICE);
   // After the model's own notifier, as a window's would be.
-  MM_NotRegister([](ModelEvent* ev, void*) { return int{ev->type != E_OPTION_CHANGED}; }, Record, this, "test");
+  auto record = [](ModelEvent* ev, void* self) {
+    auto* t = static_cast<ModelTest*>(self);
+    auto text = [](const char* s) { return std::string(s ? s : ""); };
+    t->seen_.push_back(Seen{ev->type, ev->value, ev->to_ms, ev->umi, ev->umi ? MM_UMIMsgno(ev->umi) : 0,
+                            text(ev->name), text(ev->old_name), text(ev->new_name)});
+    if (t->on_event_) t->on_event_(*ev);
+  };
+  MM_NotRegister([](ModelEvent* ev, void*) { return int{ev->type != E_OPTION_CHANGED}; }, record, this, "test");
 }
 
 void ModelTest::TearDown() {
@@ -114,13 +113,6 @@ std::string Posts() {
   std::string out;
   for (const XvtPost& p : xvt_test_posts()) out += p.kind + ": " + p.text + "\n";
   return out;
-}
-
-int ModelTest::Reopen(int id) {
-  const std::string name = MM_FolGetName(id);
-  const int ms = MM_FolGetService(id);
-  MM_FolClose(id, 1);
-  return MM_FolOpen(ms, name.c_str());
 }
 
 std::vector<int> ModelTest::Types(const std::vector<int>& only) const {

@@ -27,9 +27,8 @@ std::string Posts();
 
 // One model event as the recorder saw it; borrowed names are copied.
 struct Seen {
-  int type;
+  int type, value, to_ms;
   UMI umi;
-  int value, to_ms;
   unsigned long msgno;  // MM_UMIMsgno(umi) while the event was posted
   std::string name, old_name, new_name;
 };
@@ -39,7 +38,6 @@ class ModelTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  static int Reopen(int id);  // closes every use of the folder and opens it again
   // The recorded event types, keeping only those in `only` (all if empty).
   std::vector<int> Types(const std::vector<int>& only = {}) const;
   bool Traced(const std::string& text) const { return ReadFile(home_ + "/debug.txt").find(text) != std::string::npos; }
@@ -50,7 +48,4 @@ class ModelTest : public ::testing::Test {
   std::vector<Seen> seen_;
   std::function<void(const ModelEvent&)> on_event_;  // runs as each event is posted
   std::vector<std::string> unexpected_;
-
- private:
-  static void Record(ModelEvent* ev, void* self);
 };

@@ -23,7 +23,7 @@ std::string AsPart(const std::string& text) { return text.substr(0, text.size() 
 
 std::string Binary() {
   std::string b;
-  for (unsigned v = 12345; b.size() < 3000;) b.push_back(static_cast<char>((v = v * 1103515245u + 12345u) >> 16));
+  for (int i = 0; i < 3000; ++i) b.push_back(static_cast<char>(i * 131 % 251));
   return b;
 }
 
@@ -89,14 +89,12 @@ TEST_F(Sections, ShadowMessagesAreReusedAndReadLikeMessages) {
   EXPECT_EQ(MM_UMIMsgno(middle), 1u);
   EXPECT_EQ(MM_MsgShadowSubMessage(umi, "1.1", &again), 0);
   EXPECT_EQ(again, 0u);
-
   EXPECT_EQ(MM_UMISectionName(middle, "2"), "2.2");
   EXPECT_EQ(Subject(middle), "middle");
   EXPECT_EQ(MM_MsgShadowUmiMinorType(middle), kAttachMixed);
   EXPECT_EQ(Desc(MM_MsgSectionBody(middle, "1")), "middle text");
   EXPECT_EQ(MM_MsgSize(middle), AsPart(kMiddle).size());
   EXPECT_EQ(ReadFile(MM_MsgToFile(middle)), AsPart(kMiddle));
-
   // A message in the shadow is the same shadow as the one asked from the top.
   ASSERT_EQ(MM_MsgShadowSubMessage(middle, "2", &inner), 1);
   ASSERT_EQ(MM_MsgShadowSubMessage(umi, "2.2", &inner_again), 1);
@@ -111,7 +109,6 @@ TEST_F(Sections, ShadowMessagesAreReusedAndReadLikeMessages) {
   std::remove(inner_file.c_str());  // a caller's file is its own
   EXPECT_EQ(ReadFile(MM_MsgToFile(inner)), AsPart(kInner));
   EXPECT_EQ(MM_MsgMove(middle, local_, "elsewhere"), 0) << "a shadow can't be moved";
-
   seen_.clear();
   MM_MsgReleaseShadowMessage(middle);
   MM_MsgReleaseShadowMessage(middle);  // the slot no longer holds it
@@ -163,7 +160,6 @@ TEST_F(Sections, EncodedSectionsAreDecodedIntoFiles) {
   }
   EXPECT_GT(MM_MsgSectionSize(umi, "3"), Binary().size()) << "the structure counts the encoded text";
   EXPECT_EQ(ReadFile(MM_MsgIPMContentToFile(umi)), "outer text");
-
   // A part cached in a file that went away is fetched again.
   ASSERT_EQ(MM_MailgetsToFile(), 1);
   MM_MailgetsSetEncoding(ENCBASE64);
@@ -173,7 +169,6 @@ TEST_F(Sections, EncodedSectionsAreDecodedIntoFiles) {
   ASSERT_TRUE(text && text->kind == kTextFile);
   ASSERT_EQ(std::remove(text->data), 0);
   EXPECT_EQ(ReadFile(MM_MsgSectionContentToFile(umi, "3")), Binary());
-
   // An unwritable target: the user is told, and no file or progress stays.
   xvt_test_clear_posts();
   const size_t before = TempFiles();

@@ -35,7 +35,7 @@ TEST(SplitPrefixes, Table) {
       {"Mail/;News/", "Mail/Drafts", {"Mail/Drafts", "News/Mail/Drafts"}},  // already under one
       {"Mail/,Mail/", "*", {"Mail/*"}},                                     // one pattern is listed once
       {"Mail/;News/", "iNbOx", {"iNbOx"}},
-      {many.c_str(), "*", {}},  // at most 50 prefixes count
+      {many.c_str(), "*", {}},  // of 60 prefixes only 50 count (the size is checked)
   };
   for (const auto& r : rows) {
     Names got;
@@ -87,7 +87,6 @@ TEST_F(Services, TypesStreamNamesAndCanonicalNames) {
   EXPECT_STREQ(MM_MSGetTypedescByType(4), "Internet (POP3) Folders");
   EXPECT_STREQ(MM_MSGetTypedescByType(0), "");
   EXPECT_STREQ(MM_MSGetTypenameByType(7), "local");
-
   const struct { const char* type; const char* host; const char* port; const char* name; } names[] = {
       {"imap", "mail.example.org", "", "{mail.example.org/service=imap2:143}"},
       {"imap", "mail.example.org", "1143", "{mail.example.org/service=imap2:1143}"},
@@ -106,7 +105,6 @@ TEST_F(Services, TypesStreamNamesAndCanonicalNames) {
     EXPECT_EQ(name, n.name) << n.type;
     MM_MSDestroy(id);
   }
-
   SetOption(2, "Type", "imap");
   SetOption(2, "Hostname", "h");
   SetOption(2, "Name", "Home");
@@ -147,7 +145,6 @@ TEST_F(Services, ListingCacheHitMissAndDamage) {
   const std::string file = ms->list_cache.at(0).file;
   EXPECT_EQ(ReadFile(file), "\\\tfalse\tfalse\ttrue\tAlpha\n");
   EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
-
   MakeFolder("Beta", 0);
   ASSERT_EQ(MM_MSFindFol(local_, "*", 1, &list), 1);
   EXPECT_EQ(NamesOf(list), Names({"Alpha"})) << "a hit must not reach the driver";
@@ -155,7 +152,6 @@ TEST_F(Services, ListingCacheHitMissAndDamage) {
   EXPECT_EQ(NamesOf(list), Names({"Beta"}));
   ASSERT_EQ(MM_MSFindFol(local_, "*", 0, &list), 1);  // so are the subscribed ones
   EXPECT_TRUE(list.empty());
-
   // A damaged file sends this listing to the driver and empties the cache.
   std::ofstream(file, std::ios::trunc) << "?\ttrue\n";
   ASSERT_EQ(MM_MSFindFol(local_, "*", 1, &list), 1);
@@ -164,17 +160,14 @@ TEST_F(Services, ListingCacheHitMissAndDamage) {
   ASSERT_EQ(MM_MSFindFol(local_, "*", 1, &list), 1);
   EXPECT_EQ(NamesOf(list), Names({"Alpha", "Beta", "Gamma"}));
   EXPECT_FALSE(fs::exists(file));
-
   fs::remove(ms->list_cache.back().file);  // a vanished file is a miss
   MakeFolder("Delta", 0);
   ASSERT_EQ(MM_MSFindFol(local_, "*", 1, &list), 1);
   EXPECT_EQ(list.size(), 4u);
-
   const std::string last = ms->list_cache.back().file;
   MM_MSClose(local_);
   EXPECT_FALSE(fs::exists(last)) << "closing the service deletes its cache files";
   EXPECT_EQ(ms->listed, 0);
-
   // Folder locations narrow what is listed.
   MakeFolder("Mail", 0);
   MakeFolder("Mail\\Drafts", 0);
@@ -185,8 +178,9 @@ TEST_F(Services, ListingCacheHitMissAndDamage) {
 }
 
 // A listing tells the user when no stream could be had, unless the type
-// has nothing to list.
-TEST_F(Services, StreamsByType) {
+// has nothing to list; the rights and quota calls always do, and leave
+// nothing behind.
+TEST_F(Services, WithoutAStreamCallsSayWhy) {
   const struct { const char* type; const char* host; bool reports; } rows[] = {
       {"local", "", false}, {"p7", "x400.example.org", false}, {"imap", "", true}, {"nntp", "", true}};
   for (const auto& r : rows) {
@@ -206,6 +200,22 @@ TEST_F(Services, StreamsByType) {
   EXPECT_EQ(MM_MSCapabilities(local_, &caps), 1);
   EXPECT_TRUE(caps & CAP_FOLDERS);
   EXPECT_EQ(MM_MSCapabilities(INVALID_SERVICE, &caps), 0);
+  long su = 5, sl = 5, mu = 5, ml = 5;
+  ACLList list = {{"left", 1}};
+  const std::function<int()> calls[] = {[&] { return MM_FolGetACLList(local_, "INBOX", &list); },
+                                        [&] { return MM_FolGetMyRights(local_, "INBOX", &list); },
+                                        [&] { return MM_FolAddACL(local_, "INBOX", "ann", kAclRead); },
+                                        [&] { return MM_FolDeleteACL(local_, "INBOX", "ann"); },
+                                        [&] { return MM_FolGetQuota(local_, "", &su, &sl, &mu, &ml); },
+                                        [&] { return MM_FolSetQuota(local_, "", 10, 10); }};
+  for (const auto& call : calls) {
+    xvt_test_clear_posts();
+    EXPECT_EQ(call(), 0);
+    EXPECT_EQ(Posts(), std::string("error: ") + ErrorText(2101) + "\n");
+  }
+  EXPECT_TRUE(list.empty());
+  EXPECT_EQ(su + sl + mu + ml, 0);
+  EXPECT_TRUE(g_acl_list == nullptr && g_quota == nullptr);
 }
 
 TEST_F(Services, DeleteRewritesIdList) {
@@ -250,27 +260,6 @@ TEST_F(Services, ChangedServiceAsks) {
     EXPECT_EQ(posts, r.posts) << round;
     if (r.listed) EXPECT_NE(xvt_test_posts().at(0).text.find("\"" + old_name + "\""), std::string::npos);
   }
-}
-
-// Without a stream each call reports message 2101 and leaves nothing.
-TEST_F(Services, RightsAndQuotaWithoutStream) {
-  long su = 5, sl = 5, mu = 5, ml = 5;
-  ACLList list = {{"left", 1}};
-  const std::function<int()> calls[] = {[&] { return MM_FolGetACLList(local_, "INBOX", &list); },
-                                        [&] { return MM_FolGetMyRights(local_, "INBOX", &list); },
-                                        [&] { return MM_FolAddACL(local_, "INBOX", "ann", kAclRead); },
-                                        [&] { return MM_FolDeleteACL(local_, "INBOX", "ann"); },
-                                        [&] { return MM_FolGetQuota(local_, "", &su, &sl, &mu, &ml); },
-                                        [&] { return MM_FolSetQuota(local_, "", 10, 10); }};
-  for (const auto& call : calls) {
-    xvt_test_clear_posts();
-    EXPECT_EQ(call(), 0);
-    EXPECT_EQ(Posts(), std::string("error: ") + ErrorText(2101) + "\n");
-  }
-  EXPECT_TRUE(list.empty());
-  EXPECT_EQ(su + sl + mu + ml, 0);
-  EXPECT_EQ(g_acl_list, nullptr);
-  EXPECT_EQ(g_quota, nullptr);
 }
 
 }  // namespace
