@@ -100,9 +100,10 @@ TEST_F(FolderOps, MoveBetweenServicesKeepsInboxes) {
     const std::vector<int> order = {E_NEWFOLDER, E_FOLDER_SUBSCRIBED, E_FOLDER_RENAMED, E_FOLDER_UNSUBSCRIBED,
                                     E_FOLDER_DELETED};
     EXPECT_EQ(Types(order), order);
+    std::string renamed;
     for (const Seen& e : seen_)
-      if (e.type == E_FOLDER_RENAMED) EXPECT_EQ(e.old_name + ">" + e.new_name + std::to_string(e.to_ms),
-                                                "Mail>moved-Mail" + std::to_string(second));
+      if (e.type == E_FOLDER_RENAMED) renamed += e.old_name + ">" + e.new_name + " to " + std::to_string(e.to_ms);
+    EXPECT_EQ(renamed, "Mail>moved-Mail to " + std::to_string(second));
   }
 }
 
