@@ -3,6 +3,8 @@
 
 #include "c-client/core/mail.h"
 
+struct TcpStream;
+
 MailStream* map_open(MailStream* stream);
 void map_close(MailStream* stream);
 void map_capabilities(MailStream* stream, long* word);
