@@ -319,6 +319,7 @@ void map_close(MailStream* stream) {
   ImapLocal* local = imap_local(stream);
   if (!local) return;
   if (Connected(local)) {
+    local->logging_out = true;
     ImapReply* r = imap_send(stream, "LOGOUT");
     if (r->key != "OK" && Connected(local)) Log(mail_format("Error in IMAP close: %.80s", r->text.c_str()), 1);
   }

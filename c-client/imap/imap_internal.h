@@ -63,6 +63,7 @@ struct ImapLocal {
   bool starttls = false;        // the server offers STARTTLS
   bool logindisabled = false;   // the server refuses LOGIN on this connection
   bool bboard = false;
+  bool logging_out = false;     // the server's BYE now is the expected answer
   NetMailbox net{};             // the name the stream was opened with
   std::string host;             // "{...}" part of canonical names, switches kept
   // Reading ahead: where the last structure fetch ended and how big it was,

@@ -250,7 +250,7 @@ void imap_parse_unsolicited(MailStream* stream, ImapReply* reply) {
   } else if (key == "CAPABILITY") {
     imap_parse_capabilities(stream, reply->text);
   } else if (key == "BYE") {
-    if (!stream->silent) mm_notify(stream, reply->text.c_str(), 4);
+    if (!stream->silent && !local->logging_out) mm_notify(stream, reply->text.c_str(), 4);
   } else if (key == "OK" || key == "NO" || key == "BAD") {
     if (!reply->text.empty() && reply->text[0] == '[') {
       imap_parse_response_code(stream, reply->text);

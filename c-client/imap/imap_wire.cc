@@ -141,7 +141,7 @@ ImapReply* imap_fake(MailStream* stream, const char* tag, const char* text) {
   }
   local->reply.line = mail_format("%s NO %s", tag && *tag ? tag : "NOTAG", text);
   Split(&local->reply);
-  if (!stream->silent) mm_notify(stream, text, 4);
+  if (!stream->silent && !local->logging_out) mm_notify(stream, text, 4);
   return &local->reply;
 }
 

@@ -130,6 +130,8 @@ TEST_F(ImapPeer, OpensSelectExamineAndControlStreams) {
     EXPECT_EQ(word & (CAP_WORKS | CAP_FOLDERS | CAP_SUBSCRIBE | CAP_ACL | CAP_QUOTA | CAP_FOLDERS_FULL),
               CAP_WORKS | CAP_FOLDERS | CAP_SUBSCRIBE | CAP_ACL | CAP_QUOTA | CAP_FOLDERS_FULL);
     Close(s);
+    // The server's goodbye to our LOGOUT is no lost connection.
+    for (const std::string& n : EnvLines("notify", true)) EXPECT_EQ(n.find("@4"), std::string::npos) << n;
   }
   // A mailbox that does not exist fails the open and says why.
   mail_env_clear();
