@@ -120,12 +120,9 @@ bool imap_send_line(MailStream* stream, const std::string& line, const std::stri
 void imap_drop(MailStream* stream, const std::string& why);
 // Traces a protocol line under the debug flag.
 void imap_trace(MailStream* stream, const std::string& text);
-// Writes an argument as an atom, quoted string or literal: the part that
-// goes on the current line and, for a literal, the bytes that follow.
-enum class ImapQuoting { kFirst, kSecond };
-bool imap_needs_literal(const char* s);
 
 // --- Untagged replies and the fetch data (imap_untagged.cc, imap_parse.cc) --
+// Settings live in imap.cc, the fetch slots in imap_fetch.cc.
 
 // A reader over the current reply that can step over literals: after a
 // literal the next line is read and parsing goes on in it.
@@ -156,8 +153,6 @@ std::string imap_atom(ImapCursor& c);
 bool imap_string(ImapCursor& c, std::string* out, bool* nil);
 // Any value: atom, string or parenthesised list, stepped over.
 bool imap_skip_value(ImapCursor& c, int depth);
-
-// --- Fetching (imap_fetch.cc) -------------------------------------------------
 
 // The text of a literal or string value, through mail_gets.
 MailText* imap_text(ImapCursor& c);

@@ -113,8 +113,6 @@ void imap_trace(MailStream* stream, const std::string& text) {
   if (stream->debug) mm_dlog(text.c_str());
 }
 
-bool imap_needs_literal(const char* s) { return FormOf(s, false) == Form::kLiteral; }
-
 bool imap_key_is(const ImapReply* reply, const char* key) { return reply && reply->key == key; }
 
 bool imap_send_line(MailStream* stream, const std::string& line, const std::string& shown) {
