@@ -324,6 +324,8 @@ void map_close(MailStream* stream) {
     if (r->key != "OK" && Connected(local)) Log(mail_format("Error in IMAP close: %.80s", r->text.c_str()), 1);
   }
   FreeLocal(stream);
+  // The names of the user flags came from the server's FLAGS reply.
+  for (char*& flag : stream->user_flags) FS_GIVE(&flag);
   mail_gc(stream, GC_TEXTS);
 }
 
