@@ -12,6 +12,7 @@
 #include "c-client/core/plain_env.h"
 #include "c-client/imap/imap_slots.h"
 #include "c-client/net/tcp.h"
+#include "c-client/rfc822/strsrc.h"
 #include "tests/c-client/core/env_lines.h"
 #include "tests/c-client/imap/fake_imap_server.h"
 
@@ -386,6 +387,52 @@ TEST_F(ImapFake, StringsInRepliesAreUnescapedAndLiteralsRead) {
     Done(server);
     stream_ = mail_close(stream_);
   }
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ImapFake, OlderFormsOfAppendAclQuotaAndBulletinBoards) {
+  const std::string message = "Subject: x\r\n\r\nbody";
+  FakeImapServer server(Rev1Open(1) + Script{
+      // The older APPEND takes neither flags nor date: the text goes again, whole.
+      "C: $T APPEND Box (\\Seen) \"01-Feb-2020 10:11:12 +0000\" {18}", "S: + go", "C: Subject: x", "C: ", "C: body",
+      "S: $T BAD no flags here",
+      "C: $T APPEND Box {18}", "S: + go", "C: Subject: x", "C: ", "C: body", "S: $T OK [APPENDUID 1 2] done",
+      // ACL: the plain form, then the one with MAILBOX, then none at all.
+      "C: $T GETACL INBOX", "S: $T BAD what?",
+      "C: $T GETACL MAILBOX INBOX", "S: * ACL MAILBOX INBOX user lrs \"odd one\" lr", "S: $T OK done",
+      "C: $T SETACL MAILBOX INBOX bob \"\"", "S: $T BAD what?",
+      // Quota rows, and the standard SETQUOTA.
+      "C: $T GETQUOTAROOT INBOX", "S: * QUOTAROOT INBOX root",
+      "S: * QUOTA root (STORAGE 5 100 MESSAGE 2 10)", "S: $T OK done",
+      "C: $T SETQUOTA root (STORAGE 100 MESSAGE 10)", "S: $T OK done",
+      // Bulletin boards the IMAP2bis way.
+      "C: $T LSUB \"\" \"*\"", "S: $T BAD what?",
+      "C: $T FIND BBOARDS \"*\"", "S: * BBOARD news", "S: $T OK done",
+  });
+  ASSERT_NE(Open(server), nullptr) << server.mismatch();
+  StringSource source;
+  string_init(&source, &mail_string, const_cast<char*>(message.data()), message.size());
+  EXPECT_EQ(mail_append(stream_, server.Name("Box").c_str(), "(\\Seen)", "01-Feb-2020 10:11:12 +0000", &source), 1)
+      << EnvLogs(2);
+  EXPECT_EQ(mail_getacl(stream_, "INBOX"), 1);
+  EXPECT_EQ(EnvLines("acl"), (std::vector<std::string>{"INBOX user lrs", "INBOX odd one lr"}));
+  mail_env_clear();
+  EXPECT_EQ(mail_setacl(stream_, "INBOX", "bob", ""), 0);
+  EXPECT_TRUE(EnvSaid("log", "Server does not support mailbox ACL management."));
+  long word = 0;
+  mail_capabilities(stream_, &word);
+  EXPECT_EQ(word & CAP_ACL, 0);
+  EXPECT_EQ(mail_getquota(stream_, "INBOX"), 1);
+  EXPECT_EQ(EnvLines("quota"), (std::vector<std::string>{"STORAGE 5 100", "MESSAGE 2 10"}));
+  EXPECT_EQ(mail_setquota(stream_, "root", 100, 10), 1);
+  mail_env_clear();
+  mail_find_bboards(stream_, "*");
+  // (The test environment's record ends at the delimiter, which is none here.)
+  EXPECT_EQ(EnvLines("mailbox"), std::vector<std::string>{"{127.0.0.1:" + std::to_string(server.port()) + "/notls}news "});
+  Done(server);
 }
 
 }  // namespace
