@@ -363,6 +363,8 @@ TEST_F(ImapFake, StringsInRepliesAreUnescapedAndLiteralsRead) {
       {"{11}\r\nline\r\nbreak", "line\r\nbreak"},
       {"NIL", "(null)"},
       {"\"\"", ""},
+      // Over the limit of a string held in memory: read, dropped, NIL.
+      {"{1500000}\r\n" + std::string(1500000, 'x'), "(null)"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.subject);
