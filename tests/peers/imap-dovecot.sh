@@ -202,7 +202,9 @@ cmd_start() {
     write_config "$d" "$port" "$sslport"
     [[ $(id -u) -ne 0 ]] || chown -R "$MAIL_UID:$MAIL_GID" "$d/mail" "$d/state"
     : >"$d/log/dovecot.log"
-    "$DOVECOT" -F -c "$d/dovecot.conf" >>"$d/log/stdout.log" 2>&1 </dev/null &
+    # A process group of its own: the mail processes of live connections
+    # outlive the master, and stop ends them with it.
+    setsid "$DOVECOT" -F -c "$d/dovecot.conf" >>"$d/log/stdout.log" 2>&1 </dev/null &
     pid=$!
     echo "$pid" >"$d/dovecot.pid"
     local waited
@@ -264,6 +266,9 @@ cmd_stop() {
       echo "imap-dovecot.sh: dovecot $pid did not stop in 10 s; killing it" >&2
       kill -KILL "$pid" 2>/dev/null || true
     fi
+    # What is left of the group (the processes of open connections) goes too,
+    # so that a client sees the server go away.
+    kill -TERM -- "-$pid" 2>/dev/null || true
   fi
   rm -f "$d/dovecot.pid"
 }

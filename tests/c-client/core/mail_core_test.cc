@@ -483,9 +483,9 @@ TEST_F(MailCore, CallsReachTheRightDriver) {
 // prototypes.
 TEST_F(MailCore, StandInDriversRefuseEveryName) {
   mail_unlink_all();
-  for (MailDriver* d : {&imap2driver, &mhdriver, &dawzdriver}) mail_link(d);
+  for (MailDriver* d : {&mhdriver, &dawzdriver}) mail_link(d);
   mail_set_default_driver(&dawzdriver);
-  for (MailDriver* d : {&imap2driver, &dawzdriver})
+  for (MailDriver* d : {&dawzdriver})
     EXPECT_TRUE(d->open(nullptr) == d->prototype && d->prototype->driver == d && !d->valid("{host}INBOX")) << d->name;
   long no_auth = 1;
   EXPECT_EQ(mail_open(nullptr, "{host}INBOX", 0), nullptr);
