@@ -23,10 +23,21 @@ const char* Text(const char* s) { return s ? s : ""; }
 bool Muted(MailStream* stream) { return MM_Quiet() != 0 || (stream && stream->silent); }
 
 void AddListing(const char* name, char delimiter, const char* attributes) {
-  if (!g_listing || !name || !*name) return;
+  if (!g_listing || !name) return;
+  // Remote drivers report "{host}name"; the model keeps names relative to
+  // their service, as MM_FolOpen and the option keys take them.
+  if (*name == '{') {
+    if (const char* close = std::strchr(name, '}')) name = close + 1;
+  }
+  if (!*name) return;
   FolderListEntry entry;
   entry.name = name;
-  if (strcasecmp(name, "INBOX") == 0) entry.name = "INBOX";
+  if (strcasecmp(name, "INBOX") == 0) {
+    // The inbox is listed on its own before a "*" listing, which has it too.
+    for (const FolderListEntry& e : *g_listing)
+      if (e.name == "INBOX") return;
+    entry.name = "INBOX";
+  }
   entry.delimiter = delimiter;
   entry.flags = kFolderSelectable;
   // Attributes are words between blanks and parentheses.

@@ -2,11 +2,13 @@
 // notifier.
 #include "src/model/mm.h"
 
+#include "c-client/auth/auth.h"
 #include "c-client/mh/local_paths.h"
 #include "c-client/net/tcp.h"
 #include "src/base/errors.h"
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
+#include "src/model/login_dialog.h"
 #include "src/model/model_internal.h"
 #include "src/options/options.h"
 
@@ -109,6 +111,7 @@ int MM_Init() {
   mail_link(&dawzdriver);
   mail_gets = MM_Mailgets;
   tcp_set_hooks(&kTcpHooks);
+  AUTH_SetDialog(LoginDialogAsk);
   local_set_home(GetUserDir().c_str());
   MM_NotInit();
   g_quiet = 0;
@@ -135,6 +138,7 @@ void MM_Shutdown(int expunge) {
   }
   g_model_notifier = -1;
   tcp_set_hooks(nullptr);
+  AUTH_SetDialog(nullptr);
   MM_NotShutdown();
   MM_NotSetActive(false);
 }

@@ -1,0 +1,111 @@
+// The model over a real Dovecot: a service from the options, its listing,
+// a folder opened twice, flags, a server-side copy, a move and expunge,
+// and a server that goes away under an open folder.
+#include <unistd.h>
+
+#include <string>
+
+#include "c-client/net/tcp.h"
+#include "src/options/options.h"
+#include "tests/c-client/imap/dovecot_peer.h"
+#include "tests/model/model_fixture.h"
+
+namespace {
+
+using imap_test::Dovecot;
+
+class ModelImap : public ModelTest {
+ protected:
+  void SetUp() override {
+    ModelTest::SetUp();
+    ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
+    tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
+    const std::pair<const char*, std::string> options[] = {
+        {"Name", "Work"},          {"Type", "imap"},
+        {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
+        {"Userid", server_.env["USER"]},   {"Password", server_.env["PASSWORD"]},
+    };
+    for (const auto& [key, value] : options)
+      Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+    ms_ = MM_MSNew(2);
+  }
+  void TearDown() override {
+    ModelTest::TearDown();  // closes the streams while the server is there
+    tcp_tls_set_ca_file(nullptr);
+    server_.Remove();
+  }
+
+  Dovecot server_;
+  int ms_ = INVALID_SERVICE;
+};
+
+TEST_F(ModelImap, FoldersMessagesFlagsCopiesAndADyingServer) {
+  server_.Seed(5, "INBOX");
+  FolderList list;
+  ASSERT_TRUE(MM_FolCreate(ms_, "Archive", 1));
+  ASSERT_TRUE(MM_MSFindFol(ms_, "*", 1, &list));
+  std::string names;
+  for (const FolderListEntry& e : list) names += e.name + " ";
+  EXPECT_EQ(names, "INBOX Archive ");
+  EXPECT_TRUE(MM_MSFolIsSubscribed(ms_, "Archive"));
+
+  const int id = MM_FolOpen(ms_, "INBOX");
+  ASSERT_NE(id, INVALID_FOLDER) << Posts();
+  EXPECT_EQ(MM_FolOpen(ms_, "INBOX"), id);
+  ASSERT_EQ(MM_FolGetNumMsgs(id), 5);
+  for (unsigned long n = 1; n <= 5; ++n)
+    EXPECT_EQ(Subject(MM_UMIFromMsgno(id, n)), "Seeded message " + std::to_string(n));
+
+  // Flags travel to the server and come back as events in order.
+  const UMI first = MM_UMIFromMsgno(id, 1);
+  seen_.clear();
+  for (const char* flag : {"\\Seen", "\\Flagged", "\\Answered"}) {
+    EXPECT_TRUE(MM_MsgSetFlag(first, flag));
+    EXPECT_TRUE(MM_MsgClearFlag(first, flag));
+  }
+  EXPECT_EQ(Types(), (std::vector<int>{E_SEEN_FLAG_SET, E_SEEN_FLAG_CLEARED, E_FLAGGED_FLAG_SET,
+                                       E_FLAGGED_FLAG_CLEARED, E_ANSWERED_FLAG_SET, E_ANSWERED_FLAG_CLEARED}));
+  // A search on the server counts what the flags say.
+  EXPECT_TRUE(MM_MsgSetFlag(first, "\\Seen"));
+  long read = 0;
+  for (unsigned long n = 1; n <= 5; ++n) read += MM_MsgIsRead(MM_UMIFromMsgno(id, n));
+  EXPECT_EQ(MM_FolGetNumReadMsgs(id), read);
+
+  // A copy inside the service stays on the server; a move leaves the
+  // source deleted, and the expunge takes it out under our UMIs.
+  const UMI third = MM_UMIFromMsgno(id, 3), fourth = MM_UMIFromMsgno(id, 4);
+  EXPECT_TRUE(MM_MsgCopy(MM_UMIFromMsgno(id, 2), ms_, "Archive"));
+  EXPECT_TRUE(MM_MsgMove(third, ms_, "Archive"));
+  EXPECT_TRUE(MM_MsgIsDeleted(third));
+  EXPECT_TRUE(MM_NeedsExpunge());
+  seen_.clear();
+  EXPECT_TRUE(MM_FolExpunge(id));
+  EXPECT_EQ(Types({E_MSG_EXPUNGED}), (std::vector<int>{E_MSG_EXPUNGED}));
+  EXPECT_EQ(seen_[0].umi, third);
+  EXPECT_EQ(MM_UMIMsgno(fourth), 3u);
+  const int archive = MM_FolOpen(ms_, "Archive");
+  EXPECT_EQ(MM_FolGetNumMsgs(archive), 2);
+  EXPECT_EQ(Subject(MM_UMIFromMsgno(archive, 2)), "Seeded message 3");
+
+  // The server goes away: checks fail quietly, the windows hear of it once,
+  // and every handle they hold reads nothing from then on.
+  server_.Stop();
+  int alive = 1;
+  for (int i = 0; i < 50 && alive; ++i) {
+    alive = MM_FolCheckNewMail(id, 0);
+    if (alive) usleep(100000);
+  }
+  EXPECT_EQ(alive, 0);
+  seen_.clear();
+  EXPECT_EQ(MM_FolStream(id), nullptr);
+  EXPECT_EQ(MM_FolStream(id), nullptr);
+  EXPECT_EQ(Types(), (std::vector<int>{E_FOLDER_STREAM_DIED}));
+  EXPECT_EQ(MM_MsgIsRead(first), 0);
+  EXPECT_EQ(Subject(fourth), "(none)");
+  EXPECT_FALSE(MM_MsgSetFlag(fourth, "\\Seen"));
+  EXPECT_EQ(MM_FolGetNumMsgsOnStream(id), 0);
+  MM_FolClose(id, 1);
+  EXPECT_FALSE(MM_FolStreamValid(id));
+}
+
+}  // namespace
