@@ -525,7 +525,11 @@ bool BodyContents(MailStream* stream, ImapCursor& c, const Target& t, unsigned l
     return false;
   }
   MailText* text = imap_text(c);
-  if (c.failed) return false;
+  if (c.failed) {
+    // The text came whole, but the line after it broke off.
+    mail_free_text(&text);
+    return false;
+  }
   if (section.empty() || section.find_first_not_of("0123456789.") != std::string::npos) {
     // Whole-message sections land where the header and text go.
     if (section == "HEADER" && t.header && !*t.header) {
