@@ -31,68 +31,56 @@ void Reverse(T** list) {
   *list = done;
 }
 
-void ReverseEnvelope(Envelope* env) {
+void ReverseAll(Envelope* env) {
   for (MailAddress** a : {&env->return_path, &env->from, &env->sender, &env->reply_to, &env->to, &env->cc, &env->bcc})
     Reverse(a);
   Reverse(&env->extra_headers);
 }
 
 // Parts are not a reversed list: they keep their order through the cache.
-void ReverseBody(BodyPart* body) {
+void ReverseAll(BodyPart* body) {
   Reverse(&body->parameter);
-  for (BodyPartNode* n = body->parts; n; n = n->next) ReverseBody(&n->body);
-  if (body->msg_env) ReverseEnvelope(body->msg_env);
-  if (body->msg_body) ReverseBody(body->msg_body);
+  for (BodyPartNode* n = body->parts; n; n = n->next) ReverseAll(&n->body);
+  if (body->msg_env) ReverseAll(body->msg_env);
+  if (body->msg_body) ReverseAll(body->msg_body);
 }
 
 const uint8_t* U(const std::string& s) { return reinterpret_cast<const uint8_t*>(s.data()); }
 
-// Returns where the envelope ended, or null if it didn't read.
-const uint8_t* CheckEnvelope(const uint8_t* start, const uint8_t* end) {
+bool Decode(const uint8_t** p, const uint8_t* end, Envelope** e) { return mh_decode_envelope(p, end, e); }
+bool Decode(const uint8_t** p, const uint8_t* end, BodyPart** b) { return mh_decode_body(p, end, b); }
+std::string Encode(const Envelope* e) { return mh_encode_envelope(e); }
+std::string Encode(const BodyPart* b) { return mh_encode_body(b); }
+std::string Dump(const Envelope* e) { return DumpEnvelope(e); }
+std::string Dump(const BodyPart* b) { return DumpBody(b); }
+void Free(Envelope** e) { mail_free_envelope(e); }
+void Free(BodyPart** b) { mail_free_body(b); }
+
+// An envelope or a body read at start; returns where it ended, or null if
+// it didn't read.
+template <typename T>
+const uint8_t* CheckRecord(const uint8_t* start, const uint8_t* end) {
   const uint8_t* p = start;
-  Envelope* env = nullptr;
-  if (!mh_decode_envelope(&p, end, &env)) {
-    Check(!env && p == start);
+  T* first = nullptr;
+  if (!Decode(&p, end, &first)) {
+    Check(!first && p == start);
     return nullptr;
   }
-  Check(env && p > start && p <= end);
-  ReverseEnvelope(env);
-  const std::string bytes = mh_encode_envelope(env);
+  Check(first && p > start && p <= end);
+  ReverseAll(first);
+  const std::string bytes = Encode(first);
   Check(bytes.size() == static_cast<size_t>(p - start));
   const uint8_t* q = U(bytes);
-  Envelope* again = nullptr;
-  Check(mh_decode_envelope(&q, U(bytes) + bytes.size(), &again));
+  T* again = nullptr;
+  Check(Decode(&q, U(bytes) + bytes.size(), &again));
   Check(q == U(bytes) + bytes.size());
-  ReverseEnvelope(env);  // as first read
-  Check(DumpEnvelope(env) == DumpEnvelope(again));
-  ReverseEnvelope(again);
-  Check(mh_encode_envelope(again) == bytes);
-  mail_free_envelope(&env);
-  mail_free_envelope(&again);
+  ReverseAll(first);  // as first read
+  Check(Dump(first) == Dump(again));
+  ReverseAll(again);
+  Check(Encode(again) == bytes);
+  Free(&first);
+  Free(&again);
   return p;
-}
-
-void CheckBody(const uint8_t* start, const uint8_t* end) {
-  const uint8_t* p = start;
-  BodyPart* body = nullptr;
-  if (!mh_decode_body(&p, end, &body)) {
-    Check(!body && p == start);
-    return;
-  }
-  Check(body && p > start && p <= end);
-  ReverseBody(body);
-  const std::string bytes = mh_encode_body(body);
-  Check(bytes.size() == static_cast<size_t>(p - start));
-  const uint8_t* q = U(bytes);
-  BodyPart* again = nullptr;
-  Check(mh_decode_body(&q, U(bytes) + bytes.size(), &again));
-  Check(q == U(bytes) + bytes.size());
-  ReverseBody(body);
-  Check(DumpBody(body) == DumpBody(again));
-  ReverseBody(again);
-  Check(mh_encode_body(again) == bytes);
-  mail_free_body(&body);
-  mail_free_body(&again);
 }
 
 }  // namespace
@@ -105,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<uint8_t> copy(data, data + size);
   const uint8_t* start = copy.data();
   const uint8_t* end = start + size;
-  if (const uint8_t* after = CheckEnvelope(start, end)) CheckBody(after, end);
-  CheckBody(start, end);
+  if (const uint8_t* after = CheckRecord<Envelope>(start, end)) CheckRecord<BodyPart>(after, end);
+  CheckRecord<BodyPart>(start, end);
   return 0;
 }
