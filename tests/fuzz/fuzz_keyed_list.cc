@@ -12,12 +12,9 @@
 #include <string_view>
 
 #include "src/base/keyed_list.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-void Check(bool ok) {
-  if (!ok) std::abort();
-}
 
 void Free(Tcl_Obj* obj) {
   if (!obj) return;

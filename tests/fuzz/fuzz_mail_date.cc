@@ -8,12 +8,9 @@
 
 #include "c-client/core/plain_env.h"
 #include "c-client/rfc822/rfc822.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-void Check(bool ok) {
-  if (!ok) __builtin_trap();
-}
 
 const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 

@@ -8,12 +8,9 @@
 
 #include "c-client/core/mail.h"
 #include "c-client/core/plain_env.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-void Check(bool ok) {
-  if (!ok) std::abort();
-}
 
 MailDriver g_remote{};
 

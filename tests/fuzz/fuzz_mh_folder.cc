@@ -10,11 +10,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -25,14 +20,12 @@
 #include "c-client/core/mail_core.h"
 #include "c-client/mh/mh_names.h"
 #include "c-client/core/plain_env.h"
+#include "tests/c-client/core/records_dump.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-void Check(bool ok) {
-  if (!ok) __builtin_trap();
-}
 
 // The folder's messages: CRLF and bare LF, multipart, an enclosed message,
 // an empty file and a header without an end.
@@ -52,46 +45,12 @@ const std::map<uint32_t, std::string>& Messages() {
   return m;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteFile(const std::string& path, const uint8_t* data, size_t size) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-}
-
 const std::string& Home() {
-  static std::string home = [] {
-    // Memory-backed where there is such a place: the driver fsyncs.
-    std::string base = fs::exists("/dev/shm") ? "/dev/shm" : "/tmp";
-    std::string t = base + "/fuzz_mh_folder.XXXXXX";
-    Check(::mkdtemp(t.data()) != nullptr);
-    return t;
-  }();
-  static const bool cleaned_at_exit = [] { return std::atexit([] { fs::remove_all(Home()); }) == 0; }();
-  (void)cleaned_at_exit;
+  static const std::string home = ScratchDir("fuzz_mh_folder");
   return home;
 }
 
 uint16_t Length(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
-
-// Every leaf section of a body, as the model would ask for them.
-void Sections(const BodyPart* b, const std::string& prefix, int depth, std::vector<std::string>* out) {
-  if (out->size() > 64 || depth > 8) return;
-  if (b->type != TYPEMULTIPART) {
-    if (prefix.empty()) out->push_back("1");
-    return;
-  }
-  int k = 1;
-  for (const BodyPartNode* n = b->parts; n && k < 32; n = n->next, ++k) {
-    std::string name = prefix.empty() ? std::to_string(k) : prefix + "." + std::to_string(k);
-    if (n->body.type != TYPEMULTIPART) out->push_back(name);
-    if (n->body.type == TYPEMULTIPART) Sections(&n->body, name, depth + 1, out);
-    if (n->body.msg_body && n->body.msg_body->type == TYPEMULTIPART) Sections(n->body.msg_body, name, depth + 1, out);
-  }
-}
 
 void Deleted(MailStream* s, std::set<uint32_t>* numbers) {
   for (unsigned long i = 1; i <= s->nmsgs; ++i) {
@@ -116,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fs::remove_all(dir);
   fs::create_directories(dir);
   for (const auto& [number, text] : Messages())
-    WriteFile(dir + "/" + std::to_string(number), reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    WriteFile(dir + "/" + std::to_string(number), text.data(), text.size());
 
   // The three cache files from the input.
   const uint8_t present = data[0];
@@ -142,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       mail_fetchtext(s, i);
       if (!body) continue;
       std::vector<std::string> sections;
-      Sections(body, "", 0, &sections);
+      Sections(body, "", &sections);
       unsigned long length = 0;
       for (const std::string& section : sections) mail_fetchbody(s, i, section.c_str(), &length);
     }

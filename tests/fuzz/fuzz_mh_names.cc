@@ -11,14 +11,11 @@
 
 #include "c-client/mh/mh_names.h"
 #include "c-client/core/plain_env.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
 
 std::string g_root;
-
-void Check(bool ok) {
-  if (!ok) __builtin_trap();
-}
 
 // A clock that moves a second at each reading, so that making a name never
 // waits and the names made are the same in every run.
@@ -63,18 +60,14 @@ std::vector<std::pair<std::string, std::string>> Mapped(const std::vector<std::s
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static bool ready = [] {
-    char tmpl[] = "/tmp/velmar-fuzz-names-XXXXXX";
-    g_root = mkdtemp(tmpl);
+    g_root = ScratchDir("velmar-fuzz-names");
     mh_set_clock_for_test(StepClock);
     return true;
   }();
   (void)ready;
   if (size > 64 * 1024) return 0;
   const std::string file = g_root + "/mhname.dat";
-  FILE* f = std::fopen(file.c_str(), "wb");
-  if (!f) return 0;
-  if (size) std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  WriteFile(file, data, size);
   mail_env_clear();
 
   const std::vector<std::string> shorts = ShortNames(data, size);

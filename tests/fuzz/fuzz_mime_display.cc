@@ -9,12 +9,9 @@
 #include "c-client/core/mail.h"
 #include "c-client/core/plain_env.h"
 #include "c-client/rfc822/mime_display.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-void Check(bool ok) {
-  if (!ok) __builtin_trap();
-}
 
 void CheckText(const std::string& s) {
   for (size_t i = 0; i < s.size();) {

@@ -11,12 +11,9 @@
 
 #include "c-client/core/plain_env.h"
 #include "c-client/rfc822/rfc822.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-void Check(bool ok) {
-  if (!ok) __builtin_trap();
-}
 
 // One line per part: where it is, what it is, how big.
 void Describe(const BodyPart* b, unsigned long offset, unsigned long lo, unsigned long hi, int depth,

@@ -12,20 +12,19 @@
 #include "src/base/filenames.h"
 #include "src/options/options.h"
 #include "xvt/xvt_test.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
 
 std::string g_file;
 
 void Setup() {
-  char tmpl[] = "/tmp/velmar-fuzz-opt-XXXXXX";
-  std::string root = mkdtemp(tmpl);
+  const std::string root = ScratchDir("velmar-fuzz-opt");
   std::string home = root + "/home", app = root + "/app";
   mkdir(home.c_str(), 0700);
   mkdir(app.c_str(), 0700);
-  FILE* f = std::fopen((app + "/sysdflt.tcl").c_str(), "w");
-  std::fputs("option -default -readonly Site.Lock yes\n", f);
-  std::fclose(f);
+  const std::string site = "option -default -readonly Site.Lock yes\n";
+  WriteFile(app + "/sysdflt.tcl", site.data(), site.size());
   setenv("VELMAR_HOME", home.c_str(), 1);
   setenv("VELMAR_APPDIR", app.c_str(), 1);
   char cwd[4096];
@@ -46,14 +45,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static int runs = 0;
   // A fresh store now and then keeps memory flat over a long run.
   if (++runs % 200 == 0) Opt_Init();
-  FILE* f = std::fopen(g_file.c_str(), "wb");
-  if (!f) return 0;
-  std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  WriteFile(g_file, data, size);
   Opt_LoadFromTCL(g_file.c_str());
   xvt_test_clear_posts();
   // Whatever the file did, a readonly site option stays as it was.
   char buf[10];
-  if (!Opt_LookupString("Site.Lock", buf, sizeof buf - 1, kOptSession) || std::string(buf) != "yes") __builtin_trap();
+  Check(Opt_LookupString("Site.Lock", buf, sizeof buf - 1, kOptSession) && std::string(buf) == "yes");
   return 0;
 }

@@ -8,12 +8,9 @@
 #include "c-client/core/plain_env.h"
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/rfc822_write.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-void Check(bool ok) {
-  if (!ok) __builtin_trap();
-}
 
 MailAddress* Parse(std::string text) {
   MailAddress* list = nullptr;

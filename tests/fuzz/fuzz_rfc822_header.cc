@@ -9,12 +9,9 @@
 
 #include "c-client/core/plain_env.h"
 #include "c-client/rfc822/rfc822.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-void Check(bool ok) {
-  if (!ok) __builtin_trap();
-}
 
 void CheckList(const MailAddress* list) {
   int depth = 0;

@@ -12,20 +12,16 @@
 #include "c-client/mh/local_paths.h"
 #include "c-client/core/plain_env.h"
 #include "c-client/mh/subscribe.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
 
 std::string g_file;
 
 void Setup() {
-  char tmpl[] = "/tmp/velmar-fuzz-sub-XXXXXX";
-  std::string home = mkdtemp(tmpl);
+  const std::string home = ScratchDir("velmar-fuzz-sub");
   local_set_home(home.c_str());
   g_file = home + "/subscrib.dat";
-}
-
-void Check(bool ok) {
-  if (!ok) __builtin_trap();
 }
 
 bool Subscribed(const char* name) {
@@ -45,10 +41,7 @@ bool Subscribed(const char* name) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static bool ready = (Setup(), true);
   (void)ready;
-  FILE* f = std::fopen(g_file.c_str(), "wb");
-  if (!f) return 0;
-  if (size) std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  WriteFile(g_file, data, size);
   mail_env_clear();
   Subscribed("");
   const char* name = "Fuzz\\Folder";

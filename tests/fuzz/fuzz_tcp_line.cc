@@ -19,12 +19,9 @@
 #include "c-client/core/env.h"
 #include "c-client/core/plain_env.h"
 #include "c-client/net/tcp.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-void Check(bool ok) {
-  if (!ok) std::abort();
-}
 
 // xorshift32: cheap, and the same choices for the same input.
 uint32_t Next(uint32_t* state, uint32_t bound) {

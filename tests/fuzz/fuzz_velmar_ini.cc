@@ -11,15 +11,9 @@
 
 #include "src/base/cenv.h"
 #include "src/base/filenames.h"
+#include "tests/fuzz/fuzz_util.h"
 
 namespace {
-
-std::string g_dir;
-
-void RemoveDir() {
-  std::error_code ignored;
-  std::filesystem::remove_all(g_dir, ignored);
-}
 
 // Points the program's directories at an empty scratch directory, so that
 // CENV_Init neither reads a real velmar.ini nor deletes a real optlocn.dat.
@@ -27,11 +21,8 @@ void SetUpOnce() {
   static bool done = false;
   if (done) return;
   done = true;
-  char pattern[] = "/tmp/fuzz_velmar_ini_XXXXXX";
-  if (!mkdtemp(pattern)) std::abort();
-  g_dir = pattern;
-  std::atexit(RemoveDir);
-  std::string user = g_dir + "/user", app = g_dir + "/app";
+  const std::string dir = ScratchDir("fuzz_velmar_ini");
+  std::string user = dir + "/user", app = dir + "/app";
   mkdir(user.c_str(), 0700);
   mkdir(app.c_str(), 0700);
   setenv("VELMAR_HOME", user.c_str(), 1);

@@ -88,20 +88,10 @@ def read_value(data, i):
             v, i = read_value(data, i)
             out.append(v)
     if c == b'"':
-        out = bytearray()
-        i += 1
-        while True:
-            ch = data[i:i + 1]
-            if not ch:
-                raise ValueError("unterminated quoted string")
-            if ch == b"\\":
-                out += data[i + 1:i + 2]
-                i += 2
-            elif ch == b'"':
-                return bytes(out), i + 1
-            else:
-                out += ch
-                i += 1
+        m = re.compile(rb'"((?:[^"\\]|\\.)*)"', re.S).match(data, i)
+        if not m:
+            raise ValueError("unterminated quoted string")
+        return re.sub(rb"\\(.)", rb"\1", m.group(1), flags=re.S), m.end()
     if c == b"{":
         m = re.compile(rb"\{(\d+)\+?\}\r?\n").match(data, i)
         if not m:
@@ -202,7 +192,6 @@ def upper(v):
 class Diff:
     """One field that differs: ours and the server's value, and the
     records (envelope or body) they were read from."""
-
     def __init__(self, field, ours, theirs, a=None, b=None):
         self.field, self.ours, self.theirs, self.a, self.b = field, ours, theirs, a, b
 
@@ -244,11 +233,7 @@ def compare_body(a, b, where, diffs):
     for f in ("type", "subtype", "encoding"):
         if upper(a[f]) != upper(b[f]):
             diffs.append(Diff(where + "." + f, a[f], b[f], a, b))
-    pa, pb = {}, {}
-    for k, v in a["params"]:
-        pa.setdefault(upper(k), v)
-    for k, v in b["params"]:
-        pb.setdefault(upper(k), v)
+    pa, pb = ({upper(k): v for k, v in reversed(x["params"])} for x in (a, b))  # the first of a name counts
     for k in sorted(set(pa) | set(pb), key=lambda s: s or b""):
         x, y = pa.get(k), pb.get(k)
         if k == b"CHARSET" and x is not None and y is not None:
@@ -474,25 +459,15 @@ def main():
     dump.close()
 
     print("compared %d messages with Dovecot" % len(names))
-    if explained:
-        print("explained differences:")
-        for e in EXCEPTIONS:
-            seen = explained.get(e["name"])
-            if seen:
-                print("  %s (%d): %s" % (e["name"], len(seen), e["reason"]))
-                for s in seen[:6]:
-                    print("      " + s)
-                if len(seen) > 6:
-                    print("      ... and %d more" % (len(seen) - 6))
+    for e in (e for e in EXCEPTIONS if e["name"] in explained):
+        seen = explained[e["name"]]
+        print("  explained, %s (%d): %s\n      %s" % (e["name"], len(seen), e["reason"], "\n      ".join(seen[:6])))
     if failures:
         print("%d unexplained difference(s):" % len(failures))
-        shown = set()
-        for n, field, text in failures:
+        for k, (n, field, text) in enumerate(failures):
             print("  FAIL %s %s: %s" % (n, field, text))
-            if n not in shown:
-                shown.add(n)
-                for line in parser_notes.get(n, []):
-                    print("      (velmar-parse: %s)" % line)
+            if all(n != m for m, _, _ in failures[:k]):
+                print("".join("      (velmar-parse: %s)\n" % line for line in parser_notes.get(n, [])), end="")
         return 1
     print("PASS: no unexplained differences")
     return 0

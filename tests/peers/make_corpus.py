@@ -15,6 +15,7 @@ MIME-Version, overlong lines, empty bodies).
 
 import base64
 import os
+import quopri
 import random
 import sys
 
@@ -41,23 +42,7 @@ def b64(data, width=76):
 
 
 def qp(text):
-    """A small quoted-printable encoder: enough for the shapes we need."""
-    out = []
-    for line in text.split("\n"):
-        enc = ""
-        col = 0
-        for ch in line.encode("utf-8"):
-            c = chr(ch)
-            piece = c if (32 <= ch < 127 and c != "=") else "=%02X" % ch
-            if col + len(piece) > 75:
-                enc += "=\n"
-                col = 0
-            enc += piece
-            col += len(piece)
-        if enc.endswith(" "):
-            enc = enc[:-1] + "=20"
-        out.append(enc)
-    return "\n".join(out)
+    return quopri.encodestring(text.encode("utf-8")).decode()
 
 
 def base_header(rng, subject=None, mime=True, extra=""):

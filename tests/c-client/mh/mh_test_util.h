@@ -25,6 +25,7 @@
 #include "c-client/core/plain_env.h"
 #include "c-client/rfc822/rfc822.h"
 #include "tests/c-client/core/env_lines.h"
+#include "tests/c-client/core/records_dump.h"
 
 namespace mh_test {
 
@@ -90,77 +91,10 @@ inline std::string MakeMessage(int i, bool crlf) {
 
 // --- Dumps of what a stream gives -----------------------------------------
 
-inline std::string S(const char* s) { return s ? std::string("\"") + s + "\"" : "null"; }
-
-// Lists come back from the cache in reverse order; `reverse` turns a fresh
-// parse's lists round so the two compare.
-template <typename T>
-std::vector<const T*> Items(const T* list, bool reverse) {
-  std::vector<const T*> v;
-  for (; list; list = list->next) v.push_back(list);
-  if (reverse) std::reverse(v.begin(), v.end());
-  return v;
-}
-
-inline std::string DumpAddresses(const MailAddress* list, bool reverse) {
-  std::string out = "[";
-  for (const MailAddress* a : Items(list, reverse))
-    out += "(" + S(a->personal) + " " + S(a->adl) + " " + S(a->mailbox) + " " + S(a->host) + ")";
-  return out + "]";
-}
-
-inline std::string DumpEnvelope(const Envelope* e, bool reverse) {
-  if (!e) return "no envelope";
-  std::string out = "return_path=" + DumpAddresses(e->return_path, reverse) + " date=" + S(e->date) +
-                    " from=" + DumpAddresses(e->from, reverse) + " sender=" + DumpAddresses(e->sender, reverse) +
-                    " reply_to=" + DumpAddresses(e->reply_to, reverse) + " subject=" + S(e->subject) +
-                    " to=" + DumpAddresses(e->to, reverse) + " cc=" + DumpAddresses(e->cc, reverse) +
-                    " bcc=" + DumpAddresses(e->bcc, reverse) + " in_reply_to=" + S(e->in_reply_to) +
-                    " message_id=" + S(e->message_id) + " newsgroups=" + S(e->newsgroups) + " extra=";
-  for (const ExtraHeader* x : Items(e->extra_headers, reverse)) out += S(x->name) + ":" + S(x->value) + ";";
-  return out;
-}
-
-inline std::string DumpBody(const BodyPart* b, bool reverse, int depth = 0) {
-  if (!b) return "no body";
-  std::string pad(static_cast<size_t>(depth) * 2, ' ');
-  std::string out = pad + "type=" + std::to_string(b->type) + " enc=" + std::to_string(b->encoding) +
-                    " subtype=" + S(b->subtype) + " id=" + S(b->id) + " desc=" + S(b->description) +
-                    " lines=" + std::to_string(b->size_lines) + " bytes=" + std::to_string(b->size_bytes) +
-                    " raw=" + std::to_string(b->size_raw) + " msg_offset=" + std::to_string(b->msg_offset) +
-                    " params=";
-  for (const BodyParameter* p : Items(b->parameter, reverse)) out += S(p->attribute) + "=" + S(p->value) + ";";
-  out += "\n";
-  for (const BodyPartNode* n = b->parts; n; n = n->next)
-    out += pad + "part@" + std::to_string(n->offset) + "\n" + DumpBody(&n->body, reverse, depth + 1);
-  if (b->msg_env) out += pad + "msg_env " + DumpEnvelope(b->msg_env, reverse) + "\n";
-  if (b->msg_body) out += pad + "msg_body\n" + DumpBody(b->msg_body, reverse, depth + 1);
-  return out;
-}
-
 inline std::string TextOf(const MailText* t) {
   if (!t) return "<no text>";
   if (t->kind == kTextFile) return "<file " + ReadFile(t->data) + ">";
   return std::string(t->data, t->size);
-}
-
-// Every leaf section of a body ("1", "2.1", ...), and the node offsets.
-inline void Sections(const BodyPart* b, const std::string& prefix, std::vector<std::string>* out) {
-  if (b->type == TYPEMULTIPART) {
-    int k = 1;
-    for (const BodyPartNode* n = b->parts; n; n = n->next, ++k) {
-      std::string name = prefix.empty() ? std::to_string(k) : prefix + "." + std::to_string(k);
-      if (n->body.type == TYPEMULTIPART) {
-        Sections(&n->body, name, out);
-      } else {
-        out->push_back(name);
-        // An enclosed message's own parts are sections under its number.
-        if (n->body.msg_body && n->body.msg_body->type == TYPEMULTIPART) Sections(n->body.msg_body, name, out);
-      }
-    }
-  } else if (prefix.empty()) {
-    out->push_back("1");
-  }
 }
 
 inline std::string DumpStructure(MailStream* s, unsigned long msgno, BodyPart** body_out = nullptr) {
