@@ -4,6 +4,7 @@
 #include "src/organizer/columns.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "src/base/trace.h"
@@ -88,6 +89,16 @@ void Changed(CM_INFO* info, int layout) {
 
 constexpr int kStripText = 12;  // baseline below the strip's top
 
+// Where the mark of a drop before `before` stands: that column's start, or
+// the end of the last visible column.
+int DropEdge(CM_LAYOUT* l, int before) {
+  if (CM_COLUMN* b = Column(l, before)) return b->offset;
+  int end = 0;
+  for (CM_COLUMN* c : Chain(l))
+    if (c->visible) end = c->offset + c->size;
+  return end;
+}
+
 long cm_eh(WINDOW win, EVENT* ev) {
   auto* info = reinterpret_cast<CM_INFO*>(xvt_vobj_get_data(win));
   if (!info) return 0;
@@ -109,24 +120,66 @@ long cm_eh(WINDOW win, EVENT* ev) {
         if (!c->visible || c->size <= 0) continue;
         RCT box{origin + c->offset, 0, origin + c->offset + c->size, client.bottom};
         xvt_dwin_draw_3d_rect(win, &box, true);
-        // The first column holds the icon: it has no title.
-        if (c->id != l->first) xvt_dwin_draw_text(win, box.left + 4, kStripText, c->name.c_str(), -1);
+        if (c->titled) xvt_dwin_draw_text(win, box.left + 4, kStripText, c->name.c_str(), -1);
+      }
+      // While a title is dragged, a bar marks where it would land.
+      if (info->moving) {
+        int before = CM_ColumnDropBefore(info, l->id, info->move_column, info->move_at - origin);
+        if (before >= 0) {
+          int x = origin + DropEdge(l, before);
+          CBRUSH mark{PAT_SOLID, COLOR_BLACK};
+          xvt_dwin_set_brush(win, &mark);
+          RCT bar{x - 1, 0, x + 2, client.bottom};
+          xvt_dwin_draw_rect(win, &bar);
+        }
       }
       break;
     }
     case E_MOUSE_DOWN: {
+      if (ev->v.mouse.button != 0) break;
       int column = kCMNone;
-      int border = CM_ColumnCloseToBorder(info, ev->v.mouse.where.h, &column);
-      if (border == kCMBorderNone) break;
-      info->drag_column = column;
-      info->drag_border = border;
+      int x = ev->v.mouse.where.h;
+      int border = CM_ColumnCloseToBorder(info, x, &column);
+      if (border != kCMBorderNone) {
+        info->drag_column = column;
+        info->drag_border = border;
+      } else if ((column = CM_ColumnAtPoint(info, x)) != kCMNone) {
+        info->move_column = column;
+        info->move_press = info->move_at = x;
+        info->moving = false;
+      } else {
+        break;
+      }
       xvt_win_trap_pointer(win);
       break;
     }
     case E_MOUSE_MOVE:
       if (info->drag_column != kCMNone) xvt_win_set_cursor(win, CURSOR_CROSS);
+      if (info->move_column != kCMNone) {
+        info->move_at = ev->v.mouse.where.h;
+        if (!info->moving && std::abs(info->move_at - info->move_press) > kCMMoveSlop) {
+          info->moving = true;
+          xvt_win_set_cursor(win, CURSOR_HAND);
+        }
+        if (info->moving) xvt_dwin_invalidate_rect(win, nullptr);
+      }
       break;
     case E_MOUSE_UP: {
+      if (info->move_column != kCMNone) {
+        xvt_win_release_pointer();
+        xvt_win_set_cursor(win, CURSOR_ARROW);
+        int column = info->move_column;
+        bool moved = info->moving;
+        info->move_column = kCMNone;
+        info->moving = false;
+        // A click on a title without a drag changes nothing.
+        int before = moved ? CM_ColumnDropBefore(info, info->current, column, ev->v.mouse.where.h - origin) : -1;
+        if (before >= 0)
+          CM_ColumnMoveSelected(info, info->current, column, before);
+        else if (moved)
+          CM_ForceUpdate(info);  // the mark goes
+        break;
+      }
       if (info->drag_column == kCMNone) break;
       xvt_win_release_pointer();
       xvt_win_set_cursor(win, CURSOR_ARROW);
@@ -162,6 +215,7 @@ CM_INFO* CM_Create(WINDOW parent, const RCT* rect, int window_kind) {
 
 void CM_Destroy(CM_INFO*& info) {
   if (!info) return;
+  CM_ManagerWindowDestroy(info);
   if (info->window) xvt_vobj_destroy(info->window);
   delete info;
   info = nullptr;
@@ -470,6 +524,40 @@ int CM_ColumnMoveSelected(CM_INFO* info, int layout, int column, int before) {
   return 1;
 }
 
+int CM_ColumnAtPoint(CM_INFO* info, int x) {
+  CM_LAYOUT* l = Layout(info, info ? info->current : kCMNone);
+  if (!l) return kCMNone;
+  int at = x - (info->offset - info->user_offset);
+  for (CM_COLUMN* c : Chain(l))
+    if (c->visible && at >= c->offset && at < c->offset + c->size) return c->id;
+  return kCMNone;
+}
+
+int CM_ColumnDropBefore(CM_INFO* info, int layout, int column, int p) {
+  CM_LAYOUT* l = Layout(info, layout);
+  CM_COLUMN* c = Column(l, column);
+  if (!c) return -1;
+  std::vector<CM_COLUMN*> shown;
+  for (CM_COLUMN* x : Chain(l))
+    if (x->visible) shown.push_back(x);
+  if (shown.empty()) return -1;
+  // Left of everything: before the first column; beyond the last visible
+  // one: to the end. Over a column, the nearer of its two edges.
+  int before = kCMNone;
+  if (p < shown.front()->offset) {
+    before = l->first;
+  } else {
+    for (CM_COLUMN* x : shown)
+      if (p < x->offset + x->size) {
+        before = p < x->offset + x->size / 2 ? x->id : x->next;
+        break;
+      }
+  }
+  // Before itself or before the column that follows it: it stays put.
+  if (before == column || before == c->next) return -1;
+  return before;
+}
+
 // ---------------------------------------------------------------------------
 // Updates
 
@@ -595,6 +683,7 @@ void MSG_CM_LayoutCreate(CM_INFO* info) {
       short vis = 1;
       if (Opt_Ready()) Opt_LookupBoolean((key + ".visible").c_str(), &vis, kOptSession);
       int id = CM_ColumnAdd(info, layout, dc.name, size, offset, vis != 0);
+      if (id && first) Column(Layout(info, layout), id)->titled = false;  // the icon column
       if (id) MSG_CM_SaveColumn(info, layout, id);  // the defaults are written too
       prev_offset = offset;
       prev_size = vis ? size : 0;

@@ -43,6 +43,7 @@ struct CM_COLUMN {
   int next = kCMNone, prev = kCMNone;  // ids in display order
   int offset = 0, size = 0;
   bool visible = true;
+  bool titled = true;  // the icon column has no title in the strip
 };
 
 struct CM_INFO;
@@ -69,8 +70,16 @@ struct CM_INFO {
   // A border drag in progress.
   int drag_column = kCMNone;
   int drag_border = kCMBorderNone;
-  WINDOW tree = NULL_WIN;  // the tree the strip sits over
+  // A title pressed (move_column), and dragged once the pointer went
+  // further than kCMMoveSlop from where it was pressed.
+  int move_column = kCMNone;
+  int move_press = 0, move_at = 0;  // strip coordinates
+  bool moving = false;
+  WINDOW tree = NULL_WIN;     // the tree the strip sits over
+  WINDOW manager = NULL_WIN;  // the column manager window, while it is open
 };
+
+constexpr int kCMMoveSlop = 4;  // pixels a title must travel before it moves
 
 // The strip: a window of `rect` in parent, or none when parent is NULL_WIN.
 CM_INFO* CM_Create(WINDOW parent, const RCT* rect, int window_kind);
@@ -109,8 +118,24 @@ void CM_ColumnSetLeftInvisible(CM_INFO* info, int layout, int column, int p);
 void CM_ColumnForceUpdate(CM_INFO* info, int layout, int column);
 void CM_ColumnShift(CM_INFO* info, int layout, int column);
 int CM_ColumnMoveSelected(CM_INFO* info, int layout, int column, int before);  // before 0: to the end
+// Where a title dropped at p (layout coordinates) goes: the id of the column
+// it goes before, kCMNone for the end, or -1 when it would stay where it is.
+int CM_ColumnDropBefore(CM_INFO* info, int layout, int column, int p);
+// The column whose title lies under x (strip coordinates) in the layout shown, or kCMNone.
+int CM_ColumnAtPoint(CM_INFO* info, int x);
 int CM_ColumnGetNewId(CM_INFO* info, int layout);
 bool CM_ColumnTagValid(CM_INFO* info, int layout, const char* name);
+
+// The column manager window: the columns of a layout (kCMNone: the one
+// shown) as lines with check marks; a click or Enter or Space shows or hides
+// a column, the buttons move the selected one. Every change is saved to the
+// options at once. One window per strip: a second call raises it.
+WINDOW CM_ManagerWindowCreate(CM_INFO* info, int layout);
+void CM_ManagerWindowDestroy(CM_INFO* info);
+// Commands and controls of the manager window.
+constexpr int kCMManagerUp = 1;
+constexpr int kCMManagerDown = 2;
+constexpr int kCMManagerClose = 3;
 
 void CM_SuspendUpdate(CM_INFO* info);
 void CM_ResumeUpdate(CM_INFO* info);

@@ -101,11 +101,15 @@ int BarExtent(XVT_ATTR attr) {
 }
 
 // Decides which bars show: 1 shown, 2 undecided, 3 hidden. True on a change.
-bool hideScrollbars(TreeInfo* info) {
+// `outer` is the whole window, bars included (null: the window as it is).
+bool hideScrollbars(TreeInfo* info, const RCT* outer = nullptr) {
   int vbar = BarExtent(ATTR_CTL_VERT_SBAR_WIDTH), hbar = BarExtent(ATTR_CTL_HORZ_SBAR_HEIGHT);
   // The whole window, bars included, and the same less room for both bars.
   RCT c{};
-  xvt_vobj_get_outer_rect(info->window, &c);
+  if (outer)
+    c = *outer;
+  else
+    xvt_vobj_get_outer_rect(info->window, &c);
   int full_h = c.bottom - c.top;
   int full_w = c.right - c.left;
   int full_along = info->horizontal ? full_w : full_h, small_along = full_along - (info->horizontal ? vbar : hbar);
@@ -731,7 +735,18 @@ void handleUpdateEvent(TreeInfo* info, const RCT& area) {
 void TREE_ResizeTree(WINDOW win, const RCT* rect) {
   TreeInfo* info = TREE_GetInfo(win);
   if (!info || !rect) return;
-  xvt_vobj_move(win, rect);  // the size event does the rest
+  TreeCache& c = info->cache;
+  if (c.need_rebuild && !info->suspended) rebuildCache(info, c.new_top);
+  // The bars are decided for the new size before the window takes it, so
+  // that the size event finds the client area it will keep: one layout and
+  // one repaint, not one for the move and another when a bar comes or goes.
+  // The organizer style keeps both bars whatever the lines need.
+  hideScrollbars(info, rect);
+  SCROLL_TYPE along = info->horizontal ? HSCROLL : VSCROLL, across = info->horizontal ? VSCROLL : HSCROLL;
+  xvt_sbar_set_visible(win, along, info->style == 2 || info->v_state == 1);
+  xvt_sbar_set_visible(win, across, info->style == 2 || info->h_state == 1);
+  xvt_vobj_move(win, rect);
+  // A move that keeps the size sends no size event; the lines are counted again all the same.
   handleResizeEvent(info);
 }
 

@@ -105,6 +105,43 @@ TEST(Columns, MovingAColumnAndNames) {
   EXPECT_EQ(CM_ColumnGetNewId(s.info, s.layout), 5);
 }
 
+TEST(Columns, WhereADroppedTitleGoes) {
+  struct Case {
+    const char* column;
+    int p;
+    const char* hide;    // a column hidden first, or ""
+    const char* before;  // "" for the end, "-" for no move
+    const char* after;   // the geometry once moved
+  };
+  const Case cases[] = {
+      {"b", 2, "", "a", "b:0+20 a:20+10 c:30+30 d:60+40"},    // left half of a
+      {"b", 8, "", "-", ""},                                  // right half of a: its own place
+      {"b", 35, "", "-", ""},                                 // left half of c: its own place
+      {"b", 50, "", "d", "a:0+10 c:10+30 b:40+20 d:60+40"},   // right half of c
+      {"b", 95, "", "", "a:0+10 c:10+30 d:40+40 b:80+20"},    // right half of the last
+      {"b", 400, "", "", "a:0+10 c:10+30 d:40+40 b:80+20"},   // beyond every column
+      {"d", -3, "", "a", "d:0+40 a:40+10 b:50+20 c:70+30"},   // left of everything
+      {"d", 70, "", "-", ""},                                 // onto itself
+      {"a", 35, "c", "d", "b:0+20 c:- a:20+10 d:30+40"},      // c hidden: d lies at 30
+      {"a", 10, "c", "-", ""},                                // b's left half: a's own place
+  };
+  for (const Case& c : cases) {
+    Strip s;
+    auto id = [&](const char* name) {
+      for (int x : {s.a, s.b, s.c, s.d})
+        if (std::string(CM_ColumnGetNameTag(s.info, s.layout, x)) == name) return x;
+      return kCMNone;
+    };
+    if (*c.hide) CM_ColumnSetVisible(s.info, s.layout, id(c.hide), false);
+    int before = CM_ColumnDropBefore(s.info, s.layout, id(c.column), c.p);
+    std::string got = before < 0 ? "-" : before == kCMNone ? "" : CM_ColumnGetNameTag(s.info, s.layout, before);
+    EXPECT_EQ(got, c.before) << c.column << " at " << c.p;
+    if (before < 0) continue;
+    CM_ColumnMoveSelected(s.info, s.layout, id(c.column), before);
+    EXPECT_EQ(s.Geometry(), c.after) << c.column << " at " << c.p;
+  }
+}
+
 class ColumnOptions : public FrameTest {
  protected:
   void SetUp() override {
@@ -164,6 +201,105 @@ TEST_F(ColumnOptions, DefaultsAreWrittenAndLayoutsComeBack) {
   CM_Destroy(info);
 }
 
+// The manager window over a folder window's Message layout: each user
+// action, what the list shows after it, and what the options hold.
+TEST_F(ColumnOptions, TheManagerWindowShowsHidesAndMovesColumns) {
+  struct Step {
+    const char* what;
+    std::function<void(WINDOW manager, WINDOW list)> act;
+    const char* lines;  // the list, "[x]" for a column that shows
+    std::vector<std::pair<const char*, const char*>> options;
+  };
+  auto click = [](WINDOW list, int line) {
+    EVENT ev{};
+    ev.type = E_MOUSE_DOWN;
+    ev.v.mouse.where = PNT{30, line * 18 + 5};
+    xvt_test_user_event(list, &ev);
+    ev.type = E_MOUSE_UP;
+    xvt_test_user_event(list, &ev);
+  };
+  auto key = [](WINDOW list, int ch) {
+    EVENT ev{};
+    ev.type = E_CHAR;
+    ev.v.chr.ch = ch;
+    xvt_test_user_event(list, &ev);
+  };
+  const std::string o = "desktop.colman.folder.Message.";
+  const Step steps[] = {
+      {"opened", [](WINDOW, WINDOW) {}, "[x]Icon [x]From [x]Subject [x]Date [x]Size [x]Folder", {}},
+      {"a click hides Size", [&](WINDOW, WINDOW l) { click(l, 4); },
+       "[x]Icon [x]From [x]Subject [x]Date [ ]Size [x]Folder", {{"Size.visible", "0"}, {"Folder.offset", "467"}}},
+      {"Space shows it again", [&](WINDOW, WINDOW l) { key(l, ' '); },
+       "[x]Icon [x]From [x]Subject [x]Date [x]Size [x]Folder", {{"Size.visible", "1"}, {"Folder.offset", "507"}}},
+      {"Enter hides it", [&](WINDOW, WINDOW l) { key(l, K_ENTER); },
+       "[x]Icon [x]From [x]Subject [x]Date [ ]Size [x]Folder", {{"Size.visible", "0"}}},
+      {"Move Up", [](WINDOW m, WINDOW) { xvt_test_click(m, kCMManagerUp); },
+       "[x]Icon [x]From [x]Subject [ ]Size [x]Date [x]Folder", {{"Size.offset", "377"}, {"Date.offset", "377"}}},
+      {"Move Down twice", [](WINDOW m, WINDOW) {
+         xvt_test_click(m, kCMManagerDown);
+         xvt_test_click(m, kCMManagerDown);
+       }, "[x]Icon [x]From [x]Subject [x]Date [x]Folder [ ]Size", {{"Folder.offset", "467"}, {"Size.offset", "637"}}},
+      {"Move Down at the end", [](WINDOW m, WINDOW) { xvt_test_click(m, kCMManagerDown); },
+       "[x]Icon [x]From [x]Subject [x]Date [x]Folder [ ]Size", {}},
+      {"a click on From hides it", [&](WINDOW, WINDOW l) { click(l, 1); },
+       "[x]Icon [ ]From [x]Subject [x]Date [x]Folder [ ]Size", {{"From.visible", "0"}, {"Subject.offset", "27"}}},
+  };
+  xvt_test_set_run_hook([&] {
+    RCT r{0, 0, 600, 20};
+    CM_INFO* info = CM_Create(TASK_WIN, &r, kCMWindowFolder);
+    MSG_CM_LayoutCreate(info);
+    int layout = MSG_CM_LayoutId(info, kCMLayoutMessage);
+    CM_LayoutSelect(info, layout, 0);
+    WINDOW manager = CM_ManagerWindowCreate(info, kCMNone);
+    ASSERT_NE(manager, NULL_WIN);
+    EXPECT_EQ(CM_ManagerWindowCreate(info, layout), manager) << "one manager per strip";
+    char title[64];
+    EXPECT_STREQ(xvt_vobj_get_title(manager, title, sizeof title), "Columns: Message");
+    WINDOW list = NULL_WIN;
+    for (WINDOW w : xvt_test_windows())
+      if (xvt_vobj_get_parent(w) == manager && TREE_GetInfo(w)) list = w;
+    ASSERT_NE(list, NULL_WIN);
+    for (const Step& step : steps) {
+      step.act(manager, list);
+      std::string lines;
+      for (TreeNode* n = TREE_GetFirstKid(TREE_GetRoot(list)); n; n = TREE_GetNext(n)) {
+        // The check mark is drawn, as two strokes, only on a column that shows.
+        std::string name;
+        int strokes = 0;
+        for (const XvtDrawOp& op : xvt_test_paint(list)) {
+          if (op.rct.top < n->display_line * 18 || op.rct.top >= (n->display_line + 1) * 18) continue;
+          if (op.op == "text") name = op.text;
+          if (op.op == "line") ++strokes;
+        }
+        lines += std::string(lines.empty() ? "" : " ") + (strokes == 2 ? "[x]" : strokes == 0 ? "[ ]" : "[?]") + name;
+      }
+      EXPECT_EQ(lines, step.lines) << step.what;
+      for (auto [name, value] : step.options) EXPECT_EQ(Option((o + name).c_str()), value) << step.what << ": " << name;
+      // The strip shows the titles of the columns that show, in their order; the icon column has none.
+      std::string titles;
+      for (const XvtDrawOp& op : xvt_test_paint(info->window))
+        if (op.op == "text") titles += std::string(titles.empty() ? "" : " ") + op.text;
+      std::string want;
+      for (int n = 0; n < CM_LayoutGetNumColumn(info, layout); ++n) {
+        int id = CM_ColumnGetColumnByN(info, layout, n);
+        if (n > 0 && CM_ColumnIsVisible(info, layout, id))
+          want += std::string(want.empty() ? "" : " ") + CM_ColumnGetNameTag(info, layout, id);
+      }
+      EXPECT_EQ(titles, want) << step.what;
+    }
+    xvt_test_click(manager, kCMManagerClose);
+    EXPECT_FALSE(xvt_vobj_is_valid(manager));
+    EXPECT_EQ(info->manager, NULL_WIN);
+    // A strip that goes takes its manager with it.
+    manager = CM_ManagerWindowCreate(info, kCMNone);
+    CM_Destroy(info);
+    EXPECT_FALSE(xvt_vobj_is_valid(manager));
+  });
+  XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+  xvt_app_create(0, nullptr, 0, treetest::TaskEh, &config);
+  ExpectNoUnexpectedDialogs();
+}
+
 }  // namespace
 
 namespace treetest {
@@ -208,6 +344,107 @@ TEST_F(ColumnSelect, TheFirstSelectedLineChoosesTheLayout) {
         EXPECT_EQ(info->offset, c.offset);
       }
     }
+    CM_Destroy(info);
+  });
+}
+
+// The strip's window: a title dragged along it moves its column; a press
+// near a border and a drag resize; a click or a short drag changes nothing.
+TEST_F(ColumnSelect, DraggingTitlesAndBordersInTheStrip) {
+  struct Case {
+    const char* what;
+    std::vector<int> xs;  // press, moves..., release (strip coordinates)
+    const char* after;
+  };
+  // The layout starts 5 px into the strip: a 5-15, b 15-35, c 35-65, d 65-105.
+  const Case cases[] = {
+      {"b dragged onto c's right half", {25, 40, 60}, "a:0+10 c:10+30 b:40+20 d:60+40"},
+      {"d dragged to the front", {80, 40, 3}, "d:0+40 a:40+10 b:50+20 c:70+30"},
+      {"a click on a title", {25}, "a:0+10 b:10+20 c:30+30 d:60+40"},
+      {"a drag shorter than the slop", {25, 28, 29}, "a:0+10 b:10+20 c:30+30 d:60+40"},
+      {"b's right border dragged", {34, 40, 50}, "a:0+10 b:10+35 c:45+30 d:75+40"},
+  };
+  for (const Case& c : cases) {
+    Run([&] {
+      RCT r{0, 0, 300, 20};
+      CM_INFO* info = CM_Create(TASK_WIN, &r, 0);
+      int layout = CM_LayoutAdd(info, "L", nullptr);
+      const std::pair<const char*, int> cols[] = {{"a", 10}, {"b", 20}, {"c", 30}, {"d", 40}};
+      int off = 0;
+      for (auto [name, size] : cols) {
+        CM_ColumnAdd(info, layout, name, size, off, true);
+        off += size;
+      }
+      CM_LayoutSelect(info, layout, 5);
+      EVENT ev{};
+      for (size_t k = 0; k < c.xs.size(); ++k) {
+        ev.type = k == 0 ? E_MOUSE_DOWN : E_MOUSE_MOVE;
+        ev.v.mouse.where = PNT{c.xs[k], 8};
+        xvt_test_user_event(info->window, &ev);
+        if (k == 1 && std::string(c.what).find("onto") != std::string::npos) {
+          // While dragging, a bar marks where the title would land: c's right edge.
+          bool marked = false;
+          for (const XvtDrawOp& op : xvt_test_paint(info->window))
+            marked = marked || (op.op == "rect" && op.rct.left == 5 + 30 - 1 && op.rct.right == 5 + 30 + 2);
+          EXPECT_FALSE(marked) << "no mark over its own place";
+        }
+      }
+      ev.type = E_MOUSE_UP;
+      xvt_test_user_event(info->window, &ev);
+      EXPECT_EQ(xvt_test_trapped_window(), NULL_WIN) << c.what;
+      std::string got;
+      for (int n = 0; n < 4; ++n) {
+        int id = CM_ColumnGetColumnByN(info, layout, n), o = 0, sz = 0;
+        CM_ColumnGetDimension(info, layout, id, &o, &sz);
+        got += std::string(got.empty() ? "" : " ") + CM_ColumnGetNameTag(info, layout, id) + ":" + std::to_string(o) +
+               "+" + std::to_string(sz);
+      }
+      EXPECT_EQ(got, c.after) << c.what;
+      // The strip paints the titles in their new order.
+      std::string titles;
+      for (const XvtDrawOp& op : xvt_test_paint(info->window))
+        if (op.op == "text") titles += op.text;
+      std::string order;
+      for (int n = 0; n < 4; ++n) order += CM_ColumnGetNameTag(info, layout, CM_ColumnGetColumnByN(info, layout, n));
+      EXPECT_EQ(titles, order) << c.what;
+      CM_Destroy(info);
+    });
+  }
+}
+
+TEST_F(ColumnSelect, TheMarkFollowsTheDrag) {
+  Run([&] {
+    RCT r{0, 0, 300, 20};
+    CM_INFO* info = CM_Create(TASK_WIN, &r, 0);
+    int layout = CM_LayoutAdd(info, "L", nullptr);
+    CM_ColumnAdd(info, layout, "a", 10, 0, true);
+    CM_ColumnAdd(info, layout, "b", 20, 10, true);
+    CM_ColumnAdd(info, layout, "c", 30, 30, true);
+    CM_LayoutSelect(info, layout, 0);
+    EVENT ev{};
+    ev.type = E_MOUSE_DOWN;
+    ev.v.mouse.where = PNT{20, 8};  // b
+    xvt_test_user_event(info->window, &ev);
+    // A jiggle of a few pixels is still a click: no drag, no hand.
+    ev.type = E_MOUSE_MOVE;
+    ev.v.mouse.where = PNT{23, 8};
+    xvt_test_user_event(info->window, &ev);
+    EXPECT_NE(xvt_test_cursor(), CURSOR_HAND);
+    const std::pair<int, int> marks[] = {{2, 0}, {50, 60}, {200, 60}};  // pointer, mark
+    for (auto [x, mark] : marks) {
+      ev.type = E_MOUSE_MOVE;
+      ev.v.mouse.where = PNT{x, 8};
+      xvt_test_user_event(info->window, &ev);
+      std::vector<int> at;
+      for (const XvtDrawOp& op : xvt_test_paint(info->window))
+        if (op.op == "rect" && op.rct.right - op.rct.left == 3) at.push_back(op.rct.left + 1);
+      EXPECT_EQ(at, std::vector<int>{mark}) << "pointer at " << x;
+      EXPECT_EQ(xvt_test_cursor(), CURSOR_HAND);
+    }
+    ev.type = E_MOUSE_UP;
+    xvt_test_user_event(info->window, &ev);
+    EXPECT_EQ(xvt_test_cursor(), CURSOR_ARROW);
+    EXPECT_EQ(CM_ColumnGetColumnByN(info, layout, 2), 2) << "b went to the end";
     CM_Destroy(info);
   });
 }

@@ -3,8 +3,13 @@
 // selected. The picture is saved in the build tree (tree_gui.png) and
 // probed: the selection's highlight, the columns' text where the strip puts
 // the columns, the connecting lines, and nothing beyond the last column.
+#include <QGuiApplication>
 #include <QImage>
+#include <QScreen>
+#include <QScrollBar>
 #include <QWidget>
+
+#include <string>
 
 #include "src/organizer/columns.h"
 #include "src/organizer/tree.h"
@@ -127,6 +132,123 @@ TEST_F(XvtQt, TreeWithColumnsIsDrawn) {
     int gray = 0;
     for (int y = line2; y < line2 + kLine; ++y) gray += img.pixel(msgs[0]->abs_offset + 10, y) == 0xFF808080u;
     EXPECT_GT(gray, 2);
+    CM_Destroy(g_strip);
+  });
+}
+
+void Mouse(QWidget* w, QEvent::Type type, QPoint at, Qt::MouseButtons held) {
+  Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
+  QMouseEvent e(type, QPointF(at), w->mapToGlobal(QPointF(at)), button, held, Qt::NoModifier);
+  QApplication::sendEvent(w, &e);
+}
+
+// What the screen holds for the widget: the window's backing store, which
+// scrolls and partial repaints have written, not a fresh paint of it.
+QImage OnScreen(QWidget* w) {
+  QWidget* top = w->window();
+  QPoint at = w->mapTo(top, QPoint(0, 0));
+  QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(top->winId(), at.x(), at.y(), w->width(), w->height());
+  return shot.toImage().convertToFormat(QImage::Format_RGB32);
+}
+
+// Counts dark pixels in a rectangle of the picture.
+int DarkIn(const QImage& img, int x0, int y0, int x1, int y1) {
+  int dark = 0;
+  for (int x = x0; x < x1; ++x)
+    for (int y = y0; y < y1; ++y) dark += Dark(img.pixel(x, y));
+  return dark;
+}
+
+// The user drags the right border of From 43 px to the right in the strip,
+// then scrolls the tree three lines down with its bar. The strip's titles
+// and every message line's fields follow the border; the lines that were
+// 4th to 6th are now the first three, pixel for pixel. Saved as
+// tree_gui_drag.png beside the first picture.
+TEST_F(XvtQt, DraggingABorderAndScrollingRedrawsTheColumns) {
+  RunApp([] {
+    WINDOW doc = Win(TASK_WIN, {0, 0, 640, 260}, nullptr, WSF_NONE, W_DOC);
+    ASSERT_NE(doc, NULL_WIN);
+    RCT strip_rect{0, 0, 600, 20};
+    g_strip = CM_Create(doc, &strip_rect, kCMWindowTop);
+    MSG_CM_LayoutCreate(g_strip);
+    RCT tree_rect{0, 20, 600, 20 + 8 * kLine};
+    g_tree = TREE_CreateTreeWidget(doc, &tree_rect, 50, 0, 2, 0, kLine, 0, OnSelection, nullptr, nullptr, nullptr);
+    ASSERT_NE(g_tree, NULL_WIN);
+    g_strip->tree = g_tree;
+    std::vector<std::string> texts;
+    for (int i = 0; i < 20; ++i) {
+      texts.push_back("Sender " + std::to_string(i));
+      texts.push_back(std::string(i % 3 + 1, 'W') + " subject " + std::to_string(i));
+    }
+    std::vector<Line> lines;
+    lines.push_back(g_lines[0]);
+    lines.push_back(g_lines[1]);
+    for (int i = 0; i < 20; ++i)
+      lines.push_back({kNodeDataTypeMessage, nullptr, texts[2 * i].c_str(), texts[2 * i + 1].c_str()});
+    TreeNode* root = TREE_GetRoot(g_tree);
+    TreeNode* svc = TREE_NewNode(0, &lines[0], 0, DrawLine, nullptr, LineWidth);
+    TREE_AppendNode(root, svc);
+    TreeNode* inbox = TREE_NewNode(0, &lines[1], 20, DrawLine, nullptr, LineWidth);
+    TREE_AppendNode(svc, inbox);
+    std::vector<TreeNode*> msgs;
+    for (size_t i = 2; i < lines.size(); ++i) {
+      msgs.push_back(TREE_NewNode(1, &lines[i], 20, DrawLine, nullptr, LineWidth));
+      TREE_AppendNode(inbox, msgs.back());
+    }
+    TREE_OpenSubtree(svc, 1, 0);
+    TREE_OpenSubtree(inbox, 1, 0);
+    TREE_SelectOnlyNode(msgs[0]);  // the strip shows the message layout; this line scrolls away below
+    int layout = MSG_CM_LayoutId(g_strip, kCMLayoutMessage);
+    ASSERT_EQ(g_strip->current, layout);
+    int left = msgs[0]->abs_offset;  // the layout's 0 in the strip and in the lines
+    int from = CM_ColumnGetColumnByN(g_strip, layout, 1), subject = CM_ColumnGetColumnByN(g_strip, layout, 2);
+    xvt_app_process_pending_events();
+
+    // Press on From's right border (27 + 150), drag, release 43 px further.
+    QWidget* strip = g_strip->window->client;
+    ASSERT_NE(strip, nullptr);
+    Mouse(strip, QEvent::MouseButtonPress, QPoint(left + 176, 10), Qt::LeftButton);
+    Mouse(strip, QEvent::MouseMove, QPoint(left + 200, 10), Qt::LeftButton);
+    Mouse(strip, QEvent::MouseMove, QPoint(left + 220, 10), Qt::LeftButton);
+    Mouse(strip, QEvent::MouseButtonRelease, QPoint(left + 220, 10), Qt::NoButton);
+    int off = 0, size = 0;
+    ASSERT_EQ(CM_ColumnGetDimension(g_strip, layout, from, &off, &size), 0);
+    EXPECT_EQ(size, 220 - 27);
+    ASSERT_EQ(CM_ColumnGetDimension(g_strip, layout, subject, &off, &size), 0);
+    EXPECT_EQ(off, 220);
+    xvt_app_process_pending_events();
+    QImage before = OnScreen(doc->client);
+    ASSERT_EQ(before.width(), doc->client->width());
+
+    // Three lines down by the bar's arrow.
+    QScrollBar* bar = g_tree->bars[VSCROLL];
+    ASSERT_NE(bar, nullptr);
+    for (int i = 0; i < 3; ++i) bar->triggerAction(QAbstractSlider::SliderSingleStepAdd);
+    xvt_app_process_pending_events();
+    EXPECT_EQ(TREE_TopLine(g_tree), 3);
+    QImage img = OnScreen(doc->client);
+    std::string path = std::string(VELMAR_TEST_BINARY_DIR) + "/tree_gui_drag.png";
+    EXPECT_TRUE(img.save(QString::fromStdString(path), "PNG")) << path;
+
+    // The strip: the Subject title at its new place, nothing where it was.
+    EXPECT_GT(DarkIn(img, left + 222, 3, left + 280, 17), 10) << "the Subject title moved";
+    EXPECT_EQ(DarkIn(img, left + 180, 3, left + 215, 17), 0) << "no title where Subject was";
+    // The lines now on the screen are messages 1 onwards; each has its subject
+    // at the new offset and nothing between its sender and there.
+    int shown = 0;
+    for (int k = 0; k < TREE_VisibleLines(g_tree) - 1; ++k, ++shown) {
+      int top = 20 + k * kLine;
+      EXPECT_GT(DarkIn(img, left + 222, top, left + 300, top + kLine), 10) << "line " << k << " has its subject";
+      EXPECT_EQ(DarkIn(img, left + 180, top, left + 218, top + kLine), 0) << "line " << k << " nothing at the old place";
+    }
+    EXPECT_GE(shown, 4);
+    // What was the 4th line is now the first, and so on, pixel for pixel.
+    for (int k = 0; k + 3 < TREE_VisibleLines(g_tree); ++k) {
+      int differ = 0;
+      for (int y = 0; y < kLine; ++y)
+        for (int x = 0; x < 580; ++x) differ += img.pixel(x, 20 + k * kLine + y) != before.pixel(x, 20 + (k + 3) * kLine + y);
+      EXPECT_EQ(differ, 0) << "line " << k << " after scrolling";
+    }
     CM_Destroy(g_strip);
   });
 }
