@@ -15,6 +15,7 @@
 namespace {
 
 constexpr unsigned long kMaxAhead = 5000;  // per command when the cache has no limit
+constexpr const char* kFullStructure = "(FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE)";
 
 bool Connected(MailStream* stream) {
   ImapLocal* local = imap_local(stream);
@@ -80,7 +81,10 @@ Envelope* map_fetchstructure(MailStream* stream, unsigned long msgno, BodyPart**
     sequence = Range(lo, hi);
   }
   if (local->level & kImapUseFull) {
-    ImapReply* r = Fetch(stream, sequence, "FULL");
+    // FULL brings BODY, which has no extension data: IMAP4 servers are asked
+    // for BODYSTRUCTURE, so that each part's disposition comes along.
+    const char* full = (local->level & (kImapImap4 | kImapImap4rev1)) ? kFullStructure : "FULL";
+    ImapReply* r = Fetch(stream, sequence, full);
     if (imap_key_is(r, "BAD") && Connected(stream)) {
       local->level &= ~kImapUseFull;
       imap_OK(stream, Fetch(stream, sequence, "ALL"));

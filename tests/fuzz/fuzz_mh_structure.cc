@@ -39,7 +39,8 @@ void ReverseEnvelope(Envelope* env) {
   Reverse(&env->extra_headers);
 }
 
-// Parts are not a reversed list: they keep their order through the cache.
+// Parts and disposition parameters are not reversed lists: they keep their
+// order through the cache.
 void ReverseBody(BodyPart* body) {
   Reverse(&body->parameter);
   for (BodyPartNode* n = body->parts; n; n = n->next) ReverseBody(&n->body);
@@ -77,6 +78,10 @@ bool SameBody(const BodyPart* a, const BodyPart* b) {
     return false;
   const BodyParameter *p = a->parameter, *q = b->parameter;
   for (; p && q; p = p->next, q = q->next)
+    if (!Same(p->attribute, q->attribute) || !Same(p->value, q->value)) return false;
+  if (p || q) return false;
+  if (!Same(a->disposition, b->disposition)) return false;
+  for (p = a->disposition_parameter, q = b->disposition_parameter; p && q; p = p->next, q = q->next)
     if (!Same(p->attribute, q->attribute) || !Same(p->value, q->value)) return false;
   if (p || q) return false;
   const BodyPartNode *m = a->parts, *n = b->parts;
