@@ -393,6 +393,56 @@ TEST_F(ImapFake, BodyStructureExtensionDataKeepsDispositions) {
   }
 }
 
+TEST_F(ImapFake, PipelinedFetchesAndACutBetweenTheirReplies) {
+  // A range of 130 goes as two commands sent before either reply is read.
+  mail_parameters(nullptr, 102, reinterpret_cast<void*>(130));
+  auto message = [](int n, const char* flags) {
+    return "S: * " + std::to_string(n) + " FETCH (FLAGS (" + flags + ") ENVELOPE (NIL \"s" + std::to_string(n) +
+           "\" NIL NIL NIL NIL NIL NIL NIL NIL) BODYSTRUCTURE (\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1))";
+  };
+  struct Case {
+    const char* what;
+    Script replies;     // after both commands came
+    bool connected;     // afterwards
+    const char* logged;
+  } cases[] = {
+      {"both answered, second first",
+       {message(66, "\\Flagged"), "S: $T OK done", message(1, "\\Seen"), "S: $P OK done"}, true, nullptr},
+      {"cut after the first reply", {message(1, "\\Seen"), "S: $P OK done", message(66, "\\Flagged"), "CLOSE"},
+       false, "IMAP server connection broken during server response"},
+      {"cut inside the first reply", {message(1, "\\Seen"), "CLOSE"}, false,
+       "IMAP server connection broken during server response"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    mail_env_clear();
+    FakeImapServer server(Rev1Open(130) + Script{"C: $T FETCH 1:65" + kStructure, "C: $T FETCH 66:130" + kStructure} +
+                          c.replies);
+    ASSERT_NE(Open(server), nullptr) << server.mismatch();
+    Envelope* env = mail_fetchstructure(stream_, 1, nullptr);
+    server.Finish();
+    EXPECT_TRUE(server.completed()) << server.mismatch();
+    // What came before the cut is kept: the envelope and the flags.
+    ASSERT_NE(env, nullptr) << EnvLogs(1);
+    EXPECT_STREQ(env->subject, "s1");
+    EXPECT_TRUE(mail_elt(stream_, 1)->seen);
+    if (c.connected || std::string(c.what).find("after") != std::string::npos) {
+      EXPECT_TRUE(mail_elt(stream_, 66)->flagged);
+    }
+    EXPECT_EQ(EnvSaid("notify", "IMAP server connection broken during server response"), !c.connected);
+    if (!c.connected) {
+      // Told once, and later commands are refused at once.
+      int notices = 0;
+      for (const MailEnvLine& l : mail_env_lines())
+        notices += l.callback == "notify" && l.text.find("broken") != std::string::npos;
+      EXPECT_EQ(notices, 1);
+      EXPECT_EQ(mail_ping(stream_), 0);
+    }
+    stream_ = mail_close(stream_);
+  }
+  mail_parameters(nullptr, 102, reinterpret_cast<void*>(20));
+}
+
 TEST_F(ImapFake, TaggedSequenceAndReadAheadRanges) {
   // Look-ahead goes up from the message, then down, over messages without
   // an envelope, and doubles while the caller walks in order.
