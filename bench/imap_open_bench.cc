@@ -7,7 +7,7 @@
 // the folder "Big" (once per server directory), then measures:
 //   floor:  a minimal client of this program: connect, LOGIN, SELECT, then
 //           the very FETCH commands the driver sent (recorded in a warm-up
-//           run), one after the other as the driver sends them, reading the
+//           run through a relay), one at a time, reading the
 //           bytes up to each tagged reply. It parses nothing, stores nothing,
 //           probes nothing and does no TLS.
 //   driver: mail_open (greeting, capability probe, LOGIN, SELECT) plus
