@@ -7,21 +7,30 @@
 // the folder "Big" (once per server directory), then measures:
 //   floor:  a minimal client of this program: connect, LOGIN, SELECT, then
 //           the very FETCH commands the driver sent (recorded in a warm-up
-//           run), one after the other as the driver sends them, reading the
+//           run through a relay), one at a time, reading the
 //           bytes up to each tagged reply. It parses nothing, stores nothing,
 //           probes nothing and does no TLS.
 //   driver: mail_open (greeting, capability probe, LOGIN, SELECT) plus
 //           mail_fetchstructure and the element (flags, size, internal date)
 //           of every message in order, as a folder list fills itself: every
 //           reply is parsed into the message cache while it is read.
-// Each side runs once to warm up, then three times each in alternating
-// order; the medians are printed, with their ratio and the heap (mallinfo2)
-// that the open stream holds per message (elements, the cache's array and
-// index, the envelopes the cache keeps).
+//   model:  MM_FolOpen on an IMAP service of the options, then for every
+//           message its UMI (MM_UMIFromMsgno), MM_MsgEnvelope and the five
+//           flag tests by UMI, as model_open_bench does for local folders.
+//           The model opens every IMAP folder as a user would: STARTTLS when
+//           the server offers it (the test Dovecot does), so its bytes are
+//           encrypted while the floor's and the driver's are not.
+// None of them draws, sorts or fetches texts. Each side runs once to warm
+// up, then three times in rotating order; the medians are printed, with
+// their ratios to the floor, and the heap (mallinfo2) that the open stream
+// holds per message: the mail layer alone (elements, the cache's array and
+// index, the envelopes the cache keeps) and the model with the mail layer
+// right after the model's walk, before the folder is closed.
 #include <arpa/inet.h>
 #include <malloc.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,10 +41,14 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "c-client/core/mail.h"
-#include "c-client/core/plain_env.h"
+#include "c-client/net/tcp.h"
+#include "src/base/filenames.h"
+#include "src/model/mm.h"
+#include "src/options/options.h"
 
 namespace {
 
@@ -121,12 +134,12 @@ struct DriverResult {
   unsigned long checked = 0;  // messages whose subject and size were there
 };
 
-DriverResult Driver(const std::string& name, bool debug) {
+DriverResult Driver(const std::string& name) {
   DriverResult out;
-  mail_env_clear();
+  malloc_trim(0);
   long heap0 = static_cast<long>(mallinfo2().uordblks);
   auto start = Clock::now();
-  MailStream* s = mail_open(nullptr, name.c_str(), debug ? OP_DEBUG : 0);
+  MailStream* s = mail_open(nullptr, name.c_str(), 0);
   if (!s) return out;
   for (unsigned long i = 1; i <= s->nmsgs; ++i) {
     Envelope* env = mail_fetchstructure(s, i, nullptr);
@@ -135,8 +148,102 @@ DriverResult Driver(const std::string& name, bool debug) {
   }
   out.seconds = Seconds(start);
   out.nmsgs = s->nmsgs;
+  malloc_trim(0);
   out.heap = static_cast<long>(mallinfo2().uordblks) - heap0;
   mail_close(s);
+  return out;
+}
+
+// --- Recording what the driver sends ------------------------------------------
+
+// A relay between the driver and the server for the warm-up run: it keeps
+// the FETCH commands the driver sends, so that the floor sends the same.
+struct Recorder {
+  int listener = -1;
+  int port = 0;
+  std::vector<std::string> fetches;
+  std::thread thread;
+
+  void Start(int server_port) {
+    listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(listener, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    ::listen(listener, 1);
+    socklen_t n = sizeof a;
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&a), &n);
+    port = ntohs(a.sin_port);
+    thread = std::thread([this, server_port] { Relay(server_port); });
+  }
+  void Relay(int server_port) {
+    int client = ::accept(listener, nullptr, nullptr);
+    Raw server;
+    if (client < 0 || !server.Connect(server_port)) return;
+    std::string line;
+    char chunk[1 << 16];
+    pollfd fds[2] = {{client, POLLIN, 0}, {server.fd, POLLIN, 0}};
+    for (;;) {
+      if (::poll(fds, 2, 60000) <= 0) break;
+      if (fds[0].revents) {
+        ssize_t n = ::read(client, chunk, sizeof chunk);
+        if (n <= 0) break;
+        server.Send(std::string(chunk, static_cast<size_t>(n)));
+        line.append(chunk, static_cast<size_t>(n));
+        for (size_t eol; (eol = line.find("\r\n")) != std::string::npos; line.erase(0, eol + 2)) {
+          std::string l = line.substr(0, eol);
+          if (size_t sp = l.find(' '); sp != std::string::npos && l.compare(sp, 7, " FETCH ") == 0)
+            fetches.push_back(l.substr(sp + 1));
+        }
+      }
+      if (fds[1].revents) {
+        ssize_t n = ::read(server.fd, chunk, sizeof chunk);
+        if (n <= 0) break;
+        for (ssize_t at = 0; at < n;) {
+          ssize_t w = ::write(client, chunk + at, static_cast<size_t>(n - at));
+          if (w <= 0) break;
+          at += w;
+        }
+      }
+    }
+    ::close(client);
+    server.Close();
+  }
+  void Stop() {
+    if (thread.joinable()) thread.join();
+    ::close(listener);
+  }
+};
+
+// --- The model ----------------------------------------------------------------
+
+struct ModelResult {
+  double seconds = 0;
+  long heap = 0;  // bytes held by the model and the mail layer after the walk
+  unsigned long nmsgs = 0;
+  unsigned long checked = 0;
+};
+
+ModelResult Model(int ms) {
+  ModelResult out;
+  malloc_trim(0);
+  long heap0 = static_cast<long>(mallinfo2().uordblks);
+  auto start = Clock::now();
+  const int id = MM_FolOpen(ms, "Big");
+  if (id == INVALID_FOLDER) return out;
+  const unsigned long n_msgs = static_cast<unsigned long>(MM_FolGetNumMsgs(id));
+  for (unsigned long n = 1; n <= n_msgs; ++n) {
+    const UMI umi = MM_UMIFromMsgno(id, n);
+    Envelope* env = MM_MsgEnvelope(umi);
+    bool all = MM_MsgIsRead(umi) && MM_MsgIsDeleted(umi) && MM_MsgIsFlagged(umi) && MM_MsgIsAnswered(umi) &&
+               MM_MsgIsDraft(umi);
+    if (env && env->subject && !all) ++out.checked;
+  }
+  out.seconds = Seconds(start);
+  out.nmsgs = n_msgs;
+  malloc_trim(0);
+  out.heap = static_cast<long>(mallinfo2().uordblks) - heap0;
+  MM_FolClose(id, 1);
   return out;
 }
 
@@ -164,46 +271,78 @@ int main(int argc, char** argv) {
   std::printf("seeded %ld messages into Big in %.1f s\n", count, Seconds(seeding));
   const int port = std::atoi(env["PORT"].c_str());
   const std::string name = "{127.0.0.1:" + env["PORT"] + "/notls}Big";
-  mail_link(&imap2driver);
-  mail_env_set_login("testuser", "secret");
-  mail_env_set_echo(2);
 
-  // Warm-up of the driver, recording the FETCH commands it sends.
-  DriverResult warm = Driver(name, true);
-  std::vector<std::string> fetches;
-  for (const MailEnvLine& l : mail_env_lines())
-    if (l.callback == "dlog" && l.text.rfind("A", 0) == 0 && l.text.find(" FETCH ") != std::string::npos)
-      fetches.push_back(l.text.substr(l.text.find(' ') + 1));
-  mail_env_clear();
+  // The model, with one IMAP service on the server; its login fills the
+  // login record that the driver's opens use as well.
+  char home[] = "/tmp/velmar-imapbench-home-XXXXXX";
+  if (!::mkdtemp(home)) return 1;
+  ::setenv("VELMAR_HOME", home, 1);
+  if (!InitDirectories() || !Opt_Init()) {
+    std::fprintf(stderr, "imap_open_bench: cannot set up the user directory\n");
+    return 1;
+  }
+  tcp_tls_set_ca_file(env["CAFILE"].c_str());
+  Opt_AssignString("MsgService.IDList", "1", kOptPermanent, 0);
+  const std::pair<const char*, std::string> options[] = {
+      {"Name", "Bench"}, {"Type", "imap"}, {"Hostname", env["HOST"]}, {"Port", env["PORT"]},
+      {"Userid", env["USER"]}, {"Password", env["PASSWORD"]},
+  };
+  for (const auto& [key, value] : options)
+    Opt_AssignString(("MsgService.ms1." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+  MM_Init();
+  const int ms = MM_MSNew(1);
+  MM_MSInitAuthInfo(ms);
+
+  // Warm-up of each side; the driver's goes through the recorder.
+  Recorder recorder;
+  recorder.Start(port);
+  DriverResult warm = Driver("{127.0.0.1:" + std::to_string(recorder.port) + "/notls}Big");
+  recorder.Stop();
+  const std::vector<std::string>& fetches = recorder.fetches;
   size_t bytes = 0;
   Floor(port, fetches, &bytes);
+  ModelResult warm_model = Model(ms);
 
-  std::vector<double> floor_times, driver_times;
+  std::vector<double> floor_times, driver_times, model_times;
   DriverResult last;
+  ModelResult last_model;
   for (int round = 0; round < 3; ++round) {
-    if (round % 2 == 0) {
-      floor_times.push_back(Floor(port, fetches, &bytes));
-      last = Driver(name, false);
-      driver_times.push_back(last.seconds);
-    } else {
-      last = Driver(name, false);
-      driver_times.push_back(last.seconds);
-      floor_times.push_back(Floor(port, fetches, &bytes));
+    // Each side goes first once.
+    for (int k = 0; k < 3; ++k) {
+      switch ((round + k) % 3) {
+        case 0:
+          floor_times.push_back(Floor(port, fetches, &bytes));
+          break;
+        case 1:
+          last = Driver(name);
+          driver_times.push_back(last.seconds);
+          break;
+        default:
+          last_model = Model(ms);
+          model_times.push_back(last_model.seconds);
+          break;
+      }
     }
   }
+  MM_Shutdown(0);
+  tcp_tls_set_ca_file(nullptr);
   Run(kScript + "stop " + dir);
-  Run(std::string("rm -rf ") + dir);
+  Run(std::string("rm -rf ") + dir + " " + home);
 
-  double f = Median(floor_times), d = Median(driver_times);
-  std::printf("messages: %lu (all fields present for %lu, warm-up %lu)\n", last.nmsgs, last.checked, warm.checked);
-  std::printf("FETCH commands: %zu (first: %s, last: %s), %.1f MB of replies\n", fetches.size(),
+  double f = Median(floor_times), d = Median(driver_times), m = Median(model_times);
+  std::printf("messages: %lu (all fields present: driver %lu, model %lu; warm-up %lu and %lu)\n", last.nmsgs,
+              last.checked, last_model.checked, warm.checked, warm_model.checked);
+  std::printf("FETCH commands of the driver: %zu (first: %s, last: %s), %.1f MB of replies\n", fetches.size(),
               fetches.empty() ? "-" : fetches.front().c_str(), fetches.empty() ? "-" : fetches.back().c_str(),
               static_cast<double>(bytes) / 1e6);
-  std::printf("floor  (connect, LOGIN, SELECT, the same FETCHes, bytes only):   %.3f s\n", f);
-  std::printf("driver (mail_open + structure, flags, size, date of each):        %.3f s\n", d);
-  std::printf("ratio driver/floor: %.2f (target <= 1.5)\n", d / f);
+  std::printf("floor  (connect, LOGIN, SELECT, the driver's FETCHes, bytes only; no TLS):     %.3f s\n", f);
+  std::printf("driver (mail_open + structure, flags, size, date of each; no TLS):            %.3f s\n", d);
+  std::printf("model  (MM_FolOpen + UMI, envelope, five flag tests of each; STARTTLS):       %.3f s\n", m);
+  std::printf("ratio driver/floor: %.2f, model/floor: %.2f (target <= 1.5)\n", d / f, m / f);
   // The heap, not the resident size: the timed runs reuse the pages of the warm-up.
-  std::printf("memory left by the open stream in the mail layer: heap %.0f bytes/message\n",
-              static_cast<double>(last.heap) / static_cast<double>(last.nmsgs ? last.nmsgs : 1));
+  const double n = static_cast<double>(last.nmsgs ? last.nmsgs : 1);
+  std::printf("heap held after the open and the walk: mail layer %.0f bytes/message (driver side); model and mail"
+              " layer together %.0f bytes/message (target <= 300)\n",
+              static_cast<double>(last.heap) / n, static_cast<double>(last_model.heap) / n);
   return 0;
 }

@@ -5,7 +5,8 @@
 // For each file it prints a block: the file name, optionally the header as
 // found, then the envelope and the body structure that the local mail stores
 // would keep for it, written as an IMAP server writes FETCH ENVELOPE and
-// FETCH BODY. The same form lets a user put a server's view next to ours,
+// FETCH BODYSTRUCTURE (with the parts' parameters and dispositions; the
+// records keep no MD5, language or location). The same form lets a user put a server's view next to ours,
 // and lets the differential test compare the two field by field. Parser
 // warnings follow as WARNING lines. Exit status: 0, or 1 if a file could
 // not be read (the others are still shown), 2 for bad arguments.
@@ -138,6 +139,35 @@ void put_empty_text(std::string& out) {
 
 void put_body(std::string& out, const BodyPart* b, const std::string& section, int depth, Notes& notes);
 
+void put_parameters(std::string& out, const BodyParameter* list) {
+  if (!list) {
+    out += "NIL";
+    return;
+  }
+  out += '(';
+  for (const BodyParameter* p = list; p; p = p->next) {
+    if (p != list) out += ' ';
+    put_string(out, p->attribute);
+    out += ' ';
+    put_string(out, p->value);
+  }
+  out += ')';
+}
+
+// The disposition as extension data writes it: ("TYPE" (params)) or NIL.
+void put_disposition(std::string& out, const BodyPart* b) {
+  out += ' ';
+  if (!b->disposition) {
+    out += "NIL";
+    return;
+  }
+  out += '(';
+  put_string(out, b->disposition);
+  out += ' ';
+  put_parameters(out, b->disposition_parameter);
+  out += ')';
+}
+
 void put_multipart(std::string& out, const BodyPart* b, const std::string& section, int depth, Notes& notes) {
   out += '(';
   int n = 0;
@@ -148,6 +178,9 @@ void put_multipart(std::string& out, const BodyPart* b, const std::string& secti
   }
   out += ' ';
   put_string(out, b->subtype ? b->subtype : rfc822_default_subtype(b->type));
+  out += ' ';
+  put_parameters(out, b->parameter);
+  put_disposition(out, b);
   out += ')';
 }
 
@@ -168,18 +201,7 @@ void put_body(std::string& out, const BodyPart* b, const std::string& section, i
   out += ' ';
   put_string(out, b->subtype ? b->subtype : rfc822_default_subtype(b->type));
   out += ' ';
-  if (b->parameter) {
-    out += '(';
-    for (const BodyParameter* p = b->parameter; p; p = p->next) {
-      if (p != b->parameter) out += ' ';
-      put_string(out, p->attribute);
-      out += ' ';
-      put_string(out, p->value);
-    }
-    out += ')';
-  } else {
-    out += "NIL";
-  }
+  put_parameters(out, b->parameter);
   out += ' ';
   put_string(out, b->id);
   out += ' ';
@@ -201,6 +223,8 @@ void put_body(std::string& out, const BodyPart* b, const std::string& section, i
     }
   }
   if (rfc822 || b->type == TYPETEXT) out += ' ' + std::to_string(b->size_lines);
+  out += " NIL";  // no MD5
+  put_disposition(out, b);
   out += ')';
 }
 

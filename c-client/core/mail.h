@@ -97,6 +97,11 @@ struct BodyPart {
   BodyParameter* parameter;
   char* id;
   char* description;
+  // Content-Disposition: the type word upper-cased ("ATTACHMENT", "INLINE")
+  // and its parameters as written (FILENAME, FILENAME*0*, ...; lookups join
+  // the RFC 2231 forms). Null when the part has none.
+  char* disposition;
+  BodyParameter* disposition_parameter;
   // What the part holds, by kind: a simple part's cached text; a
   // multipart's first part; a message/rfc822's envelope, body and texts.
   MailText* contents;

@@ -192,6 +192,8 @@ void mail_free_body_data(BodyPart* body) {
   mail_free_body_parameter(&body->parameter);
   FreeString(&body->id);
   FreeString(&body->description);
+  FreeString(&body->disposition);
+  mail_free_body_parameter(&body->disposition_parameter);
   mail_free_text(&body->contents);
   mail_free_body_part(&body->parts);
   mail_free_envelope(&body->msg_env);

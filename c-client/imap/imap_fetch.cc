@@ -7,14 +7,17 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "c-client/core/mail_core.h"
 #include "c-client/imap/imap_internal.h"
 #include "c-client/imap/imap_slots.h"
+#include "c-client/net/tcp.h"
 
 namespace {
 
 constexpr unsigned long kMaxAhead = 5000;  // per command when the cache has no limit
+constexpr const char* kFullStructure = "(FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE)";
 
 bool Connected(MailStream* stream) {
   ImapLocal* local = imap_local(stream);
@@ -36,6 +39,62 @@ ImapReply* Fetch(MailStream* stream, const std::string& sequence, const char* wh
   args.sequence = sequence.c_str();
   args.atom = what;
   return imap_send(stream, "FETCH", args);
+}
+
+// Commands of one structure fetch sent before their replies are read, and
+// the fewest messages a command of the window covers.
+constexpr size_t kWindow = 4;
+constexpr unsigned long kMinPiece = 64;
+
+// The range lo..hi in up to kWindow FETCH commands sent back to back, the
+// replies read (and parsed) after: the server works on the next command
+// while this side parses the reply to the last. Every message fits the
+// cache already (AheadRange), so no flush runs while the replies come.
+// True when every command succeeded; *bad when one was refused as BAD.
+bool FetchPipelined(MailStream* stream, unsigned long lo, unsigned long hi, const char* what, bool* bad) {
+  ImapLocal* local = imap_local(stream);
+  *bad = false;
+  const unsigned long count = hi - lo + 1;
+  const size_t pieces = std::max<size_t>(1, std::min<size_t>(kWindow, count / kMinPiece));
+  const unsigned long each = (count + pieces - 1) / pieces;
+  mail_lock(stream);
+  std::vector<std::string> tags;
+  bool sent_all = true;
+  for (unsigned long from = lo; from <= hi; from += each) {
+    // Input before the first command still means a dropped connection.
+    if (local->tcp) tcp_set_reply_pending(local->tcp, !tags.empty());
+    std::string tag = imap_send_tagged(stream, "FETCH " + Range(from, std::min(hi, from + each - 1)) + " " + what);
+    if (tag.empty()) {
+      sent_all = false;
+      break;
+    }
+    tags.push_back(tag);
+  }
+  if (local->tcp) tcp_set_reply_pending(local->tcp, false);
+  bool ok = sent_all;
+  // The replies may come in any order; each is matched by its tag.
+  while (!tags.empty()) {
+    ImapReply* r = imap_reply_among(stream, tags, tags.front().c_str());
+    if (!Connected(stream)) {
+      // Made up for the lost connection: the user has been told once.
+      imap_OK(stream, r);
+      ok = false;
+      tags.clear();
+      break;
+    }
+    auto it = std::find(tags.begin(), tags.end(), r->tag);
+    if (it == tags.end()) continue;  // a stray "+": not an answer to a FETCH
+    tags.erase(it);
+    if (imap_key_is(r, "BAD")) {
+      *bad = true;
+      ok = false;
+    } else if (!imap_OK(stream, r)) {
+      ok = false;
+    }
+  }
+  if (!sent_all && Connected(stream)) imap_fake(stream, "", "IMAP connection broken while sending command");
+  mail_unlock(stream);
+  return ok;
 }
 
 // The range of a structure fetch for msgno: up from it, then down, while
@@ -74,13 +133,23 @@ Envelope* map_fetchstructure(MailStream* stream, unsigned long msgno, BodyPart**
   ImapLocal* local = imap_local(stream);
   if (!Connected(stream)) return nullptr;
   std::string sequence = std::to_string(msgno);
+  unsigned long lo = msgno, hi = msgno;
   if (!stream->scache) {
-    unsigned long lo, hi;
     AheadRange(stream, msgno, &lo, &hi);
     sequence = Range(lo, hi);
   }
-  if (local->level & kImapUseFull) {
-    ImapReply* r = Fetch(stream, sequence, "FULL");
+  if ((local->level & kImapUseFull) && (local->level & (kImapImap4 | kImapImap4rev1)) &&
+      hi - lo + 1 >= 2 * kMinPiece) {
+    bool bad = false;
+    if (!FetchPipelined(stream, lo, hi, kFullStructure, &bad) && bad && Connected(stream)) {
+      local->level &= ~kImapUseFull;
+      imap_OK(stream, Fetch(stream, sequence, "ALL"));
+    }
+  } else if (local->level & kImapUseFull) {
+    // FULL brings BODY, which has no extension data: IMAP4 servers are asked
+    // for BODYSTRUCTURE, so that each part's disposition comes along.
+    const char* full = (local->level & (kImapImap4 | kImapImap4rev1)) ? kFullStructure : "FULL";
+    ImapReply* r = Fetch(stream, sequence, full);
     if (imap_key_is(r, "BAD") && Connected(stream)) {
       local->level &= ~kImapUseFull;
       imap_OK(stream, Fetch(stream, sequence, "ALL"));

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "c-client/auth/authenticators.h"
 #include "c-client/core/mail.h"
@@ -107,6 +108,12 @@ struct ImapArgs {
 ImapReply* imap_send(MailStream* stream, const char* command, const ImapArgs& args = {});
 // Reads replies until the one tagged `tag` (null: the greeting).
 ImapReply* imap_reply(MailStream* stream, const char* tag);
+// Reads replies until one tagged with any of `tags` (commands in flight);
+// `tag` names a lost connection's made-up reply.
+ImapReply* imap_reply_among(MailStream* stream, const std::vector<std::string>& tags, const char* tag);
+// Sends a command line without waiting for its reply; its tag, or "" when
+// the line could not be sent.
+std::string imap_send_tagged(MailStream* stream, const std::string& command);
 // A made-up reply for a lost connection; closes the connection and tells
 // the user at level 4.
 ImapReply* imap_fake(MailStream* stream, const char* tag, const char* text);

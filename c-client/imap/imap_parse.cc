@@ -375,11 +375,47 @@ bool Parameters(ImapCursor& c, BodyParameter** out) {
 
 bool ParseBody(ImapCursor& c, BodyPart* body, int depth);
 
-// What follows the known fields of a part: extension data, stepped over.
-bool EndOfPart(ImapCursor& c, int depth) {
+// Content-Disposition in extension data: ("TYPE" (parameters)) or NIL.
+bool Disposition(ImapCursor& c, BodyPart* body) {
+  imap_skip_spaces(c);
+  if (!imap_at(c, '(')) {
+    std::string s;
+    bool nil;
+    if (imap_string(c, &s, &nil) && nil) return true;
+    Log(mail_format("Bogus body disposition: %.80s", Rest(c)), 1);
+    return false;
+  }
+  std::string type;
+  bool nil;
+  if (!imap_string(c, &type, &nil)) return false;
+  if (!nil && !type.empty()) body->disposition = cpystr(Upper(type).c_str());
+  if (!Parameters(c, &body->disposition_parameter)) return false;
+  if (!imap_at(c, ')')) {
+    Log(mail_format("Junk at end of body disposition: %.80s", Rest(c)), 1);
+    return false;
+  }
+  return true;
+}
+
+// What follows the known fields of a part: extension data. A multipart's
+// parameters (BODYSTRUCTURE only) and a part's disposition are kept; the
+// MD5, language, location and later extensions are stepped over.
+bool EndOfPart(ImapCursor& c, BodyPart* body, int depth) {
   for (unsigned long n = 0;; ++n) {
     if (imap_at(c, ')')) return true;
-    if (c.failed || n > kImapMaxListItems || !imap_skip_value(c, depth + 1)) {
+    bool ok;
+    if (c.failed || n > kImapMaxListItems) {
+      ok = false;
+    } else if (n == 0 && body->type == TYPEMULTIPART) {
+      mail_free_body_parameter(&body->parameter);
+      ok = Parameters(c, &body->parameter);
+    } else if (n == 1) {
+      // A second disposition would leak the first: a server sends one.
+      ok = !body->disposition && !body->disposition_parameter && Disposition(c, body);
+    } else {
+      ok = imap_skip_value(c, depth + 1);  // a single part's MD5, language, location, ...
+    }
+    if (!ok) {
       Log(mail_format("Junk at end of body part: %.80s", Rest(c)), 1);
       return false;
     }
@@ -408,7 +444,7 @@ bool ParseMultipart(ImapCursor& c, BodyPart* body, int depth) {
     return false;
   }
   body->subtype = cpystr(Upper(subtype).c_str());
-  return EndOfPart(c, depth);
+  return EndOfPart(c, body, depth);
 }
 
 bool ParseBody(ImapCursor& c, BodyPart* body, int depth) {
@@ -446,7 +482,7 @@ bool ParseBody(ImapCursor& c, BodyPart* body, int depth) {
   } else if (body->type == TYPETEXT) {
     if (!Number(c, &body->size_lines)) return false;
   }
-  return EndOfPart(c, depth);
+  return EndOfPart(c, body, depth);
 }
 
 bool IsLong(MailStream* stream) { return !stream->scache; }

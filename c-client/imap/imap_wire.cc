@@ -1,6 +1,7 @@
 // The imap2 driver's conversation: writing a command with its arguments
 // (atoms, quoted strings, literals), reading replies up to the tagged one,
 // and the made-up reply that stands for a lost connection.
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -206,7 +207,21 @@ ImapReply* imap_send(MailStream* stream, const char* command, const ImapArgs& ar
   return reply;
 }
 
+std::string imap_send_tagged(MailStream* stream, const std::string& command) {
+  ImapLocal* local = imap_local(stream);
+  char tag[16];
+  std::snprintf(tag, sizeof tag, "A%05lu", stream->tag_counter++ % 100000);
+  if (Lost(local)) return "";
+  const std::string line = std::string(tag) + " " + command;
+  return imap_send_line(stream, line, line) ? tag : "";
+}
+
 ImapReply* imap_reply(MailStream* stream, const char* tag) {
+  if (!tag) return imap_reply_among(stream, {}, nullptr);
+  return imap_reply_among(stream, {tag}, tag);
+}
+
+ImapReply* imap_reply_among(MailStream* stream, const std::vector<std::string>& tags, const char* tag) {
   ImapLocal* local = imap_local(stream);
   ImapReply* r = &local->reply;
   for (;;) {
@@ -236,7 +251,7 @@ ImapReply* imap_reply(MailStream* stream, const char* tag) {
       if (!tag) return r;
       continue;
     }
-    if (tag && r->tag == tag) {
+    if (tag && std::find(tags.begin(), tags.end(), r->tag) != tags.end()) {
       // Codes of the tagged reply count as well (READ-ONLY, TRYCREATE, a
       // login's CAPABILITY).
       if (!r->text.empty() && r->text[0] == '[') imap_parse_response_code(stream, r->text);

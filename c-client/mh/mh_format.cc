@@ -32,6 +32,8 @@ constexpr uint32_t kEnvelopeEnd = 599;
 constexpr uint32_t kBodyBegin = 600;
 constexpr uint32_t kParameter = 601;
 constexpr uint32_t kParametersEnd = 602;
+constexpr uint32_t kDisposition = 603;
+constexpr uint32_t kDispositionParameter = 604;
 constexpr uint32_t kPart = 605;
 constexpr uint32_t kPartsEnd = 606;
 constexpr uint32_t kBodyEnd = 699;
@@ -152,6 +154,18 @@ void Writer::Body(const BodyPart* body, int depth) {
     String(p->value);
   }
   U32(kParametersEnd);
+  // The disposition follows only when the part has one: its type, then its
+  // parameters in the order written, ended like the type's.
+  if (body->disposition || body->disposition_parameter) {
+    U32(kDisposition);
+    String(body->disposition);
+    for (const BodyParameter* p = body->disposition_parameter; p && ok; p = p->next) {
+      U32(kDispositionParameter);
+      String(p->attribute);
+      String(p->value);
+    }
+    U32(kParametersEnd);
+  }
   if (body->type == TYPEMULTIPART) {
     for (const BodyPartNode* n = body->parts; n && ok; n = n->next) {
       U32(kPart);
@@ -284,6 +298,21 @@ bool Reader::Body(BodyPart* body, int depth) {
     param->next = body->parameter;
     body->parameter = param;
     if (!String(&param->attribute) || !String(&param->value)) return false;
+  }
+  if (Left() >= 4 && Get32(p) == kDisposition) {
+    p += 4;
+    if (!String(&body->disposition)) return false;
+    BodyParameter** tail = &body->disposition_parameter;
+    for (;;) {
+      uint32_t tag;
+      if (!U32(&tag)) return false;
+      if (tag == kParametersEnd) break;
+      if (tag != kDispositionParameter) return false;
+      BodyParameter* param = mail_newbody_parameter();
+      *tail = param;
+      tail = &param->next;
+      if (!String(&param->attribute) || !String(&param->value)) return false;
+    }
   }
   if (body->type == TYPEMULTIPART) {
     // Parts keep their order: section numbers and offsets depend on it.

@@ -10,7 +10,10 @@
 
 #include "c-client/core/mail.h"
 
-constexpr uint32_t kMhIndexVersion = 4102;
+// 4103: structure records carry each part's Content-Disposition. An index of
+// an older version is rebuilt (keeping its flags), so its cache, which has
+// no dispositions, is never read as if the parts had none.
+constexpr uint32_t kMhIndexVersion = 4103;
 constexpr size_t kMhHeaderSize = 16;
 constexpr size_t kMhRecordSize = 52;
 
@@ -64,6 +67,7 @@ std::string mh_encode_body(const BodyPart* body);
 // a limit or a short buffer they free what they built, set the result to
 // null, leave *p alone and return false.
 // Lists come back in reverse order (the reader prepends), as the format
-// has always done; the parts of a multipart keep their order.
+// has always done; the parts of a multipart and the disposition's
+// parameters keep their order.
 bool mh_decode_envelope(const uint8_t** p, const uint8_t* end, Envelope** env);
 bool mh_decode_body(const uint8_t** p, const uint8_t* end, BodyPart** body);

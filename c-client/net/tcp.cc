@@ -233,6 +233,7 @@ TcpStream* NewStream(int fd, const std::string& host, const std::string& local) 
   stream->iptr = stream->ibuf;
   stream->tls = nullptr;
   stream->flags = 0;
+  stream->reply_pending = false;
   ++connections;
   return stream;
 }
@@ -554,7 +555,10 @@ long tcp_sout(TcpStream* stream, const char* buffer, unsigned long size) {
   auto deadline = tcp_deadline(seconds);
   short want = POLLOUT;
   while (size > 0) {
-    int events = tcp_wait(stream->socket, static_cast<short>(POLLIN | want), deadline);
+    // With a reply pending, input is expected: waiting for it as well would
+    // only find it again and again without the socket being writable.
+    const short in = stream->reply_pending && want == POLLOUT ? 0 : POLLIN;
+    int events = tcp_wait(stream->socket, static_cast<short>(in | want), deadline);
     if (events < 0) {
       Trace(tcp_format("tcp_sout: socket error during select: %d", errno));
       tcp_abort(&stream->socket);
@@ -565,11 +569,17 @@ long tcp_sout(TcpStream* stream, const char* buffer, unsigned long size) {
       tcp_abort(&stream->socket);
       return 0;
     }
-    // This client never pipelines: before a command is sent the server has
-    // nothing to say, so input now means it has dropped the connection
-    // (an idle time-out) or is about to. Under TLS the input may be
-    // protocol records only, which say nothing of the sort.
-    if (events & (POLLIN | POLLHUP | POLLERR)) {
+    // With no reply pending the server has nothing to say before a command,
+    // so input now means it has dropped the connection (an idle time-out)
+    // or is about to. Under TLS the input may be protocol records only,
+    // which say nothing of the sort. With a reply pending, a hang-up or an
+    // error stops the write but keeps the socket, so that the replies that
+    // came before it are still read.
+    if (stream->reply_pending && (events & (POLLHUP | POLLERR))) {
+      Trace("tcp_sout: the server closed the connection while replies were pending; send() stopped.\n");
+      return 0;
+    }
+    if (!stream->reply_pending && (events & (POLLIN | POLLHUP | POLLERR))) {
       if (!stream->tls || !tcp_tls_only_records(stream)) {
         Trace("tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. send() aborted.\n");
         tcp_abort(&stream->socket);
@@ -603,6 +613,10 @@ long tcp_sout(TcpStream* stream, const char* buffer, unsigned long size) {
     }
   }
   return 1;
+}
+
+void tcp_set_reply_pending(TcpStream* stream, bool pending) {
+  if (stream) stream->reply_pending = pending;
 }
 
 void tcp_abort(int* socket) {

@@ -22,6 +22,7 @@ struct TcpStream {
   char ibuf[kTcpBufferSize];
   void* tls;        // the TLS session, null for plain
   unsigned long flags;
+  bool reply_pending;  // a command is in flight: input before a write is its reply
 };
 
 extern long connections;  // open sockets
@@ -32,6 +33,11 @@ long tcp_getbuffer(TcpStream* stream, unsigned long size, char* buffer);
 long tcp_getdata(TcpStream* stream);
 long tcp_soutr(TcpStream* stream, const char* text);
 long tcp_sout(TcpStream* stream, const char* buffer, unsigned long size);
+// Says whether the peer owes a reply to something already sent. While it
+// does, input waiting when a write starts is that reply, not a sign of a
+// dropped connection, so a client may send several commands before it
+// reads their replies.
+void tcp_set_reply_pending(TcpStream* stream, bool pending);
 void tcp_close(TcpStream* stream);
 void tcp_abort(int* socket);
 const char* tcp_host(TcpStream* stream);

@@ -109,9 +109,10 @@ char* copy_range(const char* s, const char* e) {
   return out;
 }
 
-// The parameters after a content type: "; ATTRIBUTE=value" pairs.
-void parse_parameters(BodyPart* body, char* s) {
-  BodyParameter* last = body->parameter;
+// The parameters after a content type or disposition: "; ATTRIBUTE=value"
+// pairs, appended to *list.
+void parse_parameters(BodyParameter** list, char* s) {
+  BodyParameter* last = *list;
   while (last && last->next) last = last->next;
   for (;;) {
     rfc822_skipws(&s);
@@ -136,7 +137,7 @@ void parse_parameters(BodyPart* body, char* s) {
     if (last)
       last->next = param;
     else
-      body->parameter = param;
+      *list = param;
     last = param;
     s = ae;
     rfc822_skipws(&s);
@@ -299,7 +300,22 @@ void rfc822_parse_content_header(BodyPart* body, char* name, char* value) {
       s = e;
     }
     if (!body->subtype) body->subtype = cpystr(rfc822_default_subtype(body->type));
-    parse_parameters(body, s);
+    parse_parameters(&body->parameter, s);
+  } else if (!std::strcmp(name, "DISPOSITION")) {
+    // The first disposition wins, as the first type does. The type word is
+    // kept upper-cased like a subtype; one that isn't a token leaves the
+    // part without a disposition rather than with a made-up one.
+    if (body->disposition) return;
+    char* s = value;
+    rfc822_skipws(&s);
+    char* e = token_end(s);
+    if (e == s) {
+      warn("Missing disposition type: %.80s", value);
+      return;
+    }
+    body->disposition = copy_range(s, e);
+    upcase(body->disposition);
+    parse_parameters(&body->disposition_parameter, e);
   } else if (!std::strcmp(name, "TRANSFER-ENCODING")) {
     char* s = value;
     rfc822_skipws(&s);

@@ -289,6 +289,10 @@ MailStream* MM_CCOpenSvcStream(int id) {
   return stream;
 }
 
+// The message cache's marks for a remote folder.
+constexpr unsigned long kRemoteCacheHigh = 4000;
+constexpr unsigned long kRemoteCacheLow = 2000;
+
 MailStream* MM_CCOpenFolStream(int id, const char* folder, int flag) {
   std::string name;
   if (!MM_CCGenFolName(id, folder, &name)) return nullptr;
@@ -304,6 +308,13 @@ MailStream* MM_CCOpenFolStream(int id, const char* folder, int flag) {
     stream = mail_open(nullptr, name.c_str(), options);
   }
   mail_parameters(stream, 102, reinterpret_cast<void*>(10));
+  if (stream && stream->driver == &imap2driver && stream->cachehigh) {
+    // A folder list walks every message: on a server each flush of the
+    // message cache costs a round trip for the envelopes that follow, so a
+    // remote folder keeps more of them (about 1 KB each, a few MB at most).
+    stream->cachehigh = kRemoteCacheHigh;
+    stream->cachelow = kRemoteCacheLow;
+  }
   if (stream) MM_MSSaveAuthInfo(id);
   return stream;
 }

@@ -5,12 +5,14 @@
 #
 # Starts a private Dovecot (imap-dovecot.sh), writes a corpus of varied
 # messages (make_corpus.py), APPENDs each one in CRLF form, FETCHes
-# (ENVELOPE BODY) and compares the answer field by field with what
+# (ENVELOPE BODYSTRUCTURE) and compares the answer field by field with what
 # velmar-parse prints for the same bytes. Differences that are explained
 # (the server's reading is not the sensible one, or our parser documents a
 # different behaviour) are listed in EXCEPTIONS below with one line of
 # reason each and printed; any other difference fails the test, naming the
-# message and the field. Messages stored with bare LF are also parsed in
+# message and the field. Dispositions are compared by type and by their
+# parameters as a reader finds them by name (RFC 2231 forms joined and
+# decoded on both sides), which is what the user sees. Messages stored with bare LF are also parsed in
 # that form, and must read the same as their CRLF form.
 #
 # KEEP_WORK=1 keeps the work directory (corpus, CRLF copies, both answers).
@@ -130,25 +132,49 @@ def envelope(v):
     return env
 
 
+def pairs(v):
+    return [(v[k], v[k + 1]) for k in range(0, len(v) - 1, 2)] if isinstance(v, list) else []
+
+
+def disposition(v):
+    """Extension data's disposition: (type, parameters) or None."""
+    if not isinstance(v, list) or not v:
+        return None
+    return (v[0], pairs(v[1]) if len(v) > 1 else [])
+
+
 def body(v):
     if not isinstance(v, list) or not v:
         raise ValueError("bad body %r" % (v,))
     if isinstance(v[0], list):
-        parts = [body(p) for p in v if isinstance(p, list)]
-        subtype = [p for p in v if not isinstance(p, list)]
-        return {"kind": "multipart", "parts": parts, "subtype": subtype[0] if subtype else None}
+        # The parts are the lists before the subtype.
+        k = 0
+        while k < len(v) and isinstance(v[k], list):
+            k += 1
+        parts = [body(p) for p in v[:k]]
+        rest = v[k:]
+        # subtype, then the extension data: parameters, disposition, ...
+        return {"kind": "multipart", "parts": parts, "subtype": rest[0] if rest else None,
+                "disposition": disposition(rest[2]) if len(rest) > 2 else None}
     b = {"kind": "leaf", "type": v[0], "subtype": v[1],
          "params": [(v[2][k], v[2][k + 1]) for k in range(0, len(v[2]), 2)] if v[2] else [],
          "id": v[3], "description": v[4], "encoding": v[5], "size": v[6]}
     rest = v[7:]
+    ext = []
     t = (v[0] or b"").upper()
     st = (v[1] or b"").upper()
     if t == b"MESSAGE" and st == b"RFC822" and len(rest) >= 3:
         b["envelope"] = envelope(rest[0])
         b["body"] = body(rest[1])
         b["lines"] = rest[2]
+        ext = rest[3:]
     elif t == b"TEXT" and rest:
         b["lines"] = rest[0]
+        ext = rest[1:]
+    else:
+        ext = rest
+    # The extension data after the MD5: the disposition.
+    b["disposition"] = disposition(ext[1]) if len(ext) > 1 else None
     return b
 
 
@@ -216,10 +242,62 @@ def compare_envelope(a, b, where, diffs):
             diffs.append(Diff(where + "." + f, x, y, a, b))
 
 
+def joined_parameters(params):
+    """Parameters by name as a reader finds them: NAME* (charset'language'
+    prefix split off, %XX decoded) wins over NAME*0, NAME*1*, ... joined up
+    to the first gap, which win over plain NAME."""
+    plain, star, segs = {}, {}, {}
+    for k, v in params:
+        k = upper(k or b"")
+        v = v or b""
+        m = re.match(rb"^(.*?)\*(\d+)(\*?)$", k)
+        if m:
+            segs.setdefault(m.group(1), {}).setdefault(int(m.group(2)), (v, m.group(3) == b"*"))
+        elif k.endswith(b"*"):
+            star.setdefault(k[:-1], v)
+        else:
+            plain.setdefault(k, v)
+
+    def decode(v, first):
+        if first:
+            v = v.split(b"'", 2)[-1] if v.count(b"'") >= 2 else v
+        return re.sub(rb"%([0-9A-Fa-f]{2})", lambda m: bytes([int(m.group(1), 16)]), v)
+
+    out = {}
+    for name in set(plain) | set(star) | set(segs):
+        if name in star:
+            out[name] = decode(star[name], True)
+        elif name in segs and 0 in segs[name]:
+            value, i = b"", 0
+            while i in segs[name]:
+                v, extended = segs[name][i]
+                value += decode(v, i == 0) if extended else v
+                i += 1
+            out[name] = value
+        else:
+            out[name] = plain[name]
+    return out
+
+
+def compare_disposition(a, b, where, diffs):
+    x, y = a.get("disposition"), b.get("disposition")
+    if x is None or y is None:
+        if x != y:
+            diffs.append(Diff(where + ".disposition", show(x).encode(), show(y).encode(), a, b))
+        return
+    if upper(x[0]) != upper(y[0]):
+        diffs.append(Diff(where + ".disposition", x[0], y[0], a, b))
+    pa, pb = joined_parameters(x[1]), joined_parameters(y[1])
+    for k in sorted(set(pa) | set(pb)):
+        if pa.get(k) != pb.get(k):
+            diffs.append(Diff("%s.dparam.%s" % (where, k.decode(errors="replace")), pa.get(k), pb.get(k), a, b))
+
+
 def compare_body(a, b, where, diffs):
     if a["kind"] != b["kind"]:
         diffs.append(Diff(where + ".kind", a["kind"].encode(), b["kind"].encode(), a, b))
         return
+    compare_disposition(a, b, where, diffs)
     if a["kind"] == "multipart":
         if upper(a["subtype"]) != upper(b["subtype"]):
             diffs.append(Diff(where + ".subtype", a["subtype"], b["subtype"], a, b))
@@ -419,7 +497,7 @@ def main():
     explained = {}
     parser_notes = {}
     for seq, n in enumerate(names, 1):
-        typ, data = M.fetch(str(seq), "(ENVELOPE BODY RFC822.SIZE)")
+        typ, data = M.fetch(str(seq), "(ENVELOPE BODYSTRUCTURE RFC822.SIZE)")
         if typ != "OK" or not data or data[0] is None:
             failures.append((n, "fetch", "FETCH failed: %r" % (data,)))
             continue
@@ -429,7 +507,7 @@ def main():
             items, _ = read_value(raw, i)
             answer = {upper(items[k]): items[k + 1] for k in range(0, len(items), 2)}
             server_env = envelope(answer[b"ENVELOPE"])
-            server_body = body(answer[b"BODY"])
+            server_body = body(answer[b"BODYSTRUCTURE"])
         except (ValueError, KeyError, IndexError) as e:
             failures.append((n, "fetch", "cannot read the server's answer (%s): %r" % (e, raw[:300])))
             continue

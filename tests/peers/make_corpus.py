@@ -192,6 +192,17 @@ def build(rng):
         "Content-Type: application/pdf; name*=utf-8''r%C3%A9sum%C3%A9.pdf\n"
         "Content-Transfer-Encoding: base64\n\n" + b64(b"%PDF"),
         "Content-Type: text/plain; title*0=\"part one \"; title*1=\"part two\"\n\ny\n"]))
+    add("disposition-rfc2231", base_header(rng) +
+        "Content-Disposition: inline\n" + multipart("mixed", "d2231", [
+        part("text/plain; charset=us-ascii", "see the files\n", "7bit", "Content-Disposition: INLINE\n"),
+        "Content-Type: application/pdf\nContent-Transfer-Encoding: base64\n"
+        "Content-Disposition: attachment; filename*=utf-8''r%C3%A9sum%C3%A9.pdf; size=4\n\n" + b64(b"%PDF"),
+        "Content-Type: application/octet-stream\nContent-Transfer-Encoding: base64\n"
+        "Content-Disposition: Attachment;\n filename*0*=iso-8859-1'de'Gr%FC%DFe;\n filename*1=\" aus K\";"
+        "\n filename*2*=%F6ln.txt\n\n" + b64(b"abc"),
+        "Content-Type: image/png\nContent-Transfer-Encoding: base64\n"
+        "Content-Disposition: attachment; filename=\"plain name.png\"; filename*=utf-8''better.png\n\n" +
+        b64(b"\x89PNG")]))
     add("param-folded", base_header(rng) + "Content-Type: multipart/mixed;\n\tboundary=\"folded-b\";\n"
         "  charset=us-ascii\n\n--folded-b\nContent-Type: text/plain;\n charset=utf-8\n\nfolded\n--folded-b--\n")
     add("param-unquoted-boundary-specials", base_header(rng) +

@@ -49,6 +49,10 @@ inline std::string DumpBody(const BodyPart* b, bool reverse = false, int depth =
                     " raw=" + std::to_string(b->size_raw) + " msg_offset=" + std::to_string(b->msg_offset) +
                     " params=";
   for (const BodyParameter* p : Items(b->parameter, reverse)) out += S(p->attribute) + "=" + S(p->value) + ";";
+  // Disposition parameters keep their order through the structure cache.
+  out += " disposition=" + S(b->disposition) + " dparams=";
+  for (const BodyParameter* p : Items(b->disposition_parameter, false))
+    out += S(p->attribute) + "=" + S(p->value) + ";";
   out += "\n";
   for (const BodyPartNode* n = b->parts; n; n = n->next)
     out += pad + "part@" + std::to_string(n->offset) + "\n" + DumpBody(&n->body, reverse, depth + 1);

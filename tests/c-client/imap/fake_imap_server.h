@@ -3,7 +3,8 @@
 // of lines:
 //   "C: text"  a line the client must send, compared up to the length of
 //              text; "$T" at the start stands for any tag, remembered
-//   "S: text"  a line sent to the client (CRLF added; "$T" is the tag)
+//   "S: text"  a line sent to the client (CRLF added; "$T" is the tag,
+//              "$P" the tag before it, for two commands in flight)
 //   "R: text"  bytes sent as they stand (no CRLF; "\n" written as is)
 //   "CLOSE"    the connection ends
 // Whatever the client sent is kept, in order, for the test to check.
@@ -71,8 +72,9 @@ class FakeImapServer {
       buffer_.append(chunk, static_cast<size_t>(got));
     }
   }
-  static std::string WithTag(std::string text, const std::string& tag) {
+  std::string WithTag(std::string text, const std::string& tag) const {
     for (size_t at; (at = text.find("$T")) != std::string::npos;) text.replace(at, 2, tag);
+    for (size_t at; (at = text.find("$P")) != std::string::npos;) text.replace(at, 2, previous_tag_);
     return text;
   }
   void Send(int fd, const std::string& bytes) {
@@ -109,6 +111,7 @@ class FakeImapServer {
         std::string got = line;
         if (want.rfind("$T", 0) == 0) {
           size_t sp = got.find(' ');
+          previous_tag_ = tag;
           tag = got.substr(0, sp);
           want.erase(0, 2);
           got = sp == std::string::npos ? "" : got.substr(sp);
@@ -133,6 +136,7 @@ class FakeImapServer {
   unsigned port_ = 0;
   std::thread thread_;
   std::string buffer_;
+  std::string previous_tag_;
   std::vector<std::string> received_;
   std::string mismatch_;
   std::atomic<bool> completed_{false};

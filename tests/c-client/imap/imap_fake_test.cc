@@ -12,6 +12,7 @@
 #include "c-client/core/plain_env.h"
 #include "c-client/imap/imap_slots.h"
 #include "c-client/net/tcp.h"
+#include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/strsrc.h"
 #include "tests/c-client/core/env_lines.h"
 #include "tests/c-client/imap/fake_imap_server.h"
@@ -25,6 +26,9 @@ Script operator+(Script a, const Script& b) {
   a.insert(a.end(), b.begin(), b.end());
   return a;
 }
+
+// What an IMAP4 server is asked for a structure fetch.
+const std::string kStructure = " (FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE)";
 
 // Greeting, probe and LOGIN of an IMAP4rev1 server, then SELECT with
 // `exists` messages.
@@ -292,7 +296,7 @@ TEST_F(ImapFake, BrokenRepliesAreReportedAndTheReaderStaysInStep) {
 TEST_F(ImapFake, CutsAndOversizedDataEndTheConnectionCleanly) {
   struct Case {
     const char* what;
-    Script server_says;  // after "C: $T FETCH 1:2 FULL"
+    Script server_says;  // after the structure fetch of 1:2
     const char* logged;  // said to the user (log or notify)
   } cases[] = {
       {"cut inside a literal", {"R: * 1 FETCH (ENVELOPE (NIL {100}\r\nonly a little", "CLOSE"},
@@ -307,7 +311,7 @@ TEST_F(ImapFake, CutsAndOversizedDataEndTheConnectionCleanly) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     mail_env_clear();
-    FakeImapServer server(Rev1Open(2) + Script{"C: $T FETCH 1:2 FULL"} + c.server_says);
+    FakeImapServer server(Rev1Open(2) + Script{"C: $T FETCH 1:2" + kStructure} + c.server_says);
     ASSERT_NE(Open(server), nullptr) << server.mismatch();
     Envelope* env = mail_fetchstructure(stream_, 1, nullptr);
     EXPECT_EQ(env, nullptr);
@@ -324,12 +328,127 @@ TEST_F(ImapFake, CutsAndOversizedDataEndTheConnectionCleanly) {
   }
 }
 
+TEST_F(ImapFake, BodyStructureExtensionDataKeepsDispositions) {
+  struct Case {
+    const char* what;
+    std::string structure;   // BODYSTRUCTURE as the server sends it
+    const char* section;     // the part looked at ("" the message)
+    const char* disposition;  // expected; null: none
+    const char* filename;    // FILENAME as a lookup finds it; null: none
+    const char* logged;      // for a structure refused
+  } cases[] = {
+      {"single part, all extension fields",
+       "(\"APPLICATION\" \"PDF\" NIL NIL NIL \"BASE64\" 4 \"md5sum\" (\"attachment\" (\"filename\" \"a.pdf\")) "
+       "\"en\" \"http://x\" (\"future\" 1))", "", "ATTACHMENT", "a.pdf", nullptr},
+      {"text part: lines, then MD5, then disposition",
+       "(\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 4 1 NIL (\"INLINE\" NIL) NIL NIL)", "", "INLINE", nullptr, nullptr},
+      {"RFC 2231 continuations with a charset",
+       "(\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 4 1 NIL (\"ATTACHMENT\" (\"FILENAME*0*\" \"utf-8''r%C3%A9\" "
+       "\"FILENAME*1\" \"sum.txt\")))", "", "ATTACHMENT", "r\xC3\xA9sum.txt", nullptr},
+      {"extended form wins over the plain one",
+       "(\"IMAGE\" \"PNG\" NIL NIL NIL \"BASE64\" 4 NIL (\"attachment\" (\"filename\" \"old.png\" \"filename*\" "
+       "\"utf-8''new.png\")))", "", "ATTACHMENT", "new.png", nullptr},
+      {"multipart: parameters and disposition",
+       "((\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1 NIL (\"inline\" NIL)) \"MIXED\" (\"BOUNDARY\" \"b\") "
+       "(\"inline\" NIL) \"de\" NIL)", "", "INLINE", nullptr, nullptr},
+      {"part inside a multipart",
+       "((\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1)(\"AUDIO\" \"BASIC\" NIL NIL NIL \"BASE64\" 9 NIL "
+       "(\"ATTACHMENT\" (\"FILENAME\" \"s.au\"))) \"MIXED\")", "2", "ATTACHMENT", "s.au", nullptr},
+      {"no extension data", "(\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1)", "", nullptr, nullptr, nullptr},
+      {"NIL disposition", "(\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1 NIL NIL)", "", nullptr, nullptr, nullptr},
+      {"disposition not a list",
+       "(\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1 NIL \"attachment\")", nullptr, nullptr, nullptr,
+       "Junk at end of body part"},
+      {"disposition parameters unclosed",
+       "(\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1 NIL (\"attachment\" (\"filename\")))", nullptr, nullptr,
+       nullptr, "Junk at end of body part"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    mail_env_clear();
+    FakeImapServer server(Rev1Open(1) + Script{
+        "C: $T FETCH 1" + kStructure,
+        "S: * 1 FETCH (ENVELOPE (NIL \"s\" NIL NIL NIL NIL NIL NIL NIL NIL) BODYSTRUCTURE " + c.structure + ")",
+        "S: $T OK done",
+    });
+    ASSERT_NE(Open(server), nullptr) << server.mismatch();
+    BodyPart* body = nullptr;
+    mail_fetchstructure(stream_, 1, &body);
+    if (c.logged) {
+      EXPECT_NE(EnvLogs(1).find(c.logged), std::string::npos) << EnvLogs(1);
+    } else {
+      ASSERT_NE(body, nullptr) << EnvLogs(1);
+      unsigned long offset = 0;
+      BodyPart* b = *c.section ? mail_body_section(body, c.section, &offset) : body;
+      ASSERT_NE(b, nullptr);
+      EXPECT_STREQ(b->disposition, c.disposition);
+      Rfc822Parameter name = rfc822_parameter(b->disposition_parameter, "FILENAME");
+      EXPECT_EQ(name.found ? name.value : std::string("(none)"), c.filename ? c.filename : "(none)");
+      if (c.structure.find("BOUNDARY") != std::string::npos) {
+        EXPECT_EQ(rfc822_parameter(body->parameter, "BOUNDARY").value, "b");
+      }
+    }
+    Done(server);
+    stream_ = mail_close(stream_);
+  }
+}
+
+TEST_F(ImapFake, PipelinedFetchesAndACutBetweenTheirReplies) {
+  // A range of 130 goes as two commands sent before either reply is read.
+  mail_parameters(nullptr, 102, reinterpret_cast<void*>(130));
+  auto message = [](int n, const char* flags) {
+    return "S: * " + std::to_string(n) + " FETCH (FLAGS (" + flags + ") ENVELOPE (NIL \"s" + std::to_string(n) +
+           "\" NIL NIL NIL NIL NIL NIL NIL NIL) BODYSTRUCTURE (\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1))";
+  };
+  struct Case {
+    const char* what;
+    Script replies;     // after both commands came
+    bool connected;     // afterwards
+    const char* logged;
+  } cases[] = {
+      {"both answered, second first",
+       {message(66, "\\Flagged"), "S: $T OK done", message(1, "\\Seen"), "S: $P OK done"}, true, nullptr},
+      {"cut after the first reply", {message(1, "\\Seen"), "S: $P OK done", message(66, "\\Flagged"), "CLOSE"},
+       false, "IMAP server connection broken during server response"},
+      {"cut inside the first reply", {message(1, "\\Seen"), "CLOSE"}, false,
+       "IMAP server connection broken during server response"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    mail_env_clear();
+    FakeImapServer server(Rev1Open(130) + Script{"C: $T FETCH 1:65" + kStructure, "C: $T FETCH 66:130" + kStructure} +
+                          c.replies);
+    ASSERT_NE(Open(server), nullptr) << server.mismatch();
+    Envelope* env = mail_fetchstructure(stream_, 1, nullptr);
+    server.Finish();
+    EXPECT_TRUE(server.completed()) << server.mismatch();
+    // What came before the cut is kept: the envelope and the flags.
+    ASSERT_NE(env, nullptr) << EnvLogs(1);
+    EXPECT_STREQ(env->subject, "s1");
+    EXPECT_TRUE(mail_elt(stream_, 1)->seen);
+    if (c.connected || std::string(c.what).find("after") != std::string::npos) {
+      EXPECT_TRUE(mail_elt(stream_, 66)->flagged);
+    }
+    EXPECT_EQ(EnvSaid("notify", "IMAP server connection broken during server response"), !c.connected);
+    if (!c.connected) {
+      // Told once, and later commands are refused at once.
+      int notices = 0;
+      for (const MailEnvLine& l : mail_env_lines())
+        notices += l.callback == "notify" && l.text.find("broken") != std::string::npos;
+      EXPECT_EQ(notices, 1);
+      EXPECT_EQ(mail_ping(stream_), 0);
+    }
+    stream_ = mail_close(stream_);
+  }
+  mail_parameters(nullptr, 102, reinterpret_cast<void*>(20));
+}
+
 TEST_F(ImapFake, TaggedSequenceAndReadAheadRanges) {
   // Look-ahead goes up from the message, then down, over messages without
   // an envelope, and doubles while the caller walks in order.
   mail_parameters(nullptr, 102, reinterpret_cast<void*>(3));
   auto fetch = [](const char* range, std::vector<int> msgs) {
-    Script s{std::string("C: $T FETCH ") + range + " FULL"};
+    Script s{std::string("C: $T FETCH ") + range + kStructure};
     for (int m : msgs)
       s.push_back("S: * " + std::to_string(m) + " FETCH (ENVELOPE (NIL \"s" + std::to_string(m) +
                   "\" NIL NIL NIL NIL NIL NIL NIL NIL) BODY (\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 1 1))");
@@ -369,7 +488,7 @@ TEST_F(ImapFake, StringsInRepliesAreUnescapedAndLiteralsRead) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.subject);
     FakeImapServer server(Rev1Open(1) + Script{
-        "C: $T FETCH 1 FULL",
+        "C: $T FETCH 1" + kStructure,
         "R: * 1 FETCH (ENVELOPE (NIL " + c.wire +
             " ((\"Q \\\"N\\\"\" NIL \"q\" \"x.org\")) NIL NIL NIL NIL NIL NIL NIL) BODY (\"TEXT\" \"PLAIN\" "
             "(\"CHARSET\" \"us-ascii\") NIL NIL \"7BIT\" 1 1))\r\n",

@@ -13,7 +13,10 @@
 #include "c-client/core/plain_env.h"
 #include "c-client/imap/imap_slots.h"
 #include "c-client/imap/mutf7.h"
+#include "c-client/mh/local_paths.h"
+#include "c-client/mh/mh_names.h"
 #include "c-client/net/tcp.h"
+#include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/strsrc.h"
 #include "tests/c-client/core/env_lines.h"
 #include "tests/c-client/imap/dovecot_peer.h"
@@ -86,6 +89,12 @@ class ImapPeer : public ::testing::Test {
 
   std::vector<MailStream*> streams_;
 };
+
+// A part by its section number ("2", "1.3").
+BodyPart* part_of(BodyPart* body, const std::string& section) {
+  unsigned long offset = 0;
+  return body ? mail_body_section(body, section.c_str(), &offset) : nullptr;
+}
 
 std::string Crlf(std::string s) {
   std::string out;
@@ -238,8 +247,99 @@ TEST_F(ImapPeer, FetchesEnvelopesFlagsSizesAndDatesWithReadAhead) {
   // Read-ahead: one command for the first 20, then a larger one for the rest.
   std::vector<std::string> fetches = Sent(" FETCH ");
   ASSERT_EQ(fetches.size(), 2u);
-  EXPECT_NE(fetches[0].find("FETCH 1:20 FULL"), std::string::npos) << fetches[0];
-  EXPECT_NE(fetches[1].find("FETCH 21:30 FULL"), std::string::npos) << fetches[1];
+  EXPECT_NE(fetches[0].find("FETCH 1:20 (FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE)"), std::string::npos) << fetches[0];
+  EXPECT_NE(fetches[1].find("FETCH 21:30 (FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE)"), std::string::npos) << fetches[1];
+}
+
+// One message with the dispositions mail carries today: every part's
+// disposition and file name must read the same from the server, from a
+// local folder's fresh parse and from its structure cache.
+TEST_F(ImapPeer, DispositionsAndFileNamesMatchALocalFolder) {
+  const std::string message = Crlf(
+      "From: a@example.org\nSubject: files\nMIME-Version: 1.0\nContent-Disposition: inline\n"
+      "Content-Type: multipart/mixed; boundary=\"b1\"\n\n"
+      "--b1\nContent-Type: text/plain\nContent-Disposition: INLINE\n\nsee the files\n"
+      "--b1\nContent-Type: application/pdf\nContent-Transfer-Encoding: base64\n"
+      "Content-Disposition: attachment; filename*=utf-8''r%C3%A9sum%C3%A9.pdf; size=4\n\nJVBERg==\n"
+      "--b1\nContent-Type: application/octet-stream\nContent-Disposition: Attachment;\n"
+      " filename*0*=iso-8859-1'de'Gr%FC%DFe;\n filename*1=\" aus K\";\n filename*2*=%F6ln.txt\n\nabc\n"
+      "--b1\nContent-Type: image/png\n"
+      "Content-Disposition: attachment; filename=\"plain.png\"; filename*=utf-8''better.png\n\nx\n"
+      "--b1\nContent-Type: message/rfc822\n\nSubject: inner\nContent-Type: text/plain\n"
+      "Content-Disposition: attachment; filename=\"inner.txt\"\n\ninner text\n"
+      "--b1\nContent-Type: text/plain\n\nno disposition\n--b1--\n");
+  struct Want {
+    const char* section;  // "" for the message itself; "5.0" for the enclosed message's body
+    const char* disposition;
+    const char* filename;  // as a lookup by name finds it (bytes in its charset)
+  } wants[] = {
+      {"", "INLINE", nullptr},
+      {"1", "INLINE", nullptr},
+      {"2", "ATTACHMENT", "r\xC3\xA9sum\xC3\xA9.pdf"},
+      {"3", "ATTACHMENT", "Gr\xFC\xDF" "e aus K\xF6ln.txt"},
+      {"4", "ATTACHMENT", "better.png"},
+      {"5", nullptr, nullptr},
+      {"5.0", "ATTACHMENT", "inner.txt"},
+      {"6", nullptr, nullptr},
+  };
+  auto part = [](BodyPart* root, const std::string& section) -> BodyPart* {
+    if (section.empty()) return root;
+    if (section == "5.0") {
+      BodyPart* m = part_of(root, "5");
+      return m ? m->msg_body : nullptr;
+    }
+    return part_of(root, section);
+  };
+
+  // The server's reading, through the driver.
+  ASSERT_EQ(mail_create(nullptr, Server().Name("Dispo").c_str()), 1) << EnvLogs(2);
+  ASSERT_TRUE(Append("Dispo", message)) << EnvLogs(2);
+  MailStream* remote = Open(Server().Name("Dispo"));
+  ASSERT_NE(remote, nullptr);
+  BodyPart* from_server = nullptr;
+  ASSERT_NE(mail_fetchstructure(remote, 1, &from_server), nullptr);
+  ASSERT_NE(from_server, nullptr);
+  EXPECT_EQ(rfc822_parameter(from_server->parameter, "BOUNDARY").value, "b1");
+
+  // A local folder's reading, fresh and from its cache.
+  char home[] = "/tmp/imap_peer_local.XXXXXX";
+  ASSERT_NE(::mkdtemp(home), nullptr);
+  local_set_home(home);
+  mh_forget_paths();
+  mail_link(&mhdriver);
+  ASSERT_EQ(mh_create(nullptr, "Dispo"), 1) << EnvLogs(2);
+  StringSource src;
+  string_init(&src, &mail_string, const_cast<char*>(message.data()), message.size());
+  ASSERT_EQ(mail_append(nullptr, "Dispo", nullptr, nullptr, &src), 1) << EnvLogs(2);
+  auto check = [&](const char* what, BodyPart* root) {
+    for (const Want& w : wants) {
+      SCOPED_TRACE(std::string(what) + " part " + w.section);
+      BodyPart* b = part(root, w.section);
+      ASSERT_NE(b, nullptr);
+      EXPECT_STREQ(b->disposition, w.disposition);
+      Rfc822Parameter name = rfc822_parameter(b->disposition_parameter, "FILENAME");
+      EXPECT_EQ(name.found, w.filename != nullptr);
+      if (w.filename) {
+        EXPECT_EQ(name.value, w.filename);
+      }
+    }
+  };
+  check("server", from_server);
+  // Without its index and cache the first open rebuilds them and parses
+  // the file; the second open reads the structure the first one cached.
+  for (const char* file : {"/mh_index.dat", "/mh_cache.dat"})
+    ASSERT_EQ(::unlink((mh_path("Dispo") + file).c_str()), 0) << file;
+  for (const char* what : {"local, rebuilt", "local, cached"}) {
+    MailStream* local = Open("Dispo");
+    ASSERT_NE(local, nullptr);
+    BodyPart* body = nullptr;
+    ASSERT_NE(mail_fetchstructure(local, 1, &body), nullptr);
+    check(what, body);
+    Close(local);
+  }
+  local_set_home(nullptr);
+  mh_forget_paths();
+  std::system((std::string("rm -rf '") + home + "'").c_str());
 }
 
 TEST_F(ImapPeer, FetchesHeadersTextsAndNestedSections) {

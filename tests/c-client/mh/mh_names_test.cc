@@ -97,7 +97,7 @@ TEST_F(MhNames, CreateMakesShortDirectoriesRecordedByName) {
   EXPECT_EQ(Mode(deep), 0700u);
   EXPECT_EQ(Mode(root_ + "/mhname.dat"), 0600u);
   EXPECT_EQ(Mode(deep + "/mh_index.dat"), 0600u);
-  EXPECT_EQ(ReadFile(deep + "/mh_index.dat"), std::string("\x06\x10\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
+  EXPECT_EQ(ReadFile(deep + "/mh_index.dat"), std::string("\x07\x10\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
   EXPECT_EQ(ReadFile(deep + "/mh_cache.dat"), "");
 
   const std::pair<std::string, std::string> paths[] = {
