@@ -55,6 +55,19 @@ std::map<int, FolderBatch> ByFolder(const std::vector<UMI>& umis) {
     b.umis.push_back(umi);
     b.msgnos.push_back(msgno);
   }
+  // In folder order, as a server takes a sequence set, whatever the order of selection.
+  for (auto& [id, b] : out) {
+    std::vector<size_t> order(b.umis.size());
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::sort(order.begin(), order.end(), [&](size_t x, size_t y) { return b.msgnos[x] < b.msgnos[y]; });
+    FolderBatch sorted;
+    sorted.stream = b.stream;
+    for (size_t i : order) {
+      sorted.umis.push_back(b.umis[i]);
+      sorted.msgnos.push_back(b.msgnos[i]);
+    }
+    b = std::move(sorted);
+  }
   return out;
 }
 
