@@ -84,7 +84,10 @@ void mm_notify(MailStream* stream, const char* text, long level) {
   Trace(kTraceModel, kTraceCritical, "mm_log: %s\n", Text(text));
 }
 
-void mm_flags(MailStream*, unsigned long msgno) { Trace(kTraceModel, kTraceAll, "mm_flags: %lu\n", msgno); }
+void mm_flags(MailStream* stream, unsigned long msgno) {
+  Trace(kTraceModel, kTraceAll, "mm_flags: %lu\n", msgno);
+  MM_MsgFlagsReported(stream, msgno);
+}
 
 void mm_exists(MailStream* stream, unsigned long count) {
   Trace(kTraceModel, kTraceLow, "mm_exists called with exists=%ld\n", static_cast<long>(count));

@@ -312,3 +312,22 @@ void DeleteMtree(MTREE_NODE*& node);
 // Copies a section, decoded, to target; size_out gets its size. mode 1
 // shows the progress window.
 int copy_section_to_file(UMI umi, const char* section, const char* target, unsigned long* size_out, int mode);
+
+// --- Many messages at once ------------------------------------------------------
+//
+// A selection's flag change or copy goes to each folder as one sequence
+// set, not one round trip per message; listeners still hear of each message.
+
+// "1:3,5,9:10" of the message numbers, sorted and without repeats (0 dropped).
+std::string MM_SequenceSet(std::vector<unsigned long> msgnos);
+// The number of messages changed (gone ones and shadows are skipped).
+int MM_MsgSetFlagMany(const std::vector<UMI>& umis, const char* flag);
+int MM_MsgClearFlagMany(const std::vector<UMI>& umis, const char* flag);
+// The number copied, or 0 at the first failure.
+int MM_MsgCopyMany(const std::vector<UMI>& umis, int ms, const char* folder);
+// mm_flags: the server told the flags of a message by itself (another
+// client changed them). The folder's window takes the reports after a check
+// and reads those messages' flags again: the UMIs, sorted, and their count,
+// or -1 when too many came and every message should be read again.
+void MM_MsgFlagsReported(MailStream* stream, unsigned long msgno);
+int MM_FolTakeFlagReports(int id, std::vector<UMI>* out);

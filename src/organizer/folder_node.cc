@@ -1,0 +1,691 @@
+// Folder nodes: a folder of a service, its subfolders and, once opened, its
+// messages flat or in groups. The node follows the model through its own
+// notifier: new mail at each timer tick, expunges, flags, a dying stream.
+#include <strings.h>
+
+#include <algorithm>
+
+#include <cstdio>
+#include <cstring>
+
+#include "src/base/critical.h"
+#include "src/base/trace.h"
+#include "src/options/options.h"
+#include "src/organizer/nodes.h"
+#include "src/organizer/organizer.h"
+
+namespace {
+
+int FolderWant(ModelEvent* ev, void* data);
+void FolderHandle(ModelEvent* ev, void* data);
+
+std::string FolderOption(int ms, const char* name, const char* tail) {
+  char key[1200];
+  std::snprintf(key, sizeof key, "Folder.%d.%s.%s", MM_MSGetNumber(ms), name, tail);
+  return key;
+}
+
+bool IsInbox(const std::string& name) { return strcasecmp(name.c_str(), "inbox") == 0; }
+
+// The node that holds the folder's content: a context window's root when
+// the content lives there, else the node itself.
+TreeNode* Holder(TreeNode* node) {
+  TreeNode* elsewhere = TREE_GetElsewhereRoot(node);
+  return elsewhere ? elsewhere : node;
+}
+
+WINDOW WinOf(TreeNode* node) { return TREE_GetWindow(node); }
+
+struct Suspended {
+  WINDOW win;
+  explicit Suspended(TreeNode* node) : win(WinOf(node)) {
+    if (win) TREE_SuspendUpdates(win);
+  }
+  ~Suspended() {
+    if (win) TREE_ResumeUpdates(win);
+  }
+};
+
+void Redraw(TreeNode* node) {
+  if (TREE_GetParent(node)) TREE_RedrawNode(node);
+}
+
+// Drops every message and group line, keeping subfolders.
+void RemoveContent(TreeNode* node, FolderNodeInfo* f) {
+  TreeNode* k = TREE_GetFirstKid(node);
+  while (k) {
+    TreeNode* next = TREE_GetNext(k);
+    const int t = TREE_GetDataType(k);
+    if (t == kNodeDataTypeMessage || t == kNodeDataTypeGroup) TREE_RemoveNode(k);
+    k = next;
+  }
+  f->index.clear();
+  f->conv = ConversationIndex{};
+}
+
+// Applies the flags the model has now to a line, with the counters of the
+// folder and its group; a deleted change moves the line between groups.
+void ApplyFlags(TreeNode* container, TreeNode* node, uint16_t now) {
+  MessageNodeInfo* m = MSG_Info(node);
+  FolderNodeInfo* f = FOL_Info(container);
+  if (!m || !f) return;
+  const uint16_t before = m->rec.flags;
+  if (before == now) return;
+  TreeNode* parent = TREE_GetParent(node);
+  GroupNodeInfo* g = GRP_Info(parent);
+  const bool was_read = before & kMsgRead, is_read = now & kMsgRead;
+  if (was_read != is_read) {
+    const int d = is_read ? -1 : 1;
+    f->unread = std::max(0L, f->unread + d);
+    if (g) g->unread = std::max(0, g->unread + d);
+    if (g) TREE_RedrawNode(parent);
+  }
+  const bool moved = ((before ^ now) & kMsgDeleted) && g;
+  if (moved) {
+    // Out of its group with the old flags, in again with the new ones.
+    folderRemoveMessage(container, node);
+    m->rec.flags = now;
+    TreeNode* target = (now & kMsgDeleted) ? GRP_DeletedGroup(container) : groupPick(container, m->umi);
+    if (target) {
+      groupInsertMessage(container, target, node);
+    } else {
+      f->index.erase(m->umi);
+      TREE_DestroyNode(node);
+      return;
+    }
+  } else {
+    m->rec.flags = now;
+    if ((before ^ now) & kMsgDeleted) TREE_SelectNode(node, 0);
+  }
+  TREE_RedrawNode(node);
+  Redraw(container);
+}
+
+// Messages the model has beyond what the folder shows (new mail).
+void AddNewMessages(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f || f->folder_id == INVALID_FOLDER || !f->messages_loaded) return;
+  const long count = MM_FolGetNumMsgs(f->folder_id);
+  if (count <= f->total) return;
+  TreeNode* holder = Holder(node);
+  Suspended s(holder);
+  for (long n = f->total + 1; n <= count; ++n) {
+    const UMI umi = MM_UMIFromMsgno(f->folder_id, static_cast<unsigned long>(n));
+    if (umi && !f->index.count(umi)) folderAddMessage(holder, umi);
+  }
+  f->total = count;
+  Redraw(node);
+}
+
+// Flags another client changed, as the server reported them.
+void RefreshReportedFlags(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f || f->folder_id == INVALID_FOLDER) return;
+  std::vector<UMI> umis;
+  const int n = MM_FolTakeFlagReports(f->folder_id, &umis);
+  if (n == 0 || !f->messages_loaded) return;
+  Suspended s(node);
+  if (n < 0) {
+    std::vector<std::pair<UMI, TreeNode*>> all(f->index.begin(), f->index.end());
+    for (auto& [umi, line] : all) ApplyFlags(node, line, MSG_ReadFlags(umi));
+    return;
+  }
+  for (UMI umi : umis)
+    if (TreeNode* line = MSG_FindMessage(node, umi)) ApplyFlags(node, line, MSG_ReadFlags(umi));
+}
+
+}  // namespace
+
+FolderNodeInfo* FOL_Info(const TreeNode* node) {
+  return TREE_GetDataType(node) == kNodeDataTypeFolder ? static_cast<FolderNodeInfo*>(TREE_GetData(node)) : nullptr;
+}
+
+int folderCompare(void* a, void* b) {
+  const int32_t ta = *static_cast<int32_t*>(a), tb = *static_cast<int32_t*>(b);
+  if (ta != kNodeDataTypeFolder || tb != kNodeDataTypeFolder)
+    return ta == tb ? 0 : ta == kNodeDataTypeFolder ? -1 : tb == kNodeDataTypeFolder ? 1 : 0;
+  const std::string& x = static_cast<FolderNodeInfo*>(a)->name;
+  const std::string& y = static_cast<FolderNodeInfo*>(b)->name;
+  const bool ix = IsInbox(x), iy = IsInbox(y);
+  if (ix && iy) return 0;
+  if (ix != iy) return ix ? -1 : 1;
+  const int c = x.compare(y);
+  return c < 0 ? -1 : c > 0 ? 1 : 0;
+}
+
+std::string folderDisplayName(int ms, const char* name, char delimiter) {
+  const char* friendly = MM_FolGetFriendlyName(ms, name);
+  if (!friendly) return "";
+  const char* last = delimiter ? std::strrchr(friendly, delimiter) : nullptr;
+  return last ? last + 1 : friendly;
+}
+
+int folderSortOrder(int ms, const char* name) {
+  return MSG_SortOrderFromName(Opt_LookupText(FolderOption(ms, name, "Sort").c_str(), kOptSession).c_str());
+}
+
+TreeNode* folderAdd(TreeNode* parent, int ms, const FolderListEntry& item, int subscribed, int folder_id) {
+  const char* friendly = MM_FolGetFriendlyName(ms, item.name.c_str());
+  if (!friendly || !*friendly || friendly[0] == '.' ||
+      (item.delimiter && friendly[std::strlen(friendly) - 1] == item.delimiter))
+    return nullptr;
+  auto* f = new FolderNodeInfo;
+  f->ms = ms;
+  f->folder_id = folder_id;
+  f->name = item.name;
+  f->delimiter = item.delimiter;
+  f->subscribed = subscribed != 0;
+  f->fetched_subscribed = subscribed != 0 && folder_id != INVALID_FOLDER;
+  f->selectable = (item.flags & kFolderSelectable) != 0;
+  f->marked = (item.flags & kFolderMarked) != 0;
+  f->no_inferiors = (item.flags & kFolderNoInferiors) != 0;
+  TreeNode* node = TREE_NewNode(0, f, 21, folderDraw, folderHandleNodeEvent, nullptr);
+  if (!node) {
+    delete f;
+    return nullptr;
+  }
+  if (!TREE_InsertSorted(parent, node, folderCompare, 0)) {
+    // Already listed (the subscribed listing comes first).
+    TREE_DestroyNode(node);
+    return nullptr;
+  }
+  f->node = node;
+  f->notifier = MM_NotRegister(FolderWant, FolderHandle, node, "folder.c: folder node");
+  return node;
+}
+
+TreeNode* folderFind(TreeNode* service_node, const char* full_name) {
+  if (!full_name || !*full_name) return service_node;
+  for (TreeNode* level = service_node; level;) {
+    TreeNode* next = nullptr;
+    for (TreeNode* k = TREE_GetFirstKid(level); k; k = TREE_GetNext(k)) {
+      FolderNodeInfo* f = FOL_Info(k);
+      if (!f) break;
+      if (f->name == full_name) return k;
+      const size_t len = f->name.size();
+      if (f->delimiter && std::strncmp(full_name, f->name.c_str(), len) == 0 && full_name[len] == f->delimiter) {
+        next = k;
+        break;
+      }
+    }
+    level = next;
+  }
+  return nullptr;
+}
+
+int folderAddSubFolders(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return 0;
+  long caps = 0;
+  if (f->no_inferiors || !f->delimiter || !MM_MSCapabilities(f->ms, &caps) || !(caps & 32)) {
+    f->fetched_subscribed = true;
+    return 1;
+  }
+  char pattern[1200];
+  std::snprintf(pattern, sizeof pattern, "%s%c%%", f->name.c_str(), f->delimiter);
+  short all_view = 0;
+  Opt_LookupBoolean("View.Unsubscribed", &all_view, kOptSession);
+  for (int all = 0; all <= (all_view ? 1 : 0); ++all) {
+    if (all ? f->fetched_unsubscribed : f->fetched_subscribed) continue;
+    FolderList list;
+    if (!MM_MSFindFol(f->ms, pattern, all, &list)) return 0;
+    for (const FolderListEntry& e : list) folderAdd(node, f->ms, e, all ? 0 : 1, INVALID_FOLDER);
+    (all ? f->fetched_unsubscribed : f->fetched_subscribed) = true;
+  }
+  return 1;
+}
+
+int folderAddMessageContent(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f || f->folder_id == INVALID_FOLDER) return 0;
+  f->low_memory = false;
+  f->total = f->shown = f->unread = 0;
+  if (!f->selectable) return 1;
+  const int id = f->folder_id;
+  f->sort = folderSortOrder(f->ms, f->name.c_str());
+  const bool groups = GRP_ShowGroups();
+  TreeNode* holder = Holder(node);
+  if (groups) {
+    // The rule groups in their stored order, then Main and Deleted.
+    const std::string ids = Opt_LookupText(
+        groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), 0, "IDList").c_str(), kOptSession);
+    for (const char* p = ids.c_str(); *p;) {
+      char* end;
+      const long gid = std::strtol(p, &end, 10);
+      if (end == p) {
+        ++p;
+        continue;
+      }
+      if (gid > 0) groupAdd(holder, MM_MSGetNumber(f->ms), f->name.c_str(), static_cast<int>(gid));
+      p = end;
+    }
+    groupAdd(holder, MM_MSGetNumber(f->ms), f->name.c_str(), kGroupMain);
+    groupAdd(holder, MM_MSGetNumber(f->ms), f->name.c_str(), kGroupDeleted);
+  }
+  const long n = MM_FolGetNumMsgs(id);
+  const bool sent = [&] {
+    int sms = INVALID_SERVICE;
+    std::string sname;
+    const std::string option = Opt_LookupText("Compose.SentmailFolder", kOptSession);
+    return !option.empty() && MM_FolCanonNameParse(option.c_str(), &sms, &sname) && sms == f->ms &&
+           sname == f->name;
+  }();
+  // Every record is made once; the list is sorted once and handed to the
+  // tree as appends. Oldest first for the orders that show oldest first,
+  // so that a load cut short keeps the end the user sees first.
+  std::vector<MessageNodeInfo*> records;
+  records.reserve(static_cast<size_t>(n));
+  const bool upward = f->sort == kSortLeastRecentArrival || f->sort == kSortLeastRecentDate;
+  WIN_start_critical();
+  for (long step = 1; step <= n; ++step) {
+    if (step % 5 == 0) {
+      if (xvt_progress_cancelled()) {
+        f->load_cancelled = true;
+        break;
+      }
+      if (step % 500 == 0) xvt_progress_set_pos(step);
+    }
+    const long msgno = upward ? step : n - step + 1;
+    const UMI umi = MM_UMIFromMsgno(id, static_cast<unsigned long>(msgno));
+    if (!umi) continue;
+    auto* m = new MessageNodeInfo;
+    m->umi = umi;
+    drawRecInit(umi, &m->rec, sent);
+    records.push_back(m);
+    if (f->low_memory) {
+      // The progress window is the line the user watches during a load.
+      if (groups) xvt_progress_set_text("Aborting folder load due to low application memory");
+      break;
+    }
+  }
+  WIN_end_critical();
+  if (!f->low_memory) xvt_progress_set_pos(n);
+  // Flags the server reported while we read are in the records already.
+  std::vector<UMI> stale;
+  MM_FolTakeFlagReports(id, &stale);
+  f->index.reserve(records.size());
+  if (groups) {
+    GRP_LoadRecords(holder, &records, &f->shown, &f->unread, &f->index);
+    f->groups_loaded = true;
+  } else {
+    MSG_SortRecords(&records, f->sort, &f->conv);
+    for (MessageNodeInfo* m : records) {
+      TreeNode* line = messageCreateNode(m->umi, m);
+      if (!line) continue;
+      TREE_AppendNode(holder, line);
+      f->index.emplace(m->umi, line);
+      ++f->shown;
+      if (!(m->rec.flags & kMsgRead)) ++f->unread;
+    }
+  }
+  f->messages_loaded = true;
+  f->total = n;
+  if (f->low_memory)
+    xvt_dm_post_note("Due to memory constraints only part of the messages \nfor folder \"%s\" were loaded.\n",
+                     f->name.c_str());
+  return 1;
+}
+
+int folderAddContents(TreeNode* node) {
+  Suspended s(node);
+  if (!folderAddSubFolders(node)) return 0;
+  folderAddMessageContent(node);
+  Redraw(node);
+  return 1;
+}
+
+int folderOpen(WINDOW, TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return 0;
+  if (f->folder_id == INVALID_FOLDER || !f->messages_loaded) {
+    char title[1200];
+    std::snprintf(title, sizeof title, "Opening %s", f->name.c_str());
+    xvt_progress_open(title, "Connecting...", true);
+    f->lost = false;
+    if (f->folder_id == INVALID_FOLDER && f->selectable && (!f->rights_known || (f->rights & kAclRead)))
+      f->folder_id = MM_FolOpen(f->ms, f->name.c_str());
+    if (f->folder_id != INVALID_FOLDER) xvt_progress_set_range(MM_FolGetNumMsgs(f->folder_id));
+    const bool cancelled = xvt_progress_cancelled();
+    int ok = 0;
+    if (!cancelled && (f->folder_id != INVALID_FOLDER || !f->selectable)) ok = folderAddContents(node);
+    xvt_progress_close();
+    return ok;
+  }
+  if (!MM_FolCheckNewMail(f->folder_id, 0)) {
+    TREE_ClearSelections(WinOf(node));
+    return 0;
+  }
+  f->lost = false;
+  return 1;
+}
+
+int folderCheckNewMail(TreeNode* node, int quiet) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f || f->folder_id == INVALID_FOLDER) return 0;
+  WIN_start_critical();
+  if (quiet) MM_QuietOn();
+  const int ok = MM_FolCheckNewMail(f->folder_id, 0);
+  if (quiet) MM_QuietOff();
+  WIN_end_critical();
+  f = FOL_Info(node);  // the check may have closed the folder under us
+  if (!f || f->folder_id == INVALID_FOLDER) return 0;
+  if (!ok) {
+    if (!f->lost) doFolderInvalid(node);
+    return 0;
+  }
+  AddNewMessages(node);
+  RefreshReportedFlags(node);
+  return 1;
+}
+
+TreeNode* MSG_FindMessage(TreeNode* container, UMI umi) {
+  FolderNodeInfo* f = FOL_Info(container);
+  if (!f) {
+    // A context root stands for its origin.
+    f = FOL_Info(TREE_GetOriginNode(container));
+    if (!f) return nullptr;
+  }
+  auto it = f->index.find(umi);
+  return it == f->index.end() ? nullptr : it->second;
+}
+
+void folderRemoveMessage(TreeNode* container, TreeNode* message) {
+  MessageNodeInfo* m = MSG_Info(message);
+  if (GRP_Info(TREE_GetParent(message)))
+    groupRemoveMessage(message);
+  else
+    TREE_DetachNode(message);
+  FolderNodeInfo* f = FOL_Info(container);
+  if (!f || !m) return;
+  if (f->total > 0) --f->total;
+  if (f->shown > 0) --f->shown;
+  if (!(m->rec.flags & kMsgRead) && f->unread > 0) --f->unread;
+}
+
+TreeNode* folderAddMessage(TreeNode* container, UMI umi) {
+  FolderNodeInfo* f = FOL_Info(container);
+  if (!f) return nullptr;
+  auto* m = new MessageNodeInfo;
+  m->umi = umi;
+  drawRecInit(umi, &m->rec);
+  if (f->sort == kSortConversation) {
+    MSG_ConversationAdd(&f->conv, m);
+  }
+  TreeNode* line = messageCreateNode(umi, m);
+  if (!line) return nullptr;
+  f->index[umi] = line;
+  if (f->groups_loaded) {
+    TreeNode* group = (m->rec.flags & kMsgDeleted) ? GRP_DeletedGroup(container) : groupPick(container, umi);
+    if (!group) {
+      f->index.erase(umi);
+      TREE_DestroyNode(line);
+      return nullptr;
+    }
+    groupInsertMessage(container, group, line);
+    return line;
+  }
+  TREE_InsertSorted(container, line, MSG_CompareFor(f->sort), 1);
+  ++f->total;
+  ++f->shown;
+  if (!(m->rec.flags & kMsgRead)) ++f->unread;
+  return line;
+}
+
+void folderRecount(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return;
+  f->shown = f->unread = 0;
+  for (auto& [umi, line] : f->index) {
+    ++f->shown;
+    if (MessageNodeInfo* m = MSG_Info(line); m && !(m->rec.flags & kMsgRead)) ++f->unread;
+  }
+}
+
+void folderCloseTree(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return;
+  Suspended s(node);
+  for (TreeNode* k = TREE_GetFirstKid(node); k; k = TREE_GetNext(k)) {
+    FolderNodeInfo* kf = FOL_Info(k);
+    if (!kf) break;
+    if (kf->fetched_subscribed) folderCloseTree(k);
+  }
+  if (f->folder_id != INVALID_FOLDER) {
+    f->closing = true;
+    MM_FolClose(f->folder_id, 0);
+    f = FOL_Info(node);
+    if (f) f->closing = false;
+  }
+  if (f) f->total = f->shown = f->unread = 0;
+}
+
+void doFolderClosed(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return;
+  const bool was_open = TREE_IsOpen(node);
+  {
+    Suspended s(node);
+    TREE_RemoveKidNodes(node);
+  }
+  TREE_SetOpenElsewhere(node, false);
+  TREE_SetElsewhereRoot(node, nullptr);
+  f->index.clear();
+  f->conv = ConversationIndex{};
+  f->folder_id = INVALID_FOLDER;
+  f->groups_loaded = f->messages_loaded = f->fetched_subscribed = f->fetched_unsubscribed = false;
+  f->low_memory = f->load_cancelled = false;
+  f->lost = false;
+  f->total = f->shown = f->unread = 0;
+  if (was_open && TREE_GetParent(node)) {
+    TREE_SelectOnlyNode(node, 1);
+    TREE_OpenSubtree(node, 0, 0);
+  } else {
+    Redraw(node);
+  }
+}
+
+void doFolderInvalid(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return;
+  f->lost = true;
+  const int id = f->folder_id;
+  if (TREE_GetParent(node)) {
+    if (TREE_IsOpen(node)) TREE_OpenSubtree(node, 0, 0);
+    TREE_SelectOnlyNode(node, 1);
+    TREE_RedrawNode(node);
+  }
+  ModelEvent* ev = MM_NotEventNew(E_FOLDER_INVALID);
+  ev->folder = static_cast<int16_t>(id);
+  ev->ms = static_cast<int16_t>(f->ms);
+  MM_NotEventPost(ev);
+  MM_NotEventFree(ev);
+}
+
+void doRebuildFolder(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f || f->folder_id == INVALID_FOLDER) return;
+  char title[1200];
+  std::snprintf(title, sizeof title, "Rebuilding %s ...", f->name.c_str());
+  xvt_progress_open(title, "Rebuilding folder ...", false);
+  {
+    Suspended s(node);
+    RemoveContent(Holder(node), f);
+    f->groups_loaded = f->messages_loaded = f->marked = false;
+    f->total = f->shown = 0;
+    folderAddMessageContent(node);
+  }
+  xvt_progress_close();
+  Redraw(node);
+}
+
+int folderIsReadOnly(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return 0;
+  if (f->folder_id != INVALID_FOLDER) return MM_MSFolIsReadonly(f->folder_id) ? 1 : 0;
+  if (!f->selectable) return 1;
+  short advanced = 0;
+  long caps = 0;
+  if (!Opt_LookupBoolean("General.GetAdvancedFolderStatus", &advanced, kOptSession) || !advanced) return 0;
+  if (!f->rights_known) {
+    f->rights = 7;
+    if (MM_MSCapabilities(f->ms, &caps) && (caps & 8)) {
+      ACLList rights;
+      if (MM_FolGetMyRights(f->ms, f->name.c_str(), &rights) && !rights.empty()) f->rights = rights.front().rights;
+    }
+    f->rights_known = true;
+  }
+  return (f->rights & kAclWrite) ? 0 : 1;
+}
+
+int folderHandleNodeEvent(WINDOW win, TreeNode* node, int event) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (event == kNodeEventDestroy) {
+    if (f) {
+      if (f->notifier >= 0) MM_NotUnregister(f->notifier);
+      delete f;
+    }
+    TREE_SetData(node, nullptr);
+    return kNodeActionOk;
+  }
+  if (!f) return kNodeActionRefused;
+  if (event != kNodeEventClick && f->folder_id != INVALID_FOLDER && (f->lost || !MM_FolStreamValid(f->folder_id))) {
+    f = FOL_Info(node);
+    if (!f) return kNodeActionRefused;
+    xvt_dm_post_error(
+        "This folder has lost its connection to the server.  Please check your network connection, then re-open "
+        "the folder.");
+    folderCloseTree(node);
+    f = FOL_Info(node);
+    if (f && f->folder_id != INVALID_FOLDER) {
+      f->closing = true;
+      MM_FolClose(f->folder_id, 1);
+      if ((f = FOL_Info(node))) f->closing = false;
+    }
+    return kNodeActionRefused;
+  }
+  switch (event) {
+    case kNodeEventExpanding:
+      if (TREE_IsOpenElsewhere(node)) return kNodeActionRefused;
+      return folderOpen(win, node) ? kNodeActionOk : kNodeActionRefused;
+    case kNodeEventDoubleClick:
+      if (TREE_IsOpen(node)) {
+        TREE_OpenSubtree(node, 0, 0);
+        return kNodeActionOk;
+      }
+      if (!folderOpen(win, node)) return kNodeActionRefused;
+      TREE_OpenSubtree(node, 1, 1);
+      return kNodeActionOk;
+    default: return kNodeActionOk;
+  }
+}
+
+void folderDraw(WINDOW win, TreeNode* node, RCT* rect) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return;
+  const COLOR fore = TREE_IsSelected(node) ? COLOR_WHITE : COLOR_BLACK;
+  xvt_dwin_set_fore_color(win, fore);
+  CPEN pen{1, PAT_SOLID, f->lost ? COLOR_RED : fore};
+  xvt_dwin_set_pen(win, &pen);
+  CBRUSH brush{f->folder_id != INVALID_FOLDER ? PAT_SOLID : PAT_HOLLOW, fore};
+  xvt_dwin_set_brush(win, &brush);
+  RCT box{rect->left + 1, rect->top + 2, rect->left + 17, rect->top + 14};
+  xvt_dwin_draw_rect(win, &box);
+  if (f->lost) {
+    // The lost mark: a red cross over the folder.
+    xvt_dwin_draw_line(win, PNT{box.left, box.top}, PNT{box.right, box.bottom});
+    xvt_dwin_draw_line(win, PNT{box.right, box.top}, PNT{box.left, box.bottom});
+  }
+  const std::string label = folderDisplayName(f->ms, f->name.c_str(), f->delimiter);
+  xvt_dwin_draw_text(win, rect->left + 22, rect->top + 12, label.c_str(), -1);
+  int x = rect->left + 30 + 8 * static_cast<int>(label.size());
+  if (f->messages_loaded || TREE_IsOpenElsewhere(node)) {
+    char counts[64];
+    std::snprintf(counts, sizeof counts, "(%ld msgs, %ld unread)", f->shown, f->unread);
+    xvt_dwin_draw_text(win, x, rect->top + 12, counts, -1);
+    x += 8 * static_cast<int>(std::strlen(counts)) + 8;
+  }
+  if (folderIsReadOnly(node)) xvt_dwin_draw_text(win, x, rect->top + 12, "[Read Only]", -1);
+  xvt_dwin_set_fore_color(win, COLOR_BLACK);
+}
+
+// --- Model events ----------------------------------------------------------------
+
+namespace {
+
+bool IsMessageEvent(int type) {
+  return (type >= E_DELETED_FLAG_SET && type <= E_DRAFT_FLAG_CLEARED) || type == E_MSG_EXPUNGED;
+}
+
+int FolderWant(ModelEvent* ev, void* data) {
+  auto* node = static_cast<TreeNode*>(data);
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return 0;
+  const bool open = f->folder_id != INVALID_FOLDER;
+  if (IsMessageEvent(ev->type)) return open && f->messages_loaded && ev->folder == f->folder_id;
+  switch (ev->type) {
+    case E_LOW_MEMORY: return 1;
+    case E_MAIL_TIMER:
+    case E_CHECK_NOW: return open && !TREE_IsOpenElsewhere(node);
+    case E_FOLDER_STREAM_DIED: return open && ev->folder == f->folder_id;
+    case E_FOLDER_CLOSED: return open && ev->folder == f->folder_id && (ev->value || f->closing);
+    case E_FOLDER_EXPUNGED: return open && ev->folder == f->folder_id;
+    case E_SHOW_MSGGRPS:
+    case E_HIDE_MSGGRPS:
+    case E_REBUILD_CLOSED:
+      return open && !TREE_IsOpenElsewhere(node) && (ev->folder == f->folder_id || ev->type != E_REBUILD_CLOSED);
+    case E_FOLDER_SUBSCRIBED:
+    case E_FOLDER_UNSUBSCRIBED:
+      return ev->ms == f->ms && ev->name && f->name == ev->name && !TREE_IsOpenElsewhere(node);
+    case E_FOLDER_DELETED: return ev->ms == f->ms && ev->name && f->name == ev->name;
+    default: return 0;
+  }
+}
+
+void FolderHandle(ModelEvent* ev, void* data) {
+  auto* node = static_cast<TreeNode*>(data);
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f) return;
+  TreeNode* holder = Holder(node);
+  switch (ev->type) {
+    case E_LOW_MEMORY: f->low_memory = true; return;
+    case E_MAIL_TIMER:
+    case E_CHECK_NOW:
+      // Inside a critical section the timer drops to the retry rate and
+      // the check waits for a free tick.
+      if (ev->type == E_MAIL_TIMER && !MSG_MailTimerGate()) return;
+      folderCheckNewMail(node, 1);
+      return;
+    case E_FOLDER_STREAM_DIED:
+      if (!f->lost) doFolderInvalid(node);
+      return;
+    case E_FOLDER_CLOSED: doFolderClosed(node); return;
+    case E_FOLDER_EXPUNGED:
+      folderRecount(node);
+      Redraw(node);
+      return;
+    case E_SHOW_MSGGRPS:
+    case E_HIDE_MSGGRPS:
+    case E_REBUILD_CLOSED: doRebuildFolder(node); return;
+    case E_FOLDER_SUBSCRIBED:
+    case E_FOLDER_UNSUBSCRIBED:
+      f->subscribed = ev->type == E_FOLDER_SUBSCRIBED;
+      Redraw(node);
+      return;
+    case E_FOLDER_DELETED: TREE_RemoveNode(node); return;
+    default: break;
+  }
+  TreeNode* line = MSG_FindMessage(node, ev->umi);
+  if (!line) return;
+  if (ev->type == E_MSG_EXPUNGED) {
+    folderRemoveMessage(holder, line);
+    f->index.erase(ev->umi);
+    TREE_DestroyNode(line);
+    Redraw(node);
+    return;
+  }
+  // Whatever the event says, the line takes the flags the model has now:
+  // a repeated or reordered event can't throw the counters off.
+  ApplyFlags(holder, line, MSG_ReadFlags(ev->umi));
+}
+
+}  // namespace

@@ -1,0 +1,247 @@
+// What hangs in the organizer tree: service nodes, folder nodes, message
+// groups and message nodes. Each node's data record begins with its
+// kNodeDataType; the records are owned by the node and freed on
+// kNodeEventDestroy. Service and folder nodes listen to the model through a
+// notifier of their own, so the tree follows every change whichever window
+// made it.
+//
+// A folder loads its messages in one pass: every message's draw record and
+// sort keys are computed once, the list is sorted once, and the tree only
+// ever sees appends. Each open folder keeps an index from UMI to node, so
+// that an event about one message costs a hash lookup, not a walk.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "src/base/model_events.h"
+#include "src/model/mm.h"
+#include "src/organizer/tree.h"
+
+// --- Message nodes ---------------------------------------------------------------
+
+// Flags of a message line.
+constexpr uint16_t kMsgMultipart = 0x01;
+constexpr uint16_t kMsgDraft = 0x02;
+constexpr uint16_t kMsgRead = 0x04;
+constexpr uint16_t kMsgAnswered = 0x08;
+constexpr uint16_t kMsgFlagged = 0x10;
+constexpr uint16_t kMsgDeleted = 0x20;
+constexpr uint16_t kMsgRecent = 0x40;
+
+// Everything a message line needs to draw and sort, computed once when the
+// node is made, so that scrolling and re-sorting never reach the mail layer.
+// An empty text stands for none.
+struct MessageDrawRec {
+  std::string from_text;
+  std::string subject_text;
+  std::string date_text;
+  std::string size_text;
+  int8_t priority = kPriorityNormal;
+  uint16_t flags = 0;
+  bool has_subject = false;
+  uint8_t subject_skip = 0;  // bytes of "Re:" prefixes and blanks before the subject proper
+  int64_t date_key = 0;      // the sent date in comparable form; kNoDate when absent
+  int64_t thread_key = 0;    // conversation order: the conversation's place
+};
+
+struct MessageNodeInfo {
+  int32_t type = kNodeDataTypeMessage;
+  UMI umi = 0;
+  MessageDrawRec rec;
+};
+
+// The sort orders. The first six keep the names users have stored in their
+// options; the seventh sorts by conversation.
+enum MsgSortOrder : int {
+  kSortRecentArrival = 0,
+  kSortLeastRecentArrival,
+  kSortRecentDate,
+  kSortLeastRecentDate,
+  kSortFrom,
+  kSortSubject,
+  kSortConversation,
+  kSortOrders
+};
+const char* MSG_SortName(int order);
+// Case aside; an unknown or absent name gives the first order.
+int MSG_SortOrderFromName(const char* name);
+
+constexpr int64_t kNoDate = INT64_MIN;
+
+// Fills rec from the model. sent_folder: the message lies in the folder
+// that holds sent mail, so the line shows "To: " and the first recipient.
+void drawRecInit(UMI umi, MessageDrawRec* rec, bool sent_folder = false);
+// Flags of the message as the model has them now.
+uint16_t MSG_ReadFlags(UMI umi);
+std::string MSG_SizeText(unsigned long size);
+// The Date header in universal time, as the mail layer's
+// compare_message_dates orders it: seconds; kNoDate when absent, and just
+// above that when the header can't be placed in time.
+int64_t MSG_DateKey(const char* date);
+std::string MSG_DateText(const char* date);
+// NULL after text; "Re:" prefixes and blanks skipped; case aside.
+int MSG_CompareSubjects(const char* a, const char* b);
+size_t MSG_SubjectSkip(const char* subject);
+// The comparison of two message records for an order (folders first).
+TREE_COMPARE_FN MSG_CompareFor(int order);
+
+TreeNode* messageCreateNode(UMI umi, MessageNodeInfo* info = nullptr);
+int messageHandleNodeEvent(WINDOW win, TreeNode* node, int event);
+void messageDraw(WINDOW win, TreeNode* node, RCT* rect);
+int messageWidth(WINDOW win, TreeNode* node, RCT* rect);
+MessageNodeInfo* MSG_Info(const TreeNode* node);  // null unless a message node
+TreeNode* messageContainer(TreeNode* node);
+
+// Conversations of a folder: message ids and subjects to the conversation's
+// key, kept so that new mail finds its conversation without a re-sort.
+struct ConversationIndex {
+  std::unordered_map<std::string, int64_t> by_id;
+  std::unordered_map<std::string, int64_t> by_subject;
+};
+// Computes rec.thread_key for umi from its headers and the index, and adds
+// the message to the index. A message that starts a conversation gets its
+// own UMI as the key.
+void MSG_ConversationAdd(ConversationIndex* conv, MessageNodeInfo* info);
+// Sorts records for an order in one pass; conversation keys are computed
+// here (and conv filled) when that order asks for them.
+void MSG_SortRecords(std::vector<MessageNodeInfo*>* records, int order, ConversationIndex* conv = nullptr);
+// Re-sorts every message line under parent (a folder's flat list or a group).
+void MSG_ResortKids(TreeNode* parent, int order);
+
+// --- Message groups --------------------------------------------------------------
+
+constexpr int kGroupMain = -1;
+constexpr int kGroupDeleted = -2;
+constexpr int kGroupMaxFields = 10;
+constexpr int kGroupFieldSize = 20;
+constexpr int kGroupPatternSize = 200;
+
+struct GroupRule {
+  int field_count = 0;
+  char fields[kGroupMaxFields][kGroupFieldSize] = {};
+  std::string pattern;
+};
+
+struct GroupNodeInfo {
+  int32_t type = kNodeDataTypeGroup;
+  int32_t id = 0;
+  int32_t count = 0;
+  int32_t unread = 0;
+  int16_t hide_if_empty = 0;
+  int sort = kSortRecentArrival;
+  std::string name;
+  GroupRule rule;
+  std::vector<MessageNodeInfo*> load_list;  // only during a load
+};
+
+// Whole-text match with alternatives (|), conjunction (&), ? * [set] and \x.
+bool wildMatch(const char* text, const char* pattern);
+// Fields ("All", "Recipient" or header names; ten at most) into a rule.
+void groupInitRule(GroupRule* rule, const char* fields, const char* pattern);
+// "MessageGroups.<ms>.<folder>.<tail>" and the like; "" for an unknown kind.
+std::string groupGetOptionName(int parent_kind, int ms_number, const char* folder, int group_id,
+                               const char* attribute);
+TreeNode* groupAdd(TreeNode* container, int ms_number, const char* folder, int id);
+TreeNode* groupPick(TreeNode* container, UMI umi);
+GroupNodeInfo* GRP_Info(const TreeNode* node);  // null unless a group node
+void groupRemoveMessage(TreeNode* message);
+void groupInsertMessage(TreeNode* container, TreeNode* group, TreeNode* message);
+void groupRecount(TreeNode* group);
+int groupHandleNodeEvent(WINDOW win, TreeNode* node, int event);
+void groupDraw(WINDOW win, TreeNode* node, RCT* rect);
+// Whether empty groups are on view (View.HiddenMsgGroups) and groups at all.
+bool GRP_ShowEmpty();
+bool GRP_ShowGroups();
+// The load of a folder's records into its groups (which exist): each record
+// goes to its group's list, each list is sorted once and appended; the
+// records become the nodes' data, index learns them, counters count them.
+void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records, long* shown, long* unread,
+                     std::unordered_map<UMI, TreeNode*>* index);
+TreeNode* GRP_DeletedGroup(TreeNode* container);
+
+// --- Folder nodes ----------------------------------------------------------------
+
+struct FolderNodeInfo {
+  int32_t type = kNodeDataTypeFolder;
+  int ms = INVALID_SERVICE;
+  int folder_id = INVALID_FOLDER;
+  std::string name;
+  char delimiter = 0;
+  bool subscribed = false, fetched_subscribed = false, fetched_unsubscribed = false;
+  bool groups_loaded = false, messages_loaded = false, rights_known = false, lost = false;
+  bool low_memory = false, load_cancelled = false, selectable = true, marked = false;
+  bool no_inferiors = false, closing = false;
+  long total = 0;
+  long shown = 0;
+  long unread = 0;
+  int rights = 7;
+  int notifier = -1;
+  int sort = kSortRecentArrival;
+  TreeNode* node = nullptr;
+  // The message lines of the open folder, by UMI.
+  std::unordered_map<UMI, TreeNode*> index;
+  ConversationIndex conv;
+};
+
+struct ServiceNodeInfo {
+  int32_t type = kNodeDataTypeMsgService;
+  int ms_id = -1;
+  int ms = INVALID_SERVICE;
+  std::string name;
+  char delimiter = 0;
+  bool fetched_subscribed = false, fetched_unsubscribed = false;
+  int offline = 0;
+  int notifier = -1;
+  TreeNode* node = nullptr;
+};
+
+FolderNodeInfo* FOL_Info(const TreeNode* node);   // null unless a folder node
+ServiceNodeInfo* SVC_Info(const TreeNode* node);  // null unless a service node
+
+// Orders folder records: folders before anything else, the inbox first.
+int folderCompare(void* a, void* b);
+// Adds a listed folder; null when the name is refused or already there.
+TreeNode* folderAdd(TreeNode* parent, int ms, const FolderListEntry& item, int subscribed, int folder_id);
+int folderOpen(WINDOW win, TreeNode* node);
+int folderAddContents(TreeNode* node);
+int folderAddSubFolders(TreeNode* node);
+int folderAddMessageContent(TreeNode* node);
+int folderCheckNewMail(TreeNode* node, int quiet);
+void folderCloseTree(TreeNode* node);
+void doFolderClosed(TreeNode* node);
+void doFolderInvalid(TreeNode* node);
+void doRebuildFolder(TreeNode* node);
+int folderIsReadOnly(TreeNode* node);
+TreeNode* MSG_FindMessage(TreeNode* container, UMI umi);
+void folderRemoveMessage(TreeNode* container, TreeNode* message);
+// Adds one message (new mail) where the folder's view puts it.
+TreeNode* folderAddMessage(TreeNode* container, UMI umi);
+// The display name: the last component of the friendly name.
+std::string folderDisplayName(int ms, const char* name, char delimiter);
+int folderHandleNodeEvent(WINDOW win, TreeNode* node, int event);
+void folderDraw(WINDOW win, TreeNode* node, RCT* rect);
+TreeNode* folderFind(TreeNode* service_node, const char* full_name);
+// The sort order of the folder from Folder.<ms>.<name>.Sort.
+int folderSortOrder(int ms, const char* name);
+// Takes the folder's counters again from its lines (after a batch of changes).
+void folderRecount(TreeNode* node);
+
+// --- Service nodes ---------------------------------------------------------------
+
+TreeNode* serviceAdd(TreeNode* parent, int number);
+int serviceAddFolders(TreeNode* node, int ms);
+int serviceHandleNodeEvent(WINDOW win, TreeNode* node, int event);
+void serviceDraw(WINDOW win, TreeNode* node, RCT* rect);
+// Adds a node for every service of MsgService.IDList under root.
+int serviceAddAll(TreeNode* root);
+
+// --- Selections ------------------------------------------------------------------
+
+// The UMIs of the selected message lines of the widget, in tree order.
+std::vector<UMI> MSG_SelectedUmis(WINDOW tree);
+// A flag set or cleared on the whole selection, one model call per folder.
+int MSG_SetFlagOnSelection(WINDOW tree, const char* flag, bool set);
+int MSG_CopySelection(WINDOW tree, int ms, const char* folder);

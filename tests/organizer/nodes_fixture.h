@@ -1,0 +1,77 @@
+// The model over MH folders (tests/model/model_fixture.h) with an organizer
+// tree on the headless toolkit, and what the tests read back from the tree:
+// the lines of a folder in order, named by message number.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "src/organizer/nodes.h"
+#include "src/organizer/organizer.h"
+#include "tests/model/model_fixture.h"
+
+namespace nodestest {
+
+// The task window stands in for the organizer's top window: it owns the mail timer.
+inline long TaskEh(WINDOW, EVENT* ev) {
+  if (ev->type == E_TIMER) MSG_MailTimerTick();
+  return 0;
+}
+
+// "3 1 2" of the message lines under node; groups show as "[Name: ...]".
+inline std::string Lines(TreeNode* node) {
+  std::string out;
+  for (TreeNode* k = TREE_GetFirstKid(node); k; k = TREE_GetNext(k)) {
+    std::string part;
+    if (MessageNodeInfo* m = MSG_Info(k)) {
+      part = std::to_string(MM_UMIMsgno(m->umi));
+    } else if (GroupNodeInfo* g = GRP_Info(k)) {
+      part = "[" + g->name + ":" + (Lines(k).empty() ? "" : " " + Lines(k)) + "]";
+    } else {
+      continue;
+    }
+    out += (out.empty() ? "" : " ") + part;
+  }
+  return out;
+}
+
+class NodesTest : public ModelTest {
+ protected:
+  // Runs body with the toolkit up and a tree in the task window.
+  void Run(std::function<void()> body) {
+    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+    xvt_test_set_run_hook([&] {
+      RCT r{0, 0, 600, 320};
+      tree_ = TREE_CreateTreeWidget(TASK_WIN, &r, 40, 0, 2, 0, 16, 0, nullptr, nullptr, nullptr, nullptr);
+      MSG_SetMailTimerOwner(TASK_WIN);
+      set_mail_timer(1);
+      body();
+      MSG_SetMailTimerOwner(NULL_WIN);
+      MSG_DestroyMailTimer();
+    });
+    xvt_app_create(0, nullptr, 0, TaskEh, &config);
+  }
+
+  // A folder line for name under the tree's root, opened like a double click.
+  TreeNode* Open(int ms, const std::string& name) {
+    FolderListEntry e;
+    e.name = name;
+    e.delimiter = '/';
+    TreeNode* node = folderAdd(TREE_GetRoot(tree_), ms, e, 1, INVALID_FOLDER);
+    if (!node) return nullptr;
+    if (folderHandleNodeEvent(tree_, node, kNodeEventDoubleClick) != kNodeActionOk) return nullptr;
+    return node;
+  }
+
+  static FolderNodeInfo* F(TreeNode* n) { return FOL_Info(n); }
+  // The counters against the lines: what the folder line says must be what it holds.
+  static void ExpectCounts(TreeNode* n, long shown, long unread) {
+    EXPECT_EQ(F(n)->shown, shown);
+    EXPECT_EQ(F(n)->unread, unread);
+    EXPECT_EQ(static_cast<long>(F(n)->index.size()), shown);
+  }
+
+  WINDOW tree_ = NULL_WIN;
+};
+
+}  // namespace nodestest

@@ -1,0 +1,313 @@
+// Folder, message and group nodes over MH folders: the texts and orders of
+// message lines, a folder opened in every order, and the tree following
+// new mail, expunges, flags and groups through the model's events.
+#include <gtest/gtest.h>
+
+#include "src/base/critical.h"
+#include "src/options/options.h"
+#include "tests/organizer/nodes_fixture.h"
+
+namespace nodestest {
+namespace {
+
+// --- Texts and comparisons ---------------------------------------------------
+
+TEST(MessageTexts, SizeSubjectDateAndSortNames) {
+  const std::pair<unsigned long, const char*> sizes[] = {
+      {0, "0"}, {9999, "9999"}, {10000, "10 K"}, {1500000, "1500 K"}, {5000000, "5000 K"}};
+  for (const auto& [size, text] : sizes) EXPECT_EQ(MSG_SizeText(size), text) << size;
+
+  struct Subjects {
+    const char *a, *b;
+    int want;
+  } subjects[] = {
+      {"Re: re: Hello", "RE:Hello", 0}, {"RE:Hello", "hello", 0}, {"Re:Re: x", "x", 0},
+      {"alpha", "beta", -1},            {nullptr, "a", 1},        {nullptr, nullptr, 0},
+      {"Re x", "x", -1},  // no colon: not a prefix
+      {"  \tre:  Beta", "beta", 0},
+  };
+  for (const Subjects& s : subjects)
+    EXPECT_EQ(MSG_CompareSubjects(s.a, s.b), s.want) << (s.a ? s.a : "null") << " / " << (s.b ? s.b : "null");
+
+  struct Dates {
+    const char* date;
+    const char* text;
+  } dates[] = {
+      {"Mon, 2 Nov 2026 10:05:00 +0000", "Nov  2 10:05 2026"},
+      {"3 Jan 2025 03:00:00 +0500", "Jan  3  3:00 2025"},
+      {"", ""},
+  };
+  for (const Dates& d : dates) EXPECT_EQ(MSG_DateText(d.date), d.text) << d.date;
+  // In universal time: 03:00 +0500 is the day before at 22:00.
+  EXPECT_LT(MSG_DateKey("3 Jan 2025 03:00:00 +0500"), MSG_DateKey("2 Jan 2025 23:00:00 +0000"));
+  EXPECT_GT(MSG_DateKey("3 Jan 2025 03:00:00 +0500"), MSG_DateKey("2 Jan 2025 21:59:00 +0000"));
+  EXPECT_EQ(MSG_DateKey(nullptr), kNoDate);
+  EXPECT_GT(MSG_DateKey("garbage"), kNoDate);
+
+  const std::pair<const char*, int> names[] = {
+      {"subject", kSortSubject},          {"Most Recent Arrival", kSortRecentArrival},
+      {"Size", kSortRecentArrival},       {"least recent date sent", kSortLeastRecentDate},
+      {"conversation", kSortConversation}, {nullptr, kSortRecentArrival},
+  };
+  for (const auto& [name, order] : names) EXPECT_EQ(MSG_SortOrderFromName(name), order) << (name ? name : "null");
+}
+
+TEST(WildMatch, Table) {
+  struct Case {
+    const char *text, *pattern;
+    bool want;
+  } cases[] = {
+      {"E-Mail", "*mail*|*post*", true},
+      {"Postage", "*mail*|*post*", true},
+      {"my mail", "mail", false},
+      {"my mail", "*MAIL", true},
+      {"abcb", "a*&*b", true},
+      {"abc", "a*&*b", false},
+      {"bab", "a*&*b", false},
+      {"Hello", "h?llo", true},
+      {"Hllo", "h?llo", false},
+      {"cat", "[abc]at", true},
+      {"Cat", "[abc]at", false},  // sets keep case
+      {"dat", "[!abc]at", true},
+      {"bat", "[^abc]at", false},
+      {"m5", "m[0-9]", true},
+      {"m", "m[0-9", false},  // unterminated set
+      {"a*b", "a\\*b", true},
+      {"axb", "a\\*b", false},
+      {"x", "y|x", true},
+      {"xy", "x|xy", true},
+      {"abc", "*?", true},
+      {"", "*", true},
+      {"", "?", false},
+      {"ab", "*[b]", true},
+      {"a\\", "*\\\\", true},
+      {"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", "*a*a*a*a*a*a*a*a*a*a*a*a*b", false},
+  };
+  for (const Case& c : cases) EXPECT_EQ(wildMatch(c.text, c.pattern), c.want) << c.text << " ~ " << c.pattern;
+}
+
+TEST(GroupRules, FieldsAliasesAndLimit) {
+  GroupRule r;
+  groupInitRule(&r, "recipient All", "*x*");
+  ASSERT_EQ(r.field_count, 8);
+  EXPECT_STREQ(r.fields[0], "To");
+  EXPECT_STREQ(r.fields[1], "Cc");
+  EXPECT_STREQ(r.fields[7], "In-Reply-To");
+  groupInitRule(&r, "a b c d e f g h i j Eleventh", "p");
+  EXPECT_EQ(r.field_count, 10);
+  EXPECT_STREQ(r.fields[9], "j");
+  EXPECT_EQ(groupGetOptionName(1, 3, "Box", kGroupMain, "Sort"), "MessageGroups.3.Box.main.Sort");
+  EXPECT_EQ(groupGetOptionName(1, 3, "Box", kGroupDeleted, "Name"), "MessageGroups.3.Box.del.Name");
+  EXPECT_EQ(groupGetOptionName(1, 3, "Box", 7, "Pattern"), "MessageGroups.3.Box.7.Pattern");
+  EXPECT_EQ(groupGetOptionName(2, 4, nullptr, 0, "IDList"), "MsgSearch.IMAP.4.MessageGroups.IDList");
+  EXPECT_EQ(groupGetOptionName(9, 4, nullptr, 0, "IDList"), "");
+}
+
+// --- A folder in the tree --------------------------------------------------------
+
+std::string Msg(const std::string& headers) { return headers + "\r\nbody\r\n"; }
+
+// Four messages whose orders all differ. 3 answers 2 by In-Reply-To, 4
+// answers 1 by References and has no subject of its own.
+const std::vector<std::string> kFour = {
+    Msg("From: Carol <c@x.org>\r\nSubject: Re: beta\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\n"
+        "Message-ID: <m1@x>\r\n"),
+    Msg("From: alice@x.org\r\nSubject: alpha\r\nDate: Sun, 1 Nov 2026 09:00:00 +0000\r\nMessage-ID: <m2@x>\r\n"),
+    Msg("From: Bob <b@x.org>\r\nSubject: RE: Alpha\r\nDate: Tue, 3 Nov 2026 01:00:00 +0500\r\n"
+        "In-Reply-To: <m2@x>\r\n"),
+    Msg("From: Dave <d@x.org>\r\nReferences: <m0@x> <m1@x>\r\n"),
+};
+
+TEST_F(NodesTest, AFolderOpensIntoLinesInEachOrder) {
+  MakeFolder("Box", kFour);
+  const std::pair<const char*, const char*> orders[] = {
+      {"Most Recent Arrival", "4 3 2 1"},    {"Least Recent Arrival", "1 2 3 4"},
+      {"Most Recent Date Sent", "3 1 2 4"},  {"Least Recent Date Sent", "4 2 1 3"},
+      {"From", "3 1 4 2"},                   {"Subject", "3 2 1 4"},
+      {"Conversation", "1 4 2 3"},
+  };
+  Run([&] {
+    for (const auto& [order, want] : orders) {
+      Opt_AssignString("Folder.1.Box.Sort", order, kOptSession, 0);
+      TreeNode* node = Open(local_, "Box");
+      ASSERT_NE(node, nullptr) << order;
+      EXPECT_EQ(Lines(node), want) << order;
+      ExpectCounts(node, 4, 4);
+      EXPECT_EQ(F(node)->total, 4);
+      // The same order again from the lines' own keys.
+      MSG_ResortKids(node, MSG_SortOrderFromName(order));
+      EXPECT_EQ(Lines(node), want) << order << " (re-sorted)";
+      folderCloseTree(node);
+      EXPECT_EQ(F(node)->folder_id, INVALID_FOLDER) << order;
+      EXPECT_EQ(Lines(node), "");
+      TREE_RemoveNode(node);
+    }
+  });
+  // The line of message 1 as drawn: the personal name, the date, the size.
+  EXPECT_EQ(MSG_DateText("Mon, 2 Nov 2026 10:00:00 +0000"), "Nov  2 10:00 2026");
+}
+
+TEST_F(NodesTest, DrawRecordTexts) {
+  MakeFolder("Box", {kFour[1], kFour[3], Msg("Subject: none from\r\n")});
+  const int id = MM_FolOpen(local_, "Box");
+  ASSERT_NE(id, INVALID_FOLDER);
+  MessageDrawRec r;
+  drawRecInit(MM_UMIFromMsgno(id, 1), &r);
+  EXPECT_EQ(r.from_text, "alice@x.org");
+  EXPECT_EQ(r.subject_text, "alpha");
+  EXPECT_EQ(r.date_text, "Nov  1  9:00 2026");
+  EXPECT_EQ(r.flags & kMsgRead, 0);
+  drawRecInit(MM_UMIFromMsgno(id, 2), &r);
+  EXPECT_EQ(r.from_text, "Dave");
+  EXPECT_FALSE(r.has_subject);
+  EXPECT_EQ(r.date_text, "");
+  EXPECT_EQ(r.date_key, kNoDate);
+  drawRecInit(MM_UMIFromMsgno(id, 3), &r);
+  EXPECT_EQ(r.from_text, "<Unknown>");
+  drawRecInit(MM_UMIFromMsgno(id, 2), &r, true);
+  EXPECT_EQ(r.from_text, "To: <Unknown>");
+  MM_FolClose(id, 1);
+}
+
+TEST_F(NodesTest, NewMailExpungeAndFlagsFollowTheModel) {
+  MakeFolder("Box", 5);
+  Run([&] {
+    TreeNode* node = Open(local_, "Box");
+    ASSERT_NE(node, nullptr);
+    const int id = F(node)->folder_id;
+    ASSERT_EQ(Lines(node), "5 4 3 2 1");
+
+    // Another writer appends; the next tick brings it with E_NEW_MESSAGES.
+    Append("Box", Numbered(6));
+    seen_.clear();
+    EXPECT_EQ(Lines(node), "5 4 3 2 1");
+    MSG_MailTimerTick();
+    EXPECT_EQ(Types({E_NEW_MESSAGES}), std::vector<int>{E_NEW_MESSAGES});
+    EXPECT_EQ(Lines(node), "6 5 4 3 2 1");
+    ExpectCounts(node, 6, 6);
+    EXPECT_EQ(F(node)->total, 6);
+
+    // Flags set through the model by any window show on the lines, one
+    // round trip for the selection.
+    const UMI two = MM_UMIFromMsgno(id, 2), three = MM_UMIFromMsgno(id, 3);
+    TREE_SelectNode(MSG_FindMessage(node, two), 1);
+    TREE_SelectNode(MSG_FindMessage(node, three), 1);
+    seen_.clear();
+    EXPECT_EQ(MSG_SetFlagOnSelection(tree_, "\\Seen", true), 2);
+    EXPECT_EQ(Types({E_SEEN_FLAG_SET}), (std::vector<int>{E_SEEN_FLAG_SET, E_SEEN_FLAG_SET}));
+    ExpectCounts(node, 6, 4);
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, two))->rec.flags & kMsgRead);
+    // The same event again changes nothing.
+    EXPECT_TRUE(MM_MsgSetFlag(two, "\\Seen"));
+    ExpectCounts(node, 6, 4);
+    EXPECT_TRUE(MM_MsgSetFlag(three, "\\Flagged"));
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->rec.flags & kMsgFlagged);
+
+    // Expunged elsewhere: the line goes, the counters follow.
+    EXPECT_TRUE(MM_MsgSetFlag(three, "\\Deleted"));
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->rec.flags & kMsgDeleted);
+    EXPECT_TRUE(MM_FolExpunge(id));
+    EXPECT_EQ(MSG_FindMessage(node, three), nullptr);
+    EXPECT_EQ(Lines(node), "5 4 3 2 1");  // numbers after the shift: old 4 is now 3
+    ExpectCounts(node, 5, 4);
+    EXPECT_EQ(F(node)->total, 5);
+    // A later tick adds nothing twice.
+    MSG_MailTimerTick();
+    EXPECT_EQ(Lines(node), "5 4 3 2 1");
+  });
+}
+
+TEST_F(NodesTest, ATickInACriticalSectionRetriesAtOneSecond) {
+  MakeFolder("Box", 2);
+  Run([&] {
+    TreeNode* node = Open(local_, "Box");
+    ASSERT_NE(node, nullptr);
+    EXPECT_EQ(MSG_MailTimerPeriod(), kDefaultMailPeriodMs);
+    Append("Box", Numbered(3));
+    WIN_start_critical();
+    MSG_MailTimerTick();
+    EXPECT_EQ(Lines(node), "2 1") << "checked inside a critical section";
+    EXPECT_EQ(MSG_MailTimerPeriod(), kMailRetryMs);
+    WIN_end_critical();
+    xvt_test_advance_ms(kMailRetryMs);  // the retry fires the tick
+    EXPECT_EQ(Lines(node), "3 2 1");
+    EXPECT_EQ(MSG_MailTimerPeriod(), kDefaultMailPeriodMs);
+  });
+}
+
+TEST_F(NodesTest, GroupsPickMessagesAndFollowChanges) {
+  MakeFolder("Box", {Msg("From: a@x\r\nSubject: urgent: fix\r\n"), Msg("From: b@x\r\nSubject: lunch\r\n"),
+                     Msg("From: boss@x\r\nSubject: plans\r\n"), Msg("From: c@x\r\nSubject: URGENT too\r\n")});
+  const std::pair<const char*, const char*> options[] = {
+      {"View.MsgGroups", "1"},
+      {"MessageGroups.1.Box.IDList", "2,1"},
+      {"MessageGroups.1.Box.1.Name", "Urgent"},
+      {"MessageGroups.1.Box.1.Fields", "Subject"},
+      {"MessageGroups.1.Box.1.Pattern", "*urgent*"},
+      {"MessageGroups.1.Box.2.Name", "Boss"},
+      {"MessageGroups.1.Box.2.Fields", "From Subject"},
+      {"MessageGroups.1.Box.2.Pattern", "boss@*|*fix"},
+      {"MessageGroups.1.Box.2.Sort", "Least Recent Arrival"},
+      {"MessageGroups.1.Box.2.HideIfEmpty", "1"},
+  };
+  for (const auto& [key, value] : options) Opt_AssignString(key, value, kOptSession, 0);
+  Run([&] {
+    TreeNode* node = Open(local_, "Box");
+    ASSERT_NE(node, nullptr);
+    const int id = F(node)->folder_id;
+    // The first group in IDList order wins: 1 matches both, Boss is first.
+    EXPECT_EQ(Lines(node), "[Boss: 1 3] [Urgent: 4] [Main: 2] [Deleted:]");
+    ExpectCounts(node, 4, 4);
+    TreeNode* boss = TREE_GetFirstKid(node);
+    EXPECT_EQ(GRP_Info(boss)->count, 2);
+
+    // Deleted goes to Deleted, undeleted back through the rules.
+    const UMI one = MM_UMIFromMsgno(id, 1);
+    EXPECT_TRUE(MM_MsgSetFlag(one, "\\Deleted"));
+    EXPECT_EQ(Lines(node), "[Boss: 3] [Urgent: 4] [Main: 2] [Deleted: 1]");
+    EXPECT_EQ(GRP_Info(boss)->count, 1);
+    ExpectCounts(node, 4, 4);
+    EXPECT_TRUE(MM_MsgClearFlag(one, "\\Deleted"));
+    EXPECT_EQ(Lines(node), "[Boss: 1 3] [Urgent: 4] [Main: 2] [Deleted:]");
+
+    // Read counts in the group and the folder; an emptied group hides.
+    EXPECT_EQ(MM_MsgSetFlagMany({one, MM_UMIFromMsgno(id, 3)}, "\\Seen"), 2);
+    EXPECT_EQ(GRP_Info(boss)->unread, 0);
+    ExpectCounts(node, 4, 2);
+    EXPECT_FALSE(TREE_IsHidden(boss));
+    EXPECT_EQ(MM_MsgSetFlagMany({one, MM_UMIFromMsgno(id, 3)}, "\\Deleted"), 2);
+    EXPECT_TRUE(TREE_IsHidden(boss));
+
+    // New mail lands in its group.
+    Append("Box", Msg("From: d@x\r\nSubject: urgent again\r\n"));
+    MSG_MailTimerTick();
+    EXPECT_EQ(Lines(node), "[Boss:] [Urgent: 5 4] [Main: 2] [Deleted: 3 1]");
+    ExpectCounts(node, 5, 3);
+  });
+}
+
+TEST_F(NodesTest, FolderLinesSortInboxFirstAndRefuseDuplicates) {
+  Run([&] {
+    TreeNode* root = TREE_GetRoot(tree_);
+    for (const char* name : {"b", "INBOX", "a", "a/inbox", "b", ".hidden", "c/"}) {
+      FolderListEntry e;
+      e.name = name;
+      e.delimiter = '/';
+      folderAdd(root, local_, e, 1, INVALID_FOLDER);
+    }
+    std::string names;
+    for (TreeNode* k = TREE_GetFirstKid(root); k; k = TREE_GetNext(k)) names += F(k)->name + " ";
+    EXPECT_EQ(names, "INBOX a a/inbox b ");
+    EXPECT_EQ(folderFind(root, ""), root);
+    FolderNodeInfo a{}, b{};
+    a.name = "Inbox";
+    b.name = "INBOX";
+    EXPECT_EQ(folderCompare(&a, &b), 0);
+    b.name = "Aardvark";
+    EXPECT_LT(folderCompare(&a, &b), 0);
+    EXPECT_EQ(folderDisplayName(local_, "a/b/c", '/'), "c");
+  });
+}
+
+}  // namespace
+}  // namespace nodestest
