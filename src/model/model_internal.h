@@ -32,6 +32,7 @@ struct MessageService {
   int port = 0;  // 0: the type's default
   std::string prefix;
   std::string location;
+  std::string security;  // "ssl", "tls", "none", or "" (STARTTLS when offered)
   std::string auth_user;
   std::string auth_password;
   std::string userid;

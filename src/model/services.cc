@@ -111,6 +111,7 @@ int MM_MSReload(int id) {
   ms->password = Read(n, "Password");
   ms->prefix = Read(n, "FolderPrefix");
   ms->location = Read(n, "FolderLocation");
+  ms->security = Read(n, "Security");
   // A service without a Port option takes its type's default, so that a
   // news service talks to 119 and not to the IMAP port.
   ms->port = 0;
@@ -252,9 +253,26 @@ int MM_CCGenSvcName(int id, std::string* out) {
   if (!t || !t->stream_format) return 0;
   if (ms->type == kServiceLocal) return 1;
   if (ms->host.empty()) return 0;
-  const int port = ms->port > 0 ? ms->port : t->default_port;
+  // The transport's security rides on the host as a switch: "ssl" is TLS
+  // from the first byte (on 993 unless a port is set), "tls" requires
+  // STARTTLS, "none" never starts it; without the option STARTTLS is used
+  // whenever the server offers it.
+  struct Security {
+    const char* word;
+    const char* switch_text;
+  };
+  static const Security kSecurity[] = {{"ssl", "/ssl"}, {"tls", "/tls"}, {"none", "/notls"}};
+  std::string host = ms->host;
+  bool ssl = false;
+  for (const Security& sec : kSecurity) {
+    if (strcasecmp(ms->security.c_str(), sec.word) == 0) {
+      host += sec.switch_text;
+      ssl = sec.switch_text[1] == 's';
+    }
+  }
+  const int port = ms->port > 0 ? ms->port : ssl && t->default_port == 143 ? 993 : t->default_port;
   char buffer[1100];
-  std::snprintf(buffer, sizeof buffer, t->stream_format, ms->host.c_str(), port);
+  std::snprintf(buffer, sizeof buffer, t->stream_format, host.c_str(), port);
   *out = buffer;
   return 1;
 }

@@ -49,6 +49,18 @@ TEST_F(ModelImap, FoldersMessagesFlagsCopiesAndADyingServer) {
   EXPECT_EQ(names, "INBOX Archive ");
   EXPECT_TRUE(MM_MSFolIsSubscribed(ms_, "Archive"));
 
+  // The same account over TLS from the first byte, and refusing STARTTLS.
+  for (const auto& [security, port] : {std::pair{"ssl", "SSLPORT"}, {"none", "PORT"}}) {
+    for (const auto& [key, value] : {std::pair<const char*, std::string>{"Security", security},
+                                     {"Port", server_.env[port]}})
+      Opt_AssignString((std::string("MsgService.ms2.") + key).c_str(), value.c_str(), kOptPermanent, 0);
+    MM_MSReload(ms_);
+    const int plain = MM_FolOpen(ms_, "INBOX");
+    ASSERT_NE(plain, INVALID_FOLDER) << security << Posts();
+    EXPECT_NE(std::string(MM_FolStream(plain)->mailbox).find(std::string("/") + (*security == 'n' ? "notls" : "ssl")),
+              std::string::npos) << MM_FolStream(plain)->mailbox;
+    MM_FolClose(plain, 1);
+  }
   const int id = MM_FolOpen(ms_, "INBOX");
   ASSERT_NE(id, INVALID_FOLDER) << Posts();
   EXPECT_EQ(MM_FolOpen(ms_, "INBOX"), id);

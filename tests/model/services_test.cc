@@ -87,18 +87,23 @@ TEST_F(Services, TypesStreamNamesAndCanonicalNames) {
   EXPECT_STREQ(MM_MSGetTypedescByType(4), "Internet (POP3) Folders");
   EXPECT_STREQ(MM_MSGetTypedescByType(0), "");
   EXPECT_STREQ(MM_MSGetTypenameByType(7), "local");
-  const struct { const char* type; const char* host; const char* port; const char* name; } names[] = {
-      {"imap", "mail.example.org", "", "{mail.example.org/service=imap2:143}"},
-      {"imap", "mail.example.org", "1143", "{mail.example.org/service=imap2:1143}"},
-      {"bboard", "news.example.org", "", "{news.example.org/service=imap2:143}*"},
-      {"nntp", "news.example.org", "", "{news.example.org/service=nntp:119}"},
-      {"pop", "pop.example.org", "0", "{pop.example.org/service=pop3:110}"},
-      {"imap", "", "", ""},  // none can be made
-      {"p7", "x400.example.org", "", ""}};
+  const struct { const char* type; const char* host; const char* port; const char* security; const char* name; } names[] = {
+      {"imap", "mail.example.org", "", "", "{mail.example.org/service=imap2:143}"},
+      {"imap", "mail.example.org", "1143", "", "{mail.example.org/service=imap2:1143}"},
+      {"imap", "mail.example.org", "", "SSL", "{mail.example.org/ssl/service=imap2:993}"},
+      {"imap", "mail.example.org", "1993", "ssl", "{mail.example.org/ssl/service=imap2:1993}"},
+      {"imap", "mail.example.org", "", "tls", "{mail.example.org/tls/service=imap2:143}"},
+      {"imap", "mail.example.org", "", "none", "{mail.example.org/notls/service=imap2:143}"},
+      {"bboard", "news.example.org", "", "", "{news.example.org/service=imap2:143}*"},
+      {"nntp", "news.example.org", "", "", "{news.example.org/service=nntp:119}"},
+      {"pop", "pop.example.org", "0", "", "{pop.example.org/service=pop3:110}"},
+      {"imap", "", "", "", ""},  // none can be made
+      {"p7", "x400.example.org", "", "", ""}};
   for (const auto& n : names) {
     SetOption(10, "Type", n.type);
     SetOption(10, "Hostname", n.host);
     SetOption(10, "Port", n.port);
+    SetOption(10, "Security", n.security);
     const int id = MM_MSNew(10);
     std::string name;
     EXPECT_EQ(MM_CCGenSvcName(id, &name), *n.name ? 1 : 0) << n.type << " " << n.host;
