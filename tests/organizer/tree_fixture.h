@@ -67,6 +67,32 @@ std::string Join(const T& items, F name) {
   return out;
 }
 
+inline void Send(WINDOW w, EVENT ev) { xvt_test_user_event(w, &ev); }
+
+// A press and release at a point; with dbl, a double click's second press.
+inline void Mouse(WINDOW w, PNT at, bool shift = false, bool ctrl = false, int button = 0, bool dbl = false) {
+  EVENT ev{};
+  ev.type = dbl ? E_MOUSE_DBL : E_MOUSE_DOWN;
+  ev.v.mouse = {at, shift, ctrl, button};
+  Send(w, ev);
+  ev.type = E_MOUSE_UP;
+  Send(w, ev);
+}
+
+inline void Key(WINDOW w, int ch, bool shift = false, bool ctrl = false) {
+  EVENT ev{};
+  ev.type = E_CHAR;
+  ev.v.chr = {ch, shift, ctrl};
+  Send(w, ev);
+}
+
+inline void Bar(WINDOW w, SCROLL_CONTROL what, int pos = 0, bool horizontal = false) {
+  EVENT ev{};
+  ev.type = horizontal ? E_HSCROLL : E_VSCROLL;
+  ev.v.scroll = {what, pos};
+  Send(w, ev);
+}
+
 class TreeTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -127,18 +153,6 @@ class TreeTest : public ::testing::Test {
   static std::string Selected(WINDOW w) { return Join(TREE_GetSelections(TREE_GetRoot(w)), Name); }
   static std::string Anchor(WINDOW w) { return Name(TREE_GetInfo(w)->cache.current_selection); }
 
-  static void Send(WINDOW w, EVENT ev) { xvt_test_user_event(w, &ev); }
-
-  // A press and release at a point; with dbl, a double click's second press.
-  static void Mouse(WINDOW w, PNT at, bool shift = false, bool ctrl = false, int button = 0, bool dbl = false) {
-    EVENT ev{};
-    ev.type = dbl ? E_MOUSE_DBL : E_MOUSE_DOWN;
-    ev.v.mouse = {at, shift, ctrl, button};
-    Send(w, ev);
-    ev.type = E_MOUSE_UP;
-    Send(w, ev);
-  }
-
   // A click on the node's text (or, with on_box, on its box).
   static void Click(WINDOW w, TreeNode* n, bool shift = false, bool ctrl = false, int button = 0, bool on_box = false) {
     ASSERT_GE(n->display_line, 0) << Name(n) << " is not on the screen";
@@ -146,19 +160,6 @@ class TreeTest : public ::testing::Test {
           shift, ctrl, button);
   }
 
-  static void Key(WINDOW w, int ch, bool shift = false, bool ctrl = false) {
-    EVENT ev{};
-    ev.type = E_CHAR;
-    ev.v.chr = {ch, shift, ctrl};
-    Send(w, ev);
-  }
-
-  static void Bar(WINDOW w, SCROLL_CONTROL what, int pos = 0, bool horizontal = false) {
-    EVENT ev{};
-    ev.type = horizontal ? E_HSCROLL : E_VSCROLL;
-    ev.v.scroll = {what, pos};
-    Send(w, ev);
-  }
 };
 
 }  // namespace treetest
