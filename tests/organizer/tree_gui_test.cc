@@ -1,10 +1,7 @@
 // The tree widget and its column strip drawn by the Qt backend on the
-// offscreen platform: a service, a folder and messages, one of them
-// selected. The picture is saved in the build tree (tree_gui.png) and
-// probed: the selection's highlight, the columns' text where the strip puts
-// the columns, the connecting lines, and nothing beyond the last column.
-// Then a border is dragged in the strip and the tree scrolled by its bar;
-// what the screen holds then is saved as tree_gui_drag.png and probed.
+// offscreen platform, saved in the build tree (tree_gui.png) and probed;
+// then a border dragged in the strip and the tree scrolled by its bar, the
+// screen saved as tree_gui_drag.png and probed again.
 #include <QGuiApplication>
 #include <QImage>
 #include <QScreen>
@@ -58,20 +55,12 @@ int DarkIn(const QImage& img, int x0, int y0, int x1, int y1) {
   return dark;
 }
 
-void Mouse(QWidget* w, QEvent::Type type, QPoint at, Qt::MouseButtons held) {
-  Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
-  QMouseEvent e(type, QPointF(at), w->mapToGlobal(QPointF(at)), button, held, Qt::NoModifier);
-  QApplication::sendEvent(w, &e);
-}
-
 // What the screen holds for the widget: the window's backing store, which
 // scrolls and partial repaints have written, not a fresh paint of it.
 QImage OnScreen(QWidget* w) {
   QPoint at = w->mapTo(w->window(), QPoint(0, 0));
-  return QGuiApplication::primaryScreen()
-      ->grabWindow(w->window()->winId(), at.x(), at.y(), w->width(), w->height())
-      .toImage()
-      .convertToFormat(QImage::Format_RGB32);
+  QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(w->window()->winId(), at.x(), at.y(), w->width(), w->height());
+  return shot.toImage().convertToFormat(QImage::Format_RGB32);
 }
 
 TEST_F(XvtQt, TreeWithColumnsIsDrawnAndFollowsADraggedBorder) {
@@ -90,17 +79,14 @@ TEST_F(XvtQt, TreeWithColumnsIsDrawnAndFollowsADraggedBorder) {
     for (int i = 0; i < 20; ++i)
       lines.push_back({kNodeDataTypeMessage, "", "Sender " + std::to_string(i),
                        std::string(size_t(i % 3 + 1), 'W') + " subject " + std::to_string(i)});
-    TreeNode* svc = TREE_NewNode(0, &lines[0], 0, DrawLine, nullptr, LineWidth);
-    TREE_AppendNode(TREE_GetRoot(tree), svc);
-    TreeNode* inbox = TREE_NewNode(0, &lines[1], 20, DrawLine, nullptr, LineWidth);
-    TREE_AppendNode(svc, inbox);
-    std::vector<TreeNode*> msgs;
-    for (size_t i = 2; i < lines.size(); ++i) {
-      msgs.push_back(TREE_NewNode(1, &lines[i], 20, DrawLine, nullptr, LineWidth));
-      TREE_AppendNode(inbox, msgs.back());
+    std::vector<TreeNode*> n;  // the service, its inbox, the messages
+    for (size_t i = 0; i < lines.size(); ++i) {
+      n.push_back(TREE_NewNode(i > 1, &lines[i], i ? 20 : 0, DrawLine, nullptr, LineWidth));
+      TREE_AppendNode(i ? n[std::min<size_t>(i - 1, 1)] : TREE_GetRoot(tree), n.back());
     }
-    TREE_OpenSubtree(svc, 1, 0);
-    TREE_OpenSubtree(inbox, 1, 0);
+    TREE_OpenSubtree(n[0], 1, 0);
+    TREE_OpenSubtree(n[1], 1, 0);
+    std::vector<TreeNode*> msgs(n.begin() + 2, n.end());
     TREE_SelectOnlyNode(msgs[0]);  // line 2; it scrolls away below
     int layout = MSG_CM_LayoutId(g_strip, kCMLayoutMessage);
     ASSERT_EQ(g_strip->current, layout);
@@ -129,23 +115,23 @@ TEST_F(XvtQt, TreeWithColumnsIsDrawnAndFollowsADraggedBorder) {
 
     // Press on From's right border (27 + 150), drag, release 43 px further.
     QWidget* strip = g_strip->window->client;
-    ASSERT_NE(strip, nullptr);
-    Mouse(strip, QEvent::MouseButtonPress, QPoint(left + 176, 10), Qt::LeftButton);
-    Mouse(strip, QEvent::MouseMove, QPoint(left + 200, 10), Qt::LeftButton);
-    Mouse(strip, QEvent::MouseMove, QPoint(left + 220, 10), Qt::LeftButton);
-    Mouse(strip, QEvent::MouseButtonRelease, QPoint(left + 220, 10), Qt::NoButton);
-    int off = 0, size = 0;
-    ASSERT_EQ(CM_ColumnGetDimension(g_strip, layout, CM_ColumnGetColumnByN(g_strip, layout, 1), &off, &size), 0);
-    EXPECT_EQ(size, 220 - 27);
-    ASSERT_EQ(CM_ColumnGetDimension(g_strip, layout, CM_ColumnGetColumnByN(g_strip, layout, 2), &off, &size), 0);
+    for (auto [type, x] : {std::pair{QEvent::MouseButtonPress, 176}, {QEvent::MouseMove, 200}, {QEvent::MouseMove, 220},
+                           {QEvent::MouseButtonRelease, 220}}) {
+      QPointF at(left + x, 10);
+      QMouseEvent e(type, at, strip->mapToGlobal(at), type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton,
+                    type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton, Qt::NoModifier);
+      QApplication::sendEvent(strip, &e);
+    }
+    EXPECT_EQ(CM_ColumnGetSize(g_strip, layout, CM_ColumnGetColumnByN(g_strip, layout, 1)), 220 - 27);
+    int off = 0;
+    ASSERT_EQ(CM_ColumnGetDimension(g_strip, layout, CM_ColumnGetColumnByN(g_strip, layout, 2), &off, nullptr), 0);
     EXPECT_EQ(off, 220);
     xvt_app_process_pending_events();
     QImage before = OnScreen(doc->client);
     ASSERT_EQ(before.width(), doc->client->width());
     // Three lines down by the bar's arrow.
-    QScrollBar* bar = tree->bars[VSCROLL];
-    ASSERT_NE(bar, nullptr);
-    for (int i = 0; i < 3; ++i) bar->triggerAction(QAbstractSlider::SliderSingleStepAdd);
+    ASSERT_NE(tree->bars[VSCROLL], nullptr);
+    for (int i = 0; i < 3; ++i) tree->bars[VSCROLL]->triggerAction(QAbstractSlider::SliderSingleStepAdd);
     xvt_app_process_pending_events();
     EXPECT_EQ(TREE_TopLine(tree), 3);
     img = OnScreen(doc->client);
