@@ -48,29 +48,60 @@ struct Strip {
   std::string Geometry() { return treetest::Geometry(info, layout); }
 };
 
-TEST(Columns, OffsetsSkipHiddenColumns) {
-  Strip s;
-  const std::tuple<const char*, bool, const char*> steps[] = {
-      {"b", false, "a:0+10 b:- c:10+30 d:40+40"},
-      {"a", false, "a:- b:- c:10+30 d:40+40"},
-      {"b", true, "a:- b:10+20 c:30+30 d:60+40"},
-      {"b", false, "a:- b:- c:30+30 d:60+40"},  // the first column that shows keeps its place
-      {"c", false, "a:- b:- c:- d:60+40"},
-      {"d", false, "a:- b:- c:- d:-"},  // nothing drawn, the line still there
+// Each row acts on a fresh strip, after hiding some columns: it hides (h)
+// or shows (s) a column, drags its left (<) or right (>) border to p, or
+// drops its title at p (d: the column it would go before, "-" for none).
+TEST(Columns, GeometryAfterHidingResizingAndMoving) {
+  const std::tuple<const char*, char, const char*, int, const char*, const char*> rows[] = {
+      {"", 'h', "b", 0, "", "a:0+10 b:- c:10+30 d:40+40"},
+      {"b", 'h', "a", 0, "", "a:- b:- c:10+30 d:40+40"},
+      {"ab", 's', "b", 0, "", "a:- b:10+20 c:30+30 d:60+40"},
+      {"abc", 'h', "d", 0, "", "a:- b:- c:- d:-"},  // nothing drawn, the line still there
+      {"", '>', "b", 45, "", "a:0+10 b:10+35 c:45+30 d:75+40"},
+      {"", '>', "b", 22, "", "a:0+10 b:10+12 c:22+30 d:52+40"},
+      {"", '>', "c", 8, "", "a:0+8 b:- c:- d:8+40"},  // over b's start: both hide
+      {"", '<', "c", 5, "", "a:0+5 b:- c:5+30 d:35+40"},  // over b
+      {"", '<', "c", 25, "", "a:0+10 b:10+15 c:25+30 d:55+40"},
+      {"", '<', "c", 40, "", "a:0+10 b:10+30 c:40+30 d:70+40"},
+      {"", '<', "a", 4, "", "a:4+10 b:14+20 c:34+30 d:64+40"},  // the first column's left border
+      {"", 'd', "b", 2, "a", "b:0+20 a:20+10 c:30+30 d:60+40"},  // left half of a
+      {"", 'd', "b", 8, "-", ""},  // right half of a: its own place
+      {"", 'd', "b", 35, "-", ""},  // left half of c: its own place
+      {"", 'd', "b", 50, "d", "a:0+10 c:10+30 b:40+20 d:60+40"},  // right half of c
+      {"", 'd', "b", 95, "", "a:0+10 c:10+30 d:40+40 b:80+20"},  // right half of the last
+      {"", 'd', "b", 400, "", "a:0+10 c:10+30 d:40+40 b:80+20"},  // beyond every column
+      {"", 'd', "d", -3, "a", "d:0+40 a:40+10 b:50+20 c:70+30"},  // left of everything
+      {"", 'd', "d", 70, "-", ""},  // onto itself
+      {"c", 'd', "a", 35, "d", "b:0+20 c:- a:20+10 d:30+40"},  // c hidden: d lies at 30
+      {"c", 'd', "a", 10, "-", ""},  // b's left half: a's own place
   };
-  for (auto [name, visible, after] : steps) {
-    CM_ColumnSetVisible(s.info, s.layout, s.Id(name), visible);
-    EXPECT_EQ(s.Geometry(), after) << name;
+  for (auto [hidden, op, column, p, before, after] : rows) {
+    Strip s;
+    for (const char* h = hidden; *h; ++h) CM_ColumnSetVisible(s.info, s.layout, s.Id(std::string(1, *h).c_str()), false);
+    std::string what = std::string(hidden) + " hidden, " + op + column + " " + std::to_string(p);
+    if (op == 'h' || op == 's') CM_ColumnSetVisible(s.info, s.layout, s.Id(column), op == 's');
+    if (op == '<' || op == '>')
+      CM_ColumnResizeOnBorder(s.info, s.layout, s.Id(column), op == '<' ? kCMBorderLeft : kCMBorderRight, p);
+    if (op == 'd') {
+      int to = CM_ColumnDropBefore(s.info, s.layout, s.Id(column), p);
+      EXPECT_STREQ(to < 0 ? "-" : to == kCMNone ? "" : CM_ColumnGetNameTag(s.info, s.layout, to), before) << what;
+      if (to < 0) continue;
+      CM_ColumnMoveSelected(s.info, s.layout, s.Id(column), to);
+    }
+    EXPECT_EQ(s.Geometry(), after) << what;
   }
+  Strip s;
+  EXPECT_EQ(CM_ColumnAdd(s.info, s.layout, "b", 5, 0, true), 0);  // names are unique in a layout
+  EXPECT_EQ(CM_LayoutAdd(s.info, "L", nullptr), 0);
+  EXPECT_EQ(CM_ColumnGetNewId(s.info, s.layout), 5);
 }
 
 TEST(Columns, BordersWithinFivePixels) {
   Strip s(100);  // the layout starts 100 px into the strip
   const std::tuple<int, int, const char*> cases[] = {
-      {100, kCMBorderLeft, "a"},  {104, kCMBorderLeft, "a"},  {105, kCMBorderNone, ""},
-      {106, kCMBorderRight, "a"}, {109, kCMBorderRight, "a"}, {110, kCMBorderLeft, "b"},
-      {145, kCMBorderNone, ""},   {159, kCMBorderRight, "c"}, {200, kCMBorderNone, ""},
-      {99, kCMBorderNone, ""},
+      {100, kCMBorderLeft, "a"},  {104, kCMBorderLeft, "a"},  {105, kCMBorderNone, ""}, {106, kCMBorderRight, "a"},
+      {109, kCMBorderRight, "a"}, {110, kCMBorderLeft, "b"},  {145, kCMBorderNone, ""}, {159, kCMBorderRight, "c"},
+      {200, kCMBorderNone, ""},   {99, kCMBorderNone, ""},
   };
   for (auto [x, border, name] : cases) {
     int col = kCMNone;
@@ -80,63 +111,6 @@ TEST(Columns, BordersWithinFivePixels) {
   CM_LayoutSelect(s.info, CM_LayoutAdd(s.info, "E", nullptr), 0);  // no columns, no borders
   int col = 7;
   EXPECT_EQ(CM_ColumnCloseToBorder(s.info, 0, &col), kCMBorderNone);
-}
-
-TEST(Columns, ResizingOnABorder) {
-  const std::tuple<const char*, int, int, const char*> cases[] = {
-      {"b", kCMBorderRight, 45, "a:0+10 b:10+35 c:45+30 d:75+40"},  // right border dragged right
-      {"b", kCMBorderRight, 22, "a:0+10 b:10+12 c:22+30 d:52+40"},  // and left
-      {"c", kCMBorderRight, 8, "a:0+8 b:- c:- d:8+40"},             // over b's start: both hide
-      {"c", kCMBorderLeft, 5, "a:0+5 b:- c:5+30 d:35+40"},          // left border over b
-      {"c", kCMBorderLeft, 25, "a:0+10 b:10+15 c:25+30 d:55+40"},   // left border dragged left
-      {"c", kCMBorderLeft, 40, "a:0+10 b:10+30 c:40+30 d:70+40"},   // and right
-      {"a", kCMBorderLeft, 4, "a:4+10 b:14+20 c:34+30 d:64+40"},    // the first column's left border
-  };
-  for (auto [column, border, p, after] : cases) {
-    Strip s;
-    CM_ColumnResizeOnBorder(s.info, s.layout, s.Id(column), border, p);
-    EXPECT_EQ(s.Geometry(), after) << column << " " << border << " to " << p;
-  }
-}
-
-TEST(Columns, MovingAColumnAndWhereADroppedTitleGoes) {
-  Strip s;
-  EXPECT_EQ(CM_ColumnMoveSelected(s.info, s.layout, s.Id("d"), s.Id("b")), 1);
-  EXPECT_EQ(s.Geometry(), "a:0+10 d:10+40 b:50+20 c:70+30");
-  EXPECT_EQ(CM_ColumnMoveSelected(s.info, s.layout, s.Id("a"), kCMNone), 1);
-  EXPECT_EQ(s.Geometry(), "d:0+40 b:40+20 c:60+30 a:90+10");
-  EXPECT_EQ(CM_ColumnAdd(s.info, s.layout, "b", 5, 0, true), 0);  // names are unique in a layout
-  EXPECT_EQ(CM_LayoutAdd(s.info, "L", nullptr), 0);
-  EXPECT_EQ(CM_ColumnGetNewId(s.info, s.layout), 5);
-  struct Case {
-    const char* column;
-    int p;
-    const char* hide;    // a column hidden first, or ""
-    const char* before;  // "" for the end, "-" for no move
-    const char* after;   // the geometry once moved
-  };
-  const Case cases[] = {
-      {"b", 2, "", "a", "b:0+20 a:20+10 c:30+30 d:60+40"},   // left half of a
-      {"b", 8, "", "-", ""},                                 // right half of a: its own place
-      {"b", 35, "", "-", ""},                                // left half of c: its own place
-      {"b", 50, "", "d", "a:0+10 c:10+30 b:40+20 d:60+40"},  // right half of c
-      {"b", 95, "", "", "a:0+10 c:10+30 d:40+40 b:80+20"},   // right half of the last
-      {"b", 400, "", "", "a:0+10 c:10+30 d:40+40 b:80+20"},  // beyond every column
-      {"d", -3, "", "a", "d:0+40 a:40+10 b:50+20 c:70+30"},  // left of everything
-      {"d", 70, "", "-", ""},                                // onto itself
-      {"a", 35, "c", "d", "b:0+20 c:- a:20+10 d:30+40"},     // c hidden: d lies at 30
-      {"a", 10, "c", "-", ""},                               // b's left half: a's own place
-  };
-  for (const Case& c : cases) {
-    Strip t;
-    if (*c.hide) CM_ColumnSetVisible(t.info, t.layout, t.Id(c.hide), false);
-    int before = CM_ColumnDropBefore(t.info, t.layout, t.Id(c.column), c.p);
-    EXPECT_STREQ(before < 0 ? "-" : before == kCMNone ? "" : CM_ColumnGetNameTag(t.info, t.layout, before), c.before)
-        << c.column << " at " << c.p;
-    if (before < 0) continue;
-    CM_ColumnMoveSelected(t.info, t.layout, t.Id(c.column), before);
-    EXPECT_EQ(t.Geometry(), c.after) << c.column << " at " << c.p;
-  }
 }
 
 // The strip's window: a title dragged along it moves its column, with a
