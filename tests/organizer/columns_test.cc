@@ -120,15 +120,10 @@ class ColumnSelect : public TreeTest {};
 
 TEST_F(ColumnSelect, DraggingTitlesAndBordersInTheStrip) {
   constexpr int kNoDrag = -1, kNoMark = 0, kAny = -2;
-  struct Case {
-    const char* what;
-    int press;
-    std::vector<std::pair<int, int>> moves;  // pointer, where the mark shows
-    const char* after;
-  };
   // The layout starts 5 px into the strip: a 5-15, b 15-35, c 35-65, d 65-105.
   const char* unmoved = "a:0+10 b:10+20 c:30+30 d:60+40";
-  const Case cases[] = {
+  const std::tuple<const char*, int, std::vector<std::pair<int, int>>, const char*> cases[] = {
+      // what, press, moves (pointer, where the mark shows), geometry after the release
       {"b dragged over its own place onto c's right half", 25, {{40, kNoMark}, {60, 65}},
        "a:0+10 c:10+30 b:40+20 d:60+40"},
       {"d dragged to the front", 80, {{40, 35}, {3, 5}}, "d:0+40 a:40+10 b:50+20 c:70+30"},
@@ -137,34 +132,30 @@ TEST_F(ColumnSelect, DraggingTitlesAndBordersInTheStrip) {
       {"a drag shorter than the slop", 25, {{28, kNoDrag}, {29, kNoDrag}}, unmoved},
       {"b's right border dragged", 34, {{40, kAny}, {50, kAny}}, "a:0+10 b:10+35 c:45+30 d:75+40"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Run([&] {
+      auto& [what, press, moves, after] = c;
       Strip s(5, TASK_WIN);
-      EVENT ev{};
-      ev.type = E_MOUSE_DOWN;
-      ev.v.mouse.where = PNT{c.press, 8};
-      Send(s.info->window, ev);
-      for (auto [x, mark] : c.moves) {
-        ev.type = E_MOUSE_MOVE;
-        ev.v.mouse.where = PNT{x, 8};
-        Send(s.info->window, ev);
+      int x = press;
+      Mouse(s.info->window, E_MOUSE_DOWN, {x, 8});
+      for (auto [to, mark] : moves) {
+        Mouse(s.info->window, E_MOUSE_MOVE, {x = to, 8});
         if (mark == kAny) continue;
         std::vector<int> at;
         for (const XvtDrawOp& op : xvt_test_paint(s.info->window))
           if (op.op == "rect" && op.rct.right - op.rct.left == 3) at.push_back(op.rct.left + 1);
-        EXPECT_EQ(at, mark > 0 ? std::vector<int>{mark} : std::vector<int>{}) << c.what << ", pointer at " << x;
-        EXPECT_EQ(xvt_test_cursor() == CURSOR_HAND, mark != kNoDrag) << c.what << ", pointer at " << x;
+        EXPECT_EQ(at, mark > 0 ? std::vector<int>{mark} : std::vector<int>{}) << what << ", pointer at " << x;
+        EXPECT_EQ(xvt_test_cursor() == CURSOR_HAND, mark != kNoDrag) << what << ", pointer at " << x;
       }
-      ev.type = E_MOUSE_UP;
-      Send(s.info->window, ev);
-      EXPECT_EQ(xvt_test_trapped_window(), NULL_WIN) << c.what;
-      EXPECT_NE(xvt_test_cursor(), CURSOR_HAND) << c.what;
-      EXPECT_EQ(s.Geometry(), c.after) << c.what;
+      Mouse(s.info->window, E_MOUSE_UP, {x, 8});
+      EXPECT_EQ(xvt_test_trapped_window(), NULL_WIN) << what;
+      EXPECT_NE(xvt_test_cursor(), CURSOR_HAND) << what;
+      EXPECT_EQ(s.Geometry(), after) << what;
       std::string titles, order;  // the strip paints the titles in their new order
       for (const XvtDrawOp& op : xvt_test_paint(s.info->window))
         if (op.op == "text") titles += op.text;
       for (int n = 0; n < 4; ++n) order += CM_ColumnGetNameTag(s.info, s.layout, CM_ColumnGetColumnByN(s.info, s.layout, n));
-      EXPECT_EQ(titles, order) << c.what;
+      EXPECT_EQ(titles, order) << what;
     });
   }
 }

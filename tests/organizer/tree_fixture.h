@@ -59,38 +59,33 @@ inline int CompareKeys(void* a, void* b) {
 
 inline long TaskEh(WINDOW, EVENT*) { return 0; }
 
-// Joins names with spaces.
 template <typename T, typename F>
-std::string Join(const T& items, F name) {
+std::string Join(const T& items, F name) {  // with spaces
   std::string out;
   for (const auto& x : items) out += (out.empty() ? "" : " ") + name(x);
   return out;
 }
 
-inline void Send(WINDOW w, EVENT ev) { xvt_test_user_event(w, &ev); }
-
+// Events as the toolkit hands them to the widget.
+inline void Send(WINDOW w, EVENT_TYPE type, std::function<void(EVENT&)> fill) {
+  EVENT ev{};
+  ev.type = type;
+  fill(ev);
+  xvt_test_user_event(w, &ev);
+}
+inline void Mouse(WINDOW w, EVENT_TYPE type, PNT at, bool shift = false, bool ctrl = false, int button = 0) {
+  Send(w, type, [&](EVENT& e) { e.v.mouse = {at, shift, ctrl, button}; });
+}
 // A press and release at a point; with dbl, a double click's second press.
 inline void Mouse(WINDOW w, PNT at, bool shift = false, bool ctrl = false, int button = 0, bool dbl = false) {
-  EVENT ev{};
-  ev.type = dbl ? E_MOUSE_DBL : E_MOUSE_DOWN;
-  ev.v.mouse = {at, shift, ctrl, button};
-  Send(w, ev);
-  ev.type = E_MOUSE_UP;
-  Send(w, ev);
+  Mouse(w, dbl ? E_MOUSE_DBL : E_MOUSE_DOWN, at, shift, ctrl, button);
+  Mouse(w, E_MOUSE_UP, at, shift, ctrl, button);
 }
-
 inline void Key(WINDOW w, int ch, bool shift = false, bool ctrl = false) {
-  EVENT ev{};
-  ev.type = E_CHAR;
-  ev.v.chr = {ch, shift, ctrl};
-  Send(w, ev);
+  Send(w, E_CHAR, [&](EVENT& e) { e.v.chr = {ch, shift, ctrl}; });
 }
-
 inline void Bar(WINDOW w, SCROLL_CONTROL what, int pos = 0, bool horizontal = false) {
-  EVENT ev{};
-  ev.type = horizontal ? E_HSCROLL : E_VSCROLL;
-  ev.v.scroll = {what, pos};
-  Send(w, ev);
+  Send(w, horizontal ? E_HSCROLL : E_VSCROLL, [&](EVENT& e) { e.v.scroll = {what, pos}; });
 }
 
 class TreeTest : public ::testing::Test {
@@ -103,7 +98,6 @@ class TreeTest : public ::testing::Test {
     TREE_ResetInsertHint();
   }
   void TearDown() override { xvt_test_reset(); }
-
   // Runs body with the toolkit up; windows go when it returns.
   static void Run(std::function<void()> body) {
     XVT_CONFIG config{0, 0, "t", "T", "task", 42};
@@ -134,8 +128,7 @@ class TreeTest : public ::testing::Test {
     return n;
   }
 
-  // Top-level leaves "n0" ... of the widget's root.
-  static std::vector<TreeNode*> Flat(WINDOW w, int count) {
+  static std::vector<TreeNode*> Flat(WINDOW w, int count) {  // top-level leaves "n0" ...
     std::vector<TreeNode*> out;
     TREE_SuspendUpdates(w);
     for (int i = 0; i < count; ++i) out.push_back(Add(TREE_GetRoot(w), "n" + std::to_string(i), true, i));

@@ -92,101 +92,69 @@ class Random : public TreeTest {
     int op = Pick(10);
     if ((op == 2 || op == 3 || op == 4) && live.empty()) return;
     if ((op == 2 && Pick(2)) || (op == 4 && Pick(3))) return;
-    switch (op) {
-      case 0:
-      case 1: {  // a new node at the end of some parent's kids, or before a sibling
-        Ref* p = Any(parents);
-        Ref* r = NewRef(p);
-        if (op == 1 && !p->kids.empty()) {
-          size_t at = size_t(Pick(int(p->kids.size())));
-          *what = "insert " + r->name + " before " + p->kids[at]->name;
-          TREE_InsertNode(NodeOf(p), r->node, p->kids[at]->node);
-          p->kids.insert(p->kids.begin() + long(at), r);
-        } else {
-          *what = "append " + r->name + " to " + p->name;
-          TREE_AppendNode(NodeOf(p), r->node);
-          p->kids.push_back(r);
-        }
-        clean = false;
-        break;
-      }
-      case 2: {
-        Ref* r = Any(live);
-        *what = "remove " + r->name;
-        auto& sib = r->parent->kids;
-        sib.erase(std::find(sib.begin(), sib.end(), r));
-        TREE_RemoveNode(r->node);
-        Forget(r);
-        clean = false;
-        break;
-      }
-      case 3: {
-        Ref* r = Any(live);
-        *what = std::string(r->open ? "close " : "open ") + r->name;
-        TREE_OpenSubtree(r->node, !r->open, 0);
-        r->open = !r->open;
-        clean = false;
-        break;
-      }
-      case 4: {
-        Ref* r = Any(live);
-        *what = std::string(r->hidden ? "show " : "hide ") + r->name;
-        TREE_HideNode(r->node, !r->hidden);
-        r->hidden = !r->hidden;
+    bool lines_change = op < 5 || op == 9;
+    if (op < 2) {  // a new node at the end of some parent's kids, or before a sibling
+      Ref* p = Any(parents);
+      Ref* r = NewRef(p);
+      size_t at = op == 1 && !p->kids.empty() ? size_t(Pick(int(p->kids.size()))) : p->kids.size();
+      *what = "insert " + r->name + " in " + p->name + " at " + std::to_string(at);
+      if (at < p->kids.size())
+        TREE_InsertNode(NodeOf(p), r->node, p->kids[at]->node);
+      else
+        TREE_AppendNode(NodeOf(p), r->node);
+      p->kids.insert(p->kids.begin() + long(at), r);
+    } else if (op == 2) {
+      Ref* r = Any(live);
+      *what = "remove " + r->name;
+      auto& sib = r->parent->kids;
+      sib.erase(std::find(sib.begin(), sib.end(), r));
+      TREE_RemoveNode(r->node);
+      Forget(r);
+    } else if (op == 3 || op == 4) {  // open or close, hide or show
+      Ref* r = Any(live);
+      bool& flag = op == 3 ? r->open : r->hidden;
+      *what = std::string(op == 3 ? "open/close " : "hide/show ") + r->name;
+      op == 3 ? TREE_OpenSubtree(r->node, !flag, 0) : TREE_HideNode(r->node, !flag);
+      flag = !flag;
+      if (op == 4) ClearAll();
+    } else if (op == 5 || op == 6) {  // a click on a line of the screen
+      int shown = std::min(info->cache.displayed_count, info->cache.visible_lines);
+      if (shown == 0) return;
+      Ref* r = RefOf(info->cache.displayed[size_t(Pick(shown))]);
+      int how = Pick(3);
+      *what = std::string(how == 0 ? "click " : how == 1 ? "ctrl-click " : "shift-click ") + r->name;
+      Click(w, r->node, how == 2, how == 1);
+      if (how == 0) ClearAll();
+      if (how < 2) {
+        r->sel = how == 0 || !r->sel;
+        clean = true;
+      } else if (clean && a != flat.end()) {
+        auto b = std::find(flat.begin(), flat.end(), r);
         ClearAll();
-        clean = false;
-        break;
+        for (auto it = std::min(a, b); it <= std::max(a, b); ++it) (*it)->sel = true;
+      } else {
+        CopySelection();  // lines changed under the range: its ends are stale by design
       }
-      case 5:
-      case 6: {  // a click on a line of the screen
-        int shown = std::min(info->cache.displayed_count, info->cache.visible_lines);
-        if (shown == 0) return;
-        Ref* r = RefOf(info->cache.displayed[size_t(Pick(shown))]);
-        int how = Pick(3);
-        *what = std::string(how == 0 ? "click " : how == 1 ? "ctrl-click " : "shift-click ") + r->name;
-        Click(w, r->node, how == 2, how == 1);
-        if (how == 0) ClearAll();
-        if (how < 2) {
-          r->sel = how == 0 || !r->sel;
-          clean = true;
-        } else if (clean && a != flat.end()) {
-          auto b = std::find(flat.begin(), flat.end(), r);
-          ClearAll();
-          for (auto it = std::min(a, b); it <= std::max(a, b); ++it) (*it)->sel = true;
-        } else {
-          CopySelection();  // lines changed under the range: its ends are stale by design
-        }
-        break;
-      }
-      case 7: {
-        int n = Pick(31) - 15, before = TREE_TopLine(w);
-        *what = "scroll " + std::to_string(n);
-        TREE_ScrollLines(w, n);
-        if (before >= 0)
-          EXPECT_EQ(TREE_TopLine(w), std::clamp(before + n, 0, std::max(int(flat.size()) - kLines, 0))) << *what;
-        break;
-      }
-      case 8: {
-        *what = "key down";
-        Key(w, K_DOWN);
-        if (a != flat.end() && a + 1 != flat.end()) {
-          ClearAll();
-          (*(a + 1))->sel = true;
-          clean = true;
-        } else {
-          CopySelection();
-        }
-        break;
-      }
-      case 9: {
-        Ref* p = Any(sorted);
-        *what = "sort " + p->name;
-        TREE_ResortTree(NodeOf(p), CompareKeys);
-        std::stable_sort(p->kids.begin(), p->kids.end(), [](Ref* x, Ref* y) { return x->key < y->key; });
-        clean = false;
-        break;
-      }
+    } else if (op == 7) {
+      int n = Pick(31) - 15, before = TREE_TopLine(w);
+      *what = "scroll " + std::to_string(n);
+      TREE_ScrollLines(w, n);
+      if (before >= 0)
+        EXPECT_EQ(TREE_TopLine(w), std::clamp(before + n, 0, std::max(int(flat.size()) - kLines, 0))) << *what;
+    } else if (op == 8) {
+      *what = "key down";
+      Key(w, K_DOWN);
+      bool moves = a != flat.end() && a + 1 != flat.end();
+      if (moves) ClearAll(), (*(a + 1))->sel = true;
+      if (!moves) CopySelection();
+      clean = clean || moves;
+    } else {
+      Ref* p = Any(sorted);
+      *what = "sort " + p->name;
+      TREE_ResortTree(NodeOf(p), CompareKeys);
+      std::stable_sort(p->kids.begin(), p->kids.end(), [](Ref* x, Ref* y) { return x->key < y->key; });
     }
+    if (lines_change) clean = false;
   }
 
   // Replays what the widget asked of the screen onto the simulated one: a
