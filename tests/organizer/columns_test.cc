@@ -184,7 +184,9 @@ TEST_F(ColumnSelect, TheFirstSelectedLineChoosesTheLayout) {
       for (int i : select) TREE_SelectNode(n[size_t(i)], 1);
       MSG_CM_LayoutSelect(info, w);
       EXPECT_EQ(info->current, MSG_CM_LayoutId(info, layout)) << layout;
-      if (layout) EXPECT_EQ(info->offset, offset) << layout;
+      if (layout) {
+        EXPECT_EQ(info->offset, offset) << layout;
+      }
     }
     CM_Destroy(info);
   });

@@ -139,8 +139,9 @@ class Random : public TreeTest {
       int n = Pick(31) - 15, before = TREE_TopLine(w);
       *what = "scroll " + std::to_string(n);
       TREE_ScrollLines(w, n);
-      if (before >= 0)
+      if (before >= 0) {
         EXPECT_EQ(TREE_TopLine(w), std::clamp(before + n, 0, std::max(int(flat.size()) - kLines, 0))) << *what;
+      }
     } else if (op == 8) {
       *what = "key down";
       Key(w, K_DOWN);
@@ -206,8 +207,9 @@ class Random : public TreeTest {
     // The screen.
     int top = TREE_TopLine(w);
     std::vector<std::string> want(kLines, "");
-    if (flat.empty()) EXPECT_EQ(c.displayed_count, 0) << what;
-    if (!flat.empty()) {
+    if (flat.empty()) {
+      EXPECT_EQ(c.displayed_count, 0) << what;
+    } else {
       ASSERT_GE(top, 0) << what;
       ASSERT_LE(top, std::max(int(flat.size()) - kLines, 0)) << what << ": the last screen is full";
       for (int k = 0; k < kLines && top + k < int(flat.size()); ++k) {
