@@ -85,20 +85,30 @@ struct Raw {
     return ::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
   }
   void Send(const std::string& s) { (void)!::write(fd, s.data(), s.size()); }
-  // Reads until a line that starts with tag (or the first line when empty);
-  // returns the bytes read.
+  // Reads until a whole line that starts with tag (the first line when tag
+  // is empty) and returns the bytes read. What came after that line stays
+  // for the next call: with several commands in flight it is their reply.
   size_t Until(const std::string& tag) {
     size_t total = 0;
-    std::string needle = "\r\n" + tag + " ";
-    buffer.clear();
+    const std::string needle = "\r\n" + tag + " ";
     char chunk[1 << 16];
     for (;;) {
-      if (tag.empty() ? buffer.find("\r\n") != std::string::npos
-                      : (buffer.compare(0, needle.size() - 2, needle.substr(2)) == 0 ||
-                         buffer.find(needle) != std::string::npos))
-        return total;
-      // Keep only the tail that may hold the start of the tagged line.
-      if (buffer.size() > needle.size()) buffer.erase(0, buffer.size() - needle.size());
+      size_t at = std::string::npos;
+      if (tag.empty() || buffer.compare(0, needle.size() - 2, needle, 2) == 0) {
+        at = 0;
+      } else if ((at = buffer.find(needle)) != std::string::npos) {
+        at += 2;
+      }
+      if (at != std::string::npos) {
+        const size_t eol = buffer.find("\r\n", at);
+        if (eol != std::string::npos) {
+          buffer.erase(0, eol + 2);
+          return total;
+        }
+      } else if (buffer.size() > needle.size()) {
+        // Keep only the tail that may hold the start of the tagged line.
+        buffer.erase(0, buffer.size() - needle.size());
+      }
       ssize_t n = ::read(fd, chunk, sizeof chunk);
       if (n <= 0) return total;
       total += static_cast<size_t>(n);
