@@ -370,6 +370,24 @@ long mail_getquota(MailStream* stream, const char* root) {
   return d && d->getquota ? d->getquota(stream, root) : 0;
 }
 
+long mail_status(MailStream* stream, const char* mailbox, long flags, MailStatus* out) {
+  if (!out) return 0;
+  *out = MailStatus{};
+  if (!mailbox || !*mailbox || !(flags & SA_ALL)) return 0;
+  // No purpose: a name no driver takes is not worth a dialog here, since
+  // the question comes from timers.
+  MailDriver* d = mail_valid(nullptr, mailbox, nullptr);
+  if (!d || !d->status) return 0;
+  // Another driver's stream can't carry the question.
+  if (stream && stream->driver != d) stream = nullptr;
+  if (!d->status(stream, mailbox, flags & SA_ALL, out)) {
+    *out = MailStatus{};
+    return 0;
+  }
+  out->flags &= flags;
+  return 1;
+}
+
 // --- Searching --------------------------------------------------------------
 
 void mail_search_reset(MailStream* stream) {

@@ -237,6 +237,24 @@ constexpr long CAP_FOLDERS_FULL = 32;
 constexpr long CAP_RESERVED = 64;  // never set
 constexpr long CAP_RENAME_NOT_ATOMIC = 128;
 
+// What mail_status asks of a mailbox that need not be open, and which of
+// the answers came back (MailStatus::flags).
+constexpr long SA_MESSAGES = 1;
+constexpr long SA_RECENT = 2;
+constexpr long SA_UNSEEN = 4;
+constexpr long SA_UIDNEXT = 8;
+constexpr long SA_UIDVALIDITY = 16;
+constexpr long SA_ALL = SA_MESSAGES | SA_RECENT | SA_UNSEEN | SA_UIDNEXT | SA_UIDVALIDITY;
+
+struct MailStatus {
+  long flags;  // the SA_* bits of the fields that hold an answer
+  unsigned long messages;
+  unsigned long recent;
+  unsigned long unseen;
+  unsigned long uidnext;
+  unsigned long uidvalidity;
+};
+
 // --- Drivers ----------------------------------------------------------------
 
 struct MailDriver {
@@ -282,6 +300,9 @@ struct MailDriver {
   long (*setquota)(MailStream* stream, const char* root, long storage, long messages);  // 37
   long (*getquota)(MailStream* stream, const char* root);               // 38
   void (*gc)(MailStream* stream, long flags);                           // 39
+  // Counts of a mailbox without opening it, where the driver can tell
+  // cheaply; 0 when it can't (an old server, a damaged index).
+  long (*status)(MailStream* stream, const char* mailbox, long flags, MailStatus* out);  // 40
   MailStream* prototype;  // the driver's prototype stream: only `driver` is set
 };
 
@@ -400,6 +421,11 @@ long mail_deleteacl(MailStream* stream, const char* mailbox, const char* identif
 long mail_myrights(MailStream* stream, const char* mailbox);
 long mail_setquota(MailStream* stream, const char* root, long storage, long messages);
 long mail_getquota(MailStream* stream, const char* root);
+// Counts of a mailbox (SA_* flags) without opening it; stream, if given,
+// may carry the question (a control stream of the same server). out is
+// cleared first; 1 when the driver answered, 0 otherwise (nothing said to
+// the user: callers ask this from timers).
+long mail_status(MailStream* stream, const char* mailbox, long flags, MailStatus* out);
 
 // Called by drivers.
 void mail_exists(MailStream* stream, unsigned long count);

@@ -31,6 +31,7 @@ long SetAcl(MailStream*, const char*, const char*, const char*) { return 0; }
 long DeleteAcl(MailStream*, const char*, const char*) { return 0; }
 long SetQuota(MailStream*, const char*, long, long) { return 0; }
 void Gc(MailStream*, long) {}
+long Status(MailStream*, const char*, long, MailStatus*) { return 0; }
 
 }  // namespace
 
@@ -76,6 +77,7 @@ MailDriver StandinDriver(const char* name, MailStream* (*open)(MailStream*), Mai
       .setquota = SetQuota,
       .getquota = Name,
       .gc = Gc,
+      .status = Status,
       .prototype = prototype,
   };
 }

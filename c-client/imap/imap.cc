@@ -384,5 +384,6 @@ MailDriver imap2driver = {
     .setquota = map_setquota,
     .getquota = map_getquota,
     .gc = map_gc,
+    .status = map_status,
     .prototype = &imap_prototype,
 };

@@ -4,6 +4,7 @@
 // quota.
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "c-client/core/mail_core.h"
 #include "c-client/imap/imap_internal.h"
@@ -28,6 +29,14 @@ std::string Bare(const char* name) {
     if (close != std::string::npos) s.erase(0, close + 1);
   }
   return s;
+}
+
+// Whether a live stream talks to the server a remote name names.
+bool SameServer(MailStream* stream, const char* name) {
+  if (!Connected(stream)) return false;
+  NetMailbox a{}, b{};
+  return mail_valid_net_parse(name, &a) && mail_valid_net_parse(stream->mailbox, &b) &&
+         std::strcmp(a.host, b.host) == 0 && a.port == b.port;
 }
 
 // A stream for a call that came with none (or a dead one): a control
@@ -247,14 +256,7 @@ long map_move(MailStream* stream, const char* sequence, const char* mailbox) {
 long map_append(MailStream* stream, const char* mailbox, const char* flags, const char* date, StringSource* message) {
   if (!mailbox || !message) return 0;
   // Another server's stream is no use: the name says where the message goes.
-  MailStream* given = stream;
-  if (Connected(stream)) {
-    NetMailbox a{}, b{};
-    if (!mail_valid_net_parse(mailbox, &a) || !mail_valid_net_parse(stream->mailbox, &b) ||
-        std::strcmp(a.host, b.host) != 0 || a.port != b.port)
-      given = nullptr;
-  }
-  Control c(given, mailbox);
+  Control c(SameServer(stream, mailbox) ? stream : nullptr, mailbox);
   if (!c.stream) {
     Log("Can't access server for append", 2);
     return 0;
@@ -319,6 +321,49 @@ long map_setquota(MailStream* stream, const char* root, long storage, long messa
 }
 
 void map_gc(MailStream*, long) {}
+
+long map_status(MailStream* stream, const char* mailbox, long flags, MailStatus* out) {
+  if (!mailbox || !out) return 0;
+  // Another server's stream is no use: the name says which server.
+  MailStream* given = SameServer(stream, mailbox) ? stream : nullptr;
+  Control c(given, mailbox);
+  if (!c.stream) return 0;
+  ImapLocal* local = imap_local(c.stream);
+  // STATUS came with IMAP4rev1: an older server can't tell without a SELECT,
+  // which is no cheap question.
+  if (!(local->level & kImapImap4rev1) || (local->level2 & kImapNoStatus)) return 0;
+  std::string items;
+  static constexpr std::pair<long, const char*> kWords[] = {
+      {SA_MESSAGES, "MESSAGES"}, {SA_RECENT, "RECENT"}, {SA_UNSEEN, "UNSEEN"},
+      {SA_UIDNEXT, "UIDNEXT"},   {SA_UIDVALIDITY, "UIDVALIDITY"},
+  };
+  for (const auto& [flag, word] : kWords)
+    if (flags & flag) items += std::string(items.empty() ? "(" : " ") + word;
+  if (items.empty()) return 0;
+  items += ")";
+  const std::string bare = Bare(mailbox);
+  MailStatus got{};
+  local->status = &got;
+  local->status_mailbox = bare;
+  ImapArgs args;
+  args.string1 = bare.c_str();
+  args.flags = items.c_str();
+  ImapReply* r = imap_send(c.stream, "STATUS", args);
+  local->status = nullptr;
+  // No dialog on failure: the question comes from a timer. A folder that
+  // is gone or can't be read just shows no count.
+  if (imap_key_is(r, "BAD") && Connected(c.stream)) {
+    local->level2 |= kImapNoStatus;
+    imap_trace(c.stream, mail_format("map_status: STATUS refused, not asked again: %.80s\n", r->text.c_str()));
+    return 0;
+  }
+  if (!imap_key_is(r, "OK") || !(got.flags & flags)) {
+    imap_trace(c.stream, mail_format("map_status: no status of %.80s: %.80s\n", bare.c_str(), r->text.c_str()));
+    return 0;
+  }
+  *out = got;
+  return 1;
+}
 
 MailStream* imap_attach_for_test(TcpStream* tcp, unsigned long nmsgs) {
   auto* stream = static_cast<MailStream*>(FS_GET(sizeof(MailStream)));

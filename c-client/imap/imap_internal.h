@@ -32,6 +32,7 @@ constexpr unsigned kImapLevelAtOpen = kImapUseFull | kImapUseFind | kImapUseLsub
                                       kImapUseMailboxSubscribe;
 // Bits of ImapLocal::level2.
 constexpr unsigned kImapNoAtomicRename = 2;
+constexpr unsigned kImapNoStatus = 4;  // the server answered STATUS with BAD
 
 constexpr int kImapMaxAuthenticators = 5;
 
@@ -72,6 +73,10 @@ struct ImapLocal {
   unsigned long ahead_end = 0;
   unsigned long ahead_size = 0;
   unsigned long literals = 0;  // literals read in the current response
+  // A STATUS command in flight: the untagged answer for this mailbox (as
+  // sent) lands in *status; answers for other mailboxes are stepped over.
+  MailStatus* status = nullptr;
+  std::string status_mailbox;
 };
 
 inline ImapLocal* imap_local(MailStream* stream) { return static_cast<ImapLocal*>(stream->local); }

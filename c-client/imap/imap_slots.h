@@ -42,6 +42,7 @@ long map_myrights(MailStream* stream, const char* mailbox);
 long map_setquota(MailStream* stream, const char* root, long storage, long messages);
 long map_getquota(MailStream* stream, const char* root);
 void map_gc(MailStream* stream, long flags);
+long map_status(MailStream* stream, const char* mailbox, long flags, MailStatus* out);
 
 // For tests and the fuzz target: a selected stream over an already
 // connected descriptor's TcpStream (no greeting, no login) with nmsgs

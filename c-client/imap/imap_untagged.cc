@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -96,6 +97,72 @@ void Quota(MailStream* stream, ImapCursor& c) {
     if (resource.empty() || used.empty() || limit.empty()) break;
     mm_quota(stream, Upper(resource).c_str(), std::strtoul(used.c_str(), nullptr, 10),
              std::strtoul(limit.c_str(), nullptr, 10));
+  }
+  imap_skip_rest(c);
+}
+
+// A number of a STATUS item: digits only, within 32 bits.
+bool StatusNumber(const std::string& word, unsigned long* value) {
+  if (word.empty() || word.size() > 10 || word.find_first_not_of("0123456789") != std::string::npos) return false;
+  const unsigned long long v = std::strtoull(word.c_str(), nullptr, 10);
+  if (v > 0xffffffffull) return false;
+  *value = static_cast<unsigned long>(v);
+  return true;
+}
+
+// The STATUS items the mail layer knows, and where each answer goes.
+struct StatusItem {
+  const char* word;
+  long flag;
+  unsigned long MailStatus::*field;
+};
+constexpr StatusItem kStatusItems[] = {
+    {"MESSAGES", SA_MESSAGES, &MailStatus::messages}, {"RECENT", SA_RECENT, &MailStatus::recent},
+    {"UNSEEN", SA_UNSEEN, &MailStatus::unseen},       {"UIDNEXT", SA_UIDNEXT, &MailStatus::uidnext},
+    {"UIDVALIDITY", SA_UIDVALIDITY, &MailStatus::uidvalidity},
+};
+
+// "* STATUS mailbox (ITEM n ...)": stored only when it answers the STATUS
+// command in flight, for the mailbox it named (INBOX in any case). Items
+// we don't know (a modification sequence, a size) are stepped over.
+void Status(MailStream* stream, ImapCursor& c) {
+  ImapLocal* local = imap_local(stream);
+  std::string name;
+  MailStatus got{};
+  bool whole = Name(c, &name) && imap_at(c, '(');
+  for (unsigned long n = 0; whole && !c.failed; ++n) {
+    if (imap_at(c, ')')) break;
+    const std::string item = Upper(imap_atom(c));
+    if (item.empty() || n >= kImapMaxListItems) {
+      whole = false;
+      break;
+    }
+    const StatusItem* known = nullptr;
+    for (const StatusItem& k : kStatusItems)
+      if (item == k.word) known = &k;
+    if (!known) {
+      whole = imap_skip_value(c, 1);
+      continue;
+    }
+    unsigned long value = 0;
+    if (!StatusNumber(imap_atom(c), &value)) {
+      whole = false;
+      break;
+    }
+    got.*(known->field) = value;
+    got.flags |= known->flag;
+  }
+  if (!whole || c.failed) {
+    if (!c.failed) Log(mail_format("Bad STATUS reply from server: %.80s", c.line.c_str()), 1);
+    return imap_skip_rest(c);
+  }
+  const bool inbox =
+      strcasecmp(name.c_str(), "INBOX") == 0 && strcasecmp(local->status_mailbox.c_str(), "INBOX") == 0;
+  if (local->status && (name == local->status_mailbox || inbox)) {
+    // A server may answer in more than one line: each adds its items.
+    for (const StatusItem& k : kStatusItems)
+      if (got.flags & k.flag) local->status->*(k.field) = got.*(k.field);
+    local->status->flags |= got.flags;
   }
   imap_skip_rest(c);
 }
@@ -231,6 +298,8 @@ void imap_parse_unsolicited(MailStream* stream, ImapReply* reply) {
     Quota(stream, c);
   } else if (key == "QUOTAROOT") {
     imap_skip_rest(c);
+  } else if (key == "STATUS") {
+    Status(stream, c);
   } else if (key == "MAILBOX" || key == "BBOARD") {
     std::string name;
     if (Name(c, &name)) mm_mailbox((local->host + name).c_str(), 0, "(\\NOINFERIORS)");

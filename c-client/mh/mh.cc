@@ -500,5 +500,6 @@ MailDriver mhdriver = {
     .setquota = SetQuotaOk,
     .getquota = NoQuota,
     .gc = NoGc,
+    .status = mh_status,
     .prototype = &mh_prototype,
 };

@@ -51,6 +51,9 @@ void mh_expunge(MailStream* stream);
 long mh_copy(MailStream* stream, const char* sequence, const char* mailbox);
 long mh_move(MailStream* stream, const char* sequence, const char* mailbox);
 long mh_append(MailStream* stream, const char* mailbox, const char* flags, const char* date, StringSource* message);
+// Messages, recent and unseen of a folder from its index and queue, without
+// opening it; 0 when the index can't be trusted as it stands.
+long mh_status(MailStream* stream, const char* mailbox, long flags, MailStatus* out);
 
 // --- The cache --------------------------------------------------------------
 

@@ -191,6 +191,11 @@ void MM_FolFreeACL(ACLList* list);
 int MM_FolGetQuota(int ms, const char* root, long* storage_used, long* storage_limit, long* messages_used,
                    long* messages_limit);
 int MM_FolSetQuota(int ms, const char* root, long storage_limit, long messages_limit);
+// Messages and unread messages of a folder without opening it, where the
+// server can tell cheaply (IMAP STATUS over the service's existing control
+// stream) or the local index holds them. 1 with the counts; 0 (counts 0)
+// when they can't be had, without a word to the user.
+int MM_FolGetStatus(int ms, const char* name, long* messages, long* unseen);
 
 // --- Messages -------------------------------------------------------------------
 

@@ -378,6 +378,26 @@ int folderCheckNewMail(TreeNode* node, int quiet) {
   return 1;
 }
 
+// Only lines the user can see are asked about: one question per line and
+// tick, and none for the folders under a closed service or parent.
+int folderRefreshStatus(TreeNode* node) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f || f->folder_id != INVALID_FOLDER || f->messages_loaded || !f->selectable || TREE_IsOpenElsewhere(node) ||
+      !TREE_IsVisibleNode(node))
+    return 0;
+  long messages = 0, unseen = 0;
+  const int ok = MM_FolGetStatus(f->ms, f->name.c_str(), &messages, &unseen);
+  f = FOL_Info(node);
+  if (!f) return 0;
+  if (!ok) messages = unseen = -1;
+  if (messages != f->status_messages || unseen != f->status_unseen) {
+    f->status_messages = messages;
+    f->status_unseen = unseen;
+    Redraw(node);
+  }
+  return ok;
+}
+
 TreeNode* MSG_FindMessage(TreeNode* container, UMI umi) {
   FolderNodeInfo* f = FOL_Info(container);
   if (!f) {
@@ -476,6 +496,7 @@ void doFolderClosed(TreeNode* node) {
   f->low_memory = f->load_cancelled = false;
   f->lost = false;
   f->total = f->shown = f->unread = 0;
+  f->status_messages = f->status_unseen = -1;  // from before the open; the next tick asks again
   if (was_open && TREE_GetParent(node)) {
     TREE_SelectOnlyNode(node, 1);
     TREE_OpenSubtree(node, 0, 0);
@@ -598,9 +619,11 @@ void folderDraw(WINDOW win, TreeNode* node, RCT* rect) {
   const std::string label = folderDisplayName(f->ms, f->name.c_str(), f->delimiter);
   xvt_dwin_draw_text(win, rect->left + 22, rect->top + 12, label.c_str(), -1);
   int x = rect->left + 30 + 8 * static_cast<int>(label.size());
-  if (f->messages_loaded || TREE_IsOpenElsewhere(node)) {
+  const bool loaded = f->messages_loaded || TREE_IsOpenElsewhere(node);
+  if (loaded || (f->folder_id == INVALID_FOLDER && f->status_unseen >= 0)) {
     char counts[64];
-    std::snprintf(counts, sizeof counts, "(%ld msgs, %ld unread)", f->shown, f->unread);
+    std::snprintf(counts, sizeof counts, "(%ld msgs, %ld unread)", loaded ? f->shown : f->status_messages,
+                  loaded ? f->unread : f->status_unseen);
     xvt_dwin_draw_text(win, x, rect->top + 12, counts, -1);
     x += 8 * static_cast<int>(std::strlen(counts)) + 8;
   }
@@ -625,7 +648,9 @@ int FolderWant(ModelEvent* ev, void* data) {
   switch (ev->type) {
     case E_LOW_MEMORY: return 1;
     case E_MAIL_TIMER:
-    case E_CHECK_NOW: return open && !TREE_IsOpenElsewhere(node);
+    case E_CHECK_NOW:
+      if (!open) return f->selectable && !TREE_IsOpenElsewhere(node) && TREE_IsVisibleNode(node);
+      return !TREE_IsOpenElsewhere(node);
     case E_FOLDER_STREAM_DIED: return open && ev->folder == f->folder_id;
     case E_FOLDER_CLOSED: return open && ev->folder == f->folder_id && (ev->value || f->closing);
     case E_FOLDER_EXPUNGED: return open && ev->folder == f->folder_id;
@@ -653,6 +678,10 @@ void FolderHandle(ModelEvent* ev, void* data) {
       // Inside a critical section the timer drops to the retry rate and
       // the check waits for a free tick.
       if (ev->type == E_MAIL_TIMER && !MSG_MailTimerGate()) return;
+      if (f->folder_id == INVALID_FOLDER) {
+        folderRefreshStatus(node);
+        return;
+      }
       folderCheckNewMail(node, 1);
       return;
     case E_FOLDER_STREAM_DIED:

@@ -177,6 +177,9 @@ struct FolderNodeInfo {
   long total = 0;
   long shown = 0;
   long unread = 0;
+  // A closed folder's counts as the server (or local index) tells them at
+  // each tick; -1 while unknown.
+  long status_messages = -1, status_unseen = -1;
   int rights = 7;
   int notifier = -1;
   int sort = kSortRecentArrival;
@@ -210,6 +213,9 @@ int folderAddContents(TreeNode* node);
 int folderAddSubFolders(TreeNode* node);
 int folderAddMessageContent(TreeNode* node);
 int folderCheckNewMail(TreeNode* node, int quiet);
+// Asks the model for the counts of a folder that is not open and is shown
+// in the tree; 1 when they came (the line redraws if they changed).
+int folderRefreshStatus(TreeNode* node);
 void folderCloseTree(TreeNode* node);
 void doFolderClosed(TreeNode* node);
 void doFolderInvalid(TreeNode* node);

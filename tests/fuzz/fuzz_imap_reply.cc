@@ -1,5 +1,6 @@
 // Feeds arbitrary server bytes to the IMAP reply reader: untagged replies,
-// response codes, list, ACL and quota rows, and the fetch-data parser
+// response codes, list, ACL, quota and STATUS rows (a STATUS of "Work" is
+// awaited, as during mail_status), and the fetch-data parser
 // (envelopes, addresses, body structures, literals, flags). Input: one byte
 // that picks the mailbox size, then the server's stream. A thread writes
 // the stream to one end of a socket pair and closes it; the reader reads
@@ -77,8 +78,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   });
 
   MailStream* stream = imap_attach_for_test(tcp, nmsgs);
+  MailStatus status{};
+  imap_local(stream)->status = &status;
+  imap_local(stream)->status_mailbox = "Work";
   ImapReply* r = imap_reply(stream, "A00000");
   Check(r != nullptr);
+  imap_local(stream)->status = nullptr;
+  // Only the items we know are ever marked answered.
+  Check((status.flags & ~SA_ALL) == 0);
+  Check(status.messages <= 0xffffffffUL && status.unseen <= 0xffffffffUL);
   // Everything stored must be whole.
   unsigned long sum = 0;
   for (unsigned long i = 1; i <= stream->nmsgs && i <= stream->cachesize; ++i) {

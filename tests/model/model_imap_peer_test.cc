@@ -120,4 +120,40 @@ TEST_F(ModelImap, FoldersMessagesFlagsCopiesAndADyingServer) {
   EXPECT_FALSE(MM_FolStreamValid(id));
 }
 
+TEST_F(ModelImap, StatusOfAClosedFolderOnlyOverTheServicesConnection) {
+  server_.Seed(3, "INBOX");  // messages 1 and 3 unread
+  struct Case {
+    const char* what;
+    bool connect_first;
+    const char* folder;
+    int result;
+    long messages, unseen;
+  } cases[] = {
+      // A timer must not open a connection (or ask for a password) on its own.
+      {"no connection yet", false, "INBOX", 0, 0, 0},
+      {"over the service's control stream", true, "INBOX", 1, 3, 2},
+      {"a folder that isn't there", true, "Nowhere", 0, 0, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    if (c.connect_first) {
+      ASSERT_NE(MM_MSGetStream(ms_), nullptr) << Posts();
+    }
+    xvt_test_clear_posts();
+    long messages = -1, unseen = -1;
+    EXPECT_EQ(MM_FolGetStatus(ms_, c.folder, &messages, &unseen), c.result);
+    EXPECT_EQ(messages, c.messages);
+    EXPECT_EQ(unseen, c.unseen);
+    EXPECT_EQ(Posts(), "");  // quiet, whatever happened
+  }
+  // Local folders answer from their index.
+  MakeFolder("Box", 2);
+  long messages = 0, unseen = 0;
+  EXPECT_EQ(MM_FolGetStatus(local_, "Box", &messages, &unseen), 1);
+  EXPECT_EQ(messages, 2);
+  EXPECT_EQ(unseen, 2);
+  EXPECT_EQ(MM_FolGetStatus(local_, "Missing", &messages, &unseen), 0);
+  EXPECT_EQ(MM_FolGetStatus(INVALID_SERVICE, "Box", &messages, &unseen), 0);
+}
+
 }  // namespace

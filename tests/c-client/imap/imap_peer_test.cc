@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "c-client/core/mail.h"
@@ -564,6 +565,61 @@ TEST_F(ImapPeer, ServerGoingAwayIsNotifiedAndLaterCommandsFailCleanly) {
   EXPECT_EQ(mail_copy(s, "1", own.Name("X").c_str()), 0);
   EXPECT_TRUE(EnvSaid("log", "Copy rejected: connection to remote IMAP server closed"));
   own.Remove();
+}
+
+// --- Counts without opening ------------------------------------------------------
+
+TEST_F(ImapPeer, StatusFollowsAnotherSessionsAppendsAndFlags) {
+  g_server->Seed(3, "Stat1");  // messages 1 and 3 unread
+  MailStream* control = Open(Server().Name(""), OP_CONTROL | OP_DEBUG);
+  ASSERT_NE(control, nullptr) << EnvLogs(2);
+  auto status = [&](const std::string& mailbox, MailStream* via = nullptr) {
+    MailStatus st{};
+    long ok = mail_status(via ? via : control, Server().Name(mailbox).c_str(), SA_ALL, &st);
+    return std::make_pair(ok, st);
+  };
+  auto [ok, before] = status("Stat1");
+  ASSERT_EQ(ok, 1) << EnvLogs(1);
+  EXPECT_EQ(before.flags, SA_ALL);
+  EXPECT_EQ(before.messages, 3u);
+  EXPECT_EQ(before.unseen, 2u);
+  EXPECT_NE(before.uidvalidity, 0u);
+  // Asked over our control stream, not a new connection.
+  EXPECT_EQ(Sent("STATUS Stat1 (MESSAGES RECENT UNSEEN UIDNEXT UIDVALIDITY)").size(), 1u);
+
+  // Another session delivers one unread message and one read, then reads message 1.
+  ASSERT_TRUE(Append("Stat1", Crlf("From: a@example.org\nSubject: new\n\nhello\n")));
+  ASSERT_TRUE(Append("Stat1", Crlf("From: b@example.org\nSubject: old\n\nread\n"), "(\\Seen)"));
+  {
+    MailStream* other = mail_open(nullptr, Server().Name("Stat1").c_str(), 0);
+    ASSERT_NE(other, nullptr);
+    mail_setflag(other, "1", "\\Seen");
+    mail_close(other);
+  }
+  auto [ok2, after] = status("Stat1");
+  ASSERT_EQ(ok2, 1);
+  EXPECT_EQ(after.messages, 5u);
+  EXPECT_EQ(after.unseen, 2u);  // 3 and the new one
+  EXPECT_EQ(after.uidnext, before.uidnext + 2);
+  EXPECT_EQ(after.uidvalidity, before.uidvalidity);
+
+  // The inbox in any case; with no stream a control stream comes and goes.
+  g_server->Seed(2, "INBOX");
+  auto [ok3, inbox] = status("inbox");
+  EXPECT_EQ(ok3, 1);
+  MailStatus direct{};
+  EXPECT_EQ(mail_status(nullptr, Server().Name("INBOX").c_str(), SA_MESSAGES, &direct), 1);
+  EXPECT_EQ(direct.messages, inbox.messages);
+  EXPECT_EQ(direct.flags, SA_MESSAGES);
+
+  // A folder that isn't there: 0, and no dialog.
+  mail_env_clear();
+  auto [ok4, none] = status("NoSuchFolder");
+  EXPECT_EQ(ok4, 0);
+  EXPECT_EQ(none.flags, 0);
+  EXPECT_EQ(EnvLogs(2), "");
+  // The connection is still good for the next question.
+  EXPECT_EQ(mail_ping(control), 1);
 }
 
 }  // namespace
