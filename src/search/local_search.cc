@@ -4,6 +4,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -465,25 +466,40 @@ bool Eval(const SrchProgram& prog, int index, SrchMessage* m) {
   return false;
 }
 
-bool FetchHeaders(void* ctx, std::string* out) {
-  std::optional<std::string> h = MM_MsgRawHeaders(*static_cast<UMI*>(ctx));
-  if (!h) return false;
-  *out = std::move(*h);
+// Texts come from a read-only stream of the search's own: reading a body
+// there marks nothing seen on disk, and its texts go when it closes.
+struct Side {
+  MailStream* stream;
+  unsigned long msgno;
+};
+
+bool TakeText(MailText* text, std::string* out) {
+  if (!text || !text->data) return false;
+  if (text->kind == kTextFile) {
+    std::ifstream in(text->data, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    *out = ss.str();
+    // The file is dropped with the text; fetch anew next time.
+    text->consumed = 1;
+    return true;
+  }
+  out->assign(text->data, text->size);
   return true;
 }
 
-// The body through the model's file road: the text is the caller's and
-// is not kept in the message cache, so a search of a large folder doesn't
-// fill memory with bodies.
+bool FetchHeaders(void* ctx, std::string* out) {
+  auto* side = static_cast<Side*>(ctx);
+  MM_MailgetsToMemory();
+  MM_MailgetsSetEncoding(0);
+  return TakeText(mail_fetchheader(side->stream, side->msgno), out);
+}
+
 bool FetchBody(void* ctx, std::string* out) {
-  const std::string file = MM_MsgRawBodyToFile(*static_cast<UMI*>(ctx));
-  if (file.empty()) return false;
-  std::ifstream in(file, std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  *out = ss.str();
-  std::remove(file.c_str());
-  return true;
+  auto* side = static_cast<Side*>(ctx);
+  MM_MailgetsToMemory();
+  MM_MailgetsSetEncoding(0);
+  return TakeText(mail_fetchtext(side->stream, side->msgno), out);
 }
 
 }  // namespace
@@ -494,21 +510,38 @@ bool SRCH_Matches(const SrchProgram& program, SrchMessage* message) {
 
 int SRCH_LocalSearchFolder(int folder, const SrchProgram& program, std::vector<UMI>* out, std::string* error) {
   const long count = MM_FolGetNumMsgs(folder);
-  if (count < 0 || !MM_FolStream(folder)) return *error = "The folder is not open", 0;
-  for (long i = 1; i <= count; ++i) {
-    UMI umi = MM_UMIFromMsgno(folder, static_cast<unsigned long>(i));
-    MessageElt* elt = umi ? MM_UMIGetElt(umi) : nullptr;
-    if (!elt) continue;
+  std::string name;
+  if (count < 0 || !MM_FolStream(folder) ||
+      !MM_CCGenFolName(MM_FolGetService(folder), MM_FolGetName(folder), &name))
+    return *error = "The folder is not open", 0;
+  MailStream* side = mail_open(nullptr, name.c_str(), OP_READONLY | OP_SILENT);
+  if (!side) return *error = "The folder could not be read", 0;
+  // Message numbers agree: this program is the folder's only writer, and
+  // messages that arrived since the model's last check come after its count.
+  const unsigned long last = std::min<unsigned long>(static_cast<unsigned long>(count), side->nmsgs);
+  for (unsigned long i = 1; i <= last; ++i) {
+    const UMI umi = MM_UMIFromMsgno(folder, i);
+    if (!umi) continue;
+    MessageElt* elt = mail_elt(side, i);
     SrchMessage m;
     m.flags = (elt->seen ? kSrchFlagSeen : 0) | (elt->deleted ? kSrchFlagDeleted : 0) |
               (elt->flagged ? kSrchFlagFlagged : 0) | (elt->answered ? kSrchFlagAnswered : 0) |
               (elt->draft ? kSrchFlagDraft : 0) | (elt->recent ? kSrchFlagRecent : 0);
+    // Flags as the model holds them: a change not yet on disk counts.
+    if (MessageElt* shown = MM_UMIGetElt(umi))
+      m.flags = (shown->seen ? kSrchFlagSeen : 0) | (shown->deleted ? kSrchFlagDeleted : 0) |
+                (shown->flagged ? kSrchFlagFlagged : 0) | (shown->answered ? kSrchFlagAnswered : 0) |
+                (shown->draft ? kSrchFlagDraft : 0) | (shown->recent ? kSrchFlagRecent : 0);
     m.size = elt->rfc822_size;
     m.date = elt->year * 512ul + elt->month * 32ul + elt->day;
+    Side ctx{side, i};
     m.fetch_headers = FetchHeaders;
     m.fetch_body = FetchBody;
-    m.ctx = &umi;
+    m.ctx = &ctx;
     if (SRCH_Matches(program, &m)) out->push_back(umi);
+    // Keep what the side stream caches small in a large folder.
+    if (i % 256 == 0) mail_gc(side, GC_TEXTS);
   }
+  mail_close(side);
   return 1;
 }
