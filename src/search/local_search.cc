@@ -518,7 +518,10 @@ int SRCH_LocalSearchFolder(int folder, const SrchProgram& program, std::vector<U
   if (!side) return *error = "The folder could not be read", 0;
   // Message numbers agree: this program is the folder's only writer, and
   // messages that arrived since the model's last check come after its count.
-  const unsigned long last = std::min<unsigned long>(static_cast<unsigned long>(count), side->nmsgs);
+  MailStream* model = MM_FolStream(folder);
+  const unsigned long last = std::min({static_cast<unsigned long>(count), side->nmsgs, model->nmsgs});
+  constexpr size_t kSideTextBudget = 32u << 20;
+  size_t held = 0;
   for (unsigned long i = 1; i <= last; ++i) {
     const UMI umi = MM_UMIFromMsgno(folder, i);
     if (!umi) continue;
@@ -528,7 +531,7 @@ int SRCH_LocalSearchFolder(int folder, const SrchProgram& program, std::vector<U
               (elt->flagged ? kSrchFlagFlagged : 0) | (elt->answered ? kSrchFlagAnswered : 0) |
               (elt->draft ? kSrchFlagDraft : 0) | (elt->recent ? kSrchFlagRecent : 0);
     // Flags as the model holds them: a change not yet on disk counts.
-    if (MessageElt* shown = MM_UMIGetElt(umi))
+    if (MessageElt* shown = mail_elt(model, i))
       m.flags = (shown->seen ? kSrchFlagSeen : 0) | (shown->deleted ? kSrchFlagDeleted : 0) |
                 (shown->flagged ? kSrchFlagFlagged : 0) | (shown->answered ? kSrchFlagAnswered : 0) |
                 (shown->draft ? kSrchFlagDraft : 0) | (shown->recent ? kSrchFlagRecent : 0);
@@ -539,8 +542,13 @@ int SRCH_LocalSearchFolder(int folder, const SrchProgram& program, std::vector<U
     m.fetch_body = FetchBody;
     m.ctx = &ctx;
     if (SRCH_Matches(program, &m)) out->push_back(umi);
-    // Keep what the side stream caches small in a large folder.
-    if (i % 256 == 0) mail_gc(side, GC_TEXTS);
+    // Keep what the side stream caches small in a large folder: a gc walks
+    // every message, so it runs by bytes read, not by messages.
+    held += m.headers.size() + m.body.size();
+    if (held > kSideTextBudget) {
+      mail_gc(side, GC_TEXTS);
+      held = 0;
+    }
   }
   mail_close(side);
   return 1;
