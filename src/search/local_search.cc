@@ -1,0 +1,555 @@
+// Local evaluation of IMAP SEARCH programs: parsing with limits, Unicode
+// simple case folding, and the tests of each search key.
+#include "src/search/local_search.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "c-client/rfc822/mime_display.h"
+#include "c-client/rfc822/rfc822.h"
+#include "src/search/case_fold_table.h"
+
+// --- Case folding -------------------------------------------------------------------
+
+unsigned SRCH_FoldCodePoint(unsigned cp) {
+  if (cp < 0x80) return cp >= 'A' && cp <= 'Z' ? cp + 32 : cp;
+  // Runs are sorted by their first code point.
+  size_t lo = 0, hi = std::size(srch_fold::kFoldRuns);
+  while (lo < hi) {
+    const size_t mid = (lo + hi) / 2;
+    if (srch_fold::kFoldRuns[mid].last < cp)
+      lo = mid + 1;
+    else
+      hi = mid;
+  }
+  if (lo == std::size(srch_fold::kFoldRuns)) return cp;
+  const srch_fold::FoldRun& r = srch_fold::kFoldRuns[lo];
+  if (cp < r.first || (cp - r.first) % r.stride != 0) return cp;
+  return static_cast<unsigned>(static_cast<int>(cp) + r.delta);
+}
+
+namespace {
+
+// One UTF-8 sequence at p (n bytes left): the code point and its length,
+// or 0 when the bytes are not well-formed UTF-8.
+int Decode(const unsigned char* p, size_t n, unsigned* cp) {
+  if (p[0] < 0x80) {
+    *cp = p[0];
+    return 1;
+  }
+  int len = p[0] >= 0xF0 && p[0] <= 0xF4 ? 4 : p[0] >= 0xE0 ? 3 : p[0] >= 0xC2 && p[0] < 0xE0 ? 2 : 0;
+  if (!len || static_cast<size_t>(len) > n) return 0;
+  unsigned v = p[0] & (0x7F >> len);
+  for (int i = 1; i < len; ++i) {
+    if ((p[i] & 0xC0) != 0x80) return 0;
+    v = (v << 6) | (p[i] & 0x3F);
+  }
+  if ((len == 3 && v < 0x800) || (len == 4 && (v < 0x10000 || v > 0x10FFFF)) || (v >= 0xD800 && v < 0xE000))
+    return 0;
+  *cp = v;
+  return len;
+}
+
+void Encode(unsigned cp, std::string* out) {
+  if (cp < 0x80) {
+    out->push_back(static_cast<char>(cp));
+  } else if (cp < 0x800) {
+    out->push_back(static_cast<char>(0xC0 | (cp >> 6)));
+    out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else if (cp < 0x10000) {
+    out->push_back(static_cast<char>(0xE0 | (cp >> 12)));
+    out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else {
+    out->push_back(static_cast<char>(0xF0 | (cp >> 18)));
+    out->push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+    out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  }
+}
+
+}  // namespace
+
+std::string SRCH_FoldCase(const std::string& text) {
+  std::string out;
+  out.reserve(text.size());
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
+  for (size_t i = 0; i < n;) {
+    if (p[i] < 0x80) {
+      out.push_back(static_cast<char>(p[i] >= 'A' && p[i] <= 'Z' ? p[i] + 32 : p[i]));
+      ++i;
+      continue;
+    }
+    unsigned cp;
+    const int len = Decode(p + i, n - i, &cp);
+    if (!len) {
+      out.push_back(static_cast<char>(p[i++]));
+      continue;
+    }
+    Encode(SRCH_FoldCodePoint(cp), &out);
+    i += static_cast<size_t>(len);
+  }
+  return out;
+}
+
+// --- Headers ---------------------------------------------------------------------------
+
+std::vector<std::string> SRCH_HeaderValues(const std::string& headers, const std::string& name) {
+  std::vector<std::string> out;
+  size_t pos = 0;
+  while (pos < headers.size()) {
+    size_t eol = headers.find('\n', pos);
+    if (eol == std::string::npos) eol = headers.size();
+    const bool match = eol - pos > name.size() && strncasecmp(headers.c_str() + pos, name.c_str(), name.size()) == 0;
+    size_t colon = pos + name.size();
+    while (match && colon < eol && (headers[colon] == ' ' || headers[colon] == '\t')) ++colon;
+    if (match && colon < eol && headers[colon] == ':') {
+      std::string value = headers.substr(colon + 1, eol - colon - 1);
+      // Continuation lines belong to the value.
+      while (eol + 1 < headers.size() && (headers[eol + 1] == ' ' || headers[eol + 1] == '\t')) {
+        size_t next = headers.find('\n', eol + 1);
+        if (next == std::string::npos) next = headers.size();
+        while (!value.empty() && (value.back() == '\r')) value.pop_back();
+        value += headers.substr(eol + 1, next - eol - 1);
+        eol = next;
+      }
+      while (!value.empty() && (value.back() == '\r' || value.back() == ' ' || value.back() == '\t'))
+        value.pop_back();
+      size_t lead = value.find_first_not_of(" \t");
+      out.push_back(mime_display_text(lead == std::string::npos ? "" : value.c_str() + lead));
+    }
+    pos = eol + 1;
+  }
+  return out;
+}
+
+// --- Parsing -------------------------------------------------------------------------------
+
+namespace {
+
+struct Parser {
+  const char* p;
+  const char* end;
+  SrchProgram* prog;
+  std::string* error;
+  int depth = 0;
+
+  bool Fail(const std::string& why) {
+    *error = why;
+    return false;
+  }
+  void Blanks() {
+    while (p < end && (*p == ' ' || *p == '\t')) ++p;
+  }
+  bool Word(std::string* out) {
+    Blanks();
+    const char* s = p;
+    while (p < end && *p != ' ' && *p != '\t' && *p != '(' && *p != ')') ++p;
+    out->assign(s, p);
+    return !out->empty();
+  }
+  // An atom, a quoted string or a literal.
+  bool String(std::string* out) {
+    out->clear();
+    Blanks();
+    if (p >= end) return Fail("A search key is missing its value");
+    if (*p == '"') {
+      for (++p; p < end; ++p) {
+        if (*p == '"') {
+          ++p;
+          return true;
+        }
+        if (*p == '\\' && p + 1 < end) ++p;
+        if (out->size() >= kSrchMaxString) return Fail("A search text is too long");
+        out->push_back(*p);
+      }
+      return Fail("A quoted search text has no end");
+    }
+    if (*p == '{') {
+      size_t n = 0;
+      const char* q = p + 1;
+      while (q < end && *q >= '0' && *q <= '9') {
+        n = n * 10 + static_cast<size_t>(*q++ - '0');
+        if (n > kSrchMaxString) return Fail("A search text is too long");
+      }
+      if (q < end && *q == '+') ++q;
+      if (q == p + 1 || q >= end || *q++ != '}') return Fail("A search literal is malformed");
+      if (q < end && *q == '\r') ++q;
+      if (q >= end || *q++ != '\n' || static_cast<size_t>(end - q) < n) return Fail("A search literal is cut short");
+      out->assign(q, n);
+      p = q + n;
+      return true;
+    }
+    if (!Word(out)) return Fail("A search key is missing its value");
+    return true;
+  }
+  bool Number(unsigned long* out) {
+    std::string w;
+    if (!Word(&w) || w.size() > 18 || w.find_first_not_of("0123456789") != std::string::npos)
+      return Fail("A search size is not a number");
+    *out = std::stoul(w);
+    return true;
+  }
+  bool Date(unsigned long* out) {
+    std::string w;
+    if (!String(&w)) return false;
+    MessageElt elt{};
+    if (w.size() > 40 || !mail_parse_date(&elt, w.c_str())) return Fail("A search date is not a date: " + w);
+    *out = elt.year * 512ul + elt.month * 32ul + elt.day;
+    return true;
+  }
+  int Add(SrchNode node) {
+    if (prog->nodes.size() >= kSrchMaxNodes) return -1;
+    prog->nodes.push_back(std::move(node));
+    return static_cast<int>(prog->nodes.size() - 1);
+  }
+
+  // One search key (with its arguments); the node's index, or -1.
+  int Key() {
+    Blanks();
+    if (p >= end) return Fail("A search key is missing"), -1;
+    if (++depth > kSrchMaxDepth) return Fail("A search is nested too deeply"), -1;
+    struct DepthGuard {
+      int& d;
+      ~DepthGuard() { --d; }
+    } guard{depth};
+    SrchNode n;
+    if (*p == '(') {
+      ++p;
+      n.op = SrchNode::kAnd;
+      for (;;) {
+        Blanks();
+        if (p < end && *p == ')') {
+          ++p;
+          break;
+        }
+        if (p >= end) return Fail("A parenthesis of the search is not closed"), -1;
+        const int kid = Key();
+        if (kid < 0) return -1;
+        n.kids.push_back(kid);
+      }
+      if (n.kids.empty()) return Fail("An empty parenthesis in the search"), -1;
+      return Add(std::move(n));
+    }
+    std::string word;
+    Word(&word);
+    for (char& c : word) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    struct FlagKey {
+      const char* name;
+      int flag;
+      bool set;
+    };
+    static const FlagKey kFlags[] = {
+        {"SEEN", kSrchFlagSeen, true},         {"UNSEEN", kSrchFlagSeen, false},
+        {"DELETED", kSrchFlagDeleted, true},   {"UNDELETED", kSrchFlagDeleted, false},
+        {"FLAGGED", kSrchFlagFlagged, true},   {"UNFLAGGED", kSrchFlagFlagged, false},
+        {"ANSWERED", kSrchFlagAnswered, true}, {"UNANSWERED", kSrchFlagAnswered, false},
+        {"DRAFT", kSrchFlagDraft, true},       {"UNDRAFT", kSrchFlagDraft, false},
+        {"RECENT", kSrchFlagRecent, true},
+    };
+    for (const FlagKey& f : kFlags)
+      if (word == f.name) {
+        n.op = f.set ? SrchNode::kFlag : SrchNode::kUnflag;
+        n.flag = f.flag;
+        return Add(std::move(n));
+      }
+    struct TextKey {
+      const char* name;
+      SrchNode::Op op;
+      const char* field;
+    };
+    static const TextKey kTexts[] = {{"FROM", SrchNode::kHeader, "From"}, {"TO", SrchNode::kHeader, "To"},
+                                     {"CC", SrchNode::kHeader, "Cc"},     {"BCC", SrchNode::kHeader, "Bcc"},
+                                     {"SUBJECT", SrchNode::kHeader, "Subject"},
+                                     {"BODY", SrchNode::kBody, ""},       {"TEXT", SrchNode::kText, ""}};
+    for (const TextKey& t : kTexts)
+      if (word == t.name) {
+        std::string value;
+        if (!String(&value)) return -1;
+        n.op = t.op;
+        n.field = t.field;
+        n.folded = SRCH_FoldCase(value);
+        prog->needs_headers |= t.op != SrchNode::kBody;
+        prog->needs_body |= t.op != SrchNode::kHeader;
+        return Add(std::move(n));
+      }
+    struct DateKey {
+      const char* name;
+      SrchNode::Op op;
+    };
+    static const DateKey kDates[] = {{"BEFORE", SrchNode::kBefore},         {"ON", SrchNode::kOn},
+                                     {"SINCE", SrchNode::kSince},           {"SENTBEFORE", SrchNode::kSentBefore},
+                                     {"SENTON", SrchNode::kSentOn},         {"SENTSINCE", SrchNode::kSentSince}};
+    for (const DateKey& d : kDates)
+      if (word == d.name) {
+        if (!Date(&n.number)) return -1;
+        n.op = d.op;
+        prog->needs_headers |= word.rfind("SENT", 0) == 0;
+        return Add(std::move(n));
+      }
+    if (word == "ALL" || word == "NEW" || word == "OLD") {
+      n.op = word == "ALL" ? SrchNode::kAll : word == "NEW" ? SrchNode::kNew : SrchNode::kOld;
+      return Add(std::move(n));
+    }
+    if (word == "LARGER" || word == "SMALLER") {
+      if (!Number(&n.number)) return -1;
+      n.op = word == "LARGER" ? SrchNode::kLarger : SrchNode::kSmaller;
+      return Add(std::move(n));
+    }
+    if (word == "KEYWORD" || word == "UNKEYWORD") {
+      if (!String(&n.field)) return -1;
+      n.op = word == "KEYWORD" ? SrchNode::kKeyword : SrchNode::kUnkeyword;
+      return Add(std::move(n));
+    }
+    if (word == "HEADER") {
+      std::string value;
+      if (!String(&n.field) || !String(&value)) return -1;
+      n.op = SrchNode::kHeader;
+      n.folded = SRCH_FoldCase(value);
+      prog->needs_headers = true;
+      return Add(std::move(n));
+    }
+    if (word == "NOT" || word == "OR") {
+      n.op = word == "NOT" ? SrchNode::kNot : SrchNode::kOr;
+      for (int i = 0; i < (word == "NOT" ? 1 : 2); ++i) {
+        const int kid = Key();
+        if (kid < 0) return -1;
+        n.kids.push_back(kid);
+      }
+      return Add(std::move(n));
+    }
+    if (error->empty()) Fail("Unknown search key: " + word.substr(0, 64));
+    return -1;
+  }
+};
+
+}  // namespace
+
+int SRCH_ParseProgram(const char* text, SrchProgram* out, std::string* error) {
+  *out = SrchProgram{};
+  error->clear();
+  if (!text) return *error = "No search", 0;
+  const size_t n = std::strlen(text);
+  if (n > kSrchMaxProgram) return *error = "The search is too long", 0;
+  out->nodes.push_back(SrchNode{SrchNode::kAnd, 0, "", "", 0, {}});
+  Parser parser{text, text + n, out, error};
+  parser.Blanks();
+  // A charset names the program's text: only UTF-8 (and ASCII, its part).
+  if (static_cast<size_t>(parser.end - parser.p) > 8 && strncasecmp(parser.p, "CHARSET", 7) == 0 &&
+      (parser.p[7] == ' ' || parser.p[7] == '\t')) {
+    parser.p += 7;
+    std::string charset;
+    if (!parser.String(&charset)) return 0;
+    if (strcasecmp(charset.c_str(), "UTF-8") != 0 && strcasecmp(charset.c_str(), "US-ASCII") != 0)
+      return *error = "Unknown search charset: " + charset.substr(0, 64), 0;
+  }
+  for (;;) {
+    parser.Blanks();
+    if (parser.p >= parser.end) break;
+    const int kid = parser.Key();
+    if (kid < 0) {
+      if (error->empty()) *error = "The search has too many keys";
+      return 0;
+    }
+    out->nodes[0].kids.push_back(kid);
+  }
+  if (out->nodes[0].kids.empty()) return *error = "The search is empty", 0;
+  return 1;
+}
+
+// --- Running ----------------------------------------------------------------------------------
+
+namespace {
+
+bool Headers(SrchMessage* m) {
+  if (!m->have_headers) {
+    m->have_headers = true;
+    if (m->fetch_headers && !m->fetch_headers(m->ctx, &m->headers)) m->headers.clear();
+  }
+  return true;
+}
+
+const std::string& Body(SrchMessage* m) {
+  if (!m->have_body) {
+    m->have_body = true;
+    std::string raw;
+    if (m->fetch_body && m->fetch_body(m->ctx, &raw)) m->body = SRCH_FoldCase(raw);
+  }
+  return m->body;
+}
+
+unsigned long Sent(SrchMessage* m) {
+  if (!m->sent_known) {
+    m->sent_known = true;
+    Headers(m);
+    const std::vector<std::string> dates = SRCH_HeaderValues(m->headers, "Date");
+    MessageElt elt{};
+    // Without a readable Date the message's arrival stands in for it.
+    if (!dates.empty() && dates[0].size() < 200 && mail_parse_date(&elt, dates[0].c_str()))
+      m->sent = elt.year * 512ul + elt.month * 32ul + elt.day;
+    else
+      m->sent = m->date;
+  }
+  return m->sent;
+}
+
+bool Contains(const std::string& folded_hay, const std::string& folded_needle) {
+  return folded_needle.empty() || folded_hay.find(folded_needle) != std::string::npos;
+}
+
+bool InHeader(SrchMessage* m, const std::string& field, const std::string& needle) {
+  Headers(m);
+  for (const std::string& v : SRCH_HeaderValues(m->headers, field))
+    if (Contains(SRCH_FoldCase(v), needle)) return true;
+  return false;
+}
+
+bool Eval(const SrchProgram& prog, int index, SrchMessage* m) {
+  const SrchNode& n = prog.nodes[static_cast<size_t>(index)];
+  switch (n.op) {
+    case SrchNode::kAnd:
+      // Cheap tests first would change nothing but time; keys run in
+      // order and stop at the first that fails.
+      for (int kid : n.kids)
+        if (!Eval(prog, kid, m)) return false;
+      return true;
+    case SrchNode::kOr:
+      return Eval(prog, n.kids[0], m) || Eval(prog, n.kids[1], m);
+    case SrchNode::kNot:
+      return !Eval(prog, n.kids[0], m);
+    case SrchNode::kAll:
+      return true;
+    case SrchNode::kFlag:
+      return (m->flags & n.flag) != 0;
+    case SrchNode::kUnflag:
+      return (m->flags & n.flag) == 0;
+    case SrchNode::kNew:
+      return (m->flags & kSrchFlagRecent) && !(m->flags & kSrchFlagSeen);
+    case SrchNode::kOld:
+      return !(m->flags & kSrchFlagRecent);
+    // Local folders keep no keywords: none is set, every one is unset.
+    case SrchNode::kKeyword:
+      return false;
+    case SrchNode::kUnkeyword:
+      return true;
+    case SrchNode::kHeader:
+      return InHeader(m, n.field, n.folded);
+    case SrchNode::kBody:
+      return Contains(Body(m), n.folded);
+    case SrchNode::kText:
+      Headers(m);
+      return Contains(SRCH_FoldCase(m->headers), n.folded) || Contains(Body(m), n.folded);
+    case SrchNode::kLarger:
+      return m->size > n.number;
+    case SrchNode::kSmaller:
+      return m->size < n.number;
+    case SrchNode::kBefore:
+      return m->date < n.number;
+    case SrchNode::kOn:
+      return m->date == n.number;
+    case SrchNode::kSince:
+      return m->date >= n.number;
+    case SrchNode::kSentBefore:
+      return Sent(m) < n.number;
+    case SrchNode::kSentOn:
+      return Sent(m) == n.number;
+    case SrchNode::kSentSince:
+      return Sent(m) >= n.number;
+  }
+  return false;
+}
+
+// Texts come from a read-only stream of the search's own: reading a body
+// there marks nothing seen on disk, and its texts go when it closes.
+struct Side {
+  MailStream* stream;
+  unsigned long msgno;
+};
+
+bool TakeText(MailText* text, std::string* out) {
+  if (!text || !text->data) return false;
+  if (text->kind == kTextFile) {
+    std::ifstream in(text->data, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    *out = ss.str();
+    // The file is dropped with the text; fetch anew next time.
+    text->consumed = 1;
+    return true;
+  }
+  out->assign(text->data, text->size);
+  return true;
+}
+
+bool FetchHeaders(void* ctx, std::string* out) {
+  auto* side = static_cast<Side*>(ctx);
+  MM_MailgetsToMemory();
+  MM_MailgetsSetEncoding(0);
+  return TakeText(mail_fetchheader(side->stream, side->msgno), out);
+}
+
+bool FetchBody(void* ctx, std::string* out) {
+  auto* side = static_cast<Side*>(ctx);
+  MM_MailgetsToMemory();
+  MM_MailgetsSetEncoding(0);
+  return TakeText(mail_fetchtext(side->stream, side->msgno), out);
+}
+
+}  // namespace
+
+bool SRCH_Matches(const SrchProgram& program, SrchMessage* message) {
+  return !program.nodes.empty() && Eval(program, 0, message);
+}
+
+int SRCH_LocalSearchFolder(int folder, const SrchProgram& program, std::vector<UMI>* out, std::string* error) {
+  const long count = MM_FolGetNumMsgs(folder);
+  std::string name;
+  if (count < 0 || !MM_FolStream(folder) ||
+      !MM_CCGenFolName(MM_FolGetService(folder), MM_FolGetName(folder), &name))
+    return *error = "The folder is not open", 0;
+  MailStream* side = mail_open(nullptr, name.c_str(), OP_READONLY | OP_SILENT);
+  if (!side) return *error = "The folder could not be read", 0;
+  // Message numbers agree: this program is the folder's only writer, and
+  // messages that arrived since the model's last check come after its count.
+  MailStream* model = MM_FolStream(folder);
+  const unsigned long last = std::min({static_cast<unsigned long>(count), side->nmsgs, model->nmsgs});
+  constexpr size_t kSideTextBudget = 32u << 20;
+  size_t held = 0;
+  for (unsigned long i = 1; i <= last; ++i) {
+    const UMI umi = MM_UMIFromMsgno(folder, i);
+    if (!umi) continue;
+    MessageElt* elt = mail_elt(side, i);
+    SrchMessage m;
+    m.flags = (elt->seen ? kSrchFlagSeen : 0) | (elt->deleted ? kSrchFlagDeleted : 0) |
+              (elt->flagged ? kSrchFlagFlagged : 0) | (elt->answered ? kSrchFlagAnswered : 0) |
+              (elt->draft ? kSrchFlagDraft : 0) | (elt->recent ? kSrchFlagRecent : 0);
+    // Flags as the model holds them: a change not yet on disk counts.
+    if (MessageElt* shown = mail_elt(model, i))
+      m.flags = (shown->seen ? kSrchFlagSeen : 0) | (shown->deleted ? kSrchFlagDeleted : 0) |
+                (shown->flagged ? kSrchFlagFlagged : 0) | (shown->answered ? kSrchFlagAnswered : 0) |
+                (shown->draft ? kSrchFlagDraft : 0) | (shown->recent ? kSrchFlagRecent : 0);
+    m.size = elt->rfc822_size;
+    m.date = elt->year * 512ul + elt->month * 32ul + elt->day;
+    Side ctx{side, i};
+    m.fetch_headers = FetchHeaders;
+    m.fetch_body = FetchBody;
+    m.ctx = &ctx;
+    if (SRCH_Matches(program, &m)) out->push_back(umi);
+    // Keep what the side stream caches small in a large folder: a gc walks
+    // every message, so it runs by bytes read, not by messages.
+    held += m.headers.size() + m.body.size();
+    if (held > kSideTextBudget) {
+      mail_gc(side, GC_TEXTS);
+      held = 0;
+    }
+  }
+  mail_close(side);
+  return 1;
+}

@@ -1,0 +1,84 @@
+// The search dialog's work: rules by name, folders opened through the
+// model, each searched where its messages are, the results listed.
+#include "src/search/search_run.h"
+
+#include <algorithm>
+#include <set>
+
+#include "src/search/local_search.h"
+#include "src/search/search_rules.h"
+
+std::string SRCH_ProgramForServer(const std::string& program) {
+  const bool eight_bit =
+      std::any_of(program.begin(), program.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+  return eight_bit ? "CHARSET UTF-8 " + program : program;
+}
+
+int SRCH_RunRules(const std::vector<std::string>& rule_names, const std::vector<SrchFolderRef>& folders,
+                  SrchRun* run) {
+  std::vector<std::pair<std::string, std::string>> programs;  // name, program
+  for (const std::string& name : rule_names) {
+    std::string rule;
+    if (!SRCH_GetRuleByName("IMAP", name.c_str(), &rule, nullptr)) {
+      run->problems.push_back("Rule \"" + name + "\" not found");
+      continue;
+    }
+    programs.emplace_back(name, rule);
+  }
+  bool all = programs.size() == rule_names.size();
+  for (const SrchFolderRef& ref : folders) {
+    const int id = MM_FolOpen(ref.ms, ref.name.c_str());
+    if (id == INVALID_FOLDER) {
+      run->problems.push_back("Folder \"" + ref.name + "\" could not be opened");
+      all = false;
+      continue;
+    }
+    run->folders.push_back(id);
+    std::vector<UMI> found;
+    if (MM_MSGetType(ref.ms) == kServiceLocal) {
+      for (const auto& [name, text] : programs) {
+        SrchProgram program;
+        std::string error;
+        if (!SRCH_ParseProgram(text.c_str(), &program, &error) ||
+            !SRCH_LocalSearchFolder(id, program, &found, &error)) {
+          run->problems.push_back("Rule \"" + name + "\" in \"" + ref.name + "\": " + error);
+          all = false;
+        }
+      }
+      // A message found by two rules is listed once, in folder order.
+      std::sort(found.begin(), found.end(),
+                [](UMI a, UMI b) { return MM_UMIMsgno(a) < MM_UMIMsgno(b); });
+      found.erase(std::unique(found.begin(), found.end()), found.end());
+    } else {
+      // The server marks what each SEARCH finds; the marks add up until
+      // the list is taken.
+      MM_FolSearchStart(id);
+      for (const auto& [name, text] : programs) {
+        if (!MM_FolSearch(id, SRCH_ProgramForServer(text).c_str())) {
+          run->problems.push_back("Rule \"" + name + "\" in \"" + ref.name + "\" could not run");
+          all = false;
+        }
+      }
+      MM_FolSearchGetList(id, &found);
+    }
+    run->found.insert(run->found.end(), found.begin(), found.end());
+  }
+  run->notice = run->found.empty() ? "Search contains no messages." : "";
+  return all ? 1 : 0;
+}
+
+std::vector<std::string> SRCH_ResultLines(const SrchRun& run) {
+  std::vector<std::string> lines;
+  for (UMI umi : run.found) {
+    const int folder = MM_UMIFolder(umi);
+    lines.push_back(std::string(MM_FolGetName(folder)) + "\t" + MM_MsgHeaderContent(umi, "From").value_or("") +
+                    "\t" + MM_MsgHeaderContent(umi, "Subject").value_or(""));
+  }
+  return lines;
+}
+
+void SRCH_RunClose(SrchRun* run) {
+  for (int id : run->folders) MM_FolClose(id, 0);
+  run->folders.clear();
+  run->found.clear();
+}

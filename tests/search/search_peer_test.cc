@@ -1,0 +1,158 @@
+// The same rules over the same 2,000 generated messages in a local folder
+// (searched here) and in a private Dovecot (searched by the server) find
+// the same messages.
+#include <gtest/gtest.h>
+
+#include <ctime>
+
+#include "c-client/net/tcp.h"
+#include "c-client/rfc822/strsrc.h"
+#include "src/options/options.h"
+#include "src/search/search_rules.h"
+#include "src/search/search_run.h"
+#include "tests/c-client/imap/dovecot_peer.h"
+#include "tests/model/model_fixture.h"
+
+namespace {
+
+using imap_test::Dovecot;
+
+const char* const kNames[] = {"Ann Lee", "Bob", "Zoë Ünal", "Carol \"CJ\" Jones", "Dmitri Ивanov"};
+const char* const kWords[] = {"budget", "Été", "ÉTÉ", "plan", "50% * off", "C:\\dir\\", "Привет", "report",
+                              "a|b", "straße", "say \"hi\""};
+const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr"};
+
+struct Generated {
+  std::string raw, flags;
+};
+
+Generated Make(int i) {
+  unsigned x = static_cast<unsigned>(i) * 2654435761u;
+  auto pick = [&x](size_t n) {
+    x = x * 1103515245u + 12345u;
+    return (x >> 16) % n;
+  };
+  const std::string day = std::to_string(1 + pick(28)) + " " + kMonths[pick(4)] + " 2024";
+  Generated g;
+  g.raw = "From: " + std::string(kNames[pick(5)]) + " <u" + std::to_string(pick(50)) + "@example.org>\r\n" +
+          "To: team" + std::to_string(pick(3)) + "@example.org\r\n" + "Subject: " + kWords[pick(11)] + " " +
+          std::to_string(i) + "\r\n" + "Date: Mon, " + day + " 12:00:00 +0000\r\n" +
+          (pick(3) == 0 ? "Comments: " + std::string(kWords[pick(11)]) + "\r\n" : "") +
+          "MIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: 8bit\r\n\r\n";
+  for (size_t l = 0, n = 1 + pick(30); l < n; ++l) g.raw += std::string(kWords[pick(11)]) + " line\r\n";
+  const char* const flags[] = {"", "\\Seen", "\\Flagged", "\\Seen \\Answered", "\\Deleted", "\\Draft", "\\Answered"};
+  g.flags = flags[pick(7)];
+  return g;
+}
+
+class SearchPeer : public ModelTest {
+ protected:
+  void TearDown() override {
+    ModelTest::TearDown();
+    tcp_tls_set_ca_file(nullptr);
+    server_.Remove();
+  }
+  Dovecot server_;
+};
+
+TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
+  ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
+  tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
+  const std::pair<const char*, std::string> options[] = {
+      {"Name", "Work"}, {"Type", "imap"}, {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
+      {"Userid", server_.env["USER"]}, {"Password", server_.env["PASSWORD"]}, {"Security", "none"}};
+  for (const auto& [key, value] : options)
+    Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+  const int remote = MM_MSNew(2);
+  ASSERT_NE(remote, INVALID_SERVICE);
+
+  // One remote stream for all the appends; the local folder by the driver.
+  const int inbox = MM_FolOpen(remote, "INBOX");
+  ASSERT_NE(inbox, INVALID_FOLDER) << Posts();
+  MailStream* up = MM_FolStream(inbox);
+  ASSERT_TRUE(mail_create(nullptr, "Gen"));
+  const int kCount = 2000;
+  for (int i = 1; i <= kCount; ++i) {
+    Generated g = Make(i);
+    for (MailStream* s : {static_cast<MailStream*>(nullptr), up}) {
+      StringSource source;
+      string_init(&source, &mail_string, g.raw.data(), g.raw.size());
+      ASSERT_TRUE(mail_append(s, s ? up->mailbox : "Gen", g.flags.empty() ? nullptr : ("(" + g.flags + ")").c_str(),
+                              nullptr, &source)) << i;
+    }
+  }
+  MM_FolClose(inbox, 1);
+
+  char today[16];
+  const time_t now = time(nullptr);
+  strftime(today, sizeof today, "%d/%m/%Y", localtime(&now));
+  // Each rule as a user builds it, through the phrase builder.
+  struct Phrase {
+    const char *attribute, *criterion;
+    SRCH_Value value;
+  };
+  auto T = [](const char* t, const char* t2 = "") { return SRCH_Value{kSrchValText, 0, 0, t, t2}; };
+  const std::vector<std::vector<Phrase>> rules = {
+      {{"Subject", "contains", T("été")}},
+      {{"Subject", "contains", T("STRAßE")}},
+      {{"Subject", "contains", T("SAY \"HI\"")}},
+      {{"Subject", "contains", T("привет")}},
+      {{"From", "contains", T("zoë ünal")}},
+      {{"From", "contains", T("cj")}},
+      {{"Body", "contains", T("C:\\dir\\")}},
+      {{"Body", "contains", T("50% * off")}, {"Read", nullptr, {}}},
+      {{"Header or Body", "contains", T("a|b")}},
+      {{"Comments", "contains", T("plan")}},
+      {{"Header", "doesn't contain in ", T("To", "team1")}, {"Marked Special", nullptr, {}}},
+      {{"Date Sent", "before", T("10/02/2024")}},
+      {{"Date Sent", "on", T("15/03/2024")}},
+      // Both stores take the arrival time as the received date.
+      {{"Date Received", "on", T(today)}},
+      {{"Date Received", "before", T(today)}},
+      {{"Size", "is in range", SRCH_Value{kSrchValSize, 400, 800, "", ""}}},
+      {{"Size", "is not larger than", SRCH_Value{kSrchValSize, 300, 0, "", ""}}},
+      {{"Not Deleted", nullptr, {}}, {"Draft", nullptr, {}}},
+      {{"Unread", nullptr, {}}, {"Replied To", nullptr, {}}},
+      {{"Keyword", "has", SRCH_Value{kSrchValKeyword, 0, 0, "flag1", ""}}},
+      {{"Keyword", "doesn't have", SRCH_Value{kSrchValKeyword, 0, 0, "flag1", ""}}, {"To", "contains", T("TEAM2")}},
+  };
+  for (size_t r = 0; r < rules.size(); ++r) {
+    std::vector<std::string> keys;
+    for (const Phrase& p : rules[r]) {
+      std::string display, key;
+      ASSERT_TRUE(SRCH_AddPhrase(kSrchMessages, p.attribute, p.criterion, p.value, &display, &key)) << p.attribute;
+      keys.push_back(key);
+    }
+    ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", ("R" + std::to_string(r)).c_str(),
+                                   SRCH_JoinRule(keys).c_str(), "Message"));
+  }
+
+  size_t total = 0;
+  for (size_t r = 0; r < rules.size(); ++r) {
+    const std::string name = "R" + std::to_string(r);
+    std::string program;
+    SRCH_GetRuleByName("IMAP", name.c_str(), &program, nullptr);
+    auto numbers = [&](int ms, const char* folder) {
+      SrchRun run;
+      EXPECT_EQ(SRCH_RunRules({name}, {{ms, folder}}, &run), 1) << name << " " << folder;
+      std::vector<unsigned long> out;
+      for (UMI u : run.found) out.push_back(MM_UMIMsgno(u));
+      SRCH_RunClose(&run);
+      return out;
+    };
+    const std::vector<unsigned long> local = numbers(local_, "Gen");
+    const std::vector<unsigned long> server = numbers(remote, "INBOX");
+    EXPECT_EQ(local, server) << program;
+    // A rule that finds nothing or everything proves little.
+    const bool degenerate = program.find("flag1") != std::string::npos || program.find("ON ") == 0 ||
+                            program.find("BEFORE ") == 0;
+    if (!degenerate) {
+      EXPECT_GT(local.size(), 0u) << program;
+      EXPECT_LT(local.size(), static_cast<size_t>(kCount)) << program;
+    }
+    total += local.size();
+  }
+  EXPECT_GT(total, 1000u);
+}
+
+}  // namespace
