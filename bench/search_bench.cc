@@ -31,7 +31,7 @@
 #include "src/base/filenames.h"
 #include "src/model/mm.h"
 #include "src/options/options.h"
-#include "src/search/local_search.h"
+#include "src/model/local_search.h"
 
 namespace {
 
@@ -42,11 +42,11 @@ const char* const kRule = "SUBJECT \"budget\" FROM \"sender1\" BODY \"quarter\""
 double Search(int ms, size_t* hits) {
   const auto start = Clock::now();
   const int id = MM_FolOpen(ms, "Bench");
-  SrchProgram program;
+  SearchProgram program;
   std::string error;
   std::vector<UMI> found;
-  if (id == INVALID_FOLDER || !SRCH_ParseProgram(kRule, &program, &error) ||
-      !SRCH_LocalSearchFolder(id, program, &found, &error)) {
+  if (id == INVALID_FOLDER || !MM_SearchParseProgram(kRule, &program, &error) ||
+      !MM_FolSearchLocal(id, program, &found, &error)) {
     std::fprintf(stderr, "search failed: %s\n", error.c_str());
     std::exit(1);
   }

@@ -111,7 +111,7 @@ int SRCH_AddRuleByID(int level, const char* scope, int id, const char* name, con
   if (!ScopeOk(scope) || !name || !*name || !rule) return Fail(kSrchErrNotFound);
   if (id < 1) return Fail(kSrchErrBadId);
   if (level != kOptPermanent && level != kOptSession) return Fail(kOptErrBadLevel);
-  if (std::string(rule).size() > kSrchMaxRule) return Fail(kSrchErrNotFound);
+  if (std::string(rule).size() > kSearchMaxRule) return Fail(kSrchErrNotFound);
   const std::string list = ListKey(scope);
   if (!SRCH_AddToIDList(kOptSession, list.c_str(), id, nullptr)) return 0;
   if (level == kOptPermanent && !SRCH_AddToIDList(kOptPermanent, list.c_str(), id, nullptr)) return 0;
@@ -222,7 +222,7 @@ int SRCH_SaveSelectedRules(const char* scope, const std::vector<std::string>& na
   const std::string text = IdText(ids);
   // A selection that doesn't fit is refused whole rather than cut, which
   // would drop rules the user picked without a word.
-  if (text.size() > kSrchMaxSelection) return Fail(kSrchErrNotFound);
+  if (text.size() > kSearchMaxSelection) return Fail(kSrchErrNotFound);
   if (!Opt_AssignString(key, text.c_str(), kOptSession, 0)) return Fail(Opt_GetLastError());
   if (permanent == 1 && !Opt_AssignString(key, text.c_str(), kOptPermanent, 0)) return Fail(Opt_GetLastError());
   return 1;

@@ -132,7 +132,7 @@ std::vector<SRCH_Criterion> List(const SRCH_Criterion (&rows)[N]) {
 
 std::vector<AttrRow> AttributeRows(int kind) {
   switch (kind) {
-    case kSrchMessages:
+    case kSearchMessages:
       return {std::begin(kMessageAttributes), std::end(kMessageAttributes)};
     case kSrchBooks:
       return {std::begin(kBookAttributes), std::end(kBookAttributes)};
@@ -150,7 +150,7 @@ int Fail(int code) {
 // A text a phrase may carry: no line breaks or NULs (the key form is one
 // line of an option file and of a command), and not too long.
 bool TextOk(const std::string& s) {
-  if (s.size() > kSrchMaxValue) return false;
+  if (s.size() > kSearchMaxValue) return false;
   for (unsigned char c : s)
     if (c == '\r' || c == '\n' || c == '\0') return false;
   return true;
@@ -158,7 +158,7 @@ bool TextOk(const std::string& s) {
 
 // An IMAP atom: what a keyword or a header name may be.
 bool AtomOk(const std::string& s, bool header_name) {
-  if (s.empty() || s.size() > kSrchMaxValue) return false;
+  if (s.empty() || s.size() > kSearchMaxValue) return false;
   for (unsigned char c : s) {
     if (c <= ' ' || c >= 0x7f || std::strchr("(){%*\"\\]", c)) return false;
     if (header_name && c == ':') return false;
@@ -247,8 +247,8 @@ SRCH_INFO* SRCH_IMAPInfoNew() {
     return nullptr;
   }
   info->scope = "IMAP";
-  info->kind = kSrchMessages;
-  info->attributes = SRCH_GetAttributes(kSrchMessages);
+  info->kind = kSearchMessages;
+  info->attributes = SRCH_GetAttributes(kSearchMessages);
   info->title = "Search Messages";
   return info;
 }

@@ -11,7 +11,7 @@
 #include <vector>
 
 // Scope kinds of SRCH_GetAttributes and SRCH_GetCriterion.
-constexpr int kSrchMessages = 1;
+constexpr int kSearchMessages = 1;
 constexpr int kSrchBooks = 2;
 constexpr int kSrchLists = 3;
 
@@ -33,9 +33,9 @@ constexpr int kSrchErrMemory = 9;
 constexpr int kSrchErrBadId = 11;
 
 // Limits on what a phrase and a stored rule may hold.
-constexpr size_t kSrchMaxValue = 1024;        // one text value, in bytes
-constexpr size_t kSrchMaxRule = 64 * 1024;    // one stored rule
-constexpr size_t kSrchMaxSelection = 495;     // a saved selection of rule ids
+constexpr size_t kSearchMaxValue = 1024;        // one text value, in bytes
+constexpr size_t kSearchMaxRule = 64 * 1024;    // one stored rule
+constexpr size_t kSearchMaxSelection = 495;     // a saved selection of rule ids
 
 struct SRCH_Attribute {
   std::string name;  // display name
@@ -58,7 +58,7 @@ struct SRCH_Value {
 // The search dialog's record of one scope.
 struct SRCH_INFO {
   std::string scope;  // "IMAP" or "IMSP"
-  int kind = kSrchMessages;
+  int kind = kSearchMessages;
   std::vector<SRCH_Attribute> attributes;
   std::string title;
 };

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <set>
 
-#include "src/search/local_search.h"
+#include "src/model/local_search.h"
 #include "src/search/search_rules.h"
 
 std::string SRCH_ProgramForServer(const std::string& program) {
@@ -37,10 +37,10 @@ int SRCH_RunRules(const std::vector<std::string>& rule_names, const std::vector<
     std::vector<UMI> found;
     if (MM_MSGetType(ref.ms) == kServiceLocal) {
       for (const auto& [name, text] : programs) {
-        SrchProgram program;
+        SearchProgram program;
         std::string error;
-        if (!SRCH_ParseProgram(text.c_str(), &program, &error) ||
-            !SRCH_LocalSearchFolder(id, program, &found, &error)) {
+        if (!MM_SearchParseProgram(text.c_str(), &program, &error) ||
+            !MM_FolSearchLocal(id, program, &found, &error)) {
           run->problems.push_back("Rule \"" + name + "\" in \"" + ref.name + "\": " + error);
           all = false;
         }

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "src/search/local_search.h"
+#include "src/model/local_search.h"
 #include "src/search/search_rules.h"
 #include "tests/fuzz/fuzz_util.h"
 
@@ -24,7 +24,7 @@ bool NoBody(void*, std::string* out) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size > kSrchMaxRule) return 0;
+  if (size > kSearchMaxRule) return 0;
   const std::string text(reinterpret_cast<const char*>(data), size);
   const std::vector<std::string> phrases = SRCH_SplitRule(text);
   Check(SRCH_JoinRule(phrases) == text || text.empty());
@@ -36,21 +36,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (SRCH_IMAPEditPhrase(phrase.c_str(), &attribute, &criterion, &value)) {
       if (value.kind == kSrchValSizeRange) value.kind = kSrchValSize;
       std::string shown;
-      if (SRCH_AddPhrase(kSrchMessages, attribute.c_str(), criterion.empty() ? nullptr : criterion.c_str(), value,
+      if (SRCH_AddPhrase(kSearchMessages, attribute.c_str(), criterion.empty() ? nullptr : criterion.c_str(), value,
                          &shown, &key)) {
         std::string again;
         Check(SRCH_IMAPEditPhrase(key.c_str(), &attribute, &criterion, &value) == 1);
       }
     }
   }
-  SrchProgram program;
+  SearchProgram program;
   std::string error;
-  if (SRCH_ParseProgram(text.c_str(), &program, &error)) {
-    Check(program.nodes.size() <= kSrchMaxNodes && !program.nodes.empty());
-    SrchMessage m;
+  if (MM_SearchParseProgram(text.c_str(), &program, &error)) {
+    Check(program.nodes.size() <= kSearchMaxNodes && !program.nodes.empty());
+    SearchMessage m;
     m.fetch_headers = NoHeaders;
     m.fetch_body = NoBody;
-    SRCH_Matches(program, &m);
+    MM_SearchMatches(program, &m);
   } else {
     Check(!error.empty());
   }

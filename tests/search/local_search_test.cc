@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "src/options/options.h"
-#include "src/search/local_search.h"
+#include "src/model/local_search.h"
 #include "src/search/search_rules.h"
 #include "src/search/search_run.h"
 #include "tests/model/model_fixture.h"
@@ -17,7 +17,7 @@ TEST(SearchFold, SimpleCaseFolding) {
       {"ſ", "s"},  {"İ", "İ"},  {"ﬀ", "ﬀ"}, {"ＡＢ", "ａｂ"}, {"\xff\xfe" "A", "\xff\xfe" "a"},
       {"\xc3", "\xc3"},
   };
-  for (const auto& [in, out] : cases) EXPECT_EQ(SRCH_FoldCase(in), out) << in;
+  for (const auto& [in, out] : cases) EXPECT_EQ(MM_SearchFoldCase(in), out) << in;
 }
 
 TEST(SearchProgram, ParsesOrRefusesWithAReason) {
@@ -35,19 +35,19 @@ TEST(SearchProgram, ParsesOrRefusesWithAReason) {
       {"OR SEEN", "A search key is missing"},
       {"", "The search is empty"},
       {std::string(40, '(') + "SEEN" + std::string(40, ')'), "A search is nested too deeply"},
-      {std::string(kSrchMaxProgram + 1, ' '), "The search is too long"},
+      {std::string(kSearchMaxProgram + 1, ' '), "The search is too long"},
   };
   for (const auto& [text, error] : cases) {
-    SrchProgram program;
+    SearchProgram program;
     std::string why;
-    EXPECT_EQ(SRCH_ParseProgram(text.c_str(), &program, &why), *error ? 0 : 1) << text.substr(0, 60);
+    EXPECT_EQ(MM_SearchParseProgram(text.c_str(), &program, &why), *error ? 0 : 1) << text.substr(0, 60);
     EXPECT_EQ(why, error) << text.substr(0, 60);
   }
   std::string many;
-  for (size_t i = 0; i <= kSrchMaxNodes; ++i) many += "SEEN ";
-  SrchProgram program;
+  for (size_t i = 0; i <= kSearchMaxNodes; ++i) many += "SEEN ";
+  SearchProgram program;
   std::string why;
-  EXPECT_EQ(SRCH_ParseProgram(many.c_str(), &program, &why), 0);
+  EXPECT_EQ(MM_SearchParseProgram(many.c_str(), &program, &why), 0);
   EXPECT_EQ(why, "The search has too many keys");
 }
 
@@ -83,11 +83,11 @@ TEST_F(LocalSearch, RulesOverALocalFolder) {
   const int id = MM_FolOpen(local_, "Box");
   ASSERT_NE(id, INVALID_FOLDER);
   for (const auto& [text, expected] : cases) {
-    SrchProgram program;
+    SearchProgram program;
     std::string why;
-    ASSERT_TRUE(SRCH_ParseProgram(text, &program, &why)) << text << why;
+    ASSERT_TRUE(MM_SearchParseProgram(text, &program, &why)) << text << why;
     std::vector<UMI> found;
-    ASSERT_TRUE(SRCH_LocalSearchFolder(id, program, &found, &why));
+    ASSERT_TRUE(MM_FolSearchLocal(id, program, &found, &why));
     std::string numbers;
     for (UMI u : found) numbers += (numbers.empty() ? "" : " ") + std::to_string(MM_UMIMsgno(u));
     EXPECT_EQ(numbers, expected) << text;

@@ -120,7 +120,7 @@ TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
     std::vector<std::string> keys;
     for (const Phrase& p : rules[r]) {
       std::string display, key;
-      ASSERT_TRUE(SRCH_AddPhrase(kSrchMessages, p.attribute, p.criterion, p.value, &display, &key)) << p.attribute;
+      ASSERT_TRUE(SRCH_AddPhrase(kSearchMessages, p.attribute, p.criterion, p.value, &display, &key)) << p.attribute;
       keys.push_back(key);
     }
     ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", ("R" + std::to_string(r)).c_str(),

@@ -136,7 +136,7 @@ TEST(SearchPhrases, KeptQuirks) {
   int kind = -1;
   ASSERT_TRUE(SRCH_FindIMAPSearchKey("BEFORE 1-Jan-2001", &name, &key, &kind));
   EXPECT_EQ(name, "Date Received  before");
-  ASSERT_TRUE(SRCH_FindSearchKey(kSrchMessages, "Priority", &key));
+  ASSERT_TRUE(SRCH_FindSearchKey(kSearchMessages, "Priority", &key));
   EXPECT_EQ(key, "HEADER Priotity");
   // Longest key that is a whole word: "HEADER Comments" over "HEADER".
   ASSERT_TRUE(SRCH_FindIMAPSearchKey("HEADER Comments \"x\"", &name, &key, &kind));

@@ -11,35 +11,35 @@
 
 // Limits on a program: its text, the nesting of NOT, OR and parentheses,
 // the number of tests, one string's length.
-constexpr size_t kSrchMaxProgram = 64 * 1024;
-constexpr int kSrchMaxDepth = 32;
-constexpr size_t kSrchMaxNodes = 4096;
-constexpr size_t kSrchMaxString = 64 * 1024;
+constexpr size_t kSearchMaxProgram = 64 * 1024;
+constexpr int kSearchMaxDepth = 32;
+constexpr size_t kSearchMaxNodes = 4096;
+constexpr size_t kSearchMaxString = 64 * 1024;
 
-struct SrchNode {
+struct SearchNode {
   enum Op { kAnd, kOr, kNot, kAll, kFlag, kUnflag, kNew, kOld, kKeyword, kUnkeyword, kHeader, kBody, kText,
             kLarger, kSmaller, kBefore, kOn, kSince, kSentBefore, kSentOn, kSentSince };
   Op op = kAll;
-  int flag = 0;             // kFlag, kUnflag: one of kSrchFlag*
+  int flag = 0;             // kFlag, kUnflag: one of kSearchFlag*
   std::string field;        // kHeader: the header's name
   std::string folded;       // texts: the value, case-folded
   unsigned long number = 0;  // sizes; dates as year*512 + month*32 + day
   std::vector<int> kids;    // kAnd, kOr, kNot: indexes into the program
 };
 
-constexpr int kSrchFlagSeen = 1, kSrchFlagDeleted = 2, kSrchFlagFlagged = 4, kSrchFlagAnswered = 8,
-              kSrchFlagDraft = 16, kSrchFlagRecent = 32;
+constexpr int kSearchFlagSeen = 1, kSearchFlagDeleted = 2, kSearchFlagFlagged = 4, kSearchFlagAnswered = 8,
+              kSearchFlagDraft = 16, kSearchFlagRecent = 32;
 
-struct SrchProgram {
-  std::vector<SrchNode> nodes;  // nodes[0] is the root (an AND)
+struct SearchProgram {
+  std::vector<SearchNode> nodes;  // nodes[0] is the root (an AND)
   bool needs_headers = false, needs_body = false;
 };
 
 // 1 with the tree, or 0 with a reason in *error ("Unknown search key: X").
-int SRCH_ParseProgram(const char* text, SrchProgram* out, std::string* error);
+int MM_SearchParseProgram(const char* text, SearchProgram* out, std::string* error);
 
 // What the tests read of one message; the texts are fetched on first use.
-struct SrchMessage {
+struct SearchMessage {
   int flags = 0;
   unsigned long size = 0;
   unsigned long date = 0;  // received, as year*512 + month*32 + day
@@ -53,14 +53,14 @@ struct SrchMessage {
   unsigned long sent = 0;
 };
 
-bool SRCH_Matches(const SrchProgram& program, SrchMessage* message);
+bool MM_SearchMatches(const SearchProgram& program, SearchMessage* message);
 
 // Case folding of UTF-8 text (bytes that are not UTF-8 stay as they are).
-std::string SRCH_FoldCase(const std::string& text);
-unsigned SRCH_FoldCodePoint(unsigned cp);
+std::string MM_SearchFoldCase(const std::string& text);
+unsigned MM_SearchFoldCodePoint(unsigned cp);
 // Every value of the headers with this name, unfolded, decoded for display.
-std::vector<std::string> SRCH_HeaderValues(const std::string& headers, const std::string& name);
+std::vector<std::string> MM_SearchHeaderValues(const std::string& headers, const std::string& name);
 
 // Runs the program over every message of an open folder through the model
 // and appends the UMIs found. 1, or 0 with a reason.
-int SRCH_LocalSearchFolder(int folder, const SrchProgram& program, std::vector<UMI>* out, std::string* error);
+int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>* out, std::string* error);

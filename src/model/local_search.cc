@@ -1,6 +1,6 @@
 // Local evaluation of IMAP SEARCH programs: parsing with limits, Unicode
 // simple case folding, and the tests of each search key.
-#include "src/search/local_search.h"
+#include "src/model/local_search.h"
 
 #include <strings.h>
 
@@ -13,11 +13,11 @@
 
 #include "c-client/rfc822/mime_display.h"
 #include "c-client/rfc822/rfc822.h"
-#include "src/search/case_fold_table.h"
+#include "src/model/case_fold_table.h"
 
 // --- Case folding -------------------------------------------------------------------
 
-unsigned SRCH_FoldCodePoint(unsigned cp) {
+unsigned MM_SearchFoldCodePoint(unsigned cp) {
   if (cp < 0x80) return cp >= 'A' && cp <= 'Z' ? cp + 32 : cp;
   // Runs are sorted by their first code point.
   size_t lo = 0, hi = std::size(srch_fold::kFoldRuns);
@@ -76,7 +76,7 @@ void Encode(unsigned cp, std::string* out) {
 
 }  // namespace
 
-std::string SRCH_FoldCase(const std::string& text) {
+std::string MM_SearchFoldCase(const std::string& text) {
   std::string out;
   out.reserve(text.size());
   const auto* p = reinterpret_cast<const unsigned char*>(text.data());
@@ -93,7 +93,7 @@ std::string SRCH_FoldCase(const std::string& text) {
       out.push_back(static_cast<char>(p[i++]));
       continue;
     }
-    Encode(SRCH_FoldCodePoint(cp), &out);
+    Encode(MM_SearchFoldCodePoint(cp), &out);
     i += static_cast<size_t>(len);
   }
   return out;
@@ -101,7 +101,7 @@ std::string SRCH_FoldCase(const std::string& text) {
 
 // --- Headers ---------------------------------------------------------------------------
 
-std::vector<std::string> SRCH_HeaderValues(const std::string& headers, const std::string& name) {
+std::vector<std::string> MM_SearchHeaderValues(const std::string& headers, const std::string& name) {
   std::vector<std::string> out;
   size_t pos = 0;
   while (pos < headers.size()) {
@@ -137,7 +137,7 @@ namespace {
 struct Parser {
   const char* p;
   const char* end;
-  SrchProgram* prog;
+  SearchProgram* prog;
   std::string* error;
   int depth = 0;
 
@@ -167,7 +167,7 @@ struct Parser {
           return true;
         }
         if (*p == '\\' && p + 1 < end) ++p;
-        if (out->size() >= kSrchMaxString) return Fail("A search text is too long");
+        if (out->size() >= kSearchMaxString) return Fail("A search text is too long");
         out->push_back(*p);
       }
       return Fail("A quoted search text has no end");
@@ -177,7 +177,7 @@ struct Parser {
       const char* q = p + 1;
       while (q < end && *q >= '0' && *q <= '9') {
         n = n * 10 + static_cast<size_t>(*q++ - '0');
-        if (n > kSrchMaxString) return Fail("A search text is too long");
+        if (n > kSearchMaxString) return Fail("A search text is too long");
       }
       if (q < end && *q == '+') ++q;
       if (q == p + 1 || q >= end || *q++ != '}') return Fail("A search literal is malformed");
@@ -205,8 +205,8 @@ struct Parser {
     *out = elt.year * 512ul + elt.month * 32ul + elt.day;
     return true;
   }
-  int Add(SrchNode node) {
-    if (prog->nodes.size() >= kSrchMaxNodes) return -1;
+  int Add(SearchNode node) {
+    if (prog->nodes.size() >= kSearchMaxNodes) return -1;
     prog->nodes.push_back(std::move(node));
     return static_cast<int>(prog->nodes.size() - 1);
   }
@@ -215,15 +215,15 @@ struct Parser {
   int Key() {
     Blanks();
     if (p >= end) return Fail("A search key is missing"), -1;
-    if (++depth > kSrchMaxDepth) return Fail("A search is nested too deeply"), -1;
+    if (++depth > kSearchMaxDepth) return Fail("A search is nested too deeply"), -1;
     struct DepthGuard {
       int& d;
       ~DepthGuard() { --d; }
     } guard{depth};
-    SrchNode n;
+    SearchNode n;
     if (*p == '(') {
       ++p;
-      n.op = SrchNode::kAnd;
+      n.op = SearchNode::kAnd;
       for (;;) {
         Blanks();
         if (p < end && *p == ')') {
@@ -247,46 +247,46 @@ struct Parser {
       bool set;
     };
     static const FlagKey kFlags[] = {
-        {"SEEN", kSrchFlagSeen, true},         {"UNSEEN", kSrchFlagSeen, false},
-        {"DELETED", kSrchFlagDeleted, true},   {"UNDELETED", kSrchFlagDeleted, false},
-        {"FLAGGED", kSrchFlagFlagged, true},   {"UNFLAGGED", kSrchFlagFlagged, false},
-        {"ANSWERED", kSrchFlagAnswered, true}, {"UNANSWERED", kSrchFlagAnswered, false},
-        {"DRAFT", kSrchFlagDraft, true},       {"UNDRAFT", kSrchFlagDraft, false},
-        {"RECENT", kSrchFlagRecent, true},
+        {"SEEN", kSearchFlagSeen, true},         {"UNSEEN", kSearchFlagSeen, false},
+        {"DELETED", kSearchFlagDeleted, true},   {"UNDELETED", kSearchFlagDeleted, false},
+        {"FLAGGED", kSearchFlagFlagged, true},   {"UNFLAGGED", kSearchFlagFlagged, false},
+        {"ANSWERED", kSearchFlagAnswered, true}, {"UNANSWERED", kSearchFlagAnswered, false},
+        {"DRAFT", kSearchFlagDraft, true},       {"UNDRAFT", kSearchFlagDraft, false},
+        {"RECENT", kSearchFlagRecent, true},
     };
     for (const FlagKey& f : kFlags)
       if (word == f.name) {
-        n.op = f.set ? SrchNode::kFlag : SrchNode::kUnflag;
+        n.op = f.set ? SearchNode::kFlag : SearchNode::kUnflag;
         n.flag = f.flag;
         return Add(std::move(n));
       }
     struct TextKey {
       const char* name;
-      SrchNode::Op op;
+      SearchNode::Op op;
       const char* field;
     };
-    static const TextKey kTexts[] = {{"FROM", SrchNode::kHeader, "From"}, {"TO", SrchNode::kHeader, "To"},
-                                     {"CC", SrchNode::kHeader, "Cc"},     {"BCC", SrchNode::kHeader, "Bcc"},
-                                     {"SUBJECT", SrchNode::kHeader, "Subject"},
-                                     {"BODY", SrchNode::kBody, ""},       {"TEXT", SrchNode::kText, ""}};
+    static const TextKey kTexts[] = {{"FROM", SearchNode::kHeader, "From"}, {"TO", SearchNode::kHeader, "To"},
+                                     {"CC", SearchNode::kHeader, "Cc"},     {"BCC", SearchNode::kHeader, "Bcc"},
+                                     {"SUBJECT", SearchNode::kHeader, "Subject"},
+                                     {"BODY", SearchNode::kBody, ""},       {"TEXT", SearchNode::kText, ""}};
     for (const TextKey& t : kTexts)
       if (word == t.name) {
         std::string value;
         if (!String(&value)) return -1;
         n.op = t.op;
         n.field = t.field;
-        n.folded = SRCH_FoldCase(value);
-        prog->needs_headers |= t.op != SrchNode::kBody;
-        prog->needs_body |= t.op != SrchNode::kHeader;
+        n.folded = MM_SearchFoldCase(value);
+        prog->needs_headers |= t.op != SearchNode::kBody;
+        prog->needs_body |= t.op != SearchNode::kHeader;
         return Add(std::move(n));
       }
     struct DateKey {
       const char* name;
-      SrchNode::Op op;
+      SearchNode::Op op;
     };
-    static const DateKey kDates[] = {{"BEFORE", SrchNode::kBefore},         {"ON", SrchNode::kOn},
-                                     {"SINCE", SrchNode::kSince},           {"SENTBEFORE", SrchNode::kSentBefore},
-                                     {"SENTON", SrchNode::kSentOn},         {"SENTSINCE", SrchNode::kSentSince}};
+    static const DateKey kDates[] = {{"BEFORE", SearchNode::kBefore},         {"ON", SearchNode::kOn},
+                                     {"SINCE", SearchNode::kSince},           {"SENTBEFORE", SearchNode::kSentBefore},
+                                     {"SENTON", SearchNode::kSentOn},         {"SENTSINCE", SearchNode::kSentSince}};
     for (const DateKey& d : kDates)
       if (word == d.name) {
         if (!Date(&n.number)) return -1;
@@ -295,29 +295,29 @@ struct Parser {
         return Add(std::move(n));
       }
     if (word == "ALL" || word == "NEW" || word == "OLD") {
-      n.op = word == "ALL" ? SrchNode::kAll : word == "NEW" ? SrchNode::kNew : SrchNode::kOld;
+      n.op = word == "ALL" ? SearchNode::kAll : word == "NEW" ? SearchNode::kNew : SearchNode::kOld;
       return Add(std::move(n));
     }
     if (word == "LARGER" || word == "SMALLER") {
       if (!Number(&n.number)) return -1;
-      n.op = word == "LARGER" ? SrchNode::kLarger : SrchNode::kSmaller;
+      n.op = word == "LARGER" ? SearchNode::kLarger : SearchNode::kSmaller;
       return Add(std::move(n));
     }
     if (word == "KEYWORD" || word == "UNKEYWORD") {
       if (!String(&n.field)) return -1;
-      n.op = word == "KEYWORD" ? SrchNode::kKeyword : SrchNode::kUnkeyword;
+      n.op = word == "KEYWORD" ? SearchNode::kKeyword : SearchNode::kUnkeyword;
       return Add(std::move(n));
     }
     if (word == "HEADER") {
       std::string value;
       if (!String(&n.field) || !String(&value)) return -1;
-      n.op = SrchNode::kHeader;
-      n.folded = SRCH_FoldCase(value);
+      n.op = SearchNode::kHeader;
+      n.folded = MM_SearchFoldCase(value);
       prog->needs_headers = true;
       return Add(std::move(n));
     }
     if (word == "NOT" || word == "OR") {
-      n.op = word == "NOT" ? SrchNode::kNot : SrchNode::kOr;
+      n.op = word == "NOT" ? SearchNode::kNot : SearchNode::kOr;
       for (int i = 0; i < (word == "NOT" ? 1 : 2); ++i) {
         const int kid = Key();
         if (kid < 0) return -1;
@@ -332,13 +332,13 @@ struct Parser {
 
 }  // namespace
 
-int SRCH_ParseProgram(const char* text, SrchProgram* out, std::string* error) {
-  *out = SrchProgram{};
+int MM_SearchParseProgram(const char* text, SearchProgram* out, std::string* error) {
+  *out = SearchProgram{};
   error->clear();
   if (!text) return *error = "No search", 0;
   const size_t n = std::strlen(text);
-  if (n > kSrchMaxProgram) return *error = "The search is too long", 0;
-  out->nodes.push_back(SrchNode{SrchNode::kAnd, 0, "", "", 0, {}});
+  if (n > kSearchMaxProgram) return *error = "The search is too long", 0;
+  out->nodes.push_back(SearchNode{SearchNode::kAnd, 0, "", "", 0, {}});
   Parser parser{text, text + n, out, error};
   parser.Blanks();
   // A charset names the program's text: only UTF-8 (and ASCII, its part).
@@ -368,7 +368,7 @@ int SRCH_ParseProgram(const char* text, SrchProgram* out, std::string* error) {
 
 namespace {
 
-bool Headers(SrchMessage* m) {
+bool Headers(SearchMessage* m) {
   if (!m->have_headers) {
     m->have_headers = true;
     if (m->fetch_headers && !m->fetch_headers(m->ctx, &m->headers)) m->headers.clear();
@@ -376,20 +376,20 @@ bool Headers(SrchMessage* m) {
   return true;
 }
 
-const std::string& Body(SrchMessage* m) {
+const std::string& Body(SearchMessage* m) {
   if (!m->have_body) {
     m->have_body = true;
     std::string raw;
-    if (m->fetch_body && m->fetch_body(m->ctx, &raw)) m->body = SRCH_FoldCase(raw);
+    if (m->fetch_body && m->fetch_body(m->ctx, &raw)) m->body = MM_SearchFoldCase(raw);
   }
   return m->body;
 }
 
-unsigned long Sent(SrchMessage* m) {
+unsigned long Sent(SearchMessage* m) {
   if (!m->sent_known) {
     m->sent_known = true;
     Headers(m);
-    const std::vector<std::string> dates = SRCH_HeaderValues(m->headers, "Date");
+    const std::vector<std::string> dates = MM_SearchHeaderValues(m->headers, "Date");
     MessageElt elt{};
     // Without a readable Date the message's arrival stands in for it.
     if (!dates.empty() && dates[0].size() < 200 && mail_parse_date(&elt, dates[0].c_str()))
@@ -404,63 +404,63 @@ bool Contains(const std::string& folded_hay, const std::string& folded_needle) {
   return folded_needle.empty() || folded_hay.find(folded_needle) != std::string::npos;
 }
 
-bool InHeader(SrchMessage* m, const std::string& field, const std::string& needle) {
+bool InHeader(SearchMessage* m, const std::string& field, const std::string& needle) {
   Headers(m);
-  for (const std::string& v : SRCH_HeaderValues(m->headers, field))
-    if (Contains(SRCH_FoldCase(v), needle)) return true;
+  for (const std::string& v : MM_SearchHeaderValues(m->headers, field))
+    if (Contains(MM_SearchFoldCase(v), needle)) return true;
   return false;
 }
 
-bool Eval(const SrchProgram& prog, int index, SrchMessage* m) {
-  const SrchNode& n = prog.nodes[static_cast<size_t>(index)];
+bool Eval(const SearchProgram& prog, int index, SearchMessage* m) {
+  const SearchNode& n = prog.nodes[static_cast<size_t>(index)];
   switch (n.op) {
-    case SrchNode::kAnd:
+    case SearchNode::kAnd:
       // Cheap tests first would change nothing but time; keys run in
       // order and stop at the first that fails.
       for (int kid : n.kids)
         if (!Eval(prog, kid, m)) return false;
       return true;
-    case SrchNode::kOr:
+    case SearchNode::kOr:
       return Eval(prog, n.kids[0], m) || Eval(prog, n.kids[1], m);
-    case SrchNode::kNot:
+    case SearchNode::kNot:
       return !Eval(prog, n.kids[0], m);
-    case SrchNode::kAll:
+    case SearchNode::kAll:
       return true;
-    case SrchNode::kFlag:
+    case SearchNode::kFlag:
       return (m->flags & n.flag) != 0;
-    case SrchNode::kUnflag:
+    case SearchNode::kUnflag:
       return (m->flags & n.flag) == 0;
-    case SrchNode::kNew:
-      return (m->flags & kSrchFlagRecent) && !(m->flags & kSrchFlagSeen);
-    case SrchNode::kOld:
-      return !(m->flags & kSrchFlagRecent);
+    case SearchNode::kNew:
+      return (m->flags & kSearchFlagRecent) && !(m->flags & kSearchFlagSeen);
+    case SearchNode::kOld:
+      return !(m->flags & kSearchFlagRecent);
     // Local folders keep no keywords: none is set, every one is unset.
-    case SrchNode::kKeyword:
+    case SearchNode::kKeyword:
       return false;
-    case SrchNode::kUnkeyword:
+    case SearchNode::kUnkeyword:
       return true;
-    case SrchNode::kHeader:
+    case SearchNode::kHeader:
       return InHeader(m, n.field, n.folded);
-    case SrchNode::kBody:
+    case SearchNode::kBody:
       return Contains(Body(m), n.folded);
-    case SrchNode::kText:
+    case SearchNode::kText:
       Headers(m);
-      return Contains(SRCH_FoldCase(m->headers), n.folded) || Contains(Body(m), n.folded);
-    case SrchNode::kLarger:
+      return Contains(MM_SearchFoldCase(m->headers), n.folded) || Contains(Body(m), n.folded);
+    case SearchNode::kLarger:
       return m->size > n.number;
-    case SrchNode::kSmaller:
+    case SearchNode::kSmaller:
       return m->size < n.number;
-    case SrchNode::kBefore:
+    case SearchNode::kBefore:
       return m->date < n.number;
-    case SrchNode::kOn:
+    case SearchNode::kOn:
       return m->date == n.number;
-    case SrchNode::kSince:
+    case SearchNode::kSince:
       return m->date >= n.number;
-    case SrchNode::kSentBefore:
+    case SearchNode::kSentBefore:
       return Sent(m) < n.number;
-    case SrchNode::kSentOn:
+    case SearchNode::kSentOn:
       return Sent(m) == n.number;
-    case SrchNode::kSentSince:
+    case SearchNode::kSentSince:
       return Sent(m) >= n.number;
   }
   return false;
@@ -504,11 +504,11 @@ bool FetchBody(void* ctx, std::string* out) {
 
 }  // namespace
 
-bool SRCH_Matches(const SrchProgram& program, SrchMessage* message) {
+bool MM_SearchMatches(const SearchProgram& program, SearchMessage* message) {
   return !program.nodes.empty() && Eval(program, 0, message);
 }
 
-int SRCH_LocalSearchFolder(int folder, const SrchProgram& program, std::vector<UMI>* out, std::string* error) {
+int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>* out, std::string* error) {
   const long count = MM_FolGetNumMsgs(folder);
   std::string name;
   if (count < 0 || !MM_FolStream(folder) ||
@@ -526,22 +526,22 @@ int SRCH_LocalSearchFolder(int folder, const SrchProgram& program, std::vector<U
     const UMI umi = MM_UMIFromMsgno(folder, i);
     if (!umi) continue;
     MessageElt* elt = mail_elt(side, i);
-    SrchMessage m;
-    m.flags = (elt->seen ? kSrchFlagSeen : 0) | (elt->deleted ? kSrchFlagDeleted : 0) |
-              (elt->flagged ? kSrchFlagFlagged : 0) | (elt->answered ? kSrchFlagAnswered : 0) |
-              (elt->draft ? kSrchFlagDraft : 0) | (elt->recent ? kSrchFlagRecent : 0);
+    SearchMessage m;
+    m.flags = (elt->seen ? kSearchFlagSeen : 0) | (elt->deleted ? kSearchFlagDeleted : 0) |
+              (elt->flagged ? kSearchFlagFlagged : 0) | (elt->answered ? kSearchFlagAnswered : 0) |
+              (elt->draft ? kSearchFlagDraft : 0) | (elt->recent ? kSearchFlagRecent : 0);
     // Flags as the model holds them: a change not yet on disk counts.
     if (MessageElt* shown = mail_elt(model, i))
-      m.flags = (shown->seen ? kSrchFlagSeen : 0) | (shown->deleted ? kSrchFlagDeleted : 0) |
-                (shown->flagged ? kSrchFlagFlagged : 0) | (shown->answered ? kSrchFlagAnswered : 0) |
-                (shown->draft ? kSrchFlagDraft : 0) | (shown->recent ? kSrchFlagRecent : 0);
+      m.flags = (shown->seen ? kSearchFlagSeen : 0) | (shown->deleted ? kSearchFlagDeleted : 0) |
+                (shown->flagged ? kSearchFlagFlagged : 0) | (shown->answered ? kSearchFlagAnswered : 0) |
+                (shown->draft ? kSearchFlagDraft : 0) | (shown->recent ? kSearchFlagRecent : 0);
     m.size = elt->rfc822_size;
     m.date = elt->year * 512ul + elt->month * 32ul + elt->day;
     Side ctx{side, i};
     m.fetch_headers = FetchHeaders;
     m.fetch_body = FetchBody;
     m.ctx = &ctx;
-    if (SRCH_Matches(program, &m)) out->push_back(umi);
+    if (MM_SearchMatches(program, &m)) out->push_back(umi);
     // Keep what the side stream caches small in a large folder: a gc walks
     // every message, so it runs by bytes read, not by messages.
     held += m.headers.size() + m.body.size();
