@@ -56,7 +56,8 @@ std::map<int, FolderBatch> ByFolder(const std::vector<UMI>& umis) {
     b.msgnos.push_back(msgno);
   }
   // In folder order, as a server takes a sequence set, whatever the order of selection.
-  for (auto& [id, b] : out) {
+  for (auto& entry : out) {
+    FolderBatch& b = entry.second;  // a plain reference: lambdas may not capture bindings
     std::vector<size_t> order(b.umis.size());
     for (size_t i = 0; i < order.size(); ++i) order[i] = i;
     std::sort(order.begin(), order.end(), [&](size_t x, size_t y) { return b.msgnos[x] < b.msgnos[y]; });
