@@ -11,6 +11,7 @@
 #include "src/base/critical.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 
@@ -59,7 +60,7 @@ void RemoveContent(TreeNode* node, FolderNodeInfo* f) {
     if (t == kNodeDataTypeMessage || t == kNodeDataTypeGroup) TREE_RemoveNode(k);
     k = next;
   }
-  f->index.clear();
+  f->index.Clear();
   f->conv = ConversationIndex{};
 }
 
@@ -69,7 +70,7 @@ void ApplyFlags(TreeNode* container, TreeNode* node, uint16_t now) {
   MessageNodeInfo* m = MSG_Info(node);
   FolderNodeInfo* f = FOL_Info(container);
   if (!m || !f) return;
-  const uint16_t before = m->rec.flags;
+  const uint16_t before = m->flags;
   if (before == now) return;
   TreeNode* parent = TREE_GetParent(node);
   GroupNodeInfo* g = GRP_Info(parent);
@@ -84,17 +85,17 @@ void ApplyFlags(TreeNode* container, TreeNode* node, uint16_t now) {
   if (moved) {
     // Out of its group with the old flags, in again with the new ones.
     folderRemoveMessage(container, node);
-    m->rec.flags = now;
+    m->flags = now;
     TreeNode* target = (now & kMsgDeleted) ? GRP_DeletedGroup(container) : groupPick(container, m->umi);
     if (target) {
       groupInsertMessage(container, target, node);
     } else {
-      f->index.erase(m->umi);
+      f->index.Erase(m->umi);
       TREE_DestroyNode(node);
       return;
     }
   } else {
-    m->rec.flags = now;
+    m->flags = now;
     if ((before ^ now) & kMsgDeleted) TREE_SelectNode(node, 0);
   }
   TREE_RedrawNode(node);
@@ -111,7 +112,7 @@ void AddNewMessages(TreeNode* node) {
   Suspended s(holder);
   for (long n = f->total + 1; n <= count; ++n) {
     const UMI umi = MM_UMIFromMsgno(f->folder_id, static_cast<unsigned long>(n));
-    if (umi && !f->index.count(umi)) folderAddMessage(holder, umi);
+    if (umi && !f->index.Find(umi)) folderAddMessage(holder, umi);
   }
   f->total = count;
   Redraw(node);
@@ -126,8 +127,8 @@ void RefreshReportedFlags(TreeNode* node) {
   if (n == 0 || !f->messages_loaded) return;
   Suspended s(node);
   if (n < 0) {
-    std::vector<std::pair<UMI, TreeNode*>> all(f->index.begin(), f->index.end());
-    for (auto& [umi, line] : all) ApplyFlags(node, line, MSG_ReadFlags(umi));
+    for (TreeNode* line : f->index.Lines())
+      if (MessageNodeInfo* m = MSG_Info(line)) ApplyFlags(node, line, MSG_ReadFlags(m->umi));
     return;
   }
   for (UMI umi : umis)
@@ -243,6 +244,7 @@ int folderAddMessageContent(TreeNode* node) {
   if (!f->selectable) return 1;
   const int id = f->folder_id;
   f->sort = folderSortOrder(f->ms, f->name.c_str());
+  MSG_ReadDrawOptions();
   const bool groups = GRP_ShowGroups();
   TreeNode* holder = Holder(node);
   if (groups) {
@@ -288,10 +290,12 @@ int folderAddMessageContent(TreeNode* node) {
     const long msgno = upward ? step : n - step + 1;
     const UMI umi = MM_UMIFromMsgno(id, static_cast<unsigned long>(msgno));
     if (!umi) continue;
-    auto* m = new MessageNodeInfo;
-    m->umi = umi;
-    drawRecInit(umi, &m->rec, sent);
-    records.push_back(m);
+    MessageNodeInfo* m = MSG_NewInfo(umi, sent);
+    if (!m) {
+      f->low_memory = true;
+    } else {
+      records.push_back(m);
+    }
     if (f->low_memory) {
       // The progress window is the line the user watches during a load.
       if (groups) xvt_progress_set_text("Aborting folder load due to low application memory");
@@ -303,7 +307,7 @@ int folderAddMessageContent(TreeNode* node) {
   // Flags the server reported while we read are in the records already.
   std::vector<UMI> stale;
   MM_FolTakeFlagReports(id, &stale);
-  f->index.reserve(records.size());
+  f->index.Reserve(records.size());
   if (groups) {
     GRP_LoadRecords(holder, &records, &f->shown, &f->unread, &f->index);
     f->groups_loaded = true;
@@ -313,9 +317,9 @@ int folderAddMessageContent(TreeNode* node) {
       TreeNode* line = messageCreateNode(m->umi, m);
       if (!line) continue;
       TREE_AppendNode(holder, line);
-      f->index.emplace(m->umi, line);
+      f->index.Put(m->umi, line);
       ++f->shown;
-      if (!(m->rec.flags & kMsgRead)) ++f->unread;
+      if (!(m->flags & kMsgRead)) ++f->unread;
     }
   }
   f->messages_loaded = true;
@@ -385,8 +389,7 @@ TreeNode* MSG_FindMessage(TreeNode* container, UMI umi) {
     f = FOL_Info(TREE_GetOriginNode(container));
     if (!f) return nullptr;
   }
-  auto it = f->index.find(umi);
-  return it == f->index.end() ? nullptr : it->second;
+  return f->index.Find(umi);
 }
 
 void folderRemoveMessage(TreeNode* container, TreeNode* message) {
@@ -399,25 +402,24 @@ void folderRemoveMessage(TreeNode* container, TreeNode* message) {
   if (!f || !m) return;
   if (f->total > 0) --f->total;
   if (f->shown > 0) --f->shown;
-  if (!(m->rec.flags & kMsgRead) && f->unread > 0) --f->unread;
+  if (!(m->flags & kMsgRead) && f->unread > 0) --f->unread;
 }
 
 TreeNode* folderAddMessage(TreeNode* container, UMI umi) {
   FolderNodeInfo* f = FOL_Info(container);
   if (!f) return nullptr;
-  auto* m = new MessageNodeInfo;
-  m->umi = umi;
-  drawRecInit(umi, &m->rec);
+  MessageNodeInfo* m = MSG_NewInfo(umi);
+  if (!m) return nullptr;
   if (f->sort == kSortConversation) {
     MSG_ConversationAdd(&f->conv, m);
   }
   TreeNode* line = messageCreateNode(umi, m);
   if (!line) return nullptr;
-  f->index[umi] = line;
+  f->index.Put(umi, line);
   if (f->groups_loaded) {
-    TreeNode* group = (m->rec.flags & kMsgDeleted) ? GRP_DeletedGroup(container) : groupPick(container, umi);
+    TreeNode* group = (m->flags & kMsgDeleted) ? GRP_DeletedGroup(container) : groupPick(container, umi);
     if (!group) {
-      f->index.erase(umi);
+      f->index.Erase(umi);
       TREE_DestroyNode(line);
       return nullptr;
     }
@@ -427,7 +429,7 @@ TreeNode* folderAddMessage(TreeNode* container, UMI umi) {
   TREE_InsertSorted(container, line, MSG_CompareFor(f->sort), 1);
   ++f->total;
   ++f->shown;
-  if (!(m->rec.flags & kMsgRead)) ++f->unread;
+  if (!(m->flags & kMsgRead)) ++f->unread;
   return line;
 }
 
@@ -435,9 +437,9 @@ void folderRecount(TreeNode* node) {
   FolderNodeInfo* f = FOL_Info(node);
   if (!f) return;
   f->shown = f->unread = 0;
-  for (auto& [umi, line] : f->index) {
+  for (TreeNode* line : f->index.Lines()) {
     ++f->shown;
-    if (MessageNodeInfo* m = MSG_Info(line); m && !(m->rec.flags & kMsgRead)) ++f->unread;
+    if (MessageNodeInfo* m = MSG_Info(line); m && !(m->flags & kMsgRead)) ++f->unread;
   }
 }
 
@@ -469,7 +471,7 @@ void doFolderClosed(TreeNode* node) {
   }
   TREE_SetOpenElsewhere(node, false);
   TREE_SetElsewhereRoot(node, nullptr);
-  f->index.clear();
+  f->index.Clear();
   f->conv = ConversationIndex{};
   f->folder_id = INVALID_FOLDER;
   f->groups_loaded = f->messages_loaded = f->fetched_subscribed = f->fetched_unsubscribed = false;
@@ -678,7 +680,7 @@ void FolderHandle(ModelEvent* ev, void* data) {
   if (!line) return;
   if (ev->type == E_MSG_EXPUNGED) {
     folderRemoveMessage(holder, line);
-    f->index.erase(ev->umi);
+    f->index.Erase(ev->umi);
     TREE_DestroyNode(line);
     Redraw(node);
     return;

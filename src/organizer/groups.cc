@@ -288,7 +288,7 @@ TreeNode* groupPick(TreeNode* container, UMI umi) { return Pick(container, umi, 
 // Picks the groups of a load's records and pours each group's sorted list
 // into its node: the tree sees only appends.
 void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records, long* shown, long* unread,
-                     std::unordered_map<UMI, TreeNode*>* index) {
+                     UmiIndex* index) {
   std::vector<TreeNode*> groups;
   for (TreeNode* k = TREE_GetFirstKid(container); k; k = TREE_GetNext(k))
     if (GroupNodeInfo* g = GRP_Info(k)) {
@@ -296,9 +296,9 @@ void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records
       groups.push_back(k);
     }
   for (MessageNodeInfo* m : *records) {
-    TreeNode* group = Pick(container, m->umi, (m->rec.flags & kMsgDeleted) != 0);
+    TreeNode* group = Pick(container, m->umi, (m->flags & kMsgDeleted) != 0);
     if (!group) {
-      delete m;
+      MSG_FreeInfo(m);
       continue;
     }
     GRP_Info(group)->load_list.push_back(m);
@@ -311,10 +311,10 @@ void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records
       TreeNode* node = messageCreateNode(m->umi, m);
       if (!node) continue;
       TREE_AppendNode(group, node);
-      (*index)[m->umi] = node;
+      index->Put(m->umi, node);
       ++g->count;
       ++*shown;
-      if (!(m->rec.flags & kMsgRead)) {
+      if (!(m->flags & kMsgRead)) {
         ++g->unread;
         ++*unread;
       }
@@ -333,11 +333,11 @@ void groupInsertMessage(TreeNode* container, TreeNode* group, TreeNode* message)
   TREE_InsertSorted(group, message, MSG_CompareFor(g->sort), 1);
   TREE_HideNode(group, 0);
   ++g->count;
-  if (!(m->rec.flags & kMsgRead)) ++g->unread;
+  if (!(m->flags & kMsgRead)) ++g->unread;
   if (FolderNodeInfo* f = FOL_Info(container)) {
     ++f->total;
     ++f->shown;
-    if (!(m->rec.flags & kMsgRead)) ++f->unread;
+    if (!(m->flags & kMsgRead)) ++f->unread;
   }
   TREE_RedrawNode(group);
 }
@@ -349,7 +349,7 @@ void groupRemoveMessage(TreeNode* message) {
   MessageNodeInfo* m = MSG_Info(message);
   TREE_DetachNode(message);
   if (g->count > 0) --g->count;
-  if (m && !(m->rec.flags & kMsgRead) && g->unread > 0) --g->unread;
+  if (m && !(m->flags & kMsgRead) && g->unread > 0) --g->unread;
   ApplyHideRule(group);
 }
 
@@ -360,7 +360,7 @@ void groupRecount(TreeNode* group) {
   for (TreeNode* k = TREE_GetFirstKid(group); k; k = TREE_GetNext(k))
     if (MessageNodeInfo* m = MSG_Info(k)) {
       ++g->count;
-      if (!(m->rec.flags & kMsgRead)) ++g->unread;
+      if (!(m->flags & kMsgRead)) ++g->unread;
     }
   ApplyHideRule(group);
 }

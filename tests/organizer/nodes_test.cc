@@ -3,6 +3,8 @@
 // new mail, expunges, flags and groups through the model's events.
 #include <gtest/gtest.h>
 
+#include <unordered_map>
+
 #include "src/base/critical.h"
 #include "src/options/options.h"
 #include "tests/organizer/nodes_fixture.h"
@@ -103,6 +105,49 @@ TEST(GroupRules, FieldsAliasesAndLimit) {
   EXPECT_EQ(groupGetOptionName(9, 4, nullptr, 0, "IDList"), "");
 }
 
+// The flat index against a map, through growth, wrap-around runs, erasures
+// in the middle of runs, and UMIs of two folders that share their low bits.
+TEST(UmiIndexTest, FollowsAMapThroughPutsAndErasures) {
+  std::vector<MessageNodeInfo> infos(3000);
+  std::vector<TreeNode*> nodes;
+  std::unordered_map<UMI, TreeNode*> want;
+  UmiIndex index;
+  uint32_t rng = 12345;
+  auto next = [&] { return rng = rng * 1103515245u + 12345u; };
+  for (size_t i = 0; i < infos.size(); ++i) {
+    // Half the UMIs repeat another's low 32 bits under a different folder.
+    infos[i].umi = (i % 2 ? UMI{7} << 48 : UMI{3} << 48) | (1 + i / 2);
+    nodes.push_back(TREE_NewNode(1, &infos[i], 21, nullptr, nullptr, nullptr));
+  }
+  for (int step = 0; step < 20000; ++step) {
+    const size_t k = next() % infos.size();
+    const UMI umi = infos[k].umi;
+    switch (next() % 3) {
+      case 0:
+      case 1:
+        index.Put(umi, nodes[k]);
+        want[umi] = nodes[k];
+        break;
+      default:
+        index.Erase(umi);
+        want.erase(umi);
+        break;
+    }
+    if (step % 97 == 0) {
+      ASSERT_EQ(index.Size(), want.size()) << step;
+      for (size_t j = 0; j < infos.size(); ++j) {
+        auto it = want.find(infos[j].umi);
+        ASSERT_EQ(index.Find(infos[j].umi), it == want.end() ? nullptr : it->second) << step << " " << j;
+      }
+    }
+  }
+  EXPECT_EQ(index.Lines().size(), want.size());
+  EXPECT_EQ(index.Find(UMI{5} << 48 | 1), nullptr);  // same low bits, no such line
+  index.Clear();
+  EXPECT_EQ(index.Find(infos[0].umi), nullptr);
+  for (TreeNode*& n : nodes) TREE_DestroyNode(n);
+}
+
 // --- A folder in the tree --------------------------------------------------------
 
 std::string Msg(const std::string& headers) { return headers + "\r\nbody\r\n"; }
@@ -148,24 +193,34 @@ TEST_F(NodesTest, AFolderOpensIntoLinesInEachOrder) {
 }
 
 TEST_F(NodesTest, DrawRecordTexts) {
-  MakeFolder("Box", {kFour[1], kFour[3], Msg("Subject: none from\r\n")});
+  MakeFolder("Box", {kFour[1], kFour[3], Msg("Subject: none from\r\n"), Msg("Date: 31 Xyz 2026 25:70:00 +0000\r\n")});
   const int id = MM_FolOpen(local_, "Box");
   ASSERT_NE(id, INVALID_FOLDER);
-  MessageDrawRec r;
-  drawRecInit(MM_UMIFromMsgno(id, 1), &r);
-  EXPECT_EQ(r.from_text, "alice@x.org");
-  EXPECT_EQ(r.subject_text, "alpha");
-  EXPECT_EQ(r.date_text, "Nov  1  9:00 2026");
-  EXPECT_EQ(r.flags & kMsgRead, 0);
-  drawRecInit(MM_UMIFromMsgno(id, 2), &r);
-  EXPECT_EQ(r.from_text, "Dave");
-  EXPECT_FALSE(r.has_subject);
-  EXPECT_EQ(r.date_text, "");
-  EXPECT_EQ(r.date_key, kNoDate);
-  drawRecInit(MM_UMIFromMsgno(id, 3), &r);
-  EXPECT_EQ(r.from_text, "<Unknown>");
-  drawRecInit(MM_UMIFromMsgno(id, 2), &r, true);
-  EXPECT_EQ(r.from_text, "To: <Unknown>");
+  struct Line {
+    int msgno;
+    bool sent;
+    const char *from, *subject, *date;
+    bool has_subject;
+  } lines[] = {
+      {1, false, "alice@x.org", "alpha", "Nov  1  9:00 2026", true},
+      {2, false, "Dave", "", "", false},
+      {3, false, "<Unknown>", "none from", "", true},
+      {2, true, "To: <Unknown>", "", "", false},
+      {4, false, "<Unknown>", "", "xxx 31 -1:-1 -1", false},  // fields that don't pack keep their text
+  };
+  for (const Line& l : lines) {
+    MessageNodeInfo* m = MSG_NewInfo(MM_UMIFromMsgno(id, l.msgno), l.sent);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(MSG_From(m), l.from) << l.msgno;
+    EXPECT_EQ(MSG_Subject(m), l.subject) << l.msgno;
+    EXPECT_EQ(MSG_DateTextOf(m), l.date) << l.msgno;
+    EXPECT_EQ(static_cast<bool>(m->bits & kMsgHasSubject), l.has_subject) << l.msgno;
+    EXPECT_EQ(m->flags & kMsgRead, 0);
+    if (!*l.date) {
+      EXPECT_EQ(m->date_key, kNoDate) << l.msgno;
+    }
+    MSG_FreeInfo(m);
+  }
   MM_FolClose(id, 1);
 }
 
@@ -196,16 +251,16 @@ TEST_F(NodesTest, NewMailExpungeAndFlagsFollowTheModel) {
     EXPECT_EQ(MSG_SetFlagOnSelection(tree_, "\\Seen", true), 2);
     EXPECT_EQ(Types({E_SEEN_FLAG_SET}), (std::vector<int>{E_SEEN_FLAG_SET, E_SEEN_FLAG_SET}));
     ExpectCounts(node, 6, 4);
-    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, two))->rec.flags & kMsgRead);
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, two))->flags & kMsgRead);
     // The same event again changes nothing.
     EXPECT_TRUE(MM_MsgSetFlag(two, "\\Seen"));
     ExpectCounts(node, 6, 4);
     EXPECT_TRUE(MM_MsgSetFlag(three, "\\Flagged"));
-    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->rec.flags & kMsgFlagged);
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->flags & kMsgFlagged);
 
     // Expunged elsewhere: the line goes, the counters follow.
     EXPECT_TRUE(MM_MsgSetFlag(three, "\\Deleted"));
-    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->rec.flags & kMsgDeleted);
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->flags & kMsgDeleted);
     EXPECT_TRUE(MM_FolExpunge(id));
     EXPECT_EQ(MSG_FindMessage(node, three), nullptr);
     EXPECT_EQ(Lines(node), "5 4 3 2 1");  // numbers after the shift: old 4 is now 3
