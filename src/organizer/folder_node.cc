@@ -584,29 +584,52 @@ int folderHandleNodeEvent(WINDOW win, TreeNode* node, int event) {
 void folderDraw(WINDOW win, TreeNode* node, RCT* rect) {
   FolderNodeInfo* f = FOL_Info(node);
   if (!f) return;
-  const COLOR fore = TREE_IsSelected(node) ? COLOR_WHITE : COLOR_BLACK;
-  xvt_dwin_set_fore_color(win, fore);
-  CPEN pen{1, PAT_SOLID, f->lost ? COLOR_RED : fore};
-  xvt_dwin_set_pen(win, &pen);
-  CBRUSH brush{f->folder_id != INVALID_FOLDER ? PAT_SOLID : PAT_HOLLOW, fore};
-  xvt_dwin_set_brush(win, &brush);
-  RCT box{rect->left + 1, rect->top + 2, rect->left + 17, rect->top + 14};
-  xvt_dwin_draw_rect(win, &box);
-  if (f->lost) {
-    // The lost mark: a red cross over the folder.
-    xvt_dwin_draw_line(win, PNT{box.left, box.top}, PNT{box.right, box.bottom});
-    xvt_dwin_draw_line(win, PNT{box.right, box.top}, PNT{box.left, box.bottom});
+  const bool selected = TREE_IsSelected(node);
+  const COLOR fore = selected ? COLOR_WHITE : COLOR_BLACK;
+  int x = 0, w = 0;
+  if (MSG_ColumnPlace(win, node, rect, 0, &x, &w)) {
+    // Closed: an outline; open: filled; open elsewhere: filled gray.
+    const bool open = f->folder_id != INVALID_FOLDER;
+    const bool elsewhere = TREE_IsOpenElsewhere(node);
+    const COLOR ink = elsewhere ? COLOR_GRAY : fore;
+    CPEN pen{1, PAT_SOLID, ink};
+    xvt_dwin_set_pen(win, &pen);
+    CBRUSH brush{open || elsewhere ? PAT_SOLID : PAT_HOLLOW, ink};
+    xvt_dwin_set_brush(win, &brush);
+    RCT box{x + 1, rect->top + 2, x + 17, rect->top + 14};
+    xvt_dwin_draw_rect(win, &box);
+    if (f->lost) {
+      // The lost mark: a red cross over the folder.
+      CPEN red{1, PAT_SOLID, COLOR_RED};
+      xvt_dwin_set_pen(win, &red);
+      xvt_dwin_draw_line(win, PNT{box.left, box.top}, PNT{box.right, box.bottom});
+      xvt_dwin_draw_line(win, PNT{box.right, box.top}, PNT{box.left, box.bottom});
+    } else {
+      if (f->no_inferiors) {
+        // No subfolders: a bar under the folder.
+        xvt_dwin_draw_line(win, PNT{box.left, box.bottom + 1}, PNT{box.right, box.bottom + 1});
+      }
+      if (f->marked) {
+        CBRUSH mark{PAT_SOLID, COLOR_BLUE};
+        xvt_dwin_set_brush(win, &mark);
+        RCT dot{box.right - 5, box.top - 2, box.right + 1, box.top + 4};
+        xvt_dwin_draw_rect(win, &dot);
+      }
+    }
   }
+  const int slot = f->subscribed || IsInbox(f->name) ? kSlotSubscribedFolder : kSlotFolder;
+  xvt_dwin_set_font(win, MSG_SlotFont(slot));
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : MSG_SlotColor(slot));
   const std::string label = folderDisplayName(f->ms, f->name.c_str(), f->delimiter);
-  xvt_dwin_draw_text(win, rect->left + 22, rect->top + 12, label.c_str(), -1);
-  int x = rect->left + 30 + 8 * static_cast<int>(label.size());
+  MSG_DrawColumnText(win, node, rect, 1, label.c_str(), static_cast<int>(label.size()));
+  xvt_dwin_set_fore_color(win, fore);
   if (f->messages_loaded || TREE_IsOpenElsewhere(node)) {
     char counts[64];
     std::snprintf(counts, sizeof counts, "(%ld msgs, %ld unread)", f->shown, f->unread);
-    xvt_dwin_draw_text(win, x, rect->top + 12, counts, -1);
-    x += 8 * static_cast<int>(std::strlen(counts)) + 8;
+    MSG_DrawColumnText(win, node, rect, 2, counts, -1);
   }
-  if (folderIsReadOnly(node)) xvt_dwin_draw_text(win, x, rect->top + 12, "[Read Only]", -1);
+  if (MSG_ColumnPlace(win, node, rect, 3, &x, &w) && folderIsReadOnly(node))
+    MSG_DrawColumnText(win, node, rect, 3, "[Read Only]", -1);
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
 }
 

@@ -3,6 +3,7 @@
 // lives in the first group, in order, whose rule matches.
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -11,6 +12,7 @@
 
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
 
 namespace {
@@ -385,14 +387,30 @@ int groupHandleNodeEvent(WINDOW, TreeNode* node, int event) {
 void groupDraw(WINDOW win, TreeNode* node, RCT* rect) {
   GroupNodeInfo* g = GRP_Info(node);
   if (!g) return;
+  const bool selected = TREE_IsSelected(node);
+  // A raised gray box behind the whole line.
   CBRUSH gray{PAT_SOLID, 0xC0C0C0};
   xvt_dwin_set_brush(win, &gray);
-  RCT box{rect->left, rect->top, rect->left + 400, rect->top + 16};
+  RCT box{rect->left, rect->top, std::max(MSG_ColumnsRight(win, node, rect), rect->left + 1), rect->bottom};
   xvt_dwin_draw_3d_rect(win, &box, true);
-  xvt_dwin_set_fore_color(win, TREE_IsSelected(node) ? COLOR_WHITE : COLOR_BLACK);
-  if (!g->name.empty()) xvt_dwin_draw_text(win, rect->left + 20, rect->top + 12, g->name.c_str(), -1);
+  int x = 0, w = 0;
+  if (MSG_ColumnPlace(win, node, rect, 0, &x, &w)) {
+    // The group icon: two stacked outlines, the Deleted group's crossed.
+    CPEN pen{1, PAT_SOLID, selected ? COLOR_WHITE : COLOR_BLACK};
+    xvt_dwin_set_pen(win, &pen);
+    CBRUSH hollow{PAT_HOLLOW, COLOR_BLACK};
+    xvt_dwin_set_brush(win, &hollow);
+    RCT back{x + 4, rect->top + 2, x + 18, rect->top + 11}, front{x + 1, rect->top + 5, x + 15, rect->top + 14};
+    xvt_dwin_draw_rect(win, &back);
+    xvt_dwin_draw_rect(win, &front);
+    if (g->id == kGroupDeleted) xvt_dwin_draw_line(win, PNT{front.left, front.bottom}, PNT{front.right, front.top});
+  }
+  xvt_dwin_set_font(win, MSG_SlotFont(kSlotGroup));
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : MSG_SlotColor(kSlotGroup));
+  if (!g->name.empty()) MSG_DrawColumnText(win, node, rect, 1, g->name.c_str(), static_cast<int>(g->name.size()));
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : COLOR_BLACK);
   char counts[64];
   std::snprintf(counts, sizeof counts, "(%d msgs, %d unread)", g->count, g->unread);
-  xvt_dwin_draw_text(win, rect->left + 200, rect->top + 12, counts, -1);
+  MSG_DrawColumnText(win, node, rect, 2, counts, -1);
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
 }

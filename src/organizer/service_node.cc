@@ -6,6 +6,7 @@
 
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
 
 namespace {
@@ -165,15 +166,24 @@ int serviceHandleNodeEvent(WINDOW, TreeNode* node, int event) {
 void serviceDraw(WINDOW win, TreeNode* node, RCT* rect) {
   ServiceNodeInfo* s = SVC_Info(node);
   if (!s) return;
-  const COLOR fore = TREE_IsSelected(node) ? COLOR_WHITE : s->offline ? COLOR_GRAY : COLOR_BLACK;
-  xvt_dwin_set_fore_color(win, fore);
-  CPEN pen{1, PAT_SOLID, fore};
-  xvt_dwin_set_pen(win, &pen);
-  CBRUSH brush{s->fetched_subscribed ? PAT_SOLID : PAT_HOLLOW, fore};
-  xvt_dwin_set_brush(win, &brush);
-  RCT box{rect->left + 1, rect->top + 2, rect->left + 17, rect->top + 14};
-  xvt_dwin_draw_rect(win, &box);
-  xvt_dwin_draw_text(win, rect->left + 22, rect->top + 12, s->name.c_str(), -1);
+  const bool selected = TREE_IsSelected(node);
+  const COLOR fore = selected ? COLOR_WHITE : COLOR_BLACK;
+  int x = 0, w = 0;
+  if (MSG_ColumnPlace(win, node, rect, 0, &x, &w)) {
+    // Not fetched: an outline; fetched: filled; open elsewhere: filled gray.
+    const bool elsewhere = TREE_IsOpenElsewhere(node);
+    const COLOR ink = elsewhere ? COLOR_GRAY : fore;
+    CPEN pen{1, PAT_SOLID, ink};
+    xvt_dwin_set_pen(win, &pen);
+    CBRUSH brush{s->fetched_subscribed || elsewhere ? PAT_SOLID : PAT_HOLLOW, ink};
+    xvt_dwin_set_brush(win, &brush);
+    RCT box{x + 1, rect->top + 2, x + 17, rect->top + 14};
+    xvt_dwin_draw_rect(win, &box);
+  }
+  xvt_dwin_set_font(win, MSG_SlotFont(kSlotService));
+  // Offline services are gray.
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : s->offline ? COLOR_GRAY : MSG_SlotColor(kSlotService));
+  MSG_DrawColumnText(win, node, rect, 1, s->name.c_str(), static_cast<int>(s->name.size()));
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
 }
 

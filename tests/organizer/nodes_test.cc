@@ -7,6 +7,9 @@
 
 #include "src/base/critical.h"
 #include "src/options/options.h"
+#include "src/organizer/columns.h"
+#include "src/organizer/node_draw.h"
+#include "xvt/xvt_test.h"
 #include "tests/organizer/nodes_fixture.h"
 
 namespace nodestest {
@@ -338,6 +341,70 @@ TEST_F(NodesTest, GroupsPickMessagesAndFollowChanges) {
     MSG_MailTimerTick();
     EXPECT_EQ(Lines(node), "[Boss:] [Urgent: 5 4] [Main: 2] [Deleted: 3 1]");
     ExpectCounts(node, 5, 3);
+  });
+}
+
+// Where a message line puts its texts, relative to the line's start, as the
+// strip's columns are hidden, moved and sized; with priorities on, a high
+// priority line is drawn in its slot's colour; the marks sit in column 0.
+TEST_F(NodesTest, LinesDrawAtTheirColumns) {
+  MakeFolder("Box", {Msg("From: Ann <a@x>\r\nSubject: hello\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\n"
+                         "Priority: HIGH\r\n")});
+  Opt_AssignString("General.PriorityHeader.Info", "1", kOptSession, 0);
+  Run([&] {
+    TreeNode* node = Open(local_, "Box");
+    ASSERT_NE(node, nullptr);
+    const UMI umi = MM_UMIFromMsgno(F(node)->folder_id, 1);
+    EXPECT_TRUE(MM_MsgSetFlag(umi, "\\Flagged"));
+    EXPECT_TRUE(MM_MsgSetFlag(umi, "\\Deleted"));
+    TreeNode* line = MSG_FindMessage(node, umi);
+    ASSERT_NE(line, nullptr);
+    TREE_OpenSubtree(node, 1, 0);
+    const std::string size = MSG_SizeTextOf(MSG_Info(line));
+    CM_INFO* info = CM_Create(NULL_WIN, nullptr, kCMWindowTop);
+    MSG_CM_LayoutCreate(info);
+    MSG_SetColumnStrip(tree_, info);
+    const int layout = MSG_CM_LayoutId(info, kCMLayoutMessage);
+    struct Step {
+      const char* what;
+      std::function<void()> change;
+      const char* want;  // x of From, Subject, Date, Size from the line's start; - for not drawn
+    } steps[] = {
+        {"defaults", [] {}, "29 179 379 469"},
+        {"subject hidden", [&] { CM_ColumnSetVisible(info, layout, 3, false); }, "29 - 179 269"},
+        {"size first", [&] { CM_ColumnMoveSelected(info, layout, 5, 2); }, "69 - 219 29"},
+        {"from wider", [&] { CM_ColumnSetSize(info, layout, 2, 300); }, "69 - 369 29"},
+    };
+    for (const Step& step : steps) {
+      step.change();
+      const int at = TREE_GetAbsOffset(line);
+      std::string got;
+      const std::string texts[] = {"Ann", "hello", "Nov  2 10:00 2026", size};
+      const XvtDrawOp* from = nullptr;
+      const auto& ops = xvt_test_paint(tree_);
+      for (const std::string& t : texts) {
+        const XvtDrawOp* op = nullptr;
+        for (const XvtDrawOp& o : ops)
+          if (o.op == "text" && o.text == t) op = &o;
+        if (t == "Ann") from = op;
+        got += std::string(got.empty() ? "" : " ") + (op ? std::to_string(op->rct.left - at) : "-");
+      }
+      EXPECT_EQ(got, step.want) << step.what;
+      ASSERT_NE(from, nullptr);
+      EXPECT_EQ(from->fore, MSG_SlotColor(kSlotHighPriority)) << step.what;
+      // The deleted cross and the flag mark, at the icon column's start.
+      int cross = 0, mark = 0;
+      for (const XvtDrawOp& o : ops) {
+        if (o.op == "line" && o.fore == COLOR_RED && std::min(o.rct.left, o.rct.right) == at &&
+            std::max(o.rct.left, o.rct.right) == at + 18)
+          ++cross;
+        if (o.op == "rect" && o.fore == COLOR_RED && o.rct.left == at + 22) ++mark;
+      }
+      EXPECT_EQ(cross, 2) << step.what;
+      EXPECT_EQ(mark, 1) << step.what;
+    }
+    MSG_SetColumnStrip(tree_, nullptr);
+    CM_Destroy(info);
   });
 }
 
