@@ -11,6 +11,7 @@
 
 #include "c-client/rfc822/rfc822.h"
 #include "src/base/critical.h"
+#include "src/base/fs.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
 #include "src/organizer/node_draw.h"
@@ -269,7 +270,9 @@ MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
   const size_t subject_len = subject ? std::min<size_t>(std::strlen(subject), 0xffff) : 0;
   const size_t date_len = std::min<size_t>(date_text.size(), 0xff);
   const size_t bytes = sizeof(MessageNodeInfo) + from_len + 1 + subject_len + 1 + (date_len ? date_len + 1 : 0);
-  void* block = ::operator new(bytes, std::nothrow);
+  // Through the free store, so that running short of memory here gives back
+  // the reserve and tells every folder, and the load stops with what it read.
+  void* block = fs_alloc(bytes);
   if (!block) return nullptr;
   auto* m = new (block) MessageNodeInfo;
   m->umi = umi;
@@ -306,7 +309,7 @@ MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
 void MSG_FreeInfo(MessageNodeInfo* m) {
   if (!m) return;
   m->~MessageNodeInfo();
-  ::operator delete(m);
+  fs_free(m);
 }
 
 void MSG_ConversationAdd(ConversationIndex* conv, MessageNodeInfo* info) {

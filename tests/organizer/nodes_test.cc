@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "src/base/critical.h"
+#include "src/base/fs.h"
 #include "src/options/options.h"
 #include "src/organizer/columns.h"
 #include "src/organizer/node_draw.h"
@@ -405,6 +406,65 @@ TEST_F(NodesTest, LinesDrawAtTheirColumns) {
     }
     MSG_SetColumnStrip(tree_, nullptr);
     CM_Destroy(info);
+  });
+}
+
+// The free store's allocator, made to refuse the first allocation of one
+// size: the line record of the message with the long subject.
+size_t g_fail_size = 0;
+void* FailingAlloc(size_t size, bool zero) {
+  if (size == g_fail_size) {
+    g_fail_size = 0;
+    return nullptr;
+  }
+  return zero ? std::calloc(1, size ? size : 1) : std::malloc(size ? size : 1);
+}
+void* Resize(void* p, size_t size) { return std::realloc(p, size ? size : 1); }
+const FsAllocator kFailing = {FailingAlloc, Resize, std::free};
+
+// Memory runs short in the middle of a load: the free store gives back its
+// reserve and posts E_LOW_MEMORY, the folder stops its loop and shows what
+// it read, with the note; the group road also says so in the progress window.
+TEST_F(NodesTest, LowMemoryCutsTheLoadShort) {
+  std::vector<std::string> raws;
+  const std::string long_subject(137, 'x');
+  for (int i = 1; i <= 10; ++i) raws.push_back(Msg("From: a@x\r\nSubject: " + (i == 8 ? long_subject : "s") + "\r\n"));
+  MakeFolder("Box", raws);
+  struct Road {
+    const char* groups;
+    const char* lines;
+    bool progress_line;
+  } roads[] = {
+      {"0", "10 9 8", false},
+      {"1", "[Main: 10 9 8] [Deleted:]", true},
+  };
+  Run([&] {
+    for (const Road& road : roads) {
+      Opt_AssignString("View.MsgGroups", road.groups, kOptSession, 0);
+      fs_set_allocator(&kFailing);
+      fs_init();
+      xvt_test_clear_posts();
+      // The record of message 8, the third the load reads: header, "a@x", the subject.
+      g_fail_size = sizeof(MessageNodeInfo) + 4 + long_subject.size() + 1;
+      TreeNode* node = Open(local_, "Box");
+      fs_shutdown();
+      fs_set_allocator(nullptr);
+      ASSERT_NE(node, nullptr) << road.groups;
+      EXPECT_EQ(Lines(node), road.lines) << road.groups;
+      EXPECT_TRUE(F(node)->low_memory);
+      EXPECT_EQ(F(node)->shown, 3);
+      bool note = false, progress = false;
+      for (const XvtPost& p : xvt_test_posts()) {
+        if (p.kind == "note" && p.text.find("Due to memory constraints only part of the messages \nfor folder \"Box\"") == 0)
+          note = true;
+        if (p.kind == "progress" && p.text.find("Aborting folder load due to low application memory") != std::string::npos)
+          progress = true;
+      }
+      EXPECT_TRUE(note) << road.groups;
+      EXPECT_EQ(progress, road.progress_line) << road.groups;
+      folderCloseTree(node);
+      TREE_RemoveNode(node);
+    }
   });
 }
 
