@@ -662,6 +662,7 @@ int FolderWant(ModelEvent* ev, void* data) {
     case E_FOLDER_UNSUBSCRIBED:
       return ev->ms == f->ms && ev->name && f->name == ev->name && !TREE_IsOpenElsewhere(node);
     case E_FOLDER_DELETED: return ev->ms == f->ms && ev->name && f->name == ev->name;
+    case E_FOLDER_RENAMED: return ev->from_ms == f->ms && ev->old_name && f->name == ev->old_name;
     default: return 0;
   }
 }
@@ -696,7 +697,8 @@ void FolderHandle(ModelEvent* ev, void* data) {
       f->subscribed = ev->type == E_FOLDER_SUBSCRIBED;
       Redraw(node);
       return;
-    case E_FOLDER_DELETED: TREE_RemoveNode(node); return;
+    case E_FOLDER_DELETED: doFolderDeleted(node); return;
+    case E_FOLDER_RENAMED: doFolderRenamed(node, ev); return;
     default: break;
   }
   TreeNode* line = MSG_FindMessage(node, ev->umi);

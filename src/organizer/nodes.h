@@ -285,6 +285,31 @@ int folderSortOrder(int ms, const char* name);
 // Takes the folder's counters again from its lines (after a batch of changes).
 void folderRecount(TreeNode* node);
 
+// Folder operations (folder_ops.cc). Each returns 1 when it did all it was
+// asked, 0 when the user refused or a step failed (what was done stays).
+// The names of the folders under name (and name itself with include_self),
+// sorted; with no delimiter a folder has no subtree.
+int folderGetSubtreeList(int ms, const char* name, char delimiter, int all, int include_self,
+                         std::vector<std::string>* out);
+// 1 when name is free in ms, or the user chose to append to it or to
+// replace it (and it was deleted); an inbox is never replaced.
+int folderResolveNameConflicts(int ms, const char* name);
+int folderCopyTree(TreeNode* node, int target_ms, const char* target_name, char target_delimiter);
+int folderMoveTree(TreeNode* node, int target_ms, const char* target_name, char target_delimiter);
+int folderRenameTree(int ms, const char* old_name, char delimiter, const char* new_name);
+int folderRename(TreeNode* node, const char* new_name);
+int folderDeleteTree(TreeNode* node);
+int folderDelete(TreeNode* node);  // asks first
+int folderClose(TreeNode* node);   // asks first
+int serviceClose(TreeNode* node);  // asks first
+int serviceDelete(TreeNode* node);  // asks first
+void doFolderDeleted(TreeNode* node);
+void doFolderRenamed(TreeNode* node, const ModelEvent* ev);
+// Folder.<ms>.<name>.* and MessageGroups.<ms>.<name>.* under the new name
+// (not for "inbox"); and their deletion.
+void folderMoveOptions(int old_ms, const char* old_name, int new_ms, const char* new_name);
+void folderDeleteOptions(int ms, const char* name);
+
 // --- Service nodes ---------------------------------------------------------------
 
 TreeNode* serviceAdd(TreeNode* parent, int number);

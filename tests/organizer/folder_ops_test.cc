@@ -1,0 +1,196 @@
+// Folder operations on the tree over MH folders: rename, move and copy of
+// whole subtrees with the name-conflict question, delete and close with
+// their confirmations, and the options that follow a folder's name.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "src/options/options.h"
+#include "tests/organizer/nodes_fixture.h"
+
+namespace nodestest {
+namespace {
+
+// Local folders nest with a backslash; the tables write "/" for it.
+std::string Local(std::string name) {
+  std::replace(name.begin(), name.end(), '/', '\\');
+  return name;
+}
+std::string Shown(std::string name) {
+  std::replace(name.begin(), name.end(), '\\', '/');
+  return name;
+}
+
+// "name:count" of each folder on disk; absent ones are left out.
+std::string Disk() {
+  std::string out;
+  for (const char* name : {"a", "a/x", "a/x/y", "b", "c", "d", "d/b", "d/b/c", "d/x", "d/x/c", "d/x/y", "inbox"}) {
+    const long n = CountOnDisk(Local(name));
+    if (n >= 0) out += std::string(out.empty() ? "" : " ") + name + ":" + std::to_string(n);
+  }
+  return out;
+}
+
+// The folder lines under node, by full name, each followed by its own
+// listed kids in brackets.
+std::string Tree(TreeNode* node) {
+  std::string out;
+  for (TreeNode* k = TREE_GetFirstKid(node); k; k = TREE_GetNext(k)) {
+    FolderNodeInfo* f = FOL_Info(k);
+    if (!f) break;
+    const std::string kids = Tree(k);
+    out += std::string(out.empty() ? "" : " ") + Shown(f->name) + (kids.empty() ? "" : "[" + kids + "]");
+  }
+  return out;
+}
+
+// The questions asked, first words only.
+std::string Asked() {
+  std::string out;
+  for (const XvtPost& p : xvt_test_posts())
+    if (p.kind == "ask") out += std::string(out.empty() ? "" : " | ") + p.text.substr(0, 40);
+  return out;
+}
+
+class FolderOpsTest : public NodesTest {};
+
+TEST_F(FolderOpsTest, RenameMoveCopyAndDeleteSubtrees) {
+  MakeFolder("a", 2);
+  MakeFolder(Local("a/x"), 1);
+  MakeFolder(Local("a/x/y"), 1);
+  MakeFolder("b", 1);
+  MakeFolder("c", 3);
+  MakeFolder("inbox", 1);
+  const std::pair<const char*, const char*> options[] = {
+      {"View.Unsubscribed", "1"},
+      {"Folder.1.a.Sort", "Subject"},
+      {"MessageGroups.1.a\\x.IDList", "3"},
+      {"Folder.1.ab.Sort", "From"},  // a neighbour whose name only begins the same
+      {"Folder.1.inbox.Sort", "From"},
+  };
+  for (const auto& [key, value] : options) Opt_AssignString(key, value, kOptSession, 0);
+  // A second local service over the same store, for moves between services.
+  Opt_AssignString("MsgService.ms2.Type", "local", kOptPermanent, 0);
+  Opt_AssignString("MsgService.ms2.Name", "Other", kOptPermanent, 0);
+  const int other = MM_MSNew(2);
+  ASSERT_NE(other, INVALID_SERVICE);
+  Run([&] {
+    TreeNode* svc = serviceAdd(TREE_GetRoot(tree_), 1);
+    ASSERT_NE(svc, nullptr);
+    TREE_OpenSubtree(svc, 1, 0);
+    auto node = [&](const char* name) { return folderFind(svc, Local(name).c_str()); };
+    ASSERT_NE(node("a"), nullptr);
+    TREE_OpenSubtree(node("a"), 1, 0);
+    TREE_OpenSubtree(node("a/x"), 1, 0);
+    ASSERT_EQ(Tree(svc), "INBOX a[a/x[a/x/y]] b c");
+
+    struct Step {
+      const char* what;
+      std::vector<ASK_RESPONSE> answers;
+      std::function<int()> op;
+      int result;
+      const char* disk;
+      const char* tree;
+      const char* asked;
+    } steps[] = {
+        {"rename a to d: the subtree follows, the line sorts again",
+         {},
+         [&] { return folderRename(node("a"), "d"); },
+         1, "b:1 c:3 d:2 d/x:1 d/x/y:1 inbox:1", "INBOX b c d[d/x]", ""},
+        {"move b into d",
+         {},
+         [&] { return folderMoveTree(node("b"), local_, "d", '\\'); },
+         1, "c:3 d:2 d/b:1 d/x:1 d/x/y:1 inbox:1", "INBOX c d[d/b d/x]", ""},
+        {"copy c into d/x: no conflict",
+         {},
+         [&] { return folderCopyTree(node("c"), local_, Local("d/x").c_str(), '\\'); },
+         1, "c:3 d:2 d/b:1 d/x:1 d/x/c:3 d/x/y:1 inbox:1", "INBOX c d[d/b d/x]", ""},
+        {"copy again, append",
+         {RESP_DEFAULT},
+         [&] { return folderCopyTree(node("c"), local_, Local("d/x").c_str(), '\\'); },
+         1, "c:3 d:2 d/b:1 d/x:1 d/x/c:6 d/x/y:1 inbox:1", "INBOX c d[d/b d/x]",
+         "The folder name \"d\\x\\c\" already exists i"},
+        {"copy again, replace",
+         {RESP_2},
+         [&] { return folderCopyTree(node("c"), local_, Local("d/x").c_str(), '\\'); },
+         1, "c:3 d:2 d/b:1 d/x:1 d/x/c:3 d/x/y:1 inbox:1", "INBOX c d[d/b d/x]",
+         "The folder name \"d\\x\\c\" already exists i"},
+        {"copy again, cancel",
+         {RESP_3},
+         [&] { return folderCopyTree(node("c"), local_, Local("d/x").c_str(), '\\'); },
+         0, "c:3 d:2 d/b:1 d/x:1 d/x/c:3 d/x/y:1 inbox:1", "INBOX c d[d/b d/x]",
+         "The folder name \"d\\x\\c\" already exists i"},
+        {"replace on the inbox appends",
+         {RESP_2},
+         [&] { return folderResolveNameConflicts(local_, "inbox"); },
+         1, "c:3 d:2 d/b:1 d/x:1 d/x/c:3 d/x/y:1 inbox:1", "INBOX c d[d/b d/x]",
+         "The folder name \"inbox\" already exists i"},
+        {"move to another service: a refused conflict keeps the source",
+         {RESP_3},
+         [&] { return folderMoveTree(node("c"), other, Local("d/x").c_str(), '\\'); },
+         0, "c:3 d:2 d/b:1 d/x:1 d/x/c:3 d/x/y:1 inbox:1", "INBOX c d[d/b d/x]",
+         "The folder name \"d\\x\\c\" already exists i"},
+        {"move to another service: copied, then the source goes",
+         {},
+         [&] { return folderMoveTree(node("c"), other, Local("d/b").c_str(), '\\'); },
+         1, "d:2 d/b:1 d/b/c:3 d/x:1 d/x/c:3 d/x/y:1 inbox:1", "INBOX d[d/b d/x]", ""},
+        {"delete refused",
+         {RESP_2},
+         [&] { return folderDelete(node("d")); },
+         0, "d:2 d/b:1 d/b/c:3 d/x:1 d/x/c:3 d/x/y:1 inbox:1", "INBOX d[d/b d/x]",
+         "Are you sure you want to permanently del"},
+        {"delete d and all below",
+         {RESP_DEFAULT},
+         [&] { return folderDelete(node("d")); },
+         1, "inbox:1", "INBOX", "Are you sure you want to permanently del"},
+    };
+    for (const Step& step : steps) {
+      xvt_test_clear_posts();
+      for (ASK_RESPONSE a : step.answers) xvt_test_push_answer(a);
+      EXPECT_EQ(step.op(), step.result) << step.what;
+      EXPECT_EQ(Disk(), step.disk) << step.what;
+      EXPECT_EQ(Tree(svc), step.tree) << step.what;
+      EXPECT_EQ(Asked(), step.asked) << step.what;
+    }
+    // The options went with the names, and with the deletion.
+    const std::pair<const char*, const char*> after[] = {
+        {"Folder.1.a.Sort", ""},           {"MessageGroups.1.a\\x.IDList", ""},
+        {"Folder.1.d.Sort", ""},           {"MessageGroups.1.d\\x.IDList", ""},
+        {"Folder.1.ab.Sort", "From"},      {"Folder.1.inbox.Sort", "From"},
+    };
+    for (const auto& [key, value] : after) EXPECT_EQ(Opt_LookupText(key, kOptSession), value) << key;
+  });
+}
+
+TEST_F(FolderOpsTest, RenameCarriesOptionsAndCloseAsks) {
+  MakeFolder("a", 1);
+  MakeFolder(Local("a/x"), 1);
+  Opt_AssignString("View.Unsubscribed", "1", kOptSession, 0);
+  Opt_AssignString("Folder.1.a\\x.Sort", "Subject", kOptSession, 0);
+  Opt_AssignString("MessageGroups.1.a.IDList", "2,1", kOptSession, 0);
+  Run([&] {
+    TreeNode* svc = serviceAdd(TREE_GetRoot(tree_), 1);
+    TREE_OpenSubtree(svc, 1, 0);
+    TreeNode* a = folderFind(svc, "a");
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(folderRename(a, "q"), 1);
+    EXPECT_EQ(Opt_LookupText("Folder.1.q\\x.Sort", kOptSession), "Subject");
+    EXPECT_EQ(Opt_LookupText("MessageGroups.1.q.IDList", kOptSession), "2,1");
+    EXPECT_EQ(Opt_LookupText("MessageGroups.1.a.IDList", kOptSession), "");
+    // Closing an open folder asks first; Cancel leaves it open.
+    TreeNode* q = folderFind(svc, "q");
+    ASSERT_NE(q, nullptr);
+    TREE_OpenSubtree(q, 1, 0);
+    ASSERT_NE(F(q)->folder_id, INVALID_FOLDER);
+    xvt_test_push_answer(RESP_2);
+    EXPECT_EQ(folderClose(q), 0);
+    EXPECT_NE(F(q)->folder_id, INVALID_FOLDER);
+    xvt_test_push_answer(RESP_DEFAULT);
+    EXPECT_EQ(folderClose(q), 1);
+    EXPECT_EQ(F(q)->folder_id, INVALID_FOLDER);
+    EXPECT_NE(Asked().find("Are you sure you want to close the folde"), std::string::npos);
+  });
+}
+
+}  // namespace
+}  // namespace nodestest
