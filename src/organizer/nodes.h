@@ -316,6 +316,9 @@ TreeNode* serviceAdd(TreeNode* parent, int number);
 int serviceAddFolders(TreeNode* node, int ms);
 int serviceHandleNodeEvent(WINDOW win, TreeNode* node, int event);
 void serviceDraw(WINDOW win, TreeNode* node, RCT* rect);
+// Shows or hides the unsubscribed folders under a service or folder line
+// (E_SHOW_UNSUBSCRIBED, E_HIDE_UNSUBSCRIBED), listing what is missing.
+void MSG_ShowUnsubscribed(TreeNode* node, bool show);
 // Adds a node for every service of MsgService.IDList under root.
 int serviceAddAll(TreeNode* root);
 

@@ -13,7 +13,10 @@ namespace {
 
 int ServiceWant(ModelEvent* ev, void* data) {
   ServiceNodeInfo* s = SVC_Info(static_cast<TreeNode*>(data));
-  if (!s || ev->ms != s->ms) return 0;
+  if (!s) return 0;
+  // The view of unsubscribed folders changes for every service at once.
+  if (ev->type == E_SHOW_UNSUBSCRIBED || ev->type == E_HIDE_UNSUBSCRIBED) return s->fetched_subscribed;
+  if (ev->ms != s->ms) return 0;
   switch (ev->type) {
     case E_MS_CLOSED: return s->fetched_subscribed;
     case E_MS_DESTROYED: return !TREE_IsOpenElsewhere(static_cast<TreeNode*>(data));
@@ -46,6 +49,8 @@ void ServiceHandle(ModelEvent* ev, void* data) {
       break;
     }
     case E_MS_DESTROYED: TREE_RemoveNode(node); break;
+    case E_SHOW_UNSUBSCRIBED:
+    case E_HIDE_UNSUBSCRIBED: MSG_ShowUnsubscribed(node, ev->type == E_SHOW_UNSUBSCRIBED); break;
     case E_MS_NAME_CHANGED:
       s->name = MM_MSGetName(s->ms);
       if (TREE_GetParent(node)) TREE_RedrawNode(node);
@@ -185,6 +190,34 @@ void serviceDraw(WINDOW win, TreeNode* node, RCT* rect) {
   xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : s->offline ? COLOR_GRAY : MSG_SlotColor(kSlotService));
   MSG_DrawColumnText(win, node, rect, 1, s->name.c_str(), static_cast<int>(s->name.size()));
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
+}
+
+void MSG_ShowUnsubscribed(TreeNode* node, bool show) {
+  TreeNode* holder = TREE_GetElsewhereRoot(node) ? TREE_GetElsewhereRoot(node) : node;
+  if (show) {
+    // What was never listed is listed now (the view option is already on).
+    if (ServiceNodeInfo* s = SVC_Info(node)) {
+      if (!s->fetched_unsubscribed) serviceAddFolders(node, s->ms);
+    } else if (FolderNodeInfo* f = FOL_Info(node); f && !f->fetched_unsubscribed) {
+      WINDOW win = TREE_GetWindow(holder);
+      if (win) TREE_SuspendUpdates(win);
+      folderAddSubFolders(node);
+      if (win) TREE_ResumeUpdates(win);
+    }
+  }
+  for (TreeNode* k = TREE_GetFirstKid(holder); k; k = TREE_GetNext(k)) {
+    FolderNodeInfo* f = FOL_Info(k);
+    if (!f) break;  // subfolders come first
+    if (show) {
+      if (TREE_IsHidden(k)) TREE_HideNode(k, 0);
+      if (f->fetched_subscribed) MSG_ShowUnsubscribed(k, true);
+    } else if (f->subscribed) {
+      if (f->fetched_subscribed && f->fetched_unsubscribed) MSG_ShowUnsubscribed(k, false);
+    } else if (!TREE_IsHidden(k)) {
+      TREE_HideNode(k, 1);
+    }
+    if (TREE_GetParent(k)) TREE_RedrawNode(k);
+  }
 }
 
 // --- Selections -------------------------------------------------------------------

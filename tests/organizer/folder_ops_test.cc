@@ -44,6 +44,20 @@ std::string Tree(TreeNode* node) {
   return out;
 }
 
+// The same with hidden lines in parentheses.
+std::string Shown(TreeNode* node) {
+  std::string out;
+  for (TreeNode* k = TREE_GetFirstKid(node); k; k = TREE_GetNext(k)) {
+    FolderNodeInfo* f = FOL_Info(k);
+    if (!f) break;
+    const std::string kids = Shown(k);
+    std::string name = Shown(f->name) + (kids.empty() ? "" : "[" + kids + "]");
+    if (TREE_IsHidden(k)) name = "(" + name + ")";
+    out += std::string(out.empty() ? "" : " ") + name;
+  }
+  return out;
+}
+
 // The questions asked, first words only.
 std::string Asked() {
   std::string out;
@@ -189,6 +203,43 @@ TEST_F(FolderOpsTest, RenameCarriesOptionsAndCloseAsks) {
     EXPECT_EQ(folderClose(q), 1);
     EXPECT_EQ(F(q)->folder_id, INVALID_FOLDER);
     EXPECT_NE(Asked().find("Are you sure you want to close the folde"), std::string::npos);
+  });
+}
+
+// The view of unsubscribed folders: shown, they are listed where they were
+// missing; hidden, they stay in the tree but off the screen, subscribed
+// ones and what lies under them stay.
+TEST_F(FolderOpsTest, UnsubscribedFoldersShowAndHide) {
+  for (const char* name : {"a", "a/x", "a/y", "b", "a/y/z"}) MakeFolder(Local(name), 1);
+  for (const char* name : {"a", "a/y"}) ASSERT_EQ(MM_FolSubscribe(local_, Local(name).c_str(), 1), 1);
+  Run([&] {
+    Opt_AssignString("View.Unsubscribed", "0", kOptSession, 0);
+    TreeNode* svc = serviceAdd(TREE_GetRoot(tree_), 1);
+    xvt_test_push_answer(RESP_DEFAULT);  // in case the service says it has no subscribed folders
+    TREE_OpenSubtree(svc, 1, 0);
+    TreeNode* a = folderFind(svc, "a");
+    ASSERT_NE(a, nullptr);
+    TREE_OpenSubtree(a, 1, 0);
+    TREE_OpenSubtree(folderFind(svc, Local("a/y").c_str()), 1, 0);
+    const struct {
+      const char* view;
+      int event;
+      const char* want;
+    } steps[] = {
+        {"0", 0, "a[a/y]"},
+        {"1", E_SHOW_UNSUBSCRIBED, "a[a/x a/y[a/y/z]] b"},
+        {"0", E_HIDE_UNSUBSCRIBED, "a[(a/x) a/y[(a/y/z)]] (b)"},
+        {"1", E_SHOW_UNSUBSCRIBED, "a[a/x a/y[a/y/z]] b"},
+    };
+    for (const auto& step : steps) {
+      Opt_AssignString("View.Unsubscribed", step.view, kOptSession, 0);
+      if (step.event) MM_NotPostSimple(step.event);
+      EXPECT_EQ(Shown(svc), step.want) << step.view << " " << step.event;
+    }
+    // Hidden lines are off the screen: the widget counts only what shows.
+    Opt_AssignString("View.Unsubscribed", "0", kOptSession, 0);
+    MM_NotPostSimple(E_HIDE_UNSUBSCRIBED);
+    EXPECT_EQ(TREE_EntriesVisible(tree_), 5);  // the service, a, a/y and the one message of each
   });
 }
 
