@@ -663,6 +663,13 @@ int FolderWant(ModelEvent* ev, void* data) {
       return ev->ms == f->ms && ev->name && f->name == ev->name && !TREE_IsOpenElsewhere(node);
     case E_FOLDER_DELETED: return ev->ms == f->ms && ev->name && f->name == ev->name;
     case E_FOLDER_RENAMED: return ev->from_ms == f->ms && ev->old_name && f->name == ev->old_name;
+    case E_SHOW_EMPTY_MSGGRPS:
+    case E_HIDE_EMPTY_MSGGRPS: return open && f->groups_loaded && !TREE_IsOpenElsewhere(node);
+    case E_GROUP_SHOWN:
+    case E_GROUP_HIDDEN:
+    case E_GROUP_NEW:
+    case E_GROUP_CHANGED:
+      return open && f->groups_loaded && ev->folder == f->folder_id && !TREE_IsOpenElsewhere(node);
     default: return 0;
   }
 }
@@ -699,6 +706,12 @@ void FolderHandle(ModelEvent* ev, void* data) {
       return;
     case E_FOLDER_DELETED: doFolderDeleted(node); return;
     case E_FOLDER_RENAMED: doFolderRenamed(node, ev); return;
+    case E_SHOW_EMPTY_MSGGRPS:
+    case E_HIDE_EMPTY_MSGGRPS:
+    case E_GROUP_SHOWN:
+    case E_GROUP_HIDDEN:
+    case E_GROUP_NEW:
+    case E_GROUP_CHANGED: GRP_HandleViewEvent(holder, ev); return;
     default: break;
   }
   TreeNode* line = MSG_FindMessage(node, ev->umi);

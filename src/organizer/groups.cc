@@ -10,6 +10,7 @@
 #include <optional>
 #include <sstream>
 
+#include "src/base/errors.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
 #include "src/organizer/node_draw.h"
@@ -413,4 +414,198 @@ void groupDraw(WINDOW win, TreeNode* node, RCT* rect) {
   std::snprintf(counts, sizeof counts, "(%d msgs, %d unread)", g->count, g->unread);
   MSG_DrawColumnText(win, node, rect, 2, counts, -1);
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
+}
+
+// --- Changing the set of groups ------------------------------------------------
+
+namespace {
+
+// The folder whose groups these are, and its option names.
+FolderNodeInfo* ContainerInfo(TreeNode* container) {
+  if (FolderNodeInfo* f = FOL_Info(container)) return f;
+  return FOL_Info(TREE_GetOriginNode(container));
+}
+
+std::string IdListKey(TreeNode* container) {
+  FolderNodeInfo* f = ContainerInfo(container);
+  return f ? groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), 0, "IDList") : "";
+}
+
+void WriteIdList(TreeNode* container, const std::vector<int>& ids) {
+  const std::string key = IdListKey(container);
+  if (key.empty()) return;
+  std::string text;
+  for (int id : ids) text += (text.empty() ? "" : ",") + std::to_string(id);
+  Opt_AssignString(key.c_str(), text.c_str(), kOptSession, 0);
+}
+
+// A question of the message table with the group's name in it.
+ASK_RESPONSE Ask(int code, const char* b1, const char* b2, const char* b3, const std::string& name) {
+  char text[600];
+  const char* format = ErrorText(code);
+  std::snprintf(text, sizeof text, format ? format : "%s", name.c_str());
+  return xvt_dm_post_ask(b1, b2, b3, "%s", text);
+}
+
+// Every message of the group gets flag set (or cleared), one request per folder.
+void FlagAll(TreeNode* group, const char* flag, bool set) {
+  std::vector<UMI> umis;
+  for (TreeNode* k = TREE_GetFirstKid(group); k; k = TREE_GetNext(k))
+    if (MessageNodeInfo* m = MSG_Info(k)) umis.push_back(m->umi);
+  if (umis.empty()) return;
+  WINDOW win = TREE_GetWindow(group);
+  if (win) TREE_SuspendUpdates(win);
+  if (set)
+    MM_MsgSetFlagMany(umis, flag);
+  else
+    MM_MsgClearFlagMany(umis, flag);
+  if (win) TREE_ResumeUpdates(win);
+}
+
+}  // namespace
+
+std::vector<int> groupIdList(TreeNode* container) {
+  std::vector<int> ids;
+  const std::string key = IdListKey(container);
+  const std::string text = key.empty() ? "" : Opt_LookupText(key.c_str(), kOptSession);
+  for (const char* p = text.c_str(); *p;) {
+    char* end;
+    const long id = std::strtol(p, &end, 10);
+    if (end == p) {
+      ++p;
+      continue;
+    }
+    if (id > 0) ids.push_back(static_cast<int>(id));
+    p = end;
+  }
+  return ids;
+}
+
+void groupNotifyChanged(int kind, TreeNode* container) {
+  if (kind == 1) {
+    FolderNodeInfo* f = ContainerInfo(container);
+    if (!f) return;
+    ModelEvent* ev = MM_NotEventNew(E_REBUILD_CLOSED);
+    ev->folder = static_cast<int16_t>(f->folder_id);
+    ev->ms = static_cast<int16_t>(f->ms);
+    MM_NotEventPost(ev);
+    MM_NotEventFree(ev);
+  } else if (kind == 2) {
+    MM_NotPostSimple(E_SEARCH_CHANGED);
+  }
+}
+
+int groupRemoveId(TreeNode* container, int id, bool notify) {
+  std::vector<int> ids = groupIdList(container);
+  const auto at = std::find(ids.begin(), ids.end(), id);
+  if (at == ids.end()) return 0;
+  ids.erase(at);
+  WriteIdList(container, ids);
+  if (notify) groupNotifyChanged(1, container);
+  return 1;
+}
+
+int groupMove(TreeNode* group, TreeNode* before, bool notify) {
+  GroupNodeInfo* g = GRP_Info(group);
+  GroupNodeInfo* b = GRP_Info(before);
+  TreeNode* container = TREE_GetParent(group);
+  if (!g || g->id <= 0 || group == before) return 0;
+  std::vector<int> ids = groupIdList(container);
+  const auto at = std::find(ids.begin(), ids.end(), g->id);
+  if (at == ids.end()) return 0;
+  ids.erase(at);
+  // Before the target's id; Main and Deleted stand last, so before them is the end.
+  auto to = b && b->id > 0 ? std::find(ids.begin(), ids.end(), b->id) : ids.end();
+  ids.insert(to, g->id);
+  WriteIdList(container, ids);
+  if (notify) groupNotifyChanged(1, container);
+  return 1;
+}
+
+int groupDelete(TreeNode* group) {
+  GroupNodeInfo* g = GRP_Info(group);
+  TreeNode* container = TREE_GetParent(group);
+  if (!g || !container) return 0;
+  if (g->id == kGroupDeleted) return 0;  // the Deleted group is restored, not deleted
+  const std::string name = g->name;
+  if (g->id == kGroupMain) {
+    if (Ask(3022, "Delete", "Cancel", nullptr, name) != RESP_DEFAULT) return 0;
+    FlagAll(group, "\\Deleted", true);
+    return 1;
+  }
+  bool remove = false;
+  if (g->count > 0 || folderIsReadOnly(container)) {
+    switch (Ask(3027, "Messages", "Group", "Cancel", name)) {
+      case RESP_DEFAULT: FlagAll(group, "\\Deleted", true); return 1;
+      case RESP_2: remove = true; break;
+      default: return 0;
+    }
+  } else {
+    remove = Ask(3026, "Delete", "Cancel", nullptr, name) == RESP_DEFAULT;
+  }
+  if (!remove) return 0;
+  // The lines leave the index with the group; the rebuild picks them again.
+  if (FolderNodeInfo* f = ContainerInfo(container))
+    for (TreeNode* k = TREE_GetFirstKid(group); k; k = TREE_GetNext(k))
+      if (MessageNodeInfo* m = MSG_Info(k)) f->index.Erase(m->umi);
+  const int id = g->id;
+  TREE_RemoveNode(group);
+  groupRemoveId(container, id, true);
+  return 1;
+}
+
+int groupRestore(TreeNode* group) {
+  GroupNodeInfo* g = GRP_Info(group);
+  if (!g || g->id != kGroupDeleted) return 0;
+  if (Ask(3024, "Restore", "Cancel", nullptr, g->name) != RESP_DEFAULT) return 0;
+  FlagAll(group, "\\Deleted", false);
+  return 1;
+}
+
+void groupResort(TreeNode* group) {
+  GroupNodeInfo* g = GRP_Info(group);
+  FolderNodeInfo* f = ContainerInfo(TREE_GetParent(group));
+  if (!g || !f) return;
+  g->sort = MSG_SortOrderFromName(
+      Lookup(groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), g->id, "Sort")).c_str());
+  char title[300];
+  std::snprintf(title, sizeof title, "Sorting %s", g->name.c_str());
+  xvt_progress_open(title, "Sorting message group...", false);
+  WINDOW win = TREE_GetWindow(group);
+  if (win) TREE_SuspendUpdates(win);
+  MSG_ResortKids(group, g->sort);
+  if (win) TREE_ResumeUpdates(win);
+  xvt_progress_close();
+}
+
+void GRP_HandleViewEvent(TreeNode* container, const ModelEvent* ev) {
+  WINDOW win = TREE_GetWindow(container);
+  if (win) TREE_SuspendUpdates(win);
+  for (TreeNode* k = TREE_GetFirstKid(container); k; k = TREE_GetNext(k)) {
+    GroupNodeInfo* g = GRP_Info(k);
+    if (!g) continue;
+    switch (ev->type) {
+      case E_SHOW_EMPTY_MSGGRPS:
+        if (TREE_IsHidden(k)) TREE_HideNode(k, 0);
+        break;
+      case E_HIDE_EMPTY_MSGGRPS:
+        if (g->hide_if_empty && g->count == 0) TREE_HideNode(k, 1);
+        break;
+      default:
+        if (g->id != ev->value) break;
+        if (ev->type == E_GROUP_SHOWN) {
+          g->hide_if_empty = 1;
+          ApplyHideRule(k);
+        } else if (ev->type == E_GROUP_HIDDEN) {
+          g->hide_if_empty = 0;
+          TREE_HideNode(k, 0);
+        } else if (ev->type == E_GROUP_CHANGED) {
+          groupResort(k);
+        } else {
+          TREE_RedrawNode(k);
+        }
+        break;
+    }
+  }
+  if (win) TREE_ResumeUpdates(win);
 }

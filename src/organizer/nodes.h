@@ -191,6 +191,25 @@ void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records
                      UmiIndex* index);
 TreeNode* GRP_DeletedGroup(TreeNode* container);
 
+// The rule group ids of the container's IDList, in order.
+std::vector<int> groupIdList(TreeNode* container);
+// The IDList without id; with notify the container rebuilds.
+int groupRemoveId(TreeNode* container, int id, bool notify);
+// Puts group's id in front of before's in the IDList, or at the end when
+// before is Main or Deleted.
+int groupMove(TreeNode* group, TreeNode* before, bool notify);
+// Asks, then deletes the messages of Main, or a rule group (its messages
+// through a rebuild) or its messages. 1 when something was done.
+int groupDelete(TreeNode* group);
+// The Deleted group: asks, then undeletes every message in it.
+int groupRestore(TreeNode* group);
+// kind 1: E_REBUILD_CLOSED for the folder; kind 2: E_SEARCH_CHANGED.
+void groupNotifyChanged(int kind, TreeNode* container);
+// The group's Sort option read again and its lines sorted by it.
+void groupResort(TreeNode* group);
+// E_SHOW_EMPTY_MSGGRPS, E_HIDE_EMPTY_MSGGRPS and E_GROUP_* (value: the id) on a container.
+void GRP_HandleViewEvent(TreeNode* container, const ModelEvent* ev);
+
 // --- Folder nodes ----------------------------------------------------------------
 
 // The lines of an open folder by UMI: a flat table with open addressing,
