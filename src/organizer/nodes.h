@@ -338,6 +338,10 @@ void serviceDraw(WINDOW win, TreeNode* node, RCT* rect);
 // Shows or hides the unsubscribed folders under a service or folder line
 // (E_SHOW_UNSUBSCRIBED, E_HIDE_UNSUBSCRIBED), listing what is missing.
 void MSG_ShowUnsubscribed(TreeNode* node, bool show);
+// The text a line starts with for the tree's type-ahead
+// (TREE_SetTextCallback): a service's name, a folder's display name, a
+// group's name, a message's From.
+bool MSG_LineText(TreeNode* node, char* buf, size_t size);
 // Adds a node for every service of MsgService.IDList under root.
 int serviceAddAll(TreeNode* root);
 

@@ -220,6 +220,24 @@ void MSG_ShowUnsubscribed(TreeNode* node, bool show) {
   }
 }
 
+bool MSG_LineText(TreeNode* node, char* buf, size_t size) {
+  std::string text;
+  if (ServiceNodeInfo* s = SVC_Info(node)) {
+    text = s->name;
+  } else if (FolderNodeInfo* f = FOL_Info(node)) {
+    text = folderDisplayName(f->ms, f->name.c_str(), f->delimiter);
+  } else if (GroupNodeInfo* g = GRP_Info(node)) {
+    text = g->name;
+  } else if (MessageNodeInfo* m = MSG_Info(node)) {
+    text = std::string(MSG_From(m));
+  } else {
+    return false;
+  }
+  if (!size) return false;
+  std::snprintf(buf, size, "%s", text.c_str());
+  return true;
+}
+
 // --- Selections -------------------------------------------------------------------
 
 std::vector<UMI> MSG_SelectedUmis(WINDOW tree) {

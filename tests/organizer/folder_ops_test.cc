@@ -243,5 +243,39 @@ TEST_F(FolderOpsTest, UnsubscribedFoldersShowAndHide) {
   });
 }
 
+// Typing in the folder list selects the next line whose name begins with
+// what was typed, case aside; a pause starts a new prefix.
+TEST_F(FolderOpsTest, TypeAheadFindsFoldersByDisplayName) {
+  for (const char* name : {"apple", "Banana", "berry"}) MakeFolder(name, 0);
+  Opt_AssignString("View.Unsubscribed", "1", kOptSession, 0);
+  Run([&] {
+    TREE_SetTextCallback(tree_, MSG_LineText);
+    TreeNode* svc = serviceAdd(TREE_GetRoot(tree_), 1);
+    TREE_OpenSubtree(svc, 1, 0);
+    auto type = [&](int ch) {
+      EVENT ev{};
+      ev.type = E_CHAR;
+      ev.v.chr = {ch, false, false};
+      xvt_win_dispatch_event(tree_, &ev);
+      TreeNode* sel = TREE_FirstSelection(tree_);
+      char text[64] = "";
+      if (sel) MSG_LineText(sel, text, sizeof text);
+      return std::string(text);
+    };
+    const struct {
+      bool pause;  // the prefix starts again, as after a second's pause
+      int ch;
+      const char* want;
+    } keys[] = {
+        {true, 'b', "Banana"}, {true, 'B', "berry"}, {true, 'l', "Local"}, {true, 'b', "Banana"},
+        {false, 'e', "berry"}, {true, 'z', "berry"},
+    };
+    for (const auto& k : keys) {
+      if (k.pause) TREE_GetInfo(tree_)->typed_len = 0;
+      EXPECT_EQ(type(k.ch), k.want) << static_cast<char>(k.ch);
+    }
+  });
+}
+
 }  // namespace
 }  // namespace nodestest
