@@ -665,6 +665,13 @@ int FolderWant(ModelEvent* ev, void* data) {
     case E_FOLDER_RENAMED: return ev->from_ms == f->ms && ev->old_name && f->name == ev->old_name;
     case E_SHOW_EMPTY_MSGGRPS:
     case E_HIDE_EMPTY_MSGGRPS: return open && f->groups_loaded && !TREE_IsOpenElsewhere(node);
+    case E_OPTION_CHANGED: {
+      if (!f->groups_loaded || TREE_IsOpenElsewhere(node) || !ev->option) return 0;
+      const std::string prefix = groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), 0, "IDList");
+      const size_t stem = prefix.size() - std::strlen("IDList");
+      return std::strncmp(ev->option, prefix.c_str(), stem) == 0;
+    }
+    case E_FONT_CHANGED: return TREE_GetParent(node) != nullptr;
     case E_GROUP_SHOWN:
     case E_GROUP_HIDDEN:
     case E_GROUP_NEW:
@@ -706,6 +713,21 @@ void FolderHandle(ModelEvent* ev, void* data) {
       return;
     case E_FOLDER_DELETED: doFolderDeleted(node); return;
     case E_FOLDER_RENAMED: doFolderRenamed(node, ev); return;
+    case E_OPTION_CHANGED: {
+      // A rule group's new name shows at once; "<id>.Name" after the folder's prefix.
+      const std::string prefix = groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), 0, "IDList");
+      const char* tail = ev->option + prefix.size() - std::strlen("IDList");
+      char* end = nullptr;
+      const long id = std::strtol(tail, &end, 10);
+      if (end == tail || id <= 0 || std::strcmp(end, ".Name") != 0) return;
+      for (TreeNode* k = TREE_GetFirstKid(holder); k; k = TREE_GetNext(k))
+        if (GroupNodeInfo* g = GRP_Info(k); g && g->id == id) {
+          g->name = ev->option_value ? ev->option_value : Opt_LookupText(ev->option, kOptSession);
+          TREE_RedrawNode(k);
+        }
+      return;
+    }
+    case E_FONT_CHANGED: TREE_RedrawNode(node); return;
     case E_SHOW_EMPTY_MSGGRPS:
     case E_HIDE_EMPTY_MSGGRPS:
     case E_GROUP_SHOWN:

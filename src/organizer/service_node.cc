@@ -16,6 +16,7 @@ int ServiceWant(ModelEvent* ev, void* data) {
   if (!s) return 0;
   // The view of unsubscribed folders changes for every service at once.
   if (ev->type == E_SHOW_UNSUBSCRIBED || ev->type == E_HIDE_UNSUBSCRIBED) return s->fetched_subscribed;
+  if (ev->type == E_FONT_CHANGED) return TREE_GetParent(static_cast<TreeNode*>(data)) != nullptr;
   if (ev->ms != s->ms) return 0;
   switch (ev->type) {
     case E_MS_CLOSED: return s->fetched_subscribed;
@@ -49,6 +50,7 @@ void ServiceHandle(ModelEvent* ev, void* data) {
       break;
     }
     case E_MS_DESTROYED: TREE_RemoveNode(node); break;
+    case E_FONT_CHANGED: TREE_RedrawNode(node); break;
     case E_SHOW_UNSUBSCRIBED:
     case E_HIDE_UNSUBSCRIBED: MSG_ShowUnsubscribed(node, ev->type == E_SHOW_UNSUBSCRIBED); break;
     case E_MS_NAME_CHANGED:

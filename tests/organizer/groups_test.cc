@@ -110,8 +110,10 @@ TEST_F(NodesTest, GroupsAreMovedDeletedAndRestored) {
         {"the Urgent group deleted: its messages are picked again", {RESP_2},
          [&] { return groupDelete(Group(node, "Urgent")); }, 1, "2", "[Boss: 4 2] [Main: 3 1] [Deleted:]",
          "Delete all messages or delete Message Group \"Urgent?\""},
+        {"Boss renamed", {}, [&] { return Opt_AssignString("MessageGroups.1.Box.2.Name", "Chief", kOptSession, 0); },
+         1, "2", "[Chief: 4 2] [Main: 3 1] [Deleted:]", ""},
         {"Main's messages deleted, Main stays", {RESP_DEFAULT}, [&] { return groupDelete(Group(node, "Main")); }, 1,
-         "2", "[Boss: 4 2] [Main:] [Deleted: 3 1]", "Delete all messages in the \"Main\" group?"},
+         "2", "[Chief: 4 2] [Main:] [Deleted: 3 1]", "Delete all messages in the \"Main\" group?"},
     };
     for (const Step& step : steps) {
       xvt_test_clear_posts();
