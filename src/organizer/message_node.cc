@@ -158,13 +158,21 @@ std::string MSG_SizeText(unsigned long size) {
   return buf;
 }
 
+namespace {
+
+int64_t DateKeyOf(const DateFields& f) {
+  if (f.year < 0 || f.month < 1 || f.month > 12 || f.day < 0) return kNoDate + 1;
+  return DaysFromCivil(f.year, f.month, f.day) * 86400 + int64_t{f.hour < 0 ? 0 : f.hour} * 3600 +
+         int64_t{f.minute < 0 ? 0 : f.minute} * 60 + (f.second < 0 ? 0 : f.second) - int64_t{f.zone_minutes} * 60;
+}
+
+}  // namespace
+
 int64_t MSG_DateKey(const char* date) {
   if (!date || !*date) return kNoDate;
   DateFields f;
   parse_date_fields(date, &f);
-  if (f.year < 0 || f.month < 1 || f.month > 12 || f.day < 0) return kNoDate + 1;
-  return DaysFromCivil(f.year, f.month, f.day) * 86400 + int64_t{f.hour < 0 ? 0 : f.hour} * 3600 +
-         int64_t{f.minute < 0 ? 0 : f.minute} * 60 + (f.second < 0 ? 0 : f.second) - int64_t{f.zone_minutes} * 60;
+  return DateKeyOf(f);
 }
 
 std::string MSG_DateText(const char* date) {
@@ -261,8 +269,8 @@ MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
       parse_date_fields(env->date, &f);
       packed = PackDate(f, &when);
       if (!packed) date_text = MSG_DateText(env->date);
+      date_key = DateKeyOf(f);  // the one parse serves the text and the key
     }
-    date_key = MSG_DateKey(env->date);
   } else {
     from = "<Unknown>";
   }
