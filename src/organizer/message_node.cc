@@ -254,16 +254,25 @@ std::string MSG_SizeTextOf(const MessageNodeInfo* m) { return MSG_SizeText(m->si
 
 MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
   Envelope* env = MM_MsgEnvelope(umi);
-  std::string from;
-  const char* subject = nullptr;
+  // Nothing may point into the envelope once the record is being allocated:
+  // running short there makes the model drop its envelopes. The texts are
+  // copied into buffers kept between calls (no allocation per message).
+  static std::string from, subject_text;
+  from.clear();
+  subject_text.clear();
+  bool has_subject = false;
   std::string date_text;
   uint32_t when = 0;
   bool packed = false;
   int64_t date_key = kNoDate;
   if (env) {
     const MailAddress* who = sent_folder ? env->to : env->from;
-    from = std::string(sent_folder ? "To: " : "") + AddressText(who);
-    subject = env->subject;
+    from.assign(sent_folder ? "To: " : "");
+    from += AddressText(who);
+    if (env->subject) {
+      has_subject = true;
+      subject_text.assign(env->subject);
+    }
     if (env->date && *env->date) {
       DateFields f;
       parse_date_fields(env->date, &f);
@@ -271,10 +280,12 @@ MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
       if (!packed) date_text = MSG_DateText(env->date);
       date_key = DateKeyOf(f);  // the one parse serves the text and the key
     }
+    env = nullptr;
   } else {
     from = "<Unknown>";
   }
   const size_t from_len = std::min<size_t>(from.size(), 0xffff);
+  const char* subject = has_subject ? subject_text.c_str() : nullptr;
   const size_t subject_len = subject ? std::min<size_t>(std::strlen(subject), 0xffff) : 0;
   const size_t date_len = std::min<size_t>(date_text.size(), 0xff);
   const size_t bytes = sizeof(MessageNodeInfo) + from_len + 1 + subject_len + 1 + (date_len ? date_len + 1 : 0);
