@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "src/options/options.h"
+#include "src/organizer/node_draw.h"
 #include "tests/organizer/nodes_fixture.h"
 
 namespace nodestest {
@@ -240,6 +241,78 @@ TEST_F(FolderOpsTest, UnsubscribedFoldersShowAndHide) {
     Opt_AssignString("View.Unsubscribed", "0", kOptSession, 0);
     MM_NotPostSimple(E_HIDE_UNSUBSCRIBED);
     EXPECT_EQ(TREE_EntriesVisible(tree_), 5);  // the service, a, a/y and the one message of each
+  });
+}
+
+// Service and folder lines as drawn: the offline service in gray, a folder
+// that can't hold messages marked read only, a lost folder crossed in red,
+// the counts of an open folder; fields at their columns.
+TEST_F(FolderOpsTest, ServiceAndFolderLinesDrawTheirState) {
+  MakeFolder("box", 2);
+  Opt_AssignString("View.Unsubscribed", "1", kOptSession, 0);
+  Run([&] {
+    TreeNode* svc = serviceAdd(TREE_GetRoot(tree_), 1);
+    TREE_OpenSubtree(svc, 1, 0);
+    TreeNode* box = folderFind(svc, "box");
+    ASSERT_NE(box, nullptr);
+    auto text = [&](const std::string& t) -> const XvtDrawOp* {
+      static XvtDrawOp found;
+      for (const XvtDrawOp& o : xvt_test_paint(tree_))
+        if (o.op == "text" && o.text == t) return &(found = o);
+      return nullptr;
+    };
+    auto red_lines = [&] {
+      int n = 0;
+      for (const XvtDrawOp& o : xvt_test_paint(tree_))
+        if (o.op == "line" && o.fore == COLOR_RED) ++n;
+      return n;
+    };
+    const struct {
+      const char* what;
+      std::function<void()> change;
+      const char* service_text;
+      COLOR service_color;
+      const char* count_text;  // "" for none
+      bool read_only;
+      int red;
+    } steps[] = {
+        {"listed", [] {}, "Local", MSG_SlotColor(kSlotService), "", false, 0},
+        {"opened", [&] { TREE_OpenSubtree(box, 1, 0); }, "Local", MSG_SlotColor(kSlotService),
+         "(2 msgs, 2 unread)", false, 0},
+        {"lost", [&] { F(box)->lost = true; TREE_RedrawNode(box); }, "Local", MSG_SlotColor(kSlotService),
+         "(2 msgs, 2 unread)", false, 2},
+        {"offline: a local service stays as it was; closed, not selectable",
+         [&] {
+           folderCloseTree(box);
+           F(box)->lost = false;
+           F(box)->selectable = false;
+           ModelEvent* ev = MM_NotEventNew(E_MS_OFFLINE);
+           ev->ms = static_cast<int16_t>(local_);
+           MM_NotEventPost(ev);
+           MM_NotEventFree(ev);
+         },
+         "Local", MSG_SlotColor(kSlotService), "", true, 0},
+        {"a service that is offline is gray",
+         [&] {
+           SVC_Info(svc)->offline = 1;
+           TREE_RedrawNode(svc);
+         },
+         "Local", COLOR_GRAY, "", true, 0},
+    };
+    for (const auto& step : steps) {
+      step.change();
+      const XvtDrawOp* name = text(step.service_text);
+      ASSERT_NE(name, nullptr) << step.what;
+      EXPECT_EQ(name->fore, step.service_color) << step.what;
+      EXPECT_EQ(name->rct.left - TREE_GetAbsOffset(svc), 32 + 2) << step.what;  // the name column
+      const XvtDrawOp* counts = *step.count_text ? text(step.count_text) : nullptr;
+      EXPECT_EQ(counts != nullptr, *step.count_text != 0) << step.what;
+      if (counts) {
+        EXPECT_EQ(counts->rct.left - TREE_GetAbsOffset(box), 22 + 150 + 2) << step.what;
+      }
+      EXPECT_EQ(text("[Read Only]") != nullptr, step.read_only) << step.what;
+      EXPECT_EQ(red_lines(), step.red) << step.what;
+    }
   });
 }
 
