@@ -1,11 +1,14 @@
-// nodes_bench: a large local folder opened into the organizer's tree, and
-// re-sorted by each order.
+// nodes_bench: a large folder opened into the organizer's tree, and
+// re-sorted by each order: a local folder, and a folder on a private Dovecot.
 //
-//   nodes_bench [COUNT]      (default 100000)
+//   nodes_bench [COUNT] [local|imap|both]     (default 100000 both)
 //
-// Builds a folder of COUNT generated messages and lets an open make its
-// cache files. Then, after one warm-up run of each, in alternating order,
-// times two ways of opening it:
+// Local: builds a folder of COUNT generated messages and lets an open make
+// its cache files. IMAP: starts Dovecot with tests/peers/imap-dovecot.sh and
+// seeds COUNT messages into "Big"; the service says Security "none", so the
+// session talks in the clear as the IMAP bench's floor does. For each, after
+// one warm-up run of each side, in alternating order (five rounds local,
+// three over IMAP), times two ways of opening it:
 //   model: MM_FolOpen, then for every message its UMI, MM_MsgEnvelope and
 //          the flag tests; MM_FolClose. What any list of the folder must
 //          read at least (the floor).
@@ -20,6 +23,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -42,10 +47,10 @@ struct Run {
   long lines;
 };
 
-Run ModelSide(int ms) {
+Run ModelSide(int ms, const char* folder) {
   const Memory before = Measure();
   auto start = Clock::now();
-  const int id = MM_FolOpen(ms, "Bench");
+  const int id = MM_FolOpen(ms, folder);
   long seen = 0;
   const unsigned long n = static_cast<unsigned long>(MM_FolGetNumMsgs(id));
   for (unsigned long i = 1; i <= n; ++i) {
@@ -59,17 +64,17 @@ Run ModelSide(int ms) {
   return {t, heap, seen};
 }
 
-TreeNode* AddLine(WINDOW tree, int ms) {
+TreeNode* AddLine(WINDOW tree, int ms, const char* folder) {
   FolderListEntry e;
-  e.name = "Bench";
+  e.name = folder;
   e.delimiter = '/';
   return folderAdd(TREE_GetRoot(tree), ms, e, 1, INVALID_FOLDER);
 }
 
-Run NodesSide(WINDOW tree, int ms, bool keep, TreeNode** out) {
+Run NodesSide(WINDOW tree, int ms, const char* folder, bool keep, TreeNode** out) {
   const Memory before = Measure();
   auto start = Clock::now();
-  TreeNode* node = AddLine(tree, ms);
+  TreeNode* node = AddLine(tree, ms, folder);
   if (!node || folderHandleNodeEvent(tree, node, kNodeEventDoubleClick) != kNodeActionOk) std::exit(1);
   const double t = Seconds(start);
   const long heap = Measure().heap - before.heap;
@@ -92,62 +97,83 @@ long TaskEh(WINDOW, EVENT*) { return 0; }
 
 int g_count = 0;
 int g_ms = INVALID_SERVICE;
+int g_imap = INVALID_SERVICE;
 int g_status = 0;
 
-void Bench() {
-  RCT r{0, 0, 800, 600};
-  WINDOW tree = TREE_CreateTreeWidget(TASK_WIN, &r, 80, 0, 2, 0, 16, 0, nullptr, nullptr, nullptr, nullptr);
+void Side(WINDOW tree, const char* label, int ms, const char* folder, int rounds) {
   TreeNode* unused = nullptr;
-  ModelSide(g_ms);  // warm-up: page cache and allocator
-  NodesSide(tree, g_ms, false, &unused);
+  ModelSide(ms, folder);  // warm-up: page cache, allocator, the server's indexes
+  NodesSide(tree, ms, folder, false, &unused);
   std::vector<double> model, nodes;
   Run m{}, n{};
-  for (int round = 0; round < 5; ++round) {
+  for (int round = 0; round < rounds; ++round) {
     if (round % 2) {
-      n = NodesSide(tree, g_ms, false, &unused);
-      m = ModelSide(g_ms);
+      n = NodesSide(tree, ms, folder, false, &unused);
+      m = ModelSide(ms, folder);
     } else {
-      m = ModelSide(g_ms);
-      n = NodesSide(tree, g_ms, false, &unused);
+      m = ModelSide(ms, folder);
+      n = NodesSide(tree, ms, folder, false, &unused);
     }
     model.push_back(m.seconds);
     nodes.push_back(n.seconds);
     if (m.lines != g_count || n.lines != g_count) {
-      std::fprintf(stderr, "the two sides saw %ld and %ld messages of %d\n", m.lines, n.lines, g_count);
+      std::fprintf(stderr, "%s: the two sides saw %ld and %ld messages of %d\n", label, m.lines, n.lines, g_count);
       g_status = 1;
       return;
     }
   }
   const double tm = Median(model), tn = Median(nodes);
-  std::printf("open, median of 5 alternating rounds: model %.3f s, nodes %.3f s, ratio %.2f (%.2f us per message"
+  std::printf("%s open, median of %d alternating rounds: model %.3f s, nodes %.3f s, ratio %.2f (%.2f us per message"
               " over the floor)\n",
-              tm, tn, tn / tm, (tn - tm) / g_count * 1e6);
-  std::printf("heap held with the folder open: model %.1f bytes per message, nodes %.1f; the nodes' own %.1f bytes"
-              " per message\n",
-              static_cast<double>(m.heap) / g_count, static_cast<double>(n.heap) / g_count,
+              label, rounds, tm, tn, tn / tm, (tn - tm) / g_count * 1e6);
+  std::printf("%s heap held with the folder open: model %.1f bytes per message, nodes %.1f; the nodes' own %.1f"
+              " bytes per message\n",
+              label, static_cast<double>(m.heap) / g_count, static_cast<double>(n.heap) / g_count,
               static_cast<double>(n.heap - m.heap) / g_count);
   TreeNode* node = nullptr;
-  NodesSide(tree, g_ms, true, &node);
+  NodesSide(tree, ms, folder, true, &node);
   for (int order = 0; order < kSortOrders; ++order) {
     auto start = Clock::now();
     MSG_ResortKids(node, order);
-    std::printf("re-sort by %-24s %.3f s (%.2f us per message)\n", MSG_SortName(order), Seconds(start),
+    std::printf("%s re-sort by %-24s %.3f s (%.2f us per message)\n", label, MSG_SortName(order), Seconds(start),
                 Seconds(start) / g_count * 1e6);
   }
-  // A second conversation sort: the headers now come from the cache.
+  // A second conversation sort: the headers now come from the cache (of a
+  // local folder; a remote one keeps only its last few thousand).
   auto start = Clock::now();
   MSG_ResortKids(node, kSortConversation);
-  std::printf("re-sort by %-24s %.3f s again\n", MSG_SortName(kSortConversation), Seconds(start));
+  std::printf("%s re-sort by %-24s %.3f s again\n", label, MSG_SortName(kSortConversation), Seconds(start));
   folderCloseTree(node);
   TREE_RemoveNode(node);
 }
+
+void Bench() {
+  RCT r{0, 0, 800, 600};
+  WINDOW tree = TREE_CreateTreeWidget(TASK_WIN, &r, 80, 0, 2, 0, 16, 0, nullptr, nullptr, nullptr, nullptr);
+  if (g_ms != INVALID_SERVICE) Side(tree, "local", g_ms, "Bench", 5);
+  if (g_imap != INVALID_SERVICE) Side(tree, "imap", g_imap, "Big", 3);
+}
+
+std::string Shell(const std::string& command) {
+  std::string out;
+  if (FILE* p = ::popen((command + " 2>&1").c_str(), "r")) {
+    char buffer[512];
+    while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
+    ::pclose(p);
+  }
+  return out;
+}
+
+const std::string kScript = "bash '" VELMAR_SOURCE_DIR "/tests/peers/imap-dovecot.sh' ";
 
 }  // namespace
 
 int main(int argc, char** argv) {
   g_count = argc > 1 ? std::atoi(argv[1]) : 100000;
-  if (g_count < 1) {
-    std::fprintf(stderr, "usage: %s [COUNT]\n", argv[0]);
+  const std::string which = argc > 2 ? argv[2] : "both";
+  const bool local = which == "local" || which == "both", imap = which == "imap" || which == "both";
+  if (g_count < 1 || (!local && !imap)) {
+    std::fprintf(stderr, "usage: %s [COUNT] [local|imap|both]\n", argv[0]);
     return 2;
   }
   char tmpl[] = "/tmp/nodes_bench.XXXXXX";
@@ -156,35 +182,73 @@ int main(int argc, char** argv) {
     return 1;
   }
   const std::string home = tmpl;
-  ::setenv("VELMAR_HOME", home.c_str(), 1);
+  std::map<std::string, std::string> env;
+  // The server's directory lies apart: its own users must reach it.
+  char server_tmpl[] = "/tmp/nodes_bench-imap.XXXXXX";
+  if (imap && !::mkdtemp(server_tmpl)) {
+    std::perror("mkdtemp");
+    return 1;
+  }
+  const std::string server = server_tmpl;
+  if (imap) {
+    std::istringstream lines(Shell(kScript + "start " + server));
+    for (std::string line; std::getline(lines, line);)
+      if (size_t eq = line.find('='); eq != std::string::npos) env[line.substr(0, eq)] = line.substr(eq + 1);
+    if (!env.count("PORT")) {
+      std::fprintf(stderr, "nodes_bench: Dovecot did not start (package dovecot-imapd)\n");
+      return 1;
+    }
+    auto seeding = Clock::now();
+    Shell(kScript + "seed " + server + " " + std::to_string(g_count) + " Big");
+    std::printf("imap folder: %d messages seeded into Big in %.1f s\n", g_count, Seconds(seeding));
+  }
+  ::setenv("VELMAR_HOME", (home + "/user").c_str(), 1);
+  std::filesystem::create_directory(home + "/user");
   if (!InitDirectories() || !Opt_Init()) {
     std::fprintf(stderr, "cannot set up the user directory\n");
     return 1;
   }
-  Opt_AssignString("MsgService.IDList", "1", kOptPermanent, 0);
+  Opt_AssignString("MsgService.IDList", "1,2", kOptPermanent, 0);
   Opt_AssignString("MsgService.ms1.Name", "Local", kOptPermanent, 0);
   Opt_AssignString("MsgService.ms1.Type", "local", kOptPermanent, 0);
+  const std::pair<const char*, std::string> imap_options[] = {
+      {"Name", "Bench"}, {"Type", "imap"}, {"Hostname", env["HOST"]}, {"Port", env["PORT"]},
+      {"Userid", env["USER"]}, {"Password", env["PASSWORD"]}, {"Security", "none"},
+  };
+  if (imap)
+    for (const auto& [key, value] : imap_options)
+      Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
   MM_Init();
-  g_ms = MM_MSNew(1);
-  if (!mail_create(nullptr, "Bench")) {
-    std::fprintf(stderr, "cannot create the folder\n");
-    return 1;
+  if (local) {
+    g_ms = MM_MSNew(1);
+    if (!mail_create(nullptr, "Bench")) {
+      std::fprintf(stderr, "cannot create the folder\n");
+      return 1;
+    }
+    const std::string dir = mh_path("Bench");
+    std::filesystem::remove(dir + "/mh_index.dat");
+    std::filesystem::remove(dir + "/mh_cache.dat");
+    auto start = Clock::now();
+    const uint64_t bytes = BuildFolder(dir, g_count);
+    Settle(dir, g_count);
+    MailStream* s = mail_open(nullptr, "Bench", 0);  // makes the caches
+    mail_close(s);
+    std::printf("local folder: %d messages, %.1f MB, written, settled and cached in %.1f s\n", g_count, bytes / 1e6,
+                Seconds(start));
   }
-  const std::string dir = mh_path("Bench");
-  std::filesystem::remove(dir + "/mh_index.dat");
-  std::filesystem::remove(dir + "/mh_cache.dat");
-  auto start = Clock::now();
-  const uint64_t bytes = BuildFolder(dir, g_count);
-  Settle(dir, g_count);
-  MailStream* s = mail_open(nullptr, "Bench", 0);  // makes the caches
-  mail_close(s);
-  std::printf("folder: %d messages, %.1f MB, written, settled and cached in %.1f s\n", g_count, bytes / 1e6,
-              Seconds(start));
+  if (imap) {
+    g_imap = MM_MSNew(2);
+    MM_MSInitAuthInfo(g_imap);
+  }
   XVT_CONFIG config{0, 0, "nodes_bench", "nodes_bench", "task", 42};
   xvt_test_set_unexpected_handler([](const XvtPost& p) { std::fprintf(stderr, "dialog: %s\n", p.text.c_str()); });
   xvt_test_set_run_hook(Bench);
   xvt_app_create(0, nullptr, 0, TaskEh, &config);
   MM_Shutdown(0);
+  if (imap) {
+    Shell(kScript + "stop " + server);
+    std::filesystem::remove_all(server);
+  }
   std::filesystem::remove_all(home);
   return g_status;
 }

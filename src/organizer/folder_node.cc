@@ -11,6 +11,7 @@
 #include "src/base/critical.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 
@@ -59,7 +60,7 @@ void RemoveContent(TreeNode* node, FolderNodeInfo* f) {
     if (t == kNodeDataTypeMessage || t == kNodeDataTypeGroup) TREE_RemoveNode(k);
     k = next;
   }
-  f->index.clear();
+  f->index.Clear();
   f->conv = ConversationIndex{};
 }
 
@@ -69,7 +70,7 @@ void ApplyFlags(TreeNode* container, TreeNode* node, uint16_t now) {
   MessageNodeInfo* m = MSG_Info(node);
   FolderNodeInfo* f = FOL_Info(container);
   if (!m || !f) return;
-  const uint16_t before = m->rec.flags;
+  const uint16_t before = m->flags;
   if (before == now) return;
   TreeNode* parent = TREE_GetParent(node);
   GroupNodeInfo* g = GRP_Info(parent);
@@ -84,17 +85,17 @@ void ApplyFlags(TreeNode* container, TreeNode* node, uint16_t now) {
   if (moved) {
     // Out of its group with the old flags, in again with the new ones.
     folderRemoveMessage(container, node);
-    m->rec.flags = now;
+    m->flags = now;
     TreeNode* target = (now & kMsgDeleted) ? GRP_DeletedGroup(container) : groupPick(container, m->umi);
     if (target) {
       groupInsertMessage(container, target, node);
     } else {
-      f->index.erase(m->umi);
+      f->index.Erase(m->umi);
       TREE_DestroyNode(node);
       return;
     }
   } else {
-    m->rec.flags = now;
+    m->flags = now;
     if ((before ^ now) & kMsgDeleted) TREE_SelectNode(node, 0);
   }
   TREE_RedrawNode(node);
@@ -111,7 +112,7 @@ void AddNewMessages(TreeNode* node) {
   Suspended s(holder);
   for (long n = f->total + 1; n <= count; ++n) {
     const UMI umi = MM_UMIFromMsgno(f->folder_id, static_cast<unsigned long>(n));
-    if (umi && !f->index.count(umi)) folderAddMessage(holder, umi);
+    if (umi && !f->index.Find(umi)) folderAddMessage(holder, umi);
   }
   f->total = count;
   Redraw(node);
@@ -126,8 +127,8 @@ void RefreshReportedFlags(TreeNode* node) {
   if (n == 0 || !f->messages_loaded) return;
   Suspended s(node);
   if (n < 0) {
-    std::vector<std::pair<UMI, TreeNode*>> all(f->index.begin(), f->index.end());
-    for (auto& [umi, line] : all) ApplyFlags(node, line, MSG_ReadFlags(umi));
+    for (TreeNode* line : f->index.Lines())
+      if (MessageNodeInfo* m = MSG_Info(line)) ApplyFlags(node, line, MSG_ReadFlags(m->umi));
     return;
   }
   for (UMI umi : umis)
@@ -243,6 +244,7 @@ int folderAddMessageContent(TreeNode* node) {
   if (!f->selectable) return 1;
   const int id = f->folder_id;
   f->sort = folderSortOrder(f->ms, f->name.c_str());
+  MSG_ReadDrawOptions();
   const bool groups = GRP_ShowGroups();
   TreeNode* holder = Holder(node);
   if (groups) {
@@ -288,10 +290,12 @@ int folderAddMessageContent(TreeNode* node) {
     const long msgno = upward ? step : n - step + 1;
     const UMI umi = MM_UMIFromMsgno(id, static_cast<unsigned long>(msgno));
     if (!umi) continue;
-    auto* m = new MessageNodeInfo;
-    m->umi = umi;
-    drawRecInit(umi, &m->rec, sent);
-    records.push_back(m);
+    MessageNodeInfo* m = MSG_NewInfo(umi, sent);
+    if (!m) {
+      f->low_memory = true;
+    } else {
+      records.push_back(m);
+    }
     if (f->low_memory) {
       // The progress window is the line the user watches during a load.
       if (groups) xvt_progress_set_text("Aborting folder load due to low application memory");
@@ -303,7 +307,7 @@ int folderAddMessageContent(TreeNode* node) {
   // Flags the server reported while we read are in the records already.
   std::vector<UMI> stale;
   MM_FolTakeFlagReports(id, &stale);
-  f->index.reserve(records.size());
+  f->index.Reserve(records.size());
   if (groups) {
     GRP_LoadRecords(holder, &records, &f->shown, &f->unread, &f->index);
     f->groups_loaded = true;
@@ -313,9 +317,9 @@ int folderAddMessageContent(TreeNode* node) {
       TreeNode* line = messageCreateNode(m->umi, m);
       if (!line) continue;
       TREE_AppendNode(holder, line);
-      f->index.emplace(m->umi, line);
+      f->index.Put(m->umi, line);
       ++f->shown;
-      if (!(m->rec.flags & kMsgRead)) ++f->unread;
+      if (!(m->flags & kMsgRead)) ++f->unread;
     }
   }
   f->messages_loaded = true;
@@ -405,8 +409,7 @@ TreeNode* MSG_FindMessage(TreeNode* container, UMI umi) {
     f = FOL_Info(TREE_GetOriginNode(container));
     if (!f) return nullptr;
   }
-  auto it = f->index.find(umi);
-  return it == f->index.end() ? nullptr : it->second;
+  return f->index.Find(umi);
 }
 
 void folderRemoveMessage(TreeNode* container, TreeNode* message) {
@@ -419,25 +422,24 @@ void folderRemoveMessage(TreeNode* container, TreeNode* message) {
   if (!f || !m) return;
   if (f->total > 0) --f->total;
   if (f->shown > 0) --f->shown;
-  if (!(m->rec.flags & kMsgRead) && f->unread > 0) --f->unread;
+  if (!(m->flags & kMsgRead) && f->unread > 0) --f->unread;
 }
 
 TreeNode* folderAddMessage(TreeNode* container, UMI umi) {
   FolderNodeInfo* f = FOL_Info(container);
   if (!f) return nullptr;
-  auto* m = new MessageNodeInfo;
-  m->umi = umi;
-  drawRecInit(umi, &m->rec);
+  MessageNodeInfo* m = MSG_NewInfo(umi);
+  if (!m) return nullptr;
   if (f->sort == kSortConversation) {
     MSG_ConversationAdd(&f->conv, m);
   }
   TreeNode* line = messageCreateNode(umi, m);
   if (!line) return nullptr;
-  f->index[umi] = line;
+  f->index.Put(umi, line);
   if (f->groups_loaded) {
-    TreeNode* group = (m->rec.flags & kMsgDeleted) ? GRP_DeletedGroup(container) : groupPick(container, umi);
+    TreeNode* group = (m->flags & kMsgDeleted) ? GRP_DeletedGroup(container) : groupPick(container, umi);
     if (!group) {
-      f->index.erase(umi);
+      f->index.Erase(umi);
       TREE_DestroyNode(line);
       return nullptr;
     }
@@ -447,7 +449,7 @@ TreeNode* folderAddMessage(TreeNode* container, UMI umi) {
   TREE_InsertSorted(container, line, MSG_CompareFor(f->sort), 1);
   ++f->total;
   ++f->shown;
-  if (!(m->rec.flags & kMsgRead)) ++f->unread;
+  if (!(m->flags & kMsgRead)) ++f->unread;
   return line;
 }
 
@@ -455,9 +457,9 @@ void folderRecount(TreeNode* node) {
   FolderNodeInfo* f = FOL_Info(node);
   if (!f) return;
   f->shown = f->unread = 0;
-  for (auto& [umi, line] : f->index) {
+  for (TreeNode* line : f->index.Lines()) {
     ++f->shown;
-    if (MessageNodeInfo* m = MSG_Info(line); m && !(m->rec.flags & kMsgRead)) ++f->unread;
+    if (MessageNodeInfo* m = MSG_Info(line); m && !(m->flags & kMsgRead)) ++f->unread;
   }
 }
 
@@ -489,7 +491,7 @@ void doFolderClosed(TreeNode* node) {
   }
   TREE_SetOpenElsewhere(node, false);
   TREE_SetElsewhereRoot(node, nullptr);
-  f->index.clear();
+  f->index.Clear();
   f->conv = ConversationIndex{};
   f->folder_id = INVALID_FOLDER;
   f->groups_loaded = f->messages_loaded = f->fetched_subscribed = f->fetched_unsubscribed = false;
@@ -603,31 +605,56 @@ int folderHandleNodeEvent(WINDOW win, TreeNode* node, int event) {
 void folderDraw(WINDOW win, TreeNode* node, RCT* rect) {
   FolderNodeInfo* f = FOL_Info(node);
   if (!f) return;
-  const COLOR fore = TREE_IsSelected(node) ? COLOR_WHITE : COLOR_BLACK;
-  xvt_dwin_set_fore_color(win, fore);
-  CPEN pen{1, PAT_SOLID, f->lost ? COLOR_RED : fore};
-  xvt_dwin_set_pen(win, &pen);
-  CBRUSH brush{f->folder_id != INVALID_FOLDER ? PAT_SOLID : PAT_HOLLOW, fore};
-  xvt_dwin_set_brush(win, &brush);
-  RCT box{rect->left + 1, rect->top + 2, rect->left + 17, rect->top + 14};
-  xvt_dwin_draw_rect(win, &box);
-  if (f->lost) {
-    // The lost mark: a red cross over the folder.
-    xvt_dwin_draw_line(win, PNT{box.left, box.top}, PNT{box.right, box.bottom});
-    xvt_dwin_draw_line(win, PNT{box.right, box.top}, PNT{box.left, box.bottom});
+  const bool selected = TREE_IsSelected(node);
+  const COLOR fore = selected ? COLOR_WHITE : COLOR_BLACK;
+  int x = 0, w = 0;
+  if (MSG_ColumnPlace(win, node, rect, 0, &x, &w)) {
+    // Closed: an outline; open: filled; open elsewhere: filled gray.
+    const bool open = f->folder_id != INVALID_FOLDER;
+    const bool elsewhere = TREE_IsOpenElsewhere(node);
+    const COLOR ink = elsewhere ? COLOR_GRAY : fore;
+    CPEN pen{1, PAT_SOLID, ink};
+    xvt_dwin_set_pen(win, &pen);
+    CBRUSH brush{open || elsewhere ? PAT_SOLID : PAT_HOLLOW, ink};
+    xvt_dwin_set_brush(win, &brush);
+    RCT box{x + 1, rect->top + 2, x + 17, rect->top + 14};
+    xvt_dwin_draw_rect(win, &box);
+    if (f->lost) {
+      // The lost mark: a red cross over the folder.
+      CPEN red{1, PAT_SOLID, COLOR_RED};
+      xvt_dwin_set_pen(win, &red);
+      xvt_dwin_draw_line(win, PNT{box.left, box.top}, PNT{box.right, box.bottom});
+      xvt_dwin_draw_line(win, PNT{box.right, box.top}, PNT{box.left, box.bottom});
+    } else {
+      if (f->no_inferiors) {
+        // No subfolders: a bar under the folder.
+        xvt_dwin_draw_line(win, PNT{box.left, box.bottom + 1}, PNT{box.right, box.bottom + 1});
+      }
+      if (f->marked) {
+        CBRUSH mark{PAT_SOLID, COLOR_BLUE};
+        xvt_dwin_set_brush(win, &mark);
+        RCT dot{box.right - 5, box.top - 2, box.right + 1, box.top + 4};
+        xvt_dwin_draw_rect(win, &dot);
+      }
+    }
   }
+  const int slot = f->subscribed || IsInbox(f->name) ? kSlotSubscribedFolder : kSlotFolder;
+  xvt_dwin_set_font(win, MSG_SlotFont(slot));
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : MSG_SlotColor(slot));
   const std::string label = folderDisplayName(f->ms, f->name.c_str(), f->delimiter);
-  xvt_dwin_draw_text(win, rect->left + 22, rect->top + 12, label.c_str(), -1);
-  int x = rect->left + 30 + 8 * static_cast<int>(label.size());
+  MSG_DrawColumnText(win, node, rect, 1, label.c_str(), static_cast<int>(label.size()));
+  xvt_dwin_set_fore_color(win, fore);
+  // An open folder counts its lines; a closed one shows what the server
+  // told at the last tick, when it can tell.
   const bool loaded = f->messages_loaded || TREE_IsOpenElsewhere(node);
   if (loaded || (f->folder_id == INVALID_FOLDER && f->status_unseen >= 0)) {
     char counts[64];
     std::snprintf(counts, sizeof counts, "(%ld msgs, %ld unread)", loaded ? f->shown : f->status_messages,
                   loaded ? f->unread : f->status_unseen);
-    xvt_dwin_draw_text(win, x, rect->top + 12, counts, -1);
-    x += 8 * static_cast<int>(std::strlen(counts)) + 8;
+    MSG_DrawColumnText(win, node, rect, 2, counts, -1);
   }
-  if (folderIsReadOnly(node)) xvt_dwin_draw_text(win, x, rect->top + 12, "[Read Only]", -1);
+  if (MSG_ColumnPlace(win, node, rect, 3, &x, &w) && folderIsReadOnly(node))
+    MSG_DrawColumnText(win, node, rect, 3, "[Read Only]", -1);
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
 }
 
@@ -662,6 +689,21 @@ int FolderWant(ModelEvent* ev, void* data) {
     case E_FOLDER_UNSUBSCRIBED:
       return ev->ms == f->ms && ev->name && f->name == ev->name && !TREE_IsOpenElsewhere(node);
     case E_FOLDER_DELETED: return ev->ms == f->ms && ev->name && f->name == ev->name;
+    case E_FOLDER_RENAMED: return ev->from_ms == f->ms && ev->old_name && f->name == ev->old_name;
+    case E_SHOW_EMPTY_MSGGRPS:
+    case E_HIDE_EMPTY_MSGGRPS: return open && f->groups_loaded && !TREE_IsOpenElsewhere(node);
+    case E_OPTION_CHANGED: {
+      if (!f->groups_loaded || TREE_IsOpenElsewhere(node) || !ev->option) return 0;
+      const std::string prefix = groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), 0, "IDList");
+      const size_t stem = prefix.size() - std::strlen("IDList");
+      return std::strncmp(ev->option, prefix.c_str(), stem) == 0;
+    }
+    case E_FONT_CHANGED: return TREE_GetParent(node) != nullptr;
+    case E_GROUP_SHOWN:
+    case E_GROUP_HIDDEN:
+    case E_GROUP_NEW:
+    case E_GROUP_CHANGED:
+      return open && f->groups_loaded && ev->folder == f->folder_id && !TREE_IsOpenElsewhere(node);
     default: return 0;
   }
 }
@@ -700,14 +742,36 @@ void FolderHandle(ModelEvent* ev, void* data) {
       f->subscribed = ev->type == E_FOLDER_SUBSCRIBED;
       Redraw(node);
       return;
-    case E_FOLDER_DELETED: TREE_RemoveNode(node); return;
+    case E_FOLDER_DELETED: doFolderDeleted(node); return;
+    case E_FOLDER_RENAMED: doFolderRenamed(node, ev); return;
+    case E_OPTION_CHANGED: {
+      // A rule group's new name shows at once; "<id>.Name" after the folder's prefix.
+      const std::string prefix = groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), 0, "IDList");
+      const char* tail = ev->option + prefix.size() - std::strlen("IDList");
+      char* end = nullptr;
+      const long id = std::strtol(tail, &end, 10);
+      if (end == tail || id <= 0 || std::strcmp(end, ".Name") != 0) return;
+      for (TreeNode* k = TREE_GetFirstKid(holder); k; k = TREE_GetNext(k))
+        if (GroupNodeInfo* g = GRP_Info(k); g && g->id == id) {
+          g->name = ev->option_value ? ev->option_value : Opt_LookupText(ev->option, kOptSession);
+          TREE_RedrawNode(k);
+        }
+      return;
+    }
+    case E_FONT_CHANGED: TREE_RedrawNode(node); return;
+    case E_SHOW_EMPTY_MSGGRPS:
+    case E_HIDE_EMPTY_MSGGRPS:
+    case E_GROUP_SHOWN:
+    case E_GROUP_HIDDEN:
+    case E_GROUP_NEW:
+    case E_GROUP_CHANGED: GRP_HandleViewEvent(holder, ev); return;
     default: break;
   }
   TreeNode* line = MSG_FindMessage(node, ev->umi);
   if (!line) return;
   if (ev->type == E_MSG_EXPUNGED) {
     folderRemoveMessage(holder, line);
-    f->index.erase(ev->umi);
+    f->index.Erase(ev->umi);
     TREE_DestroyNode(line);
     Redraw(node);
     return;

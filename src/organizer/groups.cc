@@ -3,14 +3,17 @@
 // lives in the first group, in order, whose rule matches.
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <optional>
 #include <sstream>
 
+#include "src/base/errors.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
 
 namespace {
@@ -288,7 +291,7 @@ TreeNode* groupPick(TreeNode* container, UMI umi) { return Pick(container, umi, 
 // Picks the groups of a load's records and pours each group's sorted list
 // into its node: the tree sees only appends.
 void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records, long* shown, long* unread,
-                     std::unordered_map<UMI, TreeNode*>* index) {
+                     UmiIndex* index) {
   std::vector<TreeNode*> groups;
   for (TreeNode* k = TREE_GetFirstKid(container); k; k = TREE_GetNext(k))
     if (GroupNodeInfo* g = GRP_Info(k)) {
@@ -296,9 +299,9 @@ void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records
       groups.push_back(k);
     }
   for (MessageNodeInfo* m : *records) {
-    TreeNode* group = Pick(container, m->umi, (m->rec.flags & kMsgDeleted) != 0);
+    TreeNode* group = Pick(container, m->umi, (m->flags & kMsgDeleted) != 0);
     if (!group) {
-      delete m;
+      MSG_FreeInfo(m);
       continue;
     }
     GRP_Info(group)->load_list.push_back(m);
@@ -311,10 +314,10 @@ void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records
       TreeNode* node = messageCreateNode(m->umi, m);
       if (!node) continue;
       TREE_AppendNode(group, node);
-      (*index)[m->umi] = node;
+      index->Put(m->umi, node);
       ++g->count;
       ++*shown;
-      if (!(m->rec.flags & kMsgRead)) {
+      if (!(m->flags & kMsgRead)) {
         ++g->unread;
         ++*unread;
       }
@@ -333,11 +336,11 @@ void groupInsertMessage(TreeNode* container, TreeNode* group, TreeNode* message)
   TREE_InsertSorted(group, message, MSG_CompareFor(g->sort), 1);
   TREE_HideNode(group, 0);
   ++g->count;
-  if (!(m->rec.flags & kMsgRead)) ++g->unread;
+  if (!(m->flags & kMsgRead)) ++g->unread;
   if (FolderNodeInfo* f = FOL_Info(container)) {
     ++f->total;
     ++f->shown;
-    if (!(m->rec.flags & kMsgRead)) ++f->unread;
+    if (!(m->flags & kMsgRead)) ++f->unread;
   }
   TREE_RedrawNode(group);
 }
@@ -349,7 +352,7 @@ void groupRemoveMessage(TreeNode* message) {
   MessageNodeInfo* m = MSG_Info(message);
   TREE_DetachNode(message);
   if (g->count > 0) --g->count;
-  if (m && !(m->rec.flags & kMsgRead) && g->unread > 0) --g->unread;
+  if (m && !(m->flags & kMsgRead) && g->unread > 0) --g->unread;
   ApplyHideRule(group);
 }
 
@@ -360,7 +363,7 @@ void groupRecount(TreeNode* group) {
   for (TreeNode* k = TREE_GetFirstKid(group); k; k = TREE_GetNext(k))
     if (MessageNodeInfo* m = MSG_Info(k)) {
       ++g->count;
-      if (!(m->rec.flags & kMsgRead)) ++g->unread;
+      if (!(m->flags & kMsgRead)) ++g->unread;
     }
   ApplyHideRule(group);
 }
@@ -385,14 +388,224 @@ int groupHandleNodeEvent(WINDOW, TreeNode* node, int event) {
 void groupDraw(WINDOW win, TreeNode* node, RCT* rect) {
   GroupNodeInfo* g = GRP_Info(node);
   if (!g) return;
+  const bool selected = TREE_IsSelected(node);
+  // A raised gray box behind the whole line.
   CBRUSH gray{PAT_SOLID, 0xC0C0C0};
   xvt_dwin_set_brush(win, &gray);
-  RCT box{rect->left, rect->top, rect->left + 400, rect->top + 16};
+  RCT box{rect->left, rect->top, std::max(MSG_ColumnsRight(win, node, rect), rect->left + 1), rect->bottom};
   xvt_dwin_draw_3d_rect(win, &box, true);
-  xvt_dwin_set_fore_color(win, TREE_IsSelected(node) ? COLOR_WHITE : COLOR_BLACK);
-  if (!g->name.empty()) xvt_dwin_draw_text(win, rect->left + 20, rect->top + 12, g->name.c_str(), -1);
+  int x = 0, w = 0;
+  if (MSG_ColumnPlace(win, node, rect, 0, &x, &w)) {
+    // The group icon: two stacked outlines, the Deleted group's crossed.
+    CPEN pen{1, PAT_SOLID, selected ? COLOR_WHITE : COLOR_BLACK};
+    xvt_dwin_set_pen(win, &pen);
+    CBRUSH hollow{PAT_HOLLOW, COLOR_BLACK};
+    xvt_dwin_set_brush(win, &hollow);
+    RCT back{x + 4, rect->top + 2, x + 18, rect->top + 11}, front{x + 1, rect->top + 5, x + 15, rect->top + 14};
+    xvt_dwin_draw_rect(win, &back);
+    xvt_dwin_draw_rect(win, &front);
+    if (g->id == kGroupDeleted) xvt_dwin_draw_line(win, PNT{front.left, front.bottom}, PNT{front.right, front.top});
+  }
+  xvt_dwin_set_font(win, MSG_SlotFont(kSlotGroup));
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : MSG_SlotColor(kSlotGroup));
+  if (!g->name.empty()) MSG_DrawColumnText(win, node, rect, 1, g->name.c_str(), static_cast<int>(g->name.size()));
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : COLOR_BLACK);
   char counts[64];
   std::snprintf(counts, sizeof counts, "(%d msgs, %d unread)", g->count, g->unread);
-  xvt_dwin_draw_text(win, rect->left + 200, rect->top + 12, counts, -1);
+  MSG_DrawColumnText(win, node, rect, 2, counts, -1);
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
+}
+
+// --- Changing the set of groups ------------------------------------------------
+
+namespace {
+
+// The folder whose groups these are, and its option names.
+FolderNodeInfo* ContainerInfo(TreeNode* container) {
+  if (FolderNodeInfo* f = FOL_Info(container)) return f;
+  return FOL_Info(TREE_GetOriginNode(container));
+}
+
+std::string IdListKey(TreeNode* container) {
+  FolderNodeInfo* f = ContainerInfo(container);
+  return f ? groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), 0, "IDList") : "";
+}
+
+void WriteIdList(TreeNode* container, const std::vector<int>& ids) {
+  const std::string key = IdListKey(container);
+  if (key.empty()) return;
+  std::string text;
+  for (int id : ids) text += (text.empty() ? "" : ",") + std::to_string(id);
+  Opt_AssignString(key.c_str(), text.c_str(), kOptSession, 0);
+}
+
+// A question of the message table with the group's name in it.
+ASK_RESPONSE Ask(int code, const char* b1, const char* b2, const char* b3, const std::string& name) {
+  char text[600];
+  const char* format = ErrorText(code);
+  std::snprintf(text, sizeof text, format ? format : "%s", name.c_str());
+  return xvt_dm_post_ask(b1, b2, b3, "%s", text);
+}
+
+// Every message of the group gets flag set (or cleared), one request per folder.
+void FlagAll(TreeNode* group, const char* flag, bool set) {
+  std::vector<UMI> umis;
+  for (TreeNode* k = TREE_GetFirstKid(group); k; k = TREE_GetNext(k))
+    if (MessageNodeInfo* m = MSG_Info(k)) umis.push_back(m->umi);
+  if (umis.empty()) return;
+  WINDOW win = TREE_GetWindow(group);
+  if (win) TREE_SuspendUpdates(win);
+  if (set)
+    MM_MsgSetFlagMany(umis, flag);
+  else
+    MM_MsgClearFlagMany(umis, flag);
+  if (win) TREE_ResumeUpdates(win);
+}
+
+}  // namespace
+
+std::vector<int> groupIdList(TreeNode* container) {
+  std::vector<int> ids;
+  const std::string key = IdListKey(container);
+  const std::string text = key.empty() ? "" : Opt_LookupText(key.c_str(), kOptSession);
+  for (const char* p = text.c_str(); *p;) {
+    char* end;
+    const long id = std::strtol(p, &end, 10);
+    if (end == p) {
+      ++p;
+      continue;
+    }
+    if (id > 0) ids.push_back(static_cast<int>(id));
+    p = end;
+  }
+  return ids;
+}
+
+void groupNotifyChanged(int kind, TreeNode* container) {
+  if (kind == 1) {
+    FolderNodeInfo* f = ContainerInfo(container);
+    if (!f) return;
+    ModelEvent* ev = MM_NotEventNew(E_REBUILD_CLOSED);
+    ev->folder = static_cast<int16_t>(f->folder_id);
+    ev->ms = static_cast<int16_t>(f->ms);
+    MM_NotEventPost(ev);
+    MM_NotEventFree(ev);
+  } else if (kind == 2) {
+    MM_NotPostSimple(E_SEARCH_CHANGED);
+  }
+}
+
+int groupRemoveId(TreeNode* container, int id, bool notify) {
+  std::vector<int> ids = groupIdList(container);
+  const auto at = std::find(ids.begin(), ids.end(), id);
+  if (at == ids.end()) return 0;
+  ids.erase(at);
+  WriteIdList(container, ids);
+  if (notify) groupNotifyChanged(1, container);
+  return 1;
+}
+
+int groupMove(TreeNode* group, TreeNode* before, bool notify) {
+  GroupNodeInfo* g = GRP_Info(group);
+  GroupNodeInfo* b = GRP_Info(before);
+  TreeNode* container = TREE_GetParent(group);
+  if (!g || g->id <= 0 || group == before) return 0;
+  std::vector<int> ids = groupIdList(container);
+  const auto at = std::find(ids.begin(), ids.end(), g->id);
+  if (at == ids.end()) return 0;
+  ids.erase(at);
+  // Before the target's id; Main and Deleted stand last, so before them is the end.
+  auto to = b && b->id > 0 ? std::find(ids.begin(), ids.end(), b->id) : ids.end();
+  ids.insert(to, g->id);
+  WriteIdList(container, ids);
+  if (notify) groupNotifyChanged(1, container);
+  return 1;
+}
+
+int groupDelete(TreeNode* group) {
+  GroupNodeInfo* g = GRP_Info(group);
+  TreeNode* container = TREE_GetParent(group);
+  if (!g || !container) return 0;
+  if (g->id == kGroupDeleted) return 0;  // the Deleted group is restored, not deleted
+  const std::string name = g->name;
+  if (g->id == kGroupMain) {
+    if (Ask(3022, "Delete", "Cancel", nullptr, name) != RESP_DEFAULT) return 0;
+    FlagAll(group, "\\Deleted", true);
+    return 1;
+  }
+  bool remove = false;
+  if (g->count > 0 || folderIsReadOnly(container)) {
+    switch (Ask(3027, "Messages", "Group", "Cancel", name)) {
+      case RESP_DEFAULT: FlagAll(group, "\\Deleted", true); return 1;
+      case RESP_2: remove = true; break;
+      default: return 0;
+    }
+  } else {
+    remove = Ask(3026, "Delete", "Cancel", nullptr, name) == RESP_DEFAULT;
+  }
+  if (!remove) return 0;
+  // The lines leave the index with the group; the rebuild picks them again.
+  if (FolderNodeInfo* f = ContainerInfo(container))
+    for (TreeNode* k = TREE_GetFirstKid(group); k; k = TREE_GetNext(k))
+      if (MessageNodeInfo* m = MSG_Info(k)) f->index.Erase(m->umi);
+  const int id = g->id;
+  TREE_RemoveNode(group);
+  groupRemoveId(container, id, true);
+  return 1;
+}
+
+int groupRestore(TreeNode* group) {
+  GroupNodeInfo* g = GRP_Info(group);
+  if (!g || g->id != kGroupDeleted) return 0;
+  if (Ask(3024, "Restore", "Cancel", nullptr, g->name) != RESP_DEFAULT) return 0;
+  FlagAll(group, "\\Deleted", false);
+  return 1;
+}
+
+void groupResort(TreeNode* group) {
+  GroupNodeInfo* g = GRP_Info(group);
+  FolderNodeInfo* f = ContainerInfo(TREE_GetParent(group));
+  if (!g || !f) return;
+  g->sort = MSG_SortOrderFromName(
+      Lookup(groupGetOptionName(1, MM_MSGetNumber(f->ms), f->name.c_str(), g->id, "Sort")).c_str());
+  char title[300];
+  std::snprintf(title, sizeof title, "Sorting %s", g->name.c_str());
+  xvt_progress_open(title, "Sorting message group...", false);
+  WINDOW win = TREE_GetWindow(group);
+  if (win) TREE_SuspendUpdates(win);
+  MSG_ResortKids(group, g->sort);
+  if (win) TREE_ResumeUpdates(win);
+  xvt_progress_close();
+}
+
+void GRP_HandleViewEvent(TreeNode* container, const ModelEvent* ev) {
+  WINDOW win = TREE_GetWindow(container);
+  if (win) TREE_SuspendUpdates(win);
+  for (TreeNode* k = TREE_GetFirstKid(container); k; k = TREE_GetNext(k)) {
+    GroupNodeInfo* g = GRP_Info(k);
+    if (!g) continue;
+    switch (ev->type) {
+      case E_SHOW_EMPTY_MSGGRPS:
+        if (TREE_IsHidden(k)) TREE_HideNode(k, 0);
+        break;
+      case E_HIDE_EMPTY_MSGGRPS:
+        if (g->hide_if_empty && g->count == 0) TREE_HideNode(k, 1);
+        break;
+      default:
+        if (g->id != ev->value) break;
+        if (ev->type == E_GROUP_SHOWN) {
+          g->hide_if_empty = 1;
+          ApplyHideRule(k);
+        } else if (ev->type == E_GROUP_HIDDEN) {
+          g->hide_if_empty = 0;
+          TREE_HideNode(k, 0);
+        } else if (ev->type == E_GROUP_CHANGED) {
+          groupResort(k);
+        } else {
+          TREE_RedrawNode(k);
+        }
+        break;
+    }
+  }
+  if (win) TREE_ResumeUpdates(win);
 }

@@ -7,11 +7,14 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "c-client/rfc822/rfc822.h"
 #include "src/base/critical.h"
+#include "src/base/fs.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
 
 namespace {
@@ -68,7 +71,7 @@ int CompareLeastRecentArrival(void* a, void* b) {
 int CompareDates(void* a, void* b, bool recent_first) {
   int k;
   if (KindOrder(a, b, &k)) return k;
-  const int64_t x = M(a)->rec.date_key, y = M(b)->rec.date_key;
+  const int64_t x = M(a)->date_key, y = M(b)->date_key;
   if (x != y) return (x > y) == recent_first ? -1 : 1;
   return Later(M(a), M(b));
 }
@@ -77,7 +80,7 @@ int CompareLeastRecentDate(void* a, void* b) { return CompareDates(a, b, false);
 int CompareFrom(void* a, void* b) {
   int k;
   if (KindOrder(a, b, &k)) return k;
-  const std::string &x = M(a)->rec.from_text, &y = M(b)->rec.from_text;
+  const std::string_view x = MSG_From(M(a)), y = MSG_From(M(b));
   if (x.empty() != y.empty()) return x.empty() ? 1 : -1;  // absent last
   if (int c = x.compare(y)) return c < 0 ? -1 : 1;
   return Later(M(a), M(b));
@@ -85,10 +88,11 @@ int CompareFrom(void* a, void* b) {
 int CompareSubject(void* a, void* b) {
   int k;
   if (KindOrder(a, b, &k)) return k;
-  const MessageDrawRec &x = M(a)->rec, &y = M(b)->rec;
-  if (x.has_subject != y.has_subject) return x.has_subject ? -1 : 1;
-  if (x.has_subject) {
-    if (int c = strcasecmp(x.subject_text.c_str() + x.subject_skip, y.subject_text.c_str() + y.subject_skip))
+  const MessageNodeInfo *x = M(a), *y = M(b);
+  const bool hx = x->bits & kMsgHasSubject, hy = y->bits & kMsgHasSubject;
+  if (hx != hy) return hx ? -1 : 1;
+  if (hx) {
+    if (int c = strcasecmp(MSG_Subject(x).data() + x->subject_skip, MSG_Subject(y).data() + y->subject_skip))
       return c < 0 ? -1 : 1;
   }
   return Later(M(a), M(b));
@@ -98,7 +102,7 @@ int CompareSubject(void* a, void* b) {
 int CompareConversation(void* a, void* b) {
   int k;
   if (KindOrder(a, b, &k)) return k;
-  const int64_t x = M(a)->rec.thread_key, y = M(b)->rec.thread_key;
+  const int64_t x = M(a)->thread_key, y = M(b)->thread_key;
   if (x != y) return x > y ? -1 : 1;
   return -Later(M(a), M(b));
 }
@@ -121,8 +125,8 @@ std::vector<std::string> MessageIds(const std::string& text) {
   return out;
 }
 
-std::string SubjectKey(const MessageDrawRec& rec) {
-  std::string s = rec.subject_text.substr(rec.subject_skip);
+std::string SubjectKey(const MessageNodeInfo* m) {
+  std::string s(MSG_Subject(m).substr(m->subject_skip));
   for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.pop_back();
   return s;
@@ -154,13 +158,21 @@ std::string MSG_SizeText(unsigned long size) {
   return buf;
 }
 
+namespace {
+
+int64_t DateKeyOf(const DateFields& f) {
+  if (f.year < 0 || f.month < 1 || f.month > 12 || f.day < 0) return kNoDate + 1;
+  return DaysFromCivil(f.year, f.month, f.day) * 86400 + int64_t{f.hour < 0 ? 0 : f.hour} * 3600 +
+         int64_t{f.minute < 0 ? 0 : f.minute} * 60 + (f.second < 0 ? 0 : f.second) - int64_t{f.zone_minutes} * 60;
+}
+
+}  // namespace
+
 int64_t MSG_DateKey(const char* date) {
   if (!date || !*date) return kNoDate;
   DateFields f;
   parse_date_fields(date, &f);
-  if (f.year < 0 || f.month < 1 || f.month > 12 || f.day < 0) return kNoDate + 1;
-  return DaysFromCivil(f.year, f.month, f.day) * 86400 + int64_t{f.hour < 0 ? 0 : f.hour} * 3600 +
-         int64_t{f.minute < 0 ? 0 : f.minute} * 60 + (f.second < 0 ? 0 : f.second) - int64_t{f.zone_minutes} * 60;
+  return DateKeyOf(f);
 }
 
 std::string MSG_DateText(const char* date) {
@@ -203,28 +215,120 @@ uint16_t MSG_ReadFlags(UMI umi) {
   return f;
 }
 
-void drawRecInit(UMI umi, MessageDrawRec* rec, bool sent_folder) {
-  *rec = MessageDrawRec{};
+namespace {
+
+// The date text's fields packed in 32 bits: year (12 bits), month (4; 0
+// for one out of range, which prints as "xxx"), day (5), hour (5), minute
+// (6). False when a field doesn't fit; the text is then stored whole.
+bool PackDate(const DateFields& f, uint32_t* out) {
+  const int month = f.month >= 1 && f.month <= 12 ? f.month : 0;
+  if (f.year < 0 || f.year > 4095 || f.day < 0 || f.day > 31 || f.hour < 0 || f.hour > 31 || f.minute < 0 ||
+      f.minute > 63)
+    return false;
+  *out = static_cast<uint32_t>(f.year) << 20 | static_cast<uint32_t>(month) << 16 |
+         static_cast<uint32_t>(f.day) << 11 | static_cast<uint32_t>(f.hour) << 6 | static_cast<uint32_t>(f.minute);
+  return true;
+}
+
+}  // namespace
+
+std::string_view MSG_From(const MessageNodeInfo* m) { return {m->texts(), m->from_len}; }
+
+std::string_view MSG_Subject(const MessageNodeInfo* m) {
+  return {m->texts() + m->from_len + 1, m->subject_len};
+}
+
+std::string MSG_DateTextOf(const MessageNodeInfo* m) {
+  if (!(m->bits & kMsgHasDate)) return "";
+  if (m->bits & kMsgDateInline) return std::string(m->texts() + m->from_len + 1 + m->subject_len + 1, m->date_len);
+  const uint32_t w = m->date_when;
+  const int year = static_cast<int>(w >> 20 & 0xfff), month = static_cast<int>(w >> 16 & 0xf);
+  const int day = static_cast<int>(w >> 11 & 0x1f), hour = static_cast<int>(w >> 6 & 0x1f);
+  const int minute = static_cast<int>(w & 0x3f);
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%s %2d %2d:%02d %d", month ? kMonths[month - 1] : "xxx", day, hour, minute, year);
+  return buf;
+}
+
+std::string MSG_SizeTextOf(const MessageNodeInfo* m) { return MSG_SizeText(m->size); }
+
+MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
   Envelope* env = MM_MsgEnvelope(umi);
+  // Nothing may point into the envelope once the record is being allocated:
+  // running short there makes the model drop its envelopes. The texts are
+  // copied into buffers kept between calls (no allocation per message).
+  static std::string from, subject_text;
+  from.clear();
+  subject_text.clear();
+  bool has_subject = false;
+  std::string date_text;
+  uint32_t when = 0;
+  bool packed = false;
+  int64_t date_key = kNoDate;
   if (env) {
     const MailAddress* who = sent_folder ? env->to : env->from;
-    rec->from_text = std::string(sent_folder ? "To: " : "") + AddressText(who);
+    from.assign(sent_folder ? "To: " : "");
+    from += AddressText(who);
     if (env->subject) {
-      rec->has_subject = true;
-      rec->subject_text = env->subject;
-      rec->subject_skip = static_cast<uint8_t>(std::min<size_t>(MSG_SubjectSkip(env->subject), 255));
+      has_subject = true;
+      subject_text.assign(env->subject);
     }
-    rec->date_text = MSG_DateText(env->date);
-    rec->date_key = MSG_DateKey(env->date);
+    if (env->date && *env->date) {
+      DateFields f;
+      parse_date_fields(env->date, &f);
+      packed = PackDate(f, &when);
+      if (!packed) date_text = MSG_DateText(env->date);
+      date_key = DateKeyOf(f);  // the one parse serves the text and the key
+    }
+    env = nullptr;
   } else {
-    rec->from_text = "<Unknown>";
-    rec->date_key = kNoDate;
+    from = "<Unknown>";
   }
-  rec->size_text = MSG_SizeText(MM_MsgSize(umi));
-  rec->flags = MSG_ReadFlags(umi);
-  short priority_info = 0;
-  if (Opt_LookupBoolean("General.PriorityHeader.Info", &priority_info, kOptSession) && priority_info)
-    rec->priority = static_cast<int8_t>(MM_MsgPriority(umi));
+  const size_t from_len = std::min<size_t>(from.size(), 0xffff);
+  const char* subject = has_subject ? subject_text.c_str() : nullptr;
+  const size_t subject_len = subject ? std::min<size_t>(std::strlen(subject), 0xffff) : 0;
+  const size_t date_len = std::min<size_t>(date_text.size(), 0xff);
+  const size_t bytes = sizeof(MessageNodeInfo) + from_len + 1 + subject_len + 1 + (date_len ? date_len + 1 : 0);
+  // Through the free store, so that running short of memory here gives back
+  // the reserve and tells every folder, and the load stops with what it read.
+  void* block = fs_alloc(bytes);
+  if (!block) return nullptr;
+  auto* m = new (block) MessageNodeInfo;
+  m->umi = umi;
+  m->from_len = static_cast<uint16_t>(from_len);
+  m->subject_len = static_cast<uint16_t>(subject_len);
+  char* t = reinterpret_cast<char*>(m + 1);
+  std::memcpy(t, from.data(), from_len);
+  t[from_len] = '\0';
+  t += from_len + 1;
+  if (subject_len) std::memcpy(t, subject, subject_len);
+  t[subject_len] = '\0';
+  t += subject_len + 1;
+  if (subject) {
+    m->bits |= kMsgHasSubject;
+    m->subject_skip = static_cast<uint8_t>(std::min<size_t>(MSG_SubjectSkip(subject), std::min<size_t>(subject_len, 255)));
+  }
+  if (packed) {
+    m->bits |= kMsgHasDate;
+    m->date_when = when;
+  } else if (date_len) {
+    m->bits |= kMsgHasDate | kMsgDateInline;
+    m->date_len = static_cast<uint8_t>(date_len);
+    std::memcpy(t, date_text.data(), date_len);
+    t[date_len] = '\0';
+  }
+  m->date_key = date_key;
+  const unsigned long size = MM_MsgSize(umi);
+  m->size = static_cast<uint32_t>(std::min<unsigned long>(size, 0xffffffffu));
+  m->flags = MSG_ReadFlags(umi);
+  if (MSG_PriorityInfo()) m->priority = static_cast<int8_t>(MM_MsgPriority(umi));
+  return m;
+}
+
+void MSG_FreeInfo(MessageNodeInfo* m) {
+  if (!m) return;
+  m->~MessageNodeInfo();
+  fs_free(m);
 }
 
 void MSG_ConversationAdd(ConversationIndex* conv, MessageNodeInfo* info) {
@@ -240,13 +344,13 @@ void MSG_ConversationAdd(ConversationIndex* conv, MessageNodeInfo* info) {
     auto found = conv->by_id.find(*it);
     if (found != conv->by_id.end()) key = found->second;
   }
-  const std::string subject = info->rec.has_subject ? SubjectKey(info->rec) : "";
+  const std::string subject = (info->bits & kMsgHasSubject) ? SubjectKey(info) : "";
   if (!key && !subject.empty()) {
     auto found = conv->by_subject.find(subject);
     if (found != conv->by_subject.end()) key = found->second;
   }
   if (!key) key = static_cast<int64_t>(umi & 0x7fffffffffffffffull);
-  info->rec.thread_key = key;
+  info->thread_key = key;
   if (!own.empty()) conv->by_id.emplace(own, key);
   // Replies that name a parent we never saw still join one another.
   for (const std::string& id : parents) conv->by_id.emplace(id, key);
@@ -266,9 +370,9 @@ void MSG_SortRecords(std::vector<MessageNodeInfo*>* records, int order, Conversa
     std::unordered_map<int64_t, int64_t> newest;
     for (MessageNodeInfo* m : by_arrival) {
       MSG_ConversationAdd(c, m);
-      newest[m->rec.thread_key] = static_cast<int64_t>(m->umi & 0x7fffffffffffffffull);
+      newest[m->thread_key] = static_cast<int64_t>(m->umi & 0x7fffffffffffffffull);
     }
-    for (MessageNodeInfo* m : by_arrival) m->rec.thread_key = newest[m->rec.thread_key];
+    for (MessageNodeInfo* m : by_arrival) m->thread_key = newest[m->thread_key];
     // The index hands new mail the place its conversation has now.
     for (auto* map : {&c->by_id, &c->by_subject})
       for (auto& [text, key] : *map) {
@@ -303,15 +407,12 @@ MessageNodeInfo* MSG_Info(const TreeNode* node) {
 }
 
 TreeNode* messageCreateNode(UMI umi, MessageNodeInfo* info) {
-  if (!info) {
-    info = new MessageNodeInfo;
-    info->umi = umi;
-    drawRecInit(umi, &info->rec);
-  }
+  if (!info) info = MSG_NewInfo(umi);
+  if (!info) return nullptr;
   TreeNode* node = TREE_NewNode(1, info, 21, messageDraw, messageHandleNodeEvent, messageWidth);
   if (!node) {
     Trace(kTraceOrganizer, kTraceCritical, "messageInsertFromSortedList: failed to created new message node.\n");
-    delete info;
+    MSG_FreeInfo(info);
   }
   return node;
 }
@@ -330,7 +431,7 @@ int messageHandleNodeEvent(WINDOW, TreeNode* node, int event) {
   MessageNodeInfo* info = MSG_Info(node);
   switch (event) {
     case kNodeEventDestroy:
-      delete info;
+      MSG_FreeInfo(info);
       TREE_SetData(node, nullptr);
       return kNodeActionOk;
     case kNodeEventDoubleClick:
@@ -347,36 +448,91 @@ int messageHandleNodeEvent(WINDOW, TreeNode* node, int event) {
   }
 }
 
-int messageWidth(WINDOW, TreeNode*, RCT*) { return 600; }
+int MSG_IconOf(uint16_t flags) {
+  const bool multi = flags & kMsgMultipart;
+  if (flags & kMsgDraft) return kIconDraft;
+  if (flags & kMsgRead) return multi ? kIconReadAttach : kIconRead;
+  if (flags & kMsgRecent) return multi ? kIconRecentAttach : kIconRecent;
+  return multi ? kIconUnreadAttach : kIconUnread;
+}
+
+namespace {
+
+// The message icons, drawn: an envelope, filled while unread, blue while
+// recent, crossed by a pen for a draft; a clip at its corner for an
+// attachment.
+void DrawIcon(WINDOW win, int x, int y, int icon, COLOR fore) {
+  const bool unread = icon == kIconUnread || icon == kIconUnreadAttach || icon == kIconRecent ||
+                      icon == kIconRecentAttach;
+  const bool recent = icon == kIconRecent || icon == kIconRecentAttach;
+  const bool attach = icon == kIconReadAttach || icon == kIconRecentAttach || icon == kIconUnreadAttach;
+  const COLOR ink = recent ? COLOR_BLUE : fore;
+  CPEN pen{1, PAT_SOLID, ink};
+  xvt_dwin_set_pen(win, &pen);
+  CBRUSH brush{unread ? PAT_SOLID : PAT_HOLLOW, ink};
+  xvt_dwin_set_brush(win, &brush);
+  RCT box{x + 1, y + 3, x + 17, y + 13};
+  xvt_dwin_draw_rect(win, &box);
+  if (icon == kIconDraft) xvt_dwin_draw_line(win, PNT{x + 2, y + 14}, PNT{x + 16, y + 2});
+  if (attach) {
+    CBRUSH clip{PAT_SOLID, fore};
+    xvt_dwin_set_brush(win, &clip);
+    RCT corner{x + 13, y + 1, x + 17, y + 6};
+    xvt_dwin_draw_rect(win, &corner);
+  }
+}
+
+}  // namespace
+
+int messageWidth(WINDOW win, TreeNode* node, RCT* rect) {
+  // The selection box ends with the last column shown.
+  return std::max(0, MSG_ColumnsRight(win, node, rect) - rect->left + 2);
+}
 
 void messageDraw(WINDOW win, TreeNode* node, RCT* rect) {
   const MessageNodeInfo* info = MSG_Info(node);
   if (!info) return;
-  const MessageDrawRec& r = info->rec;
+  const int folder = MM_UMIFolder(info->umi);
   // A message whose folder lost its stream takes no more clicks.
-  if (!MM_FolStreamValid(MM_UMIFolder(info->umi))) TREE_SetNodeEnabled(node, 0);
-  const int x = rect->left, y = rect->top;
-  const COLOR fore = TREE_IsSelected(node) ? COLOR_WHITE : COLOR_BLACK;
-  xvt_dwin_set_fore_color(win, fore);
-  // Column 0: the icon, a box whose look tells draft, read, recent.
-  RCT box{x + 1, y + 1, x + 17, y + 15};
-  CPEN pen{1, PAT_SOLID, fore};
-  xvt_dwin_set_pen(win, &pen);
-  CBRUSH brush{(r.flags & (kMsgRead | kMsgDraft)) ? PAT_HOLLOW : PAT_SOLID, fore};
-  xvt_dwin_set_brush(win, &brush);
-  xvt_dwin_draw_rect(win, &box);
-  if (r.flags & kMsgDeleted) {
-    CPEN red{1, PAT_SOLID, COLOR_RED};
-    xvt_dwin_set_pen(win, &red);
-    xvt_dwin_draw_line(win, PNT{x, y}, PNT{x + 18, y + 16});
-    xvt_dwin_draw_line(win, PNT{x + 18, y}, PNT{x, y + 16});
+  if (!MM_FolStreamValid(folder)) TREE_SetNodeEnabled(node, 0);
+  const bool selected = TREE_IsSelected(node);
+  const int slot = info->priority == kPriorityHigh  ? kSlotHighPriority
+                   : info->priority == kPriorityLow ? kSlotLowPriority
+                                                    : kSlotNormalPriority;
+  xvt_dwin_set_font(win, MSG_SlotFont(slot));
+  const COLOR fore = selected ? COLOR_WHITE : COLOR_BLACK;
+  int x = 0, w = 0;
+  if (MSG_ColumnPlace(win, node, rect, 0, &x, &w)) {
+    DrawIcon(win, x, rect->top, MSG_IconOf(info->flags), fore);
+    if (info->flags & kMsgDeleted) {
+      // A red cross over the icon's 18-pixel box.
+      CPEN red{1, PAT_SOLID, COLOR_RED};
+      xvt_dwin_set_pen(win, &red);
+      xvt_dwin_draw_line(win, PNT{x, rect->top}, PNT{x + 18, rect->top + 16});
+      xvt_dwin_draw_line(win, PNT{x + 18, rect->top}, PNT{x, rect->top + 16});
+    }
+    // Answered and flagged: a small mark 22 pixels into the column.
+    if (info->flags & (kMsgAnswered | kMsgFlagged)) {
+      CPEN mark{1, PAT_SOLID, (info->flags & kMsgFlagged) ? COLOR_RED : fore};
+      xvt_dwin_set_pen(win, &mark);
+      CBRUSH fill{PAT_SOLID, (info->flags & kMsgFlagged) ? COLOR_RED : fore};
+      xvt_dwin_set_brush(win, &fill);
+      RCT dot{x + 22, rect->top + 5, x + 26, rect->top + 11};
+      xvt_dwin_draw_rect(win, &dot);
+    }
   }
-  if (r.flags & (kMsgAnswered | kMsgFlagged))
-    xvt_dwin_draw_text(win, x + 22, y + 12, (r.flags & kMsgFlagged) ? "!" : "<", 1);
-  const int base = y + 12;
-  const int places[] = {32, 200, 420, 540};
-  const std::string* texts[] = {&r.from_text, &r.subject_text, &r.date_text, &r.size_text};
-  for (int i = 0; i < 4; ++i)
-    if (!texts[i]->empty()) xvt_dwin_draw_text(win, x + places[i], base, texts[i]->c_str(), -1);
+  // With priorities shown the texts take the slot's colour.
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : MSG_PriorityInfo() ? MSG_SlotColor(slot) : COLOR_BLACK);
+  const std::string_view from = MSG_From(info), subject = MSG_Subject(info);
+  MSG_DrawColumnText(win, node, rect, 1, from.data(), static_cast<int>(from.size()));
+  MSG_DrawColumnText(win, node, rect, 2, subject.data(), static_cast<int>(subject.size()));
+  const std::string date = MSG_DateTextOf(info), size = MSG_SizeTextOf(info);
+  MSG_DrawColumnText(win, node, rect, 3, date.data(), static_cast<int>(date.size()));
+  MSG_DrawColumnText(win, node, rect, 4, size.data(), static_cast<int>(size.size()));
+  if (MSG_ColumnPlace(win, node, rect, 5, &x, &w)) {
+    const char* name = MM_FolGetName(folder);
+    const char* friendly = name && *name ? MM_FolGetFriendlyName(MM_FolGetService(folder), name) : nullptr;
+    if (friendly) MSG_DrawColumnText(win, node, rect, 5, friendly, -1);
+  }
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
 }

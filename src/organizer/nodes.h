@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -31,27 +32,43 @@ constexpr uint16_t kMsgFlagged = 0x10;
 constexpr uint16_t kMsgDeleted = 0x20;
 constexpr uint16_t kMsgRecent = 0x40;
 
-// Everything a message line needs to draw and sort, computed once when the
+// Everything a message line needs to draw and sort, made once when the
 // node is made, so that scrolling and re-sorting never reach the mail layer.
-// An empty text stands for none.
-struct MessageDrawRec {
-  std::string from_text;
-  std::string subject_text;
-  std::string date_text;
-  std::string size_text;
-  int8_t priority = kPriorityNormal;
-  uint16_t flags = 0;
-  bool has_subject = false;
-  uint8_t subject_skip = 0;  // bytes of "Re:" prefixes and blanks before the subject proper
-  int64_t date_key = 0;      // the sent date in comparable form; kNoDate when absent
-  int64_t thread_key = 0;    // conversation order: the conversation's place
-};
+// One allocation per line: this header and, behind it, the From text and the
+// Subject (each ending in NUL), and the Date text only when its fields don't
+// pack into date_when. The size and date texts are printed at draw time from
+// the numbers, so a line keeps no string objects of its own.
+constexpr uint8_t kMsgHasSubject = 0x01;
+constexpr uint8_t kMsgHasDate = 0x02;      // a Date header with text
+constexpr uint8_t kMsgDateInline = 0x04;   // the date text is stored, not packed
 
 struct MessageNodeInfo {
   int32_t type = kNodeDataTypeMessage;
+  uint16_t flags = 0;
+  int8_t priority = kPriorityNormal;
+  uint8_t subject_skip = 0;  // bytes of "Re:" prefixes and blanks before the subject proper
   UMI umi = 0;
-  MessageDrawRec rec;
+  int64_t date_key = 0;    // the sent date in comparable form; kNoDate when absent
+  int64_t thread_key = 0;  // conversation order: the conversation's place
+  uint32_t size = 0;       // bytes, for the size column
+  uint32_t date_when = 0;  // month, day, hour, minute, year of the date text, packed
+  uint16_t from_len = 0;
+  uint16_t subject_len = 0;
+  uint8_t bits = 0;        // kMsgHas*, kMsgDateInline
+  uint8_t date_len = 0;    // of a stored date text
+
+  const char* texts() const { return reinterpret_cast<const char*>(this + 1); }
 };
+
+// The texts of a line; empty for none.
+std::string_view MSG_From(const MessageNodeInfo* m);
+std::string_view MSG_Subject(const MessageNodeInfo* m);
+std::string MSG_DateTextOf(const MessageNodeInfo* m);
+std::string MSG_SizeTextOf(const MessageNodeInfo* m);
+// Makes the record of a message from the model (sent_folder: the line shows
+// "To: " and the first recipient); null when memory runs out.
+MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder = false);
+void MSG_FreeInfo(MessageNodeInfo* m);
 
 // The sort orders. The first six keep the names users have stored in their
 // options; the seventh sorts by conversation.
@@ -71,9 +88,6 @@ int MSG_SortOrderFromName(const char* name);
 
 constexpr int64_t kNoDate = INT64_MIN;
 
-// Fills rec from the model. sent_folder: the message lies in the folder
-// that holds sent mail, so the line shows "To: " and the first recipient.
-void drawRecInit(UMI umi, MessageDrawRec* rec, bool sent_folder = false);
 // Flags of the message as the model has them now.
 uint16_t MSG_ReadFlags(UMI umi);
 std::string MSG_SizeText(unsigned long size);
@@ -88,6 +102,20 @@ size_t MSG_SubjectSkip(const char* subject);
 // The comparison of two message records for an order (folders first).
 TREE_COMPARE_FN MSG_CompareFor(int order);
 
+// The icon of a line: the draft icon over all; read, recent or unread,
+// each with or without an attachment.
+enum MsgIcon : int {
+  kIconDraft = 0,
+  kIconRead,
+  kIconReadAttach,
+  kIconRecent,
+  kIconRecentAttach,
+  kIconUnread,
+  kIconUnreadAttach
+};
+int MSG_IconOf(uint16_t flags);
+
+// Takes info (made by MSG_NewInfo) or makes it; frees it when the node can't be made.
 TreeNode* messageCreateNode(UMI umi, MessageNodeInfo* info = nullptr);
 int messageHandleNodeEvent(WINDOW win, TreeNode* node, int event);
 void messageDraw(WINDOW win, TreeNode* node, RCT* rect);
@@ -158,11 +186,58 @@ bool GRP_ShowGroups();
 // The load of a folder's records into its groups (which exist): each record
 // goes to its group's list, each list is sorted once and appended; the
 // records become the nodes' data, index learns them, counters count them.
+class UmiIndex;
 void GRP_LoadRecords(TreeNode* container, std::vector<MessageNodeInfo*>* records, long* shown, long* unread,
-                     std::unordered_map<UMI, TreeNode*>* index);
+                     UmiIndex* index);
 TreeNode* GRP_DeletedGroup(TreeNode* container);
 
+// The rule group ids of the container's IDList, in order.
+std::vector<int> groupIdList(TreeNode* container);
+// The IDList without id; with notify the container rebuilds.
+int groupRemoveId(TreeNode* container, int id, bool notify);
+// Puts group's id in front of before's in the IDList, or at the end when
+// before is Main or Deleted.
+int groupMove(TreeNode* group, TreeNode* before, bool notify);
+// Asks, then deletes the messages of Main, or a rule group (its messages
+// through a rebuild) or its messages. 1 when something was done.
+int groupDelete(TreeNode* group);
+// The Deleted group: asks, then undeletes every message in it.
+int groupRestore(TreeNode* group);
+// kind 1: E_REBUILD_CLOSED for the folder; kind 2: E_SEARCH_CHANGED.
+void groupNotifyChanged(int kind, TreeNode* container);
+// The group's Sort option read again and its lines sorted by it.
+void groupResort(TreeNode* group);
+// E_SHOW_EMPTY_MSGGRPS, E_HIDE_EMPTY_MSGGRPS and E_GROUP_* (value: the id) on a container.
+void GRP_HandleViewEvent(TreeNode* container, const ModelEvent* ev);
+
 // --- Folder nodes ----------------------------------------------------------------
+
+// The lines of an open folder by UMI: a flat table with open addressing,
+// twelve bytes a slot (the UMI's low 32 bits and the line), at most four
+// fifths full. A match of the low bits is confirmed on the line's own
+// record, so UMIs that differ only above bit 32 can share a table.
+class UmiIndex {
+ public:
+  TreeNode* Find(UMI umi) const;
+  // Adds or replaces the line of umi.
+  void Put(UMI umi, TreeNode* line);
+  void Erase(UMI umi);
+  void Clear();
+  void Reserve(size_t n);
+  size_t Size() const { return size_; }
+  size_t SlotBytes() const { return lines_.size() * (sizeof(uint32_t) + sizeof(TreeNode*)); }
+  // Every line, in no particular order.
+  std::vector<TreeNode*> Lines() const;
+
+ private:
+  size_t Home(uint32_t tag) const { return (tag * 0x9E3779B1u) & mask_; }
+  void Grow(size_t capacity);
+  std::vector<uint32_t> tags_;
+  std::vector<TreeNode*> lines_;  // null: a free slot
+  size_t size_ = 0;
+  size_t mask_ = 0;
+};
+
 
 struct FolderNodeInfo {
   int32_t type = kNodeDataTypeFolder;
@@ -185,7 +260,7 @@ struct FolderNodeInfo {
   int sort = kSortRecentArrival;
   TreeNode* node = nullptr;
   // The message lines of the open folder, by UMI.
-  std::unordered_map<UMI, TreeNode*> index;
+  UmiIndex index;
   ConversationIndex conv;
 };
 
@@ -235,12 +310,44 @@ int folderSortOrder(int ms, const char* name);
 // Takes the folder's counters again from its lines (after a batch of changes).
 void folderRecount(TreeNode* node);
 
+// Folder operations (folder_ops.cc). Each returns 1 when it did all it was
+// asked, 0 when the user refused or a step failed (what was done stays).
+// The names of the folders under name (and name itself with include_self),
+// sorted; with no delimiter a folder has no subtree.
+int folderGetSubtreeList(int ms, const char* name, char delimiter, int all, int include_self,
+                         std::vector<std::string>* out);
+// 1 when name is free in ms, or the user chose to append to it or to
+// replace it (and it was deleted); an inbox is never replaced.
+int folderResolveNameConflicts(int ms, const char* name);
+int folderCopyTree(TreeNode* node, int target_ms, const char* target_name, char target_delimiter);
+int folderMoveTree(TreeNode* node, int target_ms, const char* target_name, char target_delimiter);
+int folderRenameTree(int ms, const char* old_name, char delimiter, const char* new_name);
+int folderRename(TreeNode* node, const char* new_name);
+int folderDeleteTree(TreeNode* node);
+int folderDelete(TreeNode* node);  // asks first
+int folderClose(TreeNode* node);   // asks first
+int serviceClose(TreeNode* node);  // asks first
+int serviceDelete(TreeNode* node);  // asks first
+void doFolderDeleted(TreeNode* node);
+void doFolderRenamed(TreeNode* node, const ModelEvent* ev);
+// Folder.<ms>.<name>.* and MessageGroups.<ms>.<name>.* under the new name
+// (not for "inbox"); and their deletion.
+void folderMoveOptions(int old_ms, const char* old_name, int new_ms, const char* new_name);
+void folderDeleteOptions(int ms, const char* name);
+
 // --- Service nodes ---------------------------------------------------------------
 
 TreeNode* serviceAdd(TreeNode* parent, int number);
 int serviceAddFolders(TreeNode* node, int ms);
 int serviceHandleNodeEvent(WINDOW win, TreeNode* node, int event);
 void serviceDraw(WINDOW win, TreeNode* node, RCT* rect);
+// Shows or hides the unsubscribed folders under a service or folder line
+// (E_SHOW_UNSUBSCRIBED, E_HIDE_UNSUBSCRIBED), listing what is missing.
+void MSG_ShowUnsubscribed(TreeNode* node, bool show);
+// The text a line starts with for the tree's type-ahead
+// (TREE_SetTextCallback): a service's name, a folder's display name, a
+// group's name, a message's From.
+bool MSG_LineText(TreeNode* node, char* buf, size_t size);
 // Adds a node for every service of MsgService.IDList under root.
 int serviceAddAll(TreeNode* root);
 

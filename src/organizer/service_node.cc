@@ -6,13 +6,18 @@
 
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
 
 namespace {
 
 int ServiceWant(ModelEvent* ev, void* data) {
   ServiceNodeInfo* s = SVC_Info(static_cast<TreeNode*>(data));
-  if (!s || ev->ms != s->ms) return 0;
+  if (!s) return 0;
+  // The view of unsubscribed folders changes for every service at once.
+  if (ev->type == E_SHOW_UNSUBSCRIBED || ev->type == E_HIDE_UNSUBSCRIBED) return s->fetched_subscribed;
+  if (ev->type == E_FONT_CHANGED) return TREE_GetParent(static_cast<TreeNode*>(data)) != nullptr;
+  if (ev->ms != s->ms) return 0;
   switch (ev->type) {
     case E_MS_CLOSED: return s->fetched_subscribed;
     case E_MS_DESTROYED: return !TREE_IsOpenElsewhere(static_cast<TreeNode*>(data));
@@ -45,6 +50,9 @@ void ServiceHandle(ModelEvent* ev, void* data) {
       break;
     }
     case E_MS_DESTROYED: TREE_RemoveNode(node); break;
+    case E_FONT_CHANGED: TREE_RedrawNode(node); break;
+    case E_SHOW_UNSUBSCRIBED:
+    case E_HIDE_UNSUBSCRIBED: MSG_ShowUnsubscribed(node, ev->type == E_SHOW_UNSUBSCRIBED); break;
     case E_MS_NAME_CHANGED:
       s->name = MM_MSGetName(s->ms);
       if (TREE_GetParent(node)) TREE_RedrawNode(node);
@@ -165,16 +173,71 @@ int serviceHandleNodeEvent(WINDOW, TreeNode* node, int event) {
 void serviceDraw(WINDOW win, TreeNode* node, RCT* rect) {
   ServiceNodeInfo* s = SVC_Info(node);
   if (!s) return;
-  const COLOR fore = TREE_IsSelected(node) ? COLOR_WHITE : s->offline ? COLOR_GRAY : COLOR_BLACK;
-  xvt_dwin_set_fore_color(win, fore);
-  CPEN pen{1, PAT_SOLID, fore};
-  xvt_dwin_set_pen(win, &pen);
-  CBRUSH brush{s->fetched_subscribed ? PAT_SOLID : PAT_HOLLOW, fore};
-  xvt_dwin_set_brush(win, &brush);
-  RCT box{rect->left + 1, rect->top + 2, rect->left + 17, rect->top + 14};
-  xvt_dwin_draw_rect(win, &box);
-  xvt_dwin_draw_text(win, rect->left + 22, rect->top + 12, s->name.c_str(), -1);
+  const bool selected = TREE_IsSelected(node);
+  const COLOR fore = selected ? COLOR_WHITE : COLOR_BLACK;
+  int x = 0, w = 0;
+  if (MSG_ColumnPlace(win, node, rect, 0, &x, &w)) {
+    // Not fetched: an outline; fetched: filled; open elsewhere: filled gray.
+    const bool elsewhere = TREE_IsOpenElsewhere(node);
+    const COLOR ink = elsewhere ? COLOR_GRAY : fore;
+    CPEN pen{1, PAT_SOLID, ink};
+    xvt_dwin_set_pen(win, &pen);
+    CBRUSH brush{s->fetched_subscribed || elsewhere ? PAT_SOLID : PAT_HOLLOW, ink};
+    xvt_dwin_set_brush(win, &brush);
+    RCT box{x + 1, rect->top + 2, x + 17, rect->top + 14};
+    xvt_dwin_draw_rect(win, &box);
+  }
+  xvt_dwin_set_font(win, MSG_SlotFont(kSlotService));
+  // Offline services are gray.
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : s->offline ? COLOR_GRAY : MSG_SlotColor(kSlotService));
+  MSG_DrawColumnText(win, node, rect, 1, s->name.c_str(), static_cast<int>(s->name.size()));
   xvt_dwin_set_fore_color(win, COLOR_BLACK);
+}
+
+void MSG_ShowUnsubscribed(TreeNode* node, bool show) {
+  TreeNode* holder = TREE_GetElsewhereRoot(node) ? TREE_GetElsewhereRoot(node) : node;
+  if (show) {
+    // What was never listed is listed now (the view option is already on).
+    if (ServiceNodeInfo* s = SVC_Info(node)) {
+      if (!s->fetched_unsubscribed) serviceAddFolders(node, s->ms);
+    } else if (FolderNodeInfo* f = FOL_Info(node); f && !f->fetched_unsubscribed) {
+      WINDOW win = TREE_GetWindow(holder);
+      if (win) TREE_SuspendUpdates(win);
+      folderAddSubFolders(node);
+      if (win) TREE_ResumeUpdates(win);
+    }
+  }
+  for (TreeNode* k = TREE_GetFirstKid(holder); k; k = TREE_GetNext(k)) {
+    FolderNodeInfo* f = FOL_Info(k);
+    if (!f) break;  // subfolders come first
+    if (show) {
+      if (TREE_IsHidden(k)) TREE_HideNode(k, 0);
+      if (f->fetched_subscribed) MSG_ShowUnsubscribed(k, true);
+    } else if (f->subscribed) {
+      if (f->fetched_subscribed && f->fetched_unsubscribed) MSG_ShowUnsubscribed(k, false);
+    } else if (!TREE_IsHidden(k)) {
+      TREE_HideNode(k, 1);
+    }
+    if (TREE_GetParent(k)) TREE_RedrawNode(k);
+  }
+}
+
+bool MSG_LineText(TreeNode* node, char* buf, size_t size) {
+  std::string text;
+  if (ServiceNodeInfo* s = SVC_Info(node)) {
+    text = s->name;
+  } else if (FolderNodeInfo* f = FOL_Info(node)) {
+    text = folderDisplayName(f->ms, f->name.c_str(), f->delimiter);
+  } else if (GroupNodeInfo* g = GRP_Info(node)) {
+    text = g->name;
+  } else if (MessageNodeInfo* m = MSG_Info(node)) {
+    text = std::string(MSG_From(m));
+  } else {
+    return false;
+  }
+  if (!size) return false;
+  std::snprintf(buf, size, "%s", text.c_str());
+  return true;
 }
 
 // --- Selections -------------------------------------------------------------------

@@ -68,7 +68,7 @@ class NodesTest : public ModelTest {
   static void ExpectCounts(TreeNode* n, long shown, long unread) {
     EXPECT_EQ(F(n)->shown, shown);
     EXPECT_EQ(F(n)->unread, unread);
-    EXPECT_EQ(static_cast<long>(F(n)->index.size()), shown);
+    EXPECT_EQ(static_cast<long>(F(n)->index.Size()), shown);
   }
 
   WINDOW tree_ = NULL_WIN;

@@ -100,9 +100,9 @@ TEST_F(NodesImap, AnotherClientsMailAndFlagsShowAndALostConnectionReopens) {
     EXPECT_EQ(Types({E_NEW_MESSAGES}), std::vector<int>{E_NEW_MESSAGES});
     EXPECT_EQ(Lines(node), "4 3 2 1");
     const int id = F(node)->folder_id;
-    EXPECT_EQ(MSG_Info(MSG_FindMessage(node, MM_UMIFromMsgno(id, 4)))->rec.subject_text, "delivered");
-    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, MM_UMIFromMsgno(id, 1)))->rec.flags & kMsgFlagged);
-    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, MM_UMIFromMsgno(id, 3)))->rec.flags & kMsgRead);
+    EXPECT_EQ(MSG_Subject(MSG_Info(MSG_FindMessage(node, MM_UMIFromMsgno(id, 4)))), "delivered");
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, MM_UMIFromMsgno(id, 1)))->flags & kMsgFlagged);
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, MM_UMIFromMsgno(id, 3)))->flags & kMsgRead);
     ExpectCounts(node, 4, 2);
 
     // The server drops our connection: the next tick marks the folder lost.

@@ -3,8 +3,14 @@
 // new mail, expunges, flags and groups through the model's events.
 #include <gtest/gtest.h>
 
+#include <unordered_map>
+
 #include "src/base/critical.h"
+#include "src/base/fs.h"
 #include "src/options/options.h"
+#include "src/organizer/columns.h"
+#include "src/organizer/node_draw.h"
+#include "xvt/xvt_test.h"
 #include "tests/organizer/nodes_fixture.h"
 
 namespace nodestest {
@@ -103,6 +109,49 @@ TEST(GroupRules, FieldsAliasesAndLimit) {
   EXPECT_EQ(groupGetOptionName(9, 4, nullptr, 0, "IDList"), "");
 }
 
+// The flat index against a map, through growth, wrap-around runs, erasures
+// in the middle of runs, and UMIs of two folders that share their low bits.
+TEST(UmiIndexTest, FollowsAMapThroughPutsAndErasures) {
+  std::vector<MessageNodeInfo> infos(3000);
+  std::vector<TreeNode*> nodes;
+  std::unordered_map<UMI, TreeNode*> want;
+  UmiIndex index;
+  uint32_t rng = 12345;
+  auto next = [&] { return rng = rng * 1103515245u + 12345u; };
+  for (size_t i = 0; i < infos.size(); ++i) {
+    // Half the UMIs repeat another's low 32 bits under a different folder.
+    infos[i].umi = (i % 2 ? UMI{7} << 48 : UMI{3} << 48) | (1 + i / 2);
+    nodes.push_back(TREE_NewNode(1, &infos[i], 21, nullptr, nullptr, nullptr));
+  }
+  for (int step = 0; step < 20000; ++step) {
+    const size_t k = next() % infos.size();
+    const UMI umi = infos[k].umi;
+    switch (next() % 3) {
+      case 0:
+      case 1:
+        index.Put(umi, nodes[k]);
+        want[umi] = nodes[k];
+        break;
+      default:
+        index.Erase(umi);
+        want.erase(umi);
+        break;
+    }
+    if (step % 97 == 0) {
+      ASSERT_EQ(index.Size(), want.size()) << step;
+      for (size_t j = 0; j < infos.size(); ++j) {
+        auto it = want.find(infos[j].umi);
+        ASSERT_EQ(index.Find(infos[j].umi), it == want.end() ? nullptr : it->second) << step << " " << j;
+      }
+    }
+  }
+  EXPECT_EQ(index.Lines().size(), want.size());
+  EXPECT_EQ(index.Find(UMI{5} << 48 | 1), nullptr);  // same low bits, no such line
+  index.Clear();
+  EXPECT_EQ(index.Find(infos[0].umi), nullptr);
+  for (TreeNode*& n : nodes) TREE_DestroyNode(n);
+}
+
 // --- A folder in the tree --------------------------------------------------------
 
 std::string Msg(const std::string& headers) { return headers + "\r\nbody\r\n"; }
@@ -148,24 +197,34 @@ TEST_F(NodesTest, AFolderOpensIntoLinesInEachOrder) {
 }
 
 TEST_F(NodesTest, DrawRecordTexts) {
-  MakeFolder("Box", {kFour[1], kFour[3], Msg("Subject: none from\r\n")});
+  MakeFolder("Box", {kFour[1], kFour[3], Msg("Subject: none from\r\n"), Msg("Date: 31 Xyz 2026 25:70:00 +0000\r\n")});
   const int id = MM_FolOpen(local_, "Box");
   ASSERT_NE(id, INVALID_FOLDER);
-  MessageDrawRec r;
-  drawRecInit(MM_UMIFromMsgno(id, 1), &r);
-  EXPECT_EQ(r.from_text, "alice@x.org");
-  EXPECT_EQ(r.subject_text, "alpha");
-  EXPECT_EQ(r.date_text, "Nov  1  9:00 2026");
-  EXPECT_EQ(r.flags & kMsgRead, 0);
-  drawRecInit(MM_UMIFromMsgno(id, 2), &r);
-  EXPECT_EQ(r.from_text, "Dave");
-  EXPECT_FALSE(r.has_subject);
-  EXPECT_EQ(r.date_text, "");
-  EXPECT_EQ(r.date_key, kNoDate);
-  drawRecInit(MM_UMIFromMsgno(id, 3), &r);
-  EXPECT_EQ(r.from_text, "<Unknown>");
-  drawRecInit(MM_UMIFromMsgno(id, 2), &r, true);
-  EXPECT_EQ(r.from_text, "To: <Unknown>");
+  struct Line {
+    int msgno;
+    bool sent;
+    const char *from, *subject, *date;
+    bool has_subject;
+  } lines[] = {
+      {1, false, "alice@x.org", "alpha", "Nov  1  9:00 2026", true},
+      {2, false, "Dave", "", "", false},
+      {3, false, "<Unknown>", "none from", "", true},
+      {2, true, "To: <Unknown>", "", "", false},
+      {4, false, "<Unknown>", "", "xxx 31 -1:-1 -1", false},  // fields that don't pack keep their text
+  };
+  for (const Line& l : lines) {
+    MessageNodeInfo* m = MSG_NewInfo(MM_UMIFromMsgno(id, l.msgno), l.sent);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(MSG_From(m), l.from) << l.msgno;
+    EXPECT_EQ(MSG_Subject(m), l.subject) << l.msgno;
+    EXPECT_EQ(MSG_DateTextOf(m), l.date) << l.msgno;
+    EXPECT_EQ(static_cast<bool>(m->bits & kMsgHasSubject), l.has_subject) << l.msgno;
+    EXPECT_EQ(m->flags & kMsgRead, 0);
+    if (!*l.date) {
+      EXPECT_EQ(m->date_key, kNoDate) << l.msgno;
+    }
+    MSG_FreeInfo(m);
+  }
   MM_FolClose(id, 1);
 }
 
@@ -196,16 +255,16 @@ TEST_F(NodesTest, NewMailExpungeAndFlagsFollowTheModel) {
     EXPECT_EQ(MSG_SetFlagOnSelection(tree_, "\\Seen", true), 2);
     EXPECT_EQ(Types({E_SEEN_FLAG_SET}), (std::vector<int>{E_SEEN_FLAG_SET, E_SEEN_FLAG_SET}));
     ExpectCounts(node, 6, 4);
-    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, two))->rec.flags & kMsgRead);
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, two))->flags & kMsgRead);
     // The same event again changes nothing.
     EXPECT_TRUE(MM_MsgSetFlag(two, "\\Seen"));
     ExpectCounts(node, 6, 4);
     EXPECT_TRUE(MM_MsgSetFlag(three, "\\Flagged"));
-    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->rec.flags & kMsgFlagged);
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->flags & kMsgFlagged);
 
     // Expunged elsewhere: the line goes, the counters follow.
     EXPECT_TRUE(MM_MsgSetFlag(three, "\\Deleted"));
-    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->rec.flags & kMsgDeleted);
+    EXPECT_TRUE(MSG_Info(MSG_FindMessage(node, three))->flags & kMsgDeleted);
     EXPECT_TRUE(MM_FolExpunge(id));
     EXPECT_EQ(MSG_FindMessage(node, three), nullptr);
     EXPECT_EQ(Lines(node), "5 4 3 2 1");  // numbers after the shift: old 4 is now 3
@@ -283,6 +342,129 @@ TEST_F(NodesTest, GroupsPickMessagesAndFollowChanges) {
     MSG_MailTimerTick();
     EXPECT_EQ(Lines(node), "[Boss:] [Urgent: 5 4] [Main: 2] [Deleted: 3 1]");
     ExpectCounts(node, 5, 3);
+  });
+}
+
+// Where a message line puts its texts, relative to the line's start, as the
+// strip's columns are hidden, moved and sized; with priorities on, a high
+// priority line is drawn in its slot's colour; the marks sit in column 0.
+TEST_F(NodesTest, LinesDrawAtTheirColumns) {
+  MakeFolder("Box", {Msg("From: Ann <a@x>\r\nSubject: hello\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\n"
+                         "Priority: HIGH\r\n")});
+  Opt_AssignString("General.PriorityHeader.Info", "1", kOptSession, 0);
+  Run([&] {
+    TreeNode* node = Open(local_, "Box");
+    ASSERT_NE(node, nullptr);
+    const UMI umi = MM_UMIFromMsgno(F(node)->folder_id, 1);
+    EXPECT_TRUE(MM_MsgSetFlag(umi, "\\Flagged"));
+    EXPECT_TRUE(MM_MsgSetFlag(umi, "\\Deleted"));
+    TreeNode* line = MSG_FindMessage(node, umi);
+    ASSERT_NE(line, nullptr);
+    TREE_OpenSubtree(node, 1, 0);
+    const std::string size = MSG_SizeTextOf(MSG_Info(line));
+    CM_INFO* info = CM_Create(NULL_WIN, nullptr, kCMWindowTop);
+    MSG_CM_LayoutCreate(info);
+    MSG_SetColumnStrip(tree_, info);
+    const int layout = MSG_CM_LayoutId(info, kCMLayoutMessage);
+    struct Step {
+      const char* what;
+      std::function<void()> change;
+      const char* want;  // x of From, Subject, Date, Size from the line's start; - for not drawn
+    } steps[] = {
+        {"defaults", [] {}, "29 179 379 469"},
+        {"subject hidden", [&] { CM_ColumnSetVisible(info, layout, 3, false); }, "29 - 179 269"},
+        {"size first", [&] { CM_ColumnMoveSelected(info, layout, 5, 2); }, "69 - 219 29"},
+        {"from wider", [&] { CM_ColumnSetSize(info, layout, 2, 300); }, "69 - 369 29"},
+    };
+    for (const Step& step : steps) {
+      step.change();
+      const int at = TREE_GetAbsOffset(line);
+      std::string got;
+      const std::string texts[] = {"Ann", "hello", "Nov  2 10:00 2026", size};
+      const XvtDrawOp* from = nullptr;
+      const auto& ops = xvt_test_paint(tree_);
+      for (const std::string& t : texts) {
+        const XvtDrawOp* op = nullptr;
+        for (const XvtDrawOp& o : ops)
+          if (o.op == "text" && o.text == t) op = &o;
+        if (t == "Ann") from = op;
+        got += std::string(got.empty() ? "" : " ") + (op ? std::to_string(op->rct.left - at) : "-");
+      }
+      EXPECT_EQ(got, step.want) << step.what;
+      ASSERT_NE(from, nullptr);
+      EXPECT_EQ(from->fore, MSG_SlotColor(kSlotHighPriority)) << step.what;
+      // The deleted cross and the flag mark, at the icon column's start.
+      int cross = 0, mark = 0;
+      for (const XvtDrawOp& o : ops) {
+        if (o.op == "line" && o.fore == COLOR_RED && std::min(o.rct.left, o.rct.right) == at &&
+            std::max(o.rct.left, o.rct.right) == at + 18)
+          ++cross;
+        if (o.op == "rect" && o.fore == COLOR_RED && o.rct.left == at + 22) ++mark;
+      }
+      EXPECT_EQ(cross, 2) << step.what;
+      EXPECT_EQ(mark, 1) << step.what;
+    }
+    MSG_SetColumnStrip(tree_, nullptr);
+    CM_Destroy(info);
+  });
+}
+
+// The free store's allocator, made to refuse the first allocation of one
+// size: the line record of the message with the long subject.
+size_t g_fail_size = 0;
+void* FailingAlloc(size_t size, bool zero) {
+  if (size == g_fail_size) {
+    g_fail_size = 0;
+    return nullptr;
+  }
+  return zero ? std::calloc(1, size ? size : 1) : std::malloc(size ? size : 1);
+}
+void* Resize(void* p, size_t size) { return std::realloc(p, size ? size : 1); }
+const FsAllocator kFailing = {FailingAlloc, Resize, std::free};
+
+// Memory runs short in the middle of a load: the free store gives back its
+// reserve and posts E_LOW_MEMORY, the folder stops its loop and shows what
+// it read, with the note; the group road also says so in the progress window.
+TEST_F(NodesTest, LowMemoryCutsTheLoadShort) {
+  std::vector<std::string> raws;
+  const std::string long_subject(137, 'x');
+  for (int i = 1; i <= 10; ++i) raws.push_back(Msg("From: a@x\r\nSubject: " + (i == 8 ? long_subject : "s") + "\r\n"));
+  MakeFolder("Box", raws);
+  struct Road {
+    const char* groups;
+    const char* lines;
+    bool progress_line;
+  } roads[] = {
+      {"0", "10 9 8", false},
+      {"1", "[Main: 10 9 8] [Deleted:]", true},
+  };
+  Run([&] {
+    for (const Road& road : roads) {
+      Opt_AssignString("View.MsgGroups", road.groups, kOptSession, 0);
+      fs_set_allocator(&kFailing);
+      fs_init();
+      xvt_test_clear_posts();
+      // The record of message 8, the third the load reads: header, "a@x", the subject.
+      g_fail_size = sizeof(MessageNodeInfo) + 4 + long_subject.size() + 1;
+      TreeNode* node = Open(local_, "Box");
+      fs_shutdown();
+      fs_set_allocator(nullptr);
+      ASSERT_NE(node, nullptr) << road.groups;
+      EXPECT_EQ(Lines(node), road.lines) << road.groups;
+      EXPECT_TRUE(F(node)->low_memory);
+      EXPECT_EQ(F(node)->shown, 3);
+      bool note = false, progress = false;
+      for (const XvtPost& p : xvt_test_posts()) {
+        if (p.kind == "note" && p.text.find("Due to memory constraints only part of the messages \nfor folder \"Box\"") == 0)
+          note = true;
+        if (p.kind == "progress" && p.text.find("Aborting folder load due to low application memory") != std::string::npos)
+          progress = true;
+      }
+      EXPECT_TRUE(note) << road.groups;
+      EXPECT_EQ(progress, road.progress_line) << road.groups;
+      folderCloseTree(node);
+      TREE_RemoveNode(node);
+    }
   });
 }
 
