@@ -335,7 +335,12 @@ void MSG_ConversationAdd(ConversationIndex* conv, MessageNodeInfo* info) {
   const UMI umi = info->umi;
   int64_t key = 0;
   const std::string own = MM_MsgHeaderContent(umi, "Message-ID").value_or("");
-  std::vector<std::string> parents = MessageIds(MM_MsgHeaderContent(umi, "References").value_or(""));
+  // References is no envelope field: on a server it would cost a round trip
+  // per message, so there the envelope's In-Reply-To and the subject link
+  // a conversation; a local folder reads it from the file.
+  const bool local = MM_MSGetType(MM_FolGetService(MM_UMIFolder(umi))) == kServiceLocal;
+  std::vector<std::string> parents =
+      local ? MessageIds(MM_MsgHeaderContent(umi, "References").value_or("")) : std::vector<std::string>{};
   for (const std::string& id : MessageIds(MM_MsgHeaderContent(umi, "In-Reply-To").value_or("")))
     parents.push_back(id);
   // The nearest known parent names the conversation; without one, a
