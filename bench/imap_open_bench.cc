@@ -44,6 +44,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/bench_model.h"
 #include "c-client/core/mail.h"
 #include "c-client/net/tcp.h"
 #include "src/base/filenames.h"
@@ -55,21 +56,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 double Seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
 
-std::string Run(const std::string& command) {
-  std::string out;
-  if (FILE* p = ::popen((command + " 2>&1").c_str(), "r")) {
-    char buffer[512];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
-    ::pclose(p);
-  }
-  return out;
-}
-
 // What the model sets on a remote folder's stream (src/model/services.cc).
 constexpr unsigned long kRemoteCacheHigh = 4000;
 constexpr unsigned long kRemoteCacheLow = 2000;
-
-const std::string kScript = "bash '" VELMAR_SOURCE_DIR "/tests/peers/imap-dovecot.sh' ";
 
 // --- The floor: a client that only moves bytes -------------------------------
 
@@ -277,39 +266,22 @@ double Median(std::vector<double> v) {
 
 int main(int argc, char** argv) {
   const long count = argc > 1 ? std::atol(argv[1]) : 100000;
-  char dir[] = "/tmp/velmar-imapbench-XXXXXX";
-  if (!::mkdtemp(dir)) return 1;
-  std::map<std::string, std::string> env;
-  std::istringstream lines(Run(kScript + "start " + dir));
-  for (std::string line; std::getline(lines, line);)
-    if (size_t eq = line.find('='); eq != std::string::npos) env[line.substr(0, eq)] = line.substr(eq + 1);
-  if (!env.count("PORT")) {
-    std::fprintf(stderr, "imap_open_bench: Dovecot did not start (package dovecot-imapd)\n");
-    return 1;
-  }
+  bench_model::Dovecot server;
+  if (!server.Start("velmar-imapbench")) return 1;
+  std::map<std::string, std::string>& env = server.env;
   auto seeding = Clock::now();
-  Run(kScript + "seed " + dir + " " + std::to_string(count) + " Big");
+  server.Seed(static_cast<int>(count), "Big");
   std::printf("seeded %ld messages into Big in %.1f s\n", count, Seconds(seeding));
   const int port = std::atoi(env["PORT"].c_str());
   const std::string name = "{127.0.0.1:" + env["PORT"] + "/notls}Big";
 
   // The model, with one IMAP service on the server; its login fills the
   // login record that the driver's opens use as well.
-  char home[] = "/tmp/velmar-imapbench-home-XXXXXX";
-  if (!::mkdtemp(home)) return 1;
-  ::setenv("VELMAR_HOME", home, 1);
-  if (!InitDirectories() || !Opt_Init()) {
-    std::fprintf(stderr, "imap_open_bench: cannot set up the user directory\n");
-    return 1;
-  }
+  const std::string home = bench_model::TempDir("velmar-imapbench-home");
+  if (home.empty() || !bench_model::UserHome(home)) return 1;
   tcp_tls_set_ca_file(env["CAFILE"].c_str());
   Opt_AssignString("MsgService.IDList", "1", kOptPermanent, 0);
-  const std::pair<const char*, std::string> options[] = {
-      {"Name", "Bench"}, {"Type", "imap"}, {"Hostname", env["HOST"]}, {"Port", env["PORT"]},
-      {"Userid", env["USER"]}, {"Password", env["PASSWORD"]}, {"Security", "none"},
-  };
-  for (const auto& [key, value] : options)
-    Opt_AssignString(("MsgService.ms1." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+  server.Service(1);
   MM_Init();
   const int ms = MM_MSNew(1);
   MM_MSInitAuthInfo(ms);
@@ -347,8 +319,8 @@ int main(int argc, char** argv) {
   }
   MM_Shutdown(0);
   tcp_tls_set_ca_file(nullptr);
-  Run(kScript + "stop " + dir);
-  Run(std::string("rm -rf ") + dir + " " + home);
+  server.Stop();
+  bench_model::Shell("rm -rf " + home);
 
   double f = Median(floor_times), d = Median(driver_times), m = Median(model_times);
   std::printf("messages: %lu (all fields present: driver %lu, model %lu; warm-up %lu and %lu)\n", last.nmsgs,

@@ -28,7 +28,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/bench_mh_folder.h"
+#include "bench/bench_model.h"
 #include "c-client/core/mail.h"
 #include "c-client/mh/mh_names.h"
 #include "src/base/filenames.h"
@@ -154,18 +154,6 @@ void Bench() {
   if (g_imap != INVALID_SERVICE) Side(tree, "imap", g_imap, "Big", 3);
 }
 
-std::string Shell(const std::string& command) {
-  std::string out;
-  if (FILE* p = ::popen((command + " 2>&1").c_str(), "r")) {
-    char buffer[512];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
-    ::pclose(p);
-  }
-  return out;
-}
-
-const std::string kScript = "bash '" VELMAR_SOURCE_DIR "/tests/peers/imap-dovecot.sh' ";
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -176,63 +164,25 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s [COUNT] [local|imap|both]\n", argv[0]);
     return 2;
   }
-  char tmpl[] = "/tmp/nodes_bench.XXXXXX";
-  if (!::mkdtemp(tmpl)) {
-    std::perror("mkdtemp");
-    return 1;
-  }
-  const std::string home = tmpl;
-  std::map<std::string, std::string> env;
-  // The server's directory lies apart: its own users must reach it.
-  char server_tmpl[] = "/tmp/nodes_bench-imap.XXXXXX";
-  if (imap && !::mkdtemp(server_tmpl)) {
-    std::perror("mkdtemp");
-    return 1;
-  }
-  const std::string server = server_tmpl;
+  const std::string home = bench_model::TempDir("nodes_bench");
+  if (home.empty()) return 1;
+  bench_model::Dovecot server;
   if (imap) {
-    std::istringstream lines(Shell(kScript + "start " + server));
-    for (std::string line; std::getline(lines, line);)
-      if (size_t eq = line.find('='); eq != std::string::npos) env[line.substr(0, eq)] = line.substr(eq + 1);
-    if (!env.count("PORT")) {
-      std::fprintf(stderr, "nodes_bench: Dovecot did not start (package dovecot-imapd)\n");
-      return 1;
-    }
+    if (!server.Start("nodes_bench-imap")) return 1;
     auto seeding = Clock::now();
-    Shell(kScript + "seed " + server + " " + std::to_string(g_count) + " Big");
+    server.Seed(g_count, "Big");
     std::printf("imap folder: %d messages seeded into Big in %.1f s\n", g_count, Seconds(seeding));
   }
-  ::setenv("VELMAR_HOME", (home + "/user").c_str(), 1);
-  std::filesystem::create_directory(home + "/user");
-  if (!InitDirectories() || !Opt_Init()) {
-    std::fprintf(stderr, "cannot set up the user directory\n");
-    return 1;
-  }
+  if (!bench_model::UserHome(home + "/user")) return 1;
   Opt_AssignString("MsgService.IDList", "1,2", kOptPermanent, 0);
-  Opt_AssignString("MsgService.ms1.Name", "Local", kOptPermanent, 0);
-  Opt_AssignString("MsgService.ms1.Type", "local", kOptPermanent, 0);
-  const std::pair<const char*, std::string> imap_options[] = {
-      {"Name", "Bench"}, {"Type", "imap"}, {"Hostname", env["HOST"]}, {"Port", env["PORT"]},
-      {"Userid", env["USER"]}, {"Password", env["PASSWORD"]}, {"Security", "none"},
-  };
-  if (imap)
-    for (const auto& [key, value] : imap_options)
-      Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+  bench_model::LocalService(1);
+  if (imap) server.Service(2);
   MM_Init();
   if (local) {
     g_ms = MM_MSNew(1);
-    if (!mail_create(nullptr, "Bench")) {
-      std::fprintf(stderr, "cannot create the folder\n");
-      return 1;
-    }
-    const std::string dir = mh_path("Bench");
-    std::filesystem::remove(dir + "/mh_index.dat");
-    std::filesystem::remove(dir + "/mh_cache.dat");
     auto start = Clock::now();
-    const uint64_t bytes = BuildFolder(dir, g_count);
-    Settle(dir, g_count);
-    MailStream* s = mail_open(nullptr, "Bench", 0);  // makes the caches
-    mail_close(s);
+    const uint64_t bytes = bench_model::LocalFolder("Bench", g_count);
+    if (!bytes) return 1;
     std::printf("local folder: %d messages, %.1f MB, written, settled and cached in %.1f s\n", g_count, bytes / 1e6,
                 Seconds(start));
   }
@@ -245,10 +195,7 @@ int main(int argc, char** argv) {
   xvt_test_set_run_hook(Bench);
   xvt_app_create(0, nullptr, 0, TaskEh, &config);
   MM_Shutdown(0);
-  if (imap) {
-    Shell(kScript + "stop " + server);
-    std::filesystem::remove_all(server);
-  }
+  server.Stop();
   std::filesystem::remove_all(home);
   return g_status;
 }

@@ -23,7 +23,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/bench_mh_folder.h"
+#include "bench/bench_model.h"
 #include "c-client/core/mail.h"
 #include "c-client/mh/local_paths.h"
 #include "c-client/mh/mh.h"
@@ -82,34 +82,15 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s [COUNT]\n", argv[0]);
     return 2;
   }
-  char tmpl[] = "/tmp/search_bench.XXXXXX";
-  if (!::mkdtemp(tmpl)) {
-    std::perror("mkdtemp");
-    return 1;
-  }
-  const std::string home = tmpl;
-  ::setenv("VELMAR_HOME", home.c_str(), 1);
-  if (!InitDirectories() || !Opt_Init()) {
-    std::fprintf(stderr, "cannot set up the user directory\n");
-    return 1;
-  }
+  const std::string home = bench_model::TempDir("search_bench");
+  if (home.empty() || !bench_model::UserHome(home)) return 1;
   Opt_AssignString("MsgService.IDList", "1", kOptPermanent, 0);
-  Opt_AssignString("MsgService.ms1.Name", "Local", kOptPermanent, 0);
-  Opt_AssignString("MsgService.ms1.Type", "local", kOptPermanent, 0);
+  bench_model::LocalService(1);
   MM_Init();
   const int ms = MM_MSNew(1);
-  if (!mail_create(nullptr, "Bench")) {
-    std::fprintf(stderr, "cannot create the folder\n");
-    return 1;
-  }
+  const uint64_t bytes = bench_model::LocalFolder("Bench", count);
+  if (!bytes) return 1;
   const std::string dir = mh_path("Bench");
-  // Without an index the first open rebuilds it from the files written below.
-  std::filesystem::remove(dir + "/mh_index.dat");
-  std::filesystem::remove(dir + "/mh_cache.dat");
-  const uint64_t bytes = BuildFolder(dir, count);
-  Settle(dir, count);
-  MailStream* s = mail_open(nullptr, "Bench", 0);  // makes the caches
-  mail_close(s);
   std::printf("folder: %d messages, %.1f MB\nrule: %s\n", count, bytes / 1e6, kRule);
   size_t hits = 0, floor_hits = 0;
   Search(ms, &hits);
