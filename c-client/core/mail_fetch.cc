@@ -195,13 +195,17 @@ BodyPart* mail_body_section(BodyPart* body, const char* section, unsigned long* 
     }
     if (!n) return nullptr;
     if (IsRfc822(body)) {
+      const BodyPart* enclosing = body;
       descents += body->msg_offset;
       body = body->msg_body;
       if (!body) return nullptr;
-      // An enclosed message of one part: that part is its "1".
+      // An enclosed message of one part: that part is its "1". It has no
+      // node of its own; it starts where the enclosed message's header
+      // ends, which is the enclosing part's size less the body's. At the
+      // top of a message there is no enclosing part to count from.
       if (body->type != TYPEMULTIPART) {
-        if (n != 1) return nullptr;
-        last = 0;
+        if (n != 1 || !last || enclosing->size_bytes < body->size_bytes) return nullptr;
+        last += enclosing->size_bytes - body->size_bytes;
         if (!*s) break;
         if (*s++ != '.') return nullptr;
         continue;

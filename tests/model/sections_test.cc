@@ -78,6 +78,9 @@ TEST_F(Sections, WalkByDottedNamesThroughNestedMessages) {
   EXPECT_TRUE(MM_MsgSectionSubsectionList(umi, "2.2").empty());
   EXPECT_EQ(MM_MsgIPMContent(umi), std::optional<std::string>("outer text"));
   EXPECT_EQ(MM_MsgIPMContent(single), std::optional<std::string>("only\r\n"));
+  // The one part of an enclosed message has no node: its bytes start past
+  // the enclosed header.
+  EXPECT_EQ(ReadFile(MM_MsgSectionContentToFile(umi, "2.2.1")), "inner text");
 }
 
 TEST_F(Sections, ShadowMessagesAreReusedAndReadLikeMessages) {
@@ -106,6 +109,7 @@ TEST_F(Sections, ShadowMessagesAreReusedAndReadLikeMessages) {
   EXPECT_EQ(ReadFile(MM_MsgRawHeadersToFile(inner)), header);
   EXPECT_EQ(ReadFile(MM_MsgRawBodyToFile(inner)), "inner text");
   EXPECT_EQ(MM_MsgHeaderContent(inner, "X-Inner"), std::optional<std::string>("deep"));
+  EXPECT_EQ(MM_MsgIPMContent(inner), std::optional<std::string>("inner text"));
   std::remove(inner_file.c_str());  // a caller's file is its own
   EXPECT_EQ(ReadFile(MM_MsgToFile(inner)), AsPart(kInner));
   EXPECT_EQ(MM_MsgMove(middle, local_, "elsewhere"), 0) << "a shadow can't be moved";

@@ -56,7 +56,7 @@ BodyPartNode* Node(unsigned short type, unsigned long offset, std::vector<BodyPa
 TEST(BodySection, WalksPartsAndMessages) {
   // 1 text at 100, 2 message at 300 (its body at 40) holding 1 text at 7
   // and 2 a multipart at 60 of two texts at 5 and 80, 3 a text at 900, 4 a
-  // message (its body at 30) of one text part.
+  // message of 500 bytes (its body at 30) whose one text part is 380.
   BodyPartNode *a1 = Node(TYPETEXT, 5), *a2 = Node(TYPETEXT, 80), *alt = Node(TYPEMULTIPART, 60, {a1, a2}),
                *inner1 = Node(TYPETEXT, 7), *text1 = Node(TYPETEXT, 100), *msg2 = Node(TYPEMESSAGE, 300),
                *app3 = Node(TYPEAPPLICATION, 900), *msg4 = Node(TYPEMESSAGE, 1200),
@@ -65,7 +65,9 @@ TEST(BodySection, WalksPartsAndMessages) {
   msg2->body.msg_offset = 40;
   msg2->body.msg_body = &inner->body;
   msg4->body.msg_offset = 30;
+  msg4->body.size_bytes = 500;
   msg4->body.msg_body = mail_newbody();
+  msg4->body.msg_body->size_bytes = 380;
   const std::tuple<const char*, BodyPartNode*, unsigned long> rows[] = {
       {"1", text1, 100}, {"2", msg2, 300}, {"3", app3, 900}, {"2.1", inner1, 40 + 7}, {"2.2", alt, 40 + 60},
       // The offset is the last part's own plus the messages entered on the way.
@@ -77,8 +79,9 @@ TEST(BodySection, WalksPartsAndMessages) {
     EXPECT_EQ(got, offset) << section;
   }
   unsigned long got = 0;
+  // Its "1" has no node: it starts past the enclosed header (500 - 380).
   EXPECT_EQ(mail_body_section(&root->body, "4.1", &got), msg4->body.msg_body);
-  EXPECT_EQ(got, 30u);
+  EXPECT_EQ(got, 30u + 1200u + 120u);
   // "1.1": a text part has no parts.
   for (const char* none : {"5", "0", "2.0", "2.3", "1.1", "2.1.1", "2.", ".1", "1..2", "x", "1x", "2.2.2.2.2.2.2.2", "4.2", "4.1.1",
                            "99999999999999999999"})
