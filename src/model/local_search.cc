@@ -644,7 +644,24 @@ long DecodedOut(void* sink, const char* data, unsigned long size) {
 struct PartRead {
   PartSink* sink;
   int encoding;
+  // An enclosed message read whole: its header is passed over, up to the
+  // empty line, and the rest is its body.
+  bool in_header = false;
+  int header_state = 1;  // 1 at a line's start, 2 after a CR there, 0 inside a line
 };
+
+// How many of the n bytes at p belong to the header still being passed.
+unsigned long PassHeader(PartRead* read, const char* p, unsigned long n) {
+  for (unsigned long i = 0; i < n; ++i) {
+    const char c = p[i];
+    if (c == '\n' && read->header_state) {
+      read->in_header = false;
+      return i + 1;
+    }
+    read->header_state = c == '\n' ? 1 : c == '\r' && read->header_state == 1 ? 2 : 0;
+  }
+  return n;
+}
 PartRead* g_part_read = nullptr;
 
 MailText* SearchGets(readfn_t reader, void* handle, unsigned long size) {
@@ -665,12 +682,13 @@ MailText* SearchGets(readfn_t reader, void* handle, unsigned long size) {
     // Once every needle is found the rest is read and dropped: the reader
     // must still get to the end of what it was asked for.
     if (read->sink->scan->AllFound()) continue;
+    const unsigned long from = read->in_header ? PassHeader(read, block, n) : 0;
     if (read->encoding == ENCBASE64)
-      for (unsigned long i = 0; i < n; ++i) Base64DecodeChar(state.get(), block[i]);
+      for (unsigned long i = from; i < n; ++i) Base64DecodeChar(state.get(), block[i]);
     else if (read->encoding == ENCQUOTEDPRINTABLE)
-      for (unsigned long i = 0; i < n; ++i) QPDecodeChar(state.get(), block[i]);
+      for (unsigned long i = from; i < n; ++i) QPDecodeChar(state.get(), block[i]);
     else
-      Convert(read->sink, block, n);
+      Convert(read->sink, block + from, n - from);
   }
   if (read->encoding == ENCBASE64) Base64DecodeEnd(state.get());
   if (read->encoding == ENCQUOTEDPRINTABLE) QPDecodeEnd(state.get());
@@ -706,15 +724,17 @@ bool PlausibleCharset(const std::string& name) {
 }
 
 // Scans one text part (section "" is the whole body of a message of one
-// part) through the side stream.
-bool ScanPart(Side* side, const std::string& section, const BodyPart* part, SearchTextScan* scan) {
+// part) through the side stream; with whole_message the section is an
+// enclosed message and part its body.
+bool ScanPart(Side* side, const std::string& section, const BodyPart* part, SearchTextScan* scan,
+              bool whole_message = false) {
   PartSink sink{scan, reinterpret_cast<iconv_t>(-1), {}};
   const Rfc822Parameter charset = rfc822_parameter(part->parameter, "CHARSET");
   std::string name = charset.value;
   for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   if (!name.empty() && name != "utf-8" && name != "utf8" && name != "us-ascii" && PlausibleCharset(name))
     sink.cd = iconv_open("UTF-8", name.c_str());
-  PartRead read{&sink, part->encoding};
+  PartRead read{&sink, part->encoding, whole_message};
   bool ok;
   {
     HookForPart hook(&read);
@@ -744,8 +764,12 @@ bool ScanParts(Side* side, const BodyPart* body, const std::string& section, int
   }
   if (body->type == TYPEMESSAGE && body->msg_body && !section.empty()) {
     // An enclosed message's parts are numbered under its own.
-    if (body->msg_body->type == TYPEMULTIPART) return ScanParts(side, body->msg_body, section, depth + 1, scan);
-    return ScanParts(side, body->msg_body, section + ".1", depth + 1, scan);
+    const BodyPart* inner = body->msg_body;
+    if (inner->type == TYPEMULTIPART) return ScanParts(side, inner, section, depth + 1, scan);
+    // A body of one part has no position of its own in the structure:
+    // the enclosed message is read whole and its header passed over.
+    if (inner->type != TYPETEXT) return true;
+    return ScanPart(side, section, inner, scan, true);
   }
   // A message that is one enclosed message is searched as text, as it is.
   if (body->type != TYPETEXT && !(body->type == TYPEMESSAGE && section.empty())) return true;
