@@ -267,4 +267,34 @@ TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
   EXPECT_GT(total, 1000u);
 }
 
+// A search the server refuses is reported, not taken as "nothing found".
+TEST_F(SearchPeer, RefusedSearchesAreReported) {
+  ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
+  tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
+  const std::pair<const char*, std::string> options[] = {
+      {"Name", "Work"}, {"Type", "imap"}, {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
+      {"Userid", server_.env["USER"]}, {"Password", server_.env["PASSWORD"]}, {"Security", "none"}};
+  for (const auto& [key, value] : options)
+    Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+  const int remote = MM_MSNew(2);
+  ASSERT_NE(remote, INVALID_SERVICE);
+  const int inbox = MM_FolOpen(remote, "INBOX");
+  ASSERT_NE(inbox, INVALID_FOLDER) << Posts();
+  const std::pair<const char*, int> cases[] = {
+      {"CHARSET UTF-8 SUBJECT \"été\"", 1},
+      {"CHARSET X-NO-SUCH-SET SUBJECT \"x\"", 0},  // NO [BADCHARSET]
+      {"FROB 1", 0},                                // BAD
+      {"ALL", 1},
+  };
+  for (const auto& [program, ok] : cases) EXPECT_EQ(MM_FolSearch(inbox, program), ok) << program;
+  MM_FolClose(inbox, 0);
+
+  ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", "Bad", "FROB 1", "Message"));
+  ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", "Good", "SUBJECT \"été\"", "Message"));
+  SrchRun run;
+  EXPECT_EQ(SRCH_RunRules({"Good", "Bad"}, {{remote, "INBOX"}}, &run), 0);
+  EXPECT_EQ(run.problems, (std::vector<std::string>{"Rule \"Bad\" in \"INBOX\" could not run"}));
+  SRCH_RunClose(&run);
+}
+
 }  // namespace
