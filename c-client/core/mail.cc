@@ -402,7 +402,14 @@ void mail_search(MailStream* stream, const char* criteria) {
     mm_log("Invalid search criteria - NULL search string", 2);
     return;
   }
-  if (Live(stream) && stream->driver->search) stream->driver->search(stream, criteria);
+  if (!stream) return;
+  // The driver says when the search was refused; a stream that can't
+  // search has not searched.
+  stream->search_failed = 0;
+  if (Live(stream) && stream->driver->search)
+    stream->driver->search(stream, criteria);
+  else
+    stream->search_failed = 1;
 }
 
 void mail_searched(MailStream* stream, unsigned long msgno) {

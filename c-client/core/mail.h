@@ -187,6 +187,7 @@ struct MailStream {
   unsigned int anonymous : 1;
   unsigned int scache : 1;
   unsigned int control : 1;
+  unsigned int search_failed : 1;  // the last mail_search was refused or could not run
   unsigned short use;       // live MailHandle records
   unsigned short sequence;  // generation: changes at each open and close
   unsigned long tag_counter;

@@ -207,10 +207,15 @@ void map_clearflag(MailStream* stream, const char* sequence, const char* flags) 
 }
 
 void map_search(MailStream* stream, const char* criteria) {
-  if (!Connected(stream)) return;
+  // NO or BAD (a charset the server doesn't take, a key it doesn't know):
+  // the caller must not take the marks as the answer.
+  if (!Connected(stream)) {
+    stream->search_failed = 1;
+    return;
+  }
   ImapArgs args;
   args.atom = criteria;
-  imap_OK(stream, imap_send(stream, "SEARCH", args));
+  if (!imap_OK(stream, imap_send(stream, "SEARCH", args))) stream->search_failed = 1;
 }
 
 long map_ping(MailStream* stream) {

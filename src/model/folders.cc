@@ -227,7 +227,7 @@ int MM_FolSearch(int id, const char* criteria) {
   if (!stream || !criteria) return 0;
   CriticalSection busy;
   mail_search(stream, criteria);
-  return 1;
+  return stream->search_failed ? 0 : 1;
 }
 
 int MM_FolSearchGetList(int id, std::vector<UMI>* out) {

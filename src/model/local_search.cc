@@ -2,17 +2,22 @@
 // simple case folding, and the tests of each search key.
 #include "src/model/local_search.h"
 
+#include <iconv.h>
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <sstream>
 
 #include "c-client/rfc822/mime_display.h"
 #include "c-client/rfc822/rfc822.h"
+#include "c-client/rfc822/rfc822_write.h"
 #include "src/model/case_fold_table.h"
 
 // --- Case folding -------------------------------------------------------------------
@@ -76,27 +81,101 @@ void Encode(unsigned cp, std::string* out) {
 
 }  // namespace
 
-std::string MM_SearchFoldCase(const std::string& text) {
-  std::string out;
-  out.reserve(text.size());
-  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-  const size_t n = text.size();
+namespace {
+
+// Appends the folded form of n bytes at data to out.
+void FoldAppend(const char* data, size_t n, std::string* out) {
+  const auto* p = reinterpret_cast<const unsigned char*>(data);
   for (size_t i = 0; i < n;) {
     if (p[i] < 0x80) {
-      out.push_back(static_cast<char>(p[i] >= 'A' && p[i] <= 'Z' ? p[i] + 32 : p[i]));
+      out->push_back(static_cast<char>(p[i] >= 'A' && p[i] <= 'Z' ? p[i] + 32 : p[i]));
       ++i;
       continue;
     }
     unsigned cp;
     const int len = Decode(p + i, n - i, &cp);
     if (!len) {
-      out.push_back(static_cast<char>(p[i++]));
+      out->push_back(static_cast<char>(p[i++]));
       continue;
     }
-    Encode(MM_SearchFoldCodePoint(cp), &out);
+    Encode(MM_SearchFoldCodePoint(cp), out);
     i += static_cast<size_t>(len);
   }
+}
+
+// Bytes at the end of n bytes at p that start a UTF-8 sequence the block
+// does not finish (0 to 3).
+size_t CutSequence(const unsigned char* p, size_t n) {
+  for (size_t k = 1; k <= 3 && k <= n; ++k) {
+    const unsigned char c = p[n - k];
+    if ((c & 0xC0) == 0x80) continue;  // a continuation byte: look further back
+    const size_t len = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+    return len > k ? k : 0;
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::string MM_SearchFoldCase(const std::string& text) {
+  std::string out;
+  out.reserve(text.size());
+  FoldAppend(text.data(), text.size(), &out);
   return out;
+}
+
+SearchTextScan::SearchTextScan(const std::vector<std::string>& needles, std::vector<char>* found)
+    : needles_(needles), found_(found) {
+  found_->resize(needles.size(), 0);
+  for (size_t i = 0; i < needles.size(); ++i) {
+    if (!(*found_)[i]) ++left_;
+    if (needles[i].size() > keep_ + 1) keep_ = needles[i].size() - 1;
+  }
+}
+
+void SearchTextScan::Feed(const char* data, size_t size) {
+  if (!left_ || !size) return;
+  if (!carry_.empty()) {
+    // Finish the sequence the last block cut, with the continuation bytes
+    // this one starts with; a sequence that another byte breaks is taken
+    // as the bytes it is, as folding the whole text at once would.
+    const auto lead = static_cast<unsigned char>(carry_[0]);
+    const size_t need = (lead >= 0xF0 ? 4u : lead >= 0xE0 ? 3u : 2u) - carry_.size();
+    size_t take = 0;
+    while (take < need && take < size && (static_cast<unsigned char>(data[take]) & 0xC0) == 0x80) ++take;
+    carry_.append(data, take);
+    data += take;
+    size -= take;
+    if (take < need && !size) return;  // the block ended again inside it
+    FoldAppend(carry_.data(), carry_.size(), &window_);
+    carry_.clear();
+  }
+  const size_t cut = CutSequence(reinterpret_cast<const unsigned char*>(data), size);
+  FoldAppend(data, size - cut, &window_);
+  carry_.assign(data + size - cut, cut);
+  Match();
+}
+
+void SearchTextScan::Match() {
+  for (size_t i = 0; i < needles_.size(); ++i) {
+    if ((*found_)[i]) continue;
+    if (needles_[i].empty() || window_.find(needles_[i]) != std::string::npos) {
+      (*found_)[i] = 1;
+      --left_;
+    }
+  }
+  // What a needle could still start with.
+  if (window_.size() > keep_) window_.erase(0, window_.size() - keep_);
+}
+
+void SearchTextScan::EndSegment() {
+  if (!carry_.empty() && left_) {
+    // A sequence the text never finished: its bytes as they are.
+    FoldAppend(carry_.data(), carry_.size(), &window_);
+    Match();
+  }
+  carry_.clear();
+  window_.clear();
 }
 
 // --- Headers ---------------------------------------------------------------------------
@@ -205,6 +284,13 @@ struct Parser {
     *out = elt.year * 512ul + elt.month * 32ul + elt.day;
     return true;
   }
+  int Needle(const std::string& folded) {
+    auto& list = prog->needles;
+    const auto at = std::find(list.begin(), list.end(), folded);
+    if (at != list.end()) return static_cast<int>(at - list.begin());
+    list.push_back(folded);
+    return static_cast<int>(list.size() - 1);
+  }
   int Add(SearchNode node) {
     if (prog->nodes.size() >= kSearchMaxNodes) return -1;
     prog->nodes.push_back(std::move(node));
@@ -276,6 +362,7 @@ struct Parser {
         n.op = t.op;
         n.field = t.field;
         n.folded = MM_SearchFoldCase(value);
+        if (t.op != SearchNode::kHeader) n.needle = Needle(n.folded);
         prog->needs_headers |= t.op != SearchNode::kBody;
         prog->needs_body |= t.op != SearchNode::kHeader;
         return Add(std::move(n));
@@ -338,7 +425,7 @@ int MM_SearchParseProgram(const char* text, SearchProgram* out, std::string* err
   if (!text) return *error = "No search", 0;
   const size_t n = std::strlen(text);
   if (n > kSearchMaxProgram) return *error = "The search is too long", 0;
-  out->nodes.push_back(SearchNode{SearchNode::kAnd, 0, "", "", 0, {}});
+  out->nodes.push_back(SearchNode{SearchNode::kAnd, 0, "", "", 0, {}, -1});
   Parser parser{text, text + n, out, error};
   parser.Blanks();
   // A charset names the program's text: only UTF-8 (and ASCII, its part).
@@ -376,13 +463,14 @@ bool Headers(SearchMessage* m) {
   return true;
 }
 
-const std::string& Body(SearchMessage* m) {
+// Whether the body holds the needle; one pass answers every needle.
+bool InBody(const SearchProgram& prog, SearchMessage* m, int needle) {
   if (!m->have_body) {
     m->have_body = true;
-    std::string raw;
-    if (m->fetch_body && m->fetch_body(m->ctx, &raw)) m->body = MM_SearchFoldCase(raw);
+    m->found.assign(prog.needles.size(), 0);
+    if (m->scan_body && !m->scan_body(m->ctx, prog.needles, &m->found)) m->found.assign(prog.needles.size(), 0);
   }
-  return m->body;
+  return needle >= 0 && static_cast<size_t>(needle) < m->found.size() && m->found[static_cast<size_t>(needle)];
 }
 
 unsigned long Sent(SearchMessage* m) {
@@ -442,10 +530,14 @@ bool Eval(const SearchProgram& prog, int index, SearchMessage* m) {
     case SearchNode::kHeader:
       return InHeader(m, n.field, n.folded);
     case SearchNode::kBody:
-      return Contains(Body(m), n.folded);
+      return InBody(prog, m, n.needle);
     case SearchNode::kText:
+      // The header as stored, and as read (encoded words decoded).
       Headers(m);
-      return Contains(MM_SearchFoldCase(m->headers), n.folded) || Contains(Body(m), n.folded);
+      return Contains(MM_SearchFoldCase(m->headers), n.folded) ||
+             (m->headers.find("=?") != std::string::npos &&
+              Contains(MM_SearchFoldCase(mime_display_text(m->headers.c_str())), n.folded)) ||
+             InBody(prog, m, n.needle);
     case SearchNode::kLarger:
       return m->size > n.number;
     case SearchNode::kSmaller:
@@ -495,11 +587,207 @@ bool FetchHeaders(void* ctx, std::string* out) {
   return TakeText(mail_fetchheader(side->stream, side->msgno), out);
 }
 
-bool FetchBody(void* ctx, std::string* out) {
+// --- Bodies as a server reads them -------------------------------------------------
+//
+// BODY and TEXT look into each text part decoded: base64 and quoted-printable
+// undone, the part's charset converted to UTF-8. Parts that aren't text
+// (images, PDFs, any application/*) aren't searched, nor the preamble and
+// epilogue of a multipart: the server finds nothing there either. The
+// bytes flow from the driver's reader through the decoder and the
+// converter into the scan in blocks, so a part of any size takes no more
+// memory than a block.
+
+// Where the decoded bytes of a part go: the charset converter, or straight
+// to the scan for UTF-8 and ASCII (and a charset iconv doesn't know).
+struct PartSink {
+  SearchTextScan* scan;
+  iconv_t cd = reinterpret_cast<iconv_t>(-1);
+  std::string held;  // bytes of a character the last block cut
+};
+
+void Convert(PartSink* sink, const char* data, size_t size) {
+  if (sink->cd == reinterpret_cast<iconv_t>(-1)) {
+    sink->scan->Feed(data, size);
+    return;
+  }
+  std::string in = sink->held;
+  in.append(data, size);
+  sink->held.clear();
+  char* from = in.data();
+  size_t from_left = in.size();
+  char out[16384];
+  while (from_left) {
+    char* to = out;
+    size_t to_left = sizeof out;
+    const size_t r = iconv(sink->cd, &from, &from_left, &to, &to_left);
+    const int err = r == static_cast<size_t>(-1) ? errno : 0;
+    sink->scan->Feed(out, sizeof out - to_left);
+    if (!err || err == E2BIG) continue;
+    if (err == EINVAL) {  // a character the block cut: wait for the rest
+      sink->held.assign(from, from_left);
+      break;
+    }
+    // A byte that isn't of the charset stands for one unknown character.
+    sink->scan->Feed("\xEF\xBF\xBD", 3);
+    ++from;
+    --from_left;
+  }
+}
+
+long DecodedOut(void* sink, const char* data, unsigned long size) {
+  Convert(static_cast<PartSink*>(sink), data, size);
+  return 1;
+}
+
+// What the search's fetch hook does with the bytes a driver reads: one
+// part at a time, decoded as its encoding says.
+struct PartRead {
+  PartSink* sink;
+  int encoding;
+  // An enclosed message read whole: its header is passed over, up to the
+  // empty line, and the rest is its body.
+  bool in_header = false;
+  int header_state = 1;  // 1 at a line's start, 2 after a CR there, 0 inside a line
+};
+
+// How many of the n bytes at p belong to the header still being passed.
+unsigned long PassHeader(PartRead* read, const char* p, unsigned long n) {
+  for (unsigned long i = 0; i < n; ++i) {
+    const char c = p[i];
+    if (c == '\n' && read->header_state) {
+      read->in_header = false;
+      return i + 1;
+    }
+    read->header_state = c == '\n' ? 1 : c == '\r' && read->header_state == 1 ? 2 : 0;
+  }
+  return n;
+}
+PartRead* g_part_read = nullptr;
+
+MailText* SearchGets(readfn_t reader, void* handle, unsigned long size) {
+  constexpr unsigned long kBlock = 64 * 1024;
+  static char block[kBlock];
+  PartRead* read = g_part_read;
+  auto state = std::make_unique<DecodeState>();
+  if (read->encoding == ENCBASE64) Base64DecodeInit(state.get(), DecodedOut, read->sink);
+  if (read->encoding == ENCQUOTEDPRINTABLE) QPDecodeInit(state.get(), DecodedOut, read->sink);
+  bool ok = true;
+  for (unsigned long left = size; left;) {
+    const unsigned long n = std::min(left, kBlock);
+    if (!reader(handle, n, block)) {
+      ok = false;
+      break;
+    }
+    left -= n;
+    // Once every needle is found the rest is read and dropped: the reader
+    // must still get to the end of what it was asked for.
+    if (read->sink->scan->AllFound()) continue;
+    const unsigned long from = read->in_header ? PassHeader(read, block, n) : 0;
+    if (read->encoding == ENCBASE64)
+      for (unsigned long i = from; i < n; ++i) Base64DecodeChar(state.get(), block[i]);
+    else if (read->encoding == ENCQUOTEDPRINTABLE)
+      for (unsigned long i = from; i < n; ++i) QPDecodeChar(state.get(), block[i]);
+    else
+      Convert(read->sink, block + from, n - from);
+  }
+  if (read->encoding == ENCBASE64) Base64DecodeEnd(state.get());
+  if (read->encoding == ENCQUOTEDPRINTABLE) QPDecodeEnd(state.get());
+  if (!ok) return nullptr;
+  // The text went to the search; the cache keeps nothing of it, and a
+  // second fetch reads it anew.
+  MailText* text = mail_newtext();
+  mail_text_set(text, kTextInMemory, "", 0);
+  text->consumed = 1;
+  return text;
+}
+
+// The hook is the search's own for one fetch, then the model's again.
+struct HookForPart {
+  mailgets_t saved;
+  explicit HookForPart(PartRead* read) : saved(mail_gets) {
+    g_part_read = read;
+    mail_gets = SearchGets;
+  }
+  ~HookForPart() {
+    mail_gets = saved;
+    g_part_read = nullptr;
+  }
+};
+
+// A charset iconv may be asked about: no "/" (glibc reads options after
+// it), no blanks or controls, not too long.
+bool PlausibleCharset(const std::string& name) {
+  if (name.empty() || name.size() > 64) return false;
+  for (unsigned char c : name)
+    if (!std::isalnum(c) && !std::strchr("-_.:+()", c)) return false;
+  return true;
+}
+
+// Scans one text part (section "" is the whole body of a message of one
+// part) through the side stream; with whole_message the section is an
+// enclosed message and part its body.
+bool ScanPart(Side* side, const std::string& section, const BodyPart* part, SearchTextScan* scan,
+              bool whole_message = false) {
+  PartSink sink{scan, reinterpret_cast<iconv_t>(-1), {}};
+  const Rfc822Parameter charset = rfc822_parameter(part->parameter, "CHARSET");
+  std::string name = charset.value;
+  for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (!name.empty() && name != "utf-8" && name != "utf8" && name != "us-ascii" && PlausibleCharset(name))
+    sink.cd = iconv_open("UTF-8", name.c_str());
+  PartRead read{&sink, part->encoding, whole_message};
+  bool ok;
+  {
+    HookForPart hook(&read);
+    unsigned long length = 0;
+    ok = (section.empty() ? mail_fetchtext(side->stream, side->msgno)
+                          : mail_fetchbody(side->stream, side->msgno, section.c_str(), &length)) != nullptr;
+  }
+  if (sink.cd != reinterpret_cast<iconv_t>(-1)) {
+    if (!sink.held.empty()) scan->Feed("\xEF\xBF\xBD", 3);  // cut at the end
+    iconv_close(sink.cd);
+  }
+  scan->EndSegment();
+  return ok;
+}
+
+// Text parts in order, entering multiparts and enclosed messages.
+constexpr int kMaxPartDepth = 32;
+bool ScanParts(Side* side, const BodyPart* body, const std::string& section, int depth, SearchTextScan* scan) {
+  if (depth > kMaxPartDepth || scan->AllFound()) return true;
+  auto child = [&section](int n) { return section.empty() ? std::to_string(n) : section + "." + std::to_string(n); };
+  if (body->type == TYPEMULTIPART) {
+    int n = 0;
+    bool ok = true;
+    for (const BodyPartNode* p = body->parts; p; p = p->next)
+      ok = ScanParts(side, &p->body, child(++n), depth + 1, scan) && ok;
+    return ok;
+  }
+  if (body->type == TYPEMESSAGE && body->msg_body && !section.empty()) {
+    // An enclosed message's parts are numbered under its own.
+    const BodyPart* inner = body->msg_body;
+    if (inner->type == TYPEMULTIPART) return ScanParts(side, inner, section, depth + 1, scan);
+    // A body of one part has no position of its own in the structure:
+    // the enclosed message is read whole and its header passed over.
+    if (inner->type != TYPETEXT) return true;
+    return ScanPart(side, section, inner, scan, true);
+  }
+  // A message that is one enclosed message is searched as text, as it is.
+  if (body->type != TYPETEXT && !(body->type == TYPEMESSAGE && section.empty())) return true;
+  return ScanPart(side, section, body, scan);
+}
+
+bool ScanBody(void* ctx, const std::vector<std::string>& needles, std::vector<char>* found) {
   auto* side = static_cast<Side*>(ctx);
-  MM_MailgetsToMemory();
-  MM_MailgetsSetEncoding(0);
-  return TakeText(mail_fetchtext(side->stream, side->msgno), out);
+  SearchTextScan scan(needles, found);
+  BodyPart* body = nullptr;
+  mail_fetchstructure(side->stream, side->msgno, &body);
+  if (!body) {
+    // No structure: the body as it is, one text.
+    BodyPart plain{};
+    plain.type = TYPETEXT;
+    return ScanPart(side, "", &plain, &scan);
+  }
+  return ScanParts(side, body, "", 0, &scan);
 }
 
 }  // namespace
@@ -514,14 +802,14 @@ int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>
   if (count < 0 || !MM_FolStream(folder) ||
       !MM_CCGenFolName(MM_FolGetService(folder), MM_FolGetName(folder), &name))
     return *error = "The folder is not open", 0;
-  MailStream* side = mail_open(nullptr, name.c_str(), OP_READONLY | OP_SILENT);
+  // One message's data at a time on the side stream: what a search reads
+  // is let go at the next message, so memory stays flat in any folder.
+  MailStream* side = mail_open(nullptr, name.c_str(), OP_READONLY | OP_SILENT | OP_SHORTCACHE);
   if (!side) return *error = "The folder could not be read", 0;
   // Message numbers agree: this program is the folder's only writer, and
   // messages that arrived since the model's last check come after its count.
   MailStream* model = MM_FolStream(folder);
   const unsigned long last = std::min({static_cast<unsigned long>(count), side->nmsgs, model->nmsgs});
-  constexpr size_t kSideTextBudget = 32u << 20;
-  size_t held = 0;
   for (unsigned long i = 1; i <= last; ++i) {
     const UMI umi = MM_UMIFromMsgno(folder, i);
     if (!umi) continue;
@@ -539,16 +827,9 @@ int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>
     m.date = elt->year * 512ul + elt->month * 32ul + elt->day;
     Side ctx{side, i};
     m.fetch_headers = FetchHeaders;
-    m.fetch_body = FetchBody;
+    m.scan_body = ScanBody;
     m.ctx = &ctx;
     if (MM_SearchMatches(program, &m)) out->push_back(umi);
-    // Keep what the side stream caches small in a large folder: a gc walks
-    // every message, so it runs by bytes read, not by messages.
-    held += m.headers.size() + m.body.size();
-    if (held > kSideTextBudget) {
-      mail_gc(side, GC_TEXTS);
-      held = 0;
-    }
   }
   mail_close(side);
   return 1;

@@ -25,6 +25,7 @@ struct SearchNode {
   std::string folded;       // texts: the value, case-folded
   unsigned long number = 0;  // sizes; dates as year*512 + month*32 + day
   std::vector<int> kids;    // kAnd, kOr, kNot: indexes into the program
+  int needle = -1;          // kBody, kText: index into SearchProgram::needles
 };
 
 constexpr int kSearchFlagSeen = 1, kSearchFlagDeleted = 2, kSearchFlagFlagged = 4, kSearchFlagAnswered = 8,
@@ -33,6 +34,9 @@ constexpr int kSearchFlagSeen = 1, kSearchFlagDeleted = 2, kSearchFlagFlagged = 
 struct SearchProgram {
   std::vector<SearchNode> nodes;  // nodes[0] is the root (an AND)
   bool needs_headers = false, needs_body = false;
+  // The folded texts of the BODY and TEXT keys, each once: one pass over a
+  // message's body answers them all.
+  std::vector<std::string> needles;
 };
 
 // 1 with the tree, or 0 with a reason in *error ("Unknown search key: X").
@@ -43,14 +47,40 @@ struct SearchMessage {
   int flags = 0;
   unsigned long size = 0;
   unsigned long date = 0;  // received, as year*512 + month*32 + day
-  // Fill headers/body on demand; false when the message can't be read.
+  // Fill the headers on demand; false when the message can't be read.
   bool (*fetch_headers)(void* ctx, std::string* out) = nullptr;
-  bool (*fetch_body)(void* ctx, std::string* out) = nullptr;
+  // Looks for every needle (folded) in the message's body as a server
+  // reads it, and sets (*found)[i] for each one there; false when the
+  // body can't be read.
+  bool (*scan_body)(void* ctx, const std::vector<std::string>& needles, std::vector<char>* found) = nullptr;
   void* ctx = nullptr;
   // Filled by the evaluator.
   bool have_headers = false, have_body = false, sent_known = false;
-  std::string headers, body;
+  std::string headers;
+  std::vector<char> found;  // per needle of the program
   unsigned long sent = 0;
+};
+
+// Finds folded needles in text that comes in blocks: the text is folded
+// block by block (a UTF-8 sequence cut by a block's end waits for the next)
+// and a needle is found across the joins. Memory stays at a block and the
+// longest needle whatever the length of the text. Each segment (one part
+// of a message) is searched on its own: a match never spans two parts.
+class SearchTextScan {
+ public:
+  SearchTextScan(const std::vector<std::string>& needles, std::vector<char>* found);
+  void Feed(const char* data, size_t size);
+  void EndSegment();
+  bool AllFound() const { return left_ == 0; }
+
+ private:
+  void Match();
+  const std::vector<std::string>& needles_;
+  std::vector<char>* found_;
+  size_t left_ = 0;   // needles not found yet
+  size_t keep_ = 0;   // folded bytes kept between blocks: longest needle - 1
+  std::string carry_;   // the start of a UTF-8 sequence cut by a block's end
+  std::string window_;  // folded: the kept tail, then the new block
 };
 
 bool MM_SearchMatches(const SearchProgram& program, SearchMessage* message);

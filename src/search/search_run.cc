@@ -54,10 +54,16 @@ int SRCH_RunRules(const std::vector<std::string>& rule_names, const std::vector<
       // the list is taken.
       MM_FolSearchStart(id);
       for (const auto& [name, text] : programs) {
-        if (!MM_FolSearch(id, SRCH_ProgramForServer(text).c_str())) {
-          run->problems.push_back("Rule \"" + name + "\" in \"" + ref.name + "\" could not run");
-          all = false;
-        }
+        const std::string program = SRCH_ProgramForServer(text);
+        if (MM_FolSearch(id, program.c_str())) continue;
+        // A server that refuses UTF-8 gets no second try without it: with
+        // the accents taken away the rule would find other messages than
+        // it says, and a list that looks complete would not be.
+        const bool charset = program.rfind("CHARSET ", 0) == 0;
+        run->problems.push_back("Rule \"" + name + "\" in \"" + ref.name + "\" " +
+                                (charset ? "could not run: the server refused to search for non-ASCII text"
+                                         : "could not run"));
+        all = false;
       }
       MM_FolSearchGetList(id, &found);
     }

@@ -26,6 +26,80 @@ struct Generated {
   std::string raw, flags;
 };
 
+std::string Base64(const std::string& in, size_t line) {
+  static const char* kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out, lines;
+  for (size_t i = 0; i < in.size(); i += 3) {
+    unsigned v = static_cast<unsigned char>(in[i]) << 16;
+    if (i + 1 < in.size()) v |= static_cast<unsigned char>(in[i + 1]) << 8;
+    if (i + 2 < in.size()) v |= static_cast<unsigned char>(in[i + 2]);
+    out += kAlphabet[(v >> 18) & 63];
+    out += kAlphabet[(v >> 12) & 63];
+    out += i + 1 < in.size() ? kAlphabet[(v >> 6) & 63] : '=';
+    out += i + 2 < in.size() ? kAlphabet[v & 63] : '=';
+  }
+  for (size_t i = 0; i < out.size(); i += line) lines += out.substr(i, line) + "\r\n";
+  return lines;
+}
+
+// Quoted-printable with a soft line break every `every` characters, so
+// that words are cut across encoded lines.
+std::string QuotedPrintable(const std::string& in, size_t every) {
+  std::string out;
+  size_t column = 0;
+  for (size_t i = 0; i < in.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(in[i]);
+    if (c == '\r' && i + 1 < in.size() && in[i + 1] == '\n') {
+      out += "\r\n";
+      ++i;
+      column = 0;
+      continue;
+    }
+    if (column >= every) {
+      out += "=\r\n";
+      column = 0;
+    }
+    if (c >= 0x80 || c == '=') {
+      static const char* kHex = "0123456789ABCDEF";
+      out += '=';
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    } else {
+      out += static_cast<char>(c);
+    }
+    ++column;
+  }
+  return out;
+}
+
+// The text in a one-byte charset; characters it lacks become '?'.
+std::string Recode(const std::string& utf8, const char* charset) {
+  std::string out;
+  for (size_t i = 0; i < utf8.size();) {
+    const unsigned char c = static_cast<unsigned char>(utf8[i]);
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+      ++i;
+      continue;
+    }
+    const size_t len = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : 2;
+    const unsigned cp = len == 2 ? ((c & 0x1F) << 6) | (utf8[i + 1] & 0x3F) : 0;
+    i += len;
+    if (std::string(charset) == "iso-8859-1") {
+      out += cp && cp < 0x100 ? static_cast<char>(cp) : '?';
+      continue;
+    }
+    // KOI8-R: the Cyrillic small and capital letters this corpus uses.
+    static const std::pair<unsigned, unsigned char> kKoi8[] = {
+        {0x41F, 0xF0}, {0x440, 0xD2}, {0x438, 0xC9}, {0x432, 0xD7}, {0x435, 0xC5}, {0x442, 0xD4}, {0x418, 0xE9}};
+    char mapped = '?';
+    for (const auto& [u, k] : kKoi8)
+      if (u == cp) mapped = static_cast<char>(k);
+    out += mapped;
+  }
+  return out;
+}
+
 Generated Make(int i) {
   unsigned x = static_cast<unsigned>(i) * 2654435761u;
   auto pick = [&x](size_t n) {
@@ -37,9 +111,37 @@ Generated Make(int i) {
   g.raw = "From: " + std::string(kNames[pick(5)]) + " <u" + std::to_string(pick(50)) + "@example.org>\r\n" +
           "To: team" + std::to_string(pick(3)) + "@example.org\r\n" + "Subject: " + kWords[pick(11)] + " " +
           std::to_string(i) + "\r\n" + "Date: Mon, " + day + " 12:00:00 +0000\r\n" +
-          (pick(3) == 0 ? "Comments: " + std::string(kWords[pick(11)]) + "\r\n" : "") +
-          "MIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: 8bit\r\n\r\n";
-  for (size_t l = 0, n = 1 + pick(30); l < n; ++l) g.raw += std::string(kWords[pick(11)]) + " line\r\n";
+          (pick(3) == 0 ? "Comments: " + std::string(kWords[pick(11)]) + "\r\n" : "") + "MIME-Version: 1.0\r\n";
+  std::string text;
+  for (size_t l = 0, n = 1 + pick(30); l < n; ++l) text += std::string(kWords[pick(11)]) + " line\r\n";
+  // The body as senders write it: 8-bit, base64 or quoted-printable, in
+  // UTF-8 or a one-byte charset, alone or with an attachment that holds
+  // words of its own.
+  const char* const charsets[] = {"utf-8", "iso-8859-1", "koi8-r"};
+  const char* charset = charsets[pick(3)];
+  const std::string bytes = std::string(charset) == "utf-8" ? text : Recode(text, charset);
+  std::string part = "Content-Type: text/plain; charset=" + std::string(charset) + "\r\n";
+  switch (pick(4)) {
+    case 0:
+      part += "Content-Transfer-Encoding: 8bit\r\n\r\n" + bytes;
+      break;
+    case 1:
+      part += "Content-Transfer-Encoding: base64\r\n\r\n" + Base64(bytes, 4 + 4 * pick(19));
+      break;
+    default:
+      part += "Content-Transfer-Encoding: quoted-printable\r\n\r\n" + QuotedPrintable(bytes, 3 + pick(70));
+      break;
+  }
+  if (pick(3) == 0) {
+    const std::string attached = std::string(kWords[pick(11)]) + " attachword " + kWords[pick(11)];
+    g.raw += "Content-Type: multipart/mixed; boundary=\"=b\"\r\n\r\nA multi-part message: preamble\r\n--=b\r\n" +
+             part + "\r\n--=b\r\nContent-Type: application/octet-stream\r\n" +
+             (pick(2) ? "Content-Transfer-Encoding: base64\r\n\r\n" + Base64(attached, 76)
+                      : "\r\n" + attached + "\r\n") +
+             "--=b--\r\nepilogue\r\n";
+  } else {
+    g.raw += part;
+  }
   const char* const flags[] = {"", "\\Seen", "\\Flagged", "\\Seen \\Answered", "\\Deleted", "\\Draft", "\\Answered"};
   g.flags = flags[pick(7)];
   return g;
@@ -100,6 +202,14 @@ TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
       {{"From", "contains", T("zoë ünal")}},
       {{"From", "contains", T("cj")}},
       {{"Body", "contains", T("C:\\dir\\")}},
+      {{"Body", "contains", T("budget")}},
+      {{"Body", "contains", T("ПРИВЕТ")}},
+      {{"Body", "contains", T("straße line")}},
+      {{"Body", "contains", T("été line")}},
+      {{"Header or Body", "contains", T("report line")}},
+      {{"Body", "contains", T("attachword")}},
+      {{"Body", "contains", T("preamble")}},
+      {{"Body", "contains", T("epilogue")}},
       {{"Body", "contains", T("50% * off")}, {"Read", nullptr, {}}},
       {{"Header or Body", "contains", T("a|b")}},
       {{"Comments", "contains", T("plan")}},
@@ -145,7 +255,9 @@ TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
     EXPECT_EQ(local, server) << program;
     // A rule that finds nothing or everything proves little.
     const bool degenerate = program.find("flag1") != std::string::npos || program.find("ON ") == 0 ||
-                            program.find("BEFORE ") == 0;
+                            program.find("BEFORE ") == 0 || program.find("attachword") != std::string::npos ||
+                            program.find("preamble") != std::string::npos ||
+                            program.find("epilogue") != std::string::npos;
     if (!degenerate) {
       EXPECT_GT(local.size(), 0u) << program;
       EXPECT_LT(local.size(), static_cast<size_t>(kCount)) << program;
@@ -153,6 +265,36 @@ TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
     total += local.size();
   }
   EXPECT_GT(total, 1000u);
+}
+
+// A search the server refuses is reported, not taken as "nothing found".
+TEST_F(SearchPeer, RefusedSearchesAreReported) {
+  ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
+  tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
+  const std::pair<const char*, std::string> options[] = {
+      {"Name", "Work"}, {"Type", "imap"}, {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
+      {"Userid", server_.env["USER"]}, {"Password", server_.env["PASSWORD"]}, {"Security", "none"}};
+  for (const auto& [key, value] : options)
+    Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+  const int remote = MM_MSNew(2);
+  ASSERT_NE(remote, INVALID_SERVICE);
+  const int inbox = MM_FolOpen(remote, "INBOX");
+  ASSERT_NE(inbox, INVALID_FOLDER) << Posts();
+  const std::pair<const char*, int> cases[] = {
+      {"CHARSET UTF-8 SUBJECT \"été\"", 1},
+      {"CHARSET X-NO-SUCH-SET SUBJECT \"x\"", 0},  // NO [BADCHARSET]
+      {"FROB 1", 0},                                // BAD
+      {"ALL", 1},
+  };
+  for (const auto& [program, ok] : cases) EXPECT_EQ(MM_FolSearch(inbox, program), ok) << program;
+  MM_FolClose(inbox, 0);
+
+  ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", "Bad", "FROB 1", "Message"));
+  ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", "Good", "SUBJECT \"été\"", "Message"));
+  SrchRun run;
+  EXPECT_EQ(SRCH_RunRules({"Good", "Bad"}, {{remote, "INBOX"}}, &run), 0);
+  EXPECT_EQ(run.problems, (std::vector<std::string>{"Rule \"Bad\" in \"INBOX\" could not run"}));
+  SRCH_RunClose(&run);
 }
 
 }  // namespace
