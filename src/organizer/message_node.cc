@@ -334,15 +334,22 @@ void MSG_FreeInfo(MessageNodeInfo* m) {
 void MSG_ConversationAdd(ConversationIndex* conv, MessageNodeInfo* info) {
   const UMI umi = info->umi;
   int64_t key = 0;
-  const std::string own = MM_MsgHeaderContent(umi, "Message-ID").value_or("");
-  // References is no envelope field: on a server it would cost a round trip
-  // per message, so there the envelope's In-Reply-To and the subject link
-  // a conversation; a local folder reads it from the file.
+  // References is no envelope field, and on a server a header the envelope
+  // lacks costs a round trip per message: there the envelope's Message-ID
+  // and In-Reply-To (and the subject) link a conversation. A local folder
+  // reads the headers from the file.
   const bool local = MM_MSGetType(MM_FolGetService(MM_UMIFolder(umi))) == kServiceLocal;
-  std::vector<std::string> parents =
-      local ? MessageIds(MM_MsgHeaderContent(umi, "References").value_or("")) : std::vector<std::string>{};
-  for (const std::string& id : MessageIds(MM_MsgHeaderContent(umi, "In-Reply-To").value_or("")))
-    parents.push_back(id);
+  std::string own;
+  std::vector<std::string> parents;
+  if (local) {
+    own = MM_MsgHeaderContent(umi, "Message-ID").value_or("");
+    parents = MessageIds(MM_MsgHeaderContent(umi, "References").value_or(""));
+    for (const std::string& id : MessageIds(MM_MsgHeaderContent(umi, "In-Reply-To").value_or("")))
+      parents.push_back(id);
+  } else if (const Envelope* env = MM_MsgEnvelope(umi)) {
+    own = env->message_id ? env->message_id : "";
+    parents = MessageIds(env->in_reply_to ? env->in_reply_to : "");
+  }
   // The nearest known parent names the conversation; without one, a
   // conversation of the same subject.
   for (auto it = parents.rbegin(); it != parents.rend() && !key; ++it) {
