@@ -106,7 +106,7 @@ class FakeImapServer {
     }
     mismatch = fd < 0 ? "no connection" : "";
     // Give the client's last words a moment before the line drops.
-    if (fd >= 0 && Wait(fd, 100)) ReadLine(fd, &line);
+    if (fd >= 0 && Wait(fd, 100) && ReadLine(fd, &line)) received.push_back(line);
     if (fd >= 0) ::close(fd);
   }
 

@@ -91,36 +91,44 @@ TEST_F(ImapFake, CapabilityWordsSetTheCapabilityBits) {
   }
 }
 
-TEST_F(ImapFake, LoginTriesThreeTimesHonoursLoginDisabledAndFallsBackFromCramMd5) {
-  const Script probe = {"S: * OK ready", "C: $T CAPABILITY", "S: * CAPABILITY IMAP4rev1 AUTH=CRAM-MD5", "S: $T OK",
-                        "C: $T GETACL", "S: $T BAD", "C: $T GETQUOTAROOT", "S: $T BAD"};
-  long one = 1;
-  mail_parameters(nullptr, 112, &one);
-  FakeImapServer server(probe + Script{"C: $T LOGIN user secret", "S: $T NO wrong", "C: $T LOGIN user secret",
-                                       "S: $T NO wrong", "C: $T LOGIN user secret", "S: $T NO wrong"});
-  EXPECT_EQ(Open(server), nullptr);
-  Done(server);
-  EXPECT_EQ(EnvLines("login", true), (std::vector<std::string>{"127.0.0.1 @1", "127.0.0.1 @2", "127.0.0.1 @3"}));
-  EXPECT_NE(EnvLogs(2).find("Too many login failures.  Aborting login."), std::string::npos);
-
-  // LOGINDISABLED: nothing follows the probe; no password goes in the clear.
-  Script refusing = probe;
-  refusing[2] += " LOGINDISABLED";
-  FakeImapServer disabled(refusing);
-  EXPECT_EQ(Open(disabled), nullptr);
-  Done(disabled);
-  EXPECT_TRUE(EnvLines("login").empty());
-  EXPECT_EQ(disabled.received.size(), 3u);
-
-  // A CRAM-MD5 challenge without its brackets is cancelled; LOGIN follows.
-  long zero = 0;
-  mail_parameters(nullptr, 112, &zero);
-  FakeImapServer cancelled(probe + Script{"C: auth AUTHENTICATE CRAM-MD5", "S: + bm8gYnJhY2tldHMgaGVyZQ==", "C: *",
-                                          "S: auth BAD cancelled", "C: $T LOGIN user secret", "S: $T OK in",
-                                          "C: $T CAPABILITY", "S: $T OK", "C: $T SELECT INBOX", "S: $T OK"});
-  ASSERT_NE(Open(cancelled), nullptr) << cancelled.mismatch;
-  Done(cancelled);
-  EXPECT_TRUE(EnvSaid("log", "Failed to authenticate using CRAM-MD5 mechanism"));
+TEST_F(ImapFake, LoginAttemptsLoginDisabledAndMechanismFallbacks) {
+  const Script refused = {"C: auth AUTHENTICATE CRAM-MD5", "S: auth BAD ?"};
+  const Script no = {"C: $T LOGIN user secret", "S: $T NO wrong"};
+  const Script in = {"C: $T LOGIN user secret", "S: $T OK [CAPABILITY IMAP4rev1] in", "C: $T SELECT INBOX", "S: $T OK"};
+  struct Case {
+    const char* caps;  // after IMAP4rev1 AUTH=CRAM-MD5
+    const char* user;  // "" the question cancelled
+    Script exchange;
+    const char* questions;  // the trial number of each
+    const char* logged;
+  } cases[] = {
+      {"", "user", refused + no + no + no, " 1 2 3", "Too many login failures.  Aborting login."},
+      {" LOGINDISABLED", "user", refused, "", "The IMAP server does not accept LOGIN on this connection"},
+      {"", "", refused, " 1", ""},
+      {"", "user", Script{"C: auth AUTHENTICATE CRAM-MD5", "S: + PDFAeD4=", "C: ", "S: auth NO wrong"} + in, " 1 1",
+       "Failed to authenticate using CRAM-MD5 mechanism"},
+      {"", "user", Script{"C: auth AUTHENTICATE CRAM-MD5", "S: + bm8gYnJhY2tldHM=", "C: *", "S: auth BAD ?"} + in,
+       " 1", "Failed to authenticate using CRAM-MD5 mechanism"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.logged);
+    mail_env_set_login(c.user, *c.user ? "secret" : "");
+    FakeImapServer server(Script{"S: * OK ready", "C: $T CAPABILITY",
+                                 std::string("S: * CAPABILITY IMAP4rev1 AUTH=CRAM-MD5") + c.caps, "S: $T OK",
+                                 "C: $T GETACL", "S: $T BAD", "C: $T GETQUOTAROOT", "S: $T BAD"} +
+                          c.exchange);
+    EXPECT_EQ(Open(server) != nullptr, c.exchange.back() == "S: $T OK");
+    Done(server);
+    std::string questions;
+    for (const std::string& q : EnvLines("login", true)) questions += " " + q.substr(q.find('@') + 1);
+    EXPECT_EQ(questions, c.questions);
+    EXPECT_NE(EnvAll().find(c.logged), std::string::npos) << EnvAll();
+    // No password goes but in the LOGINs scripted.
+    auto logins = [](const Script& lines) {
+      return std::count_if(lines.begin(), lines.end(), [](auto& l) { return l.find(" LOGIN ") != l.npos; });
+    };
+    EXPECT_EQ(logins(server.received), logins(c.exchange));
+  }
 }
 
 TEST_F(ImapFake, StringsQuotedOrLiteralAndARefusedLiteralEndsTheCommand) {
