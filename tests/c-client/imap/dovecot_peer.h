@@ -37,10 +37,7 @@ struct Dovecot {
     return env.count("PORT");
   }
   void Stop() { Run("stop '" + dir + "'"); }
-  void Remove() {
-    Stop();
-    std::system(("rm -rf '" + dir + "'").c_str());
-  }
+  void Remove() { Stop(), std::system(("rm -rf '" + dir + "'").c_str()); }
   void Seed(int n, const std::string& mailbox) { Run("seed '" + dir + "' " + std::to_string(n) + " '" + mailbox + "'"); }
   // "{127.0.0.1:PORT/notls}mailbox" and friends.
   std::string Name(const std::string& mailbox, const std::string& switches = "/notls", bool ssl_port = false) const {

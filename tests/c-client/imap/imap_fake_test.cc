@@ -101,8 +101,10 @@ TEST_F(ImapFake, LoginAttemptsLoginDisabledAndMechanismFallbacks) {
     Script exchange;
     const char* questions;  // the trial number of each
     const char* logged;
+    long attempts = 0;  // of LOGIN; 0 the default (3)
   } cases[] = {
       {"", "user", refused + no + no + no, " 1 2 3", "Too many login failures.  Aborting login."},
+      {"", "user", refused + no + no, " 1 2", "Too many login failures.  Aborting login.", 2},
       {" LOGINDISABLED", "user", refused, "", "The IMAP server does not accept LOGIN on this connection"},
       {"", "", refused, " 1", ""},
       {"", "user", Script{"C: auth AUTHENTICATE CRAM-MD5", "S: + PDFAeD4=", "C: ", "S: auth NO wrong"} + in, " 1 1",
@@ -113,6 +115,7 @@ TEST_F(ImapFake, LoginAttemptsLoginDisabledAndMechanismFallbacks) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.logged);
     mail_env_set_login(c.user, *c.user ? "secret" : "");
+    if (c.attempts) mail_parameters(nullptr, 100, reinterpret_cast<void*>(c.attempts));
     FakeImapServer server(Script{"S: * OK ready", "C: $T CAPABILITY",
                                  std::string("S: * CAPABILITY IMAP4rev1 AUTH=CRAM-MD5") + c.caps, "S: $T OK",
                                  "C: $T GETACL", "S: $T BAD", "C: $T GETQUOTAROOT", "S: $T BAD"} +
@@ -128,6 +131,7 @@ TEST_F(ImapFake, LoginAttemptsLoginDisabledAndMechanismFallbacks) {
       return std::count_if(lines.begin(), lines.end(), [](auto& l) { return l.find(" LOGIN ") != l.npos; });
     };
     EXPECT_EQ(logins(server.received), logins(c.exchange));
+    mail_parameters(nullptr, 100, reinterpret_cast<void*>(3));
   }
 }
 
@@ -326,7 +330,12 @@ TEST_F(ImapFake, StatusAnswersAndBrokenAnswers) {
     long flags;
     Script exchange;   // after the open
     const char* want;  // "messages/unseen/uidnext", "none", or "bad" (logged)
+    bool twice = false;  // asked again
+    const char* caps = "IMAP4rev1";
   } cases[] = {
+      // IMAP4 without rev1 has no STATUS; a server that refuses it once is not asked again.
+      {"Work", SA_MESSAGES | SA_UNSEEN, {}, "none", true, "IMAP4"},
+      {"Work", SA_MESSAGES | SA_UNSEEN, {"C: $T STATUS Work", "S: $T BAD ?"}, "none", true},
       {"Work", SA_ALL,
        {"C: $T STATUS Work (MESSAGES RECENT UNSEEN UIDNEXT UIDVALIDITY)",
         "S: * STATUS Work (MESSAGES 3 RECENT 1 UNSEEN 0 UIDNEXT 40 UIDVALIDITY 99)", "S: $T OK"},
@@ -357,35 +366,19 @@ TEST_F(ImapFake, StatusAnswersAndBrokenAnswers) {
       {"Work", SA_MESSAGES, {"C: $T STATUS Work (MESSAGES)", "S: * STATUS Work (UNSEEN 3)", "S: $T OK"}, "none"},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.exchange[1]);
-    FakeImapServer server(Opening(-1, "IMAP4rev1") + c.exchange + Script{"C: $T NOOP", "S: $T OK done"});
+    SCOPED_TRACE(c.exchange.empty() ? c.caps : c.exchange[1]);
+    FakeImapServer server(Opening(-1, c.caps) + c.exchange + Script{"C: $T NOOP", "S: $T OK done"});
     ASSERT_NE(Open(server, OP_CONTROL), nullptr) << server.mismatch;
-    MailStatus st{};
-    st.messages = 12345;  // cleared by the call whatever the answer
-    long ok = mail_status(stream_, server.Name(c.mailbox).c_str(), c.flags, &st);
-    EXPECT_EQ(st.flags, ok ? c.flags : 0);
-    std::string got = std::to_string(st.messages) + "/" + std::to_string(st.unseen) + "/" + std::to_string(st.uidnext);
-    bool bad = EnvLogs(1).find("Bad STATUS reply") != std::string::npos;
-    EXPECT_EQ(ok || got != "0/0/0" ? got : bad ? "bad" : "none", c.want) << EnvLogs(1);
-    EXPECT_EQ(mail_ping(stream_), 1);  // still in step: the next command gets its own answer
-    Done(server);
-    EXPECT_EQ(EnvLogs(2), "");
-  }
-}
-
-TEST_F(ImapFake, StatusNotAskedOfServersThatCantTell) {
-  const Script noops = {"C: $T NOOP", "S: $T OK", "C: $T NOOP", "S: $T OK"};
-  // IMAP4 without rev1 has no STATUS; a server that refuses it once is not asked again.
-  for (const Script& script : {Opening(-1, "IMAP4") + noops,
-                               Opening(-1, "IMAP4rev1") + Script{"C: $T STATUS Work", "S: $T BAD ?"} + noops}) {
-    FakeImapServer server(script);
-    ASSERT_NE(Open(server, OP_CONTROL), nullptr) << server.mismatch;
-    for (int round = 0; round < 2; ++round) {
+    for (int round = 0; round <= c.twice; ++round) {
       MailStatus st{};
-      EXPECT_EQ(mail_status(stream_, server.Name("Work").c_str(), SA_MESSAGES | SA_UNSEEN, &st), 0);
-      EXPECT_EQ(st.flags, 0);
-      EXPECT_EQ(mail_ping(stream_), 1);
+      st.messages = 12345;  // cleared by the call whatever the answer
+      long ok = mail_status(stream_, server.Name(c.mailbox).c_str(), c.flags, &st);
+      EXPECT_EQ(st.flags, ok ? c.flags : 0);
+      std::string got = std::to_string(st.messages) + "/" + std::to_string(st.unseen) + "/" + std::to_string(st.uidnext);
+      bool bad = EnvLogs(1).find("Bad STATUS reply") != std::string::npos;
+      EXPECT_EQ(ok || got != "0/0/0" ? got : bad ? "bad" : "none", c.want) << EnvLogs(1);
     }
+    EXPECT_EQ(mail_ping(stream_), 1);  // still in step: the next command gets its own answer
     Done(server);
     EXPECT_EQ(EnvLogs(2), "");
   }
