@@ -42,9 +42,9 @@ struct FakeImapServer {
     name = "{127.0.0.1:" + std::to_string(ntohs(a.sin_port)) + "/notls}";
     thread = std::thread([this, script] { Serve(script); });
   }
-  ~FakeImapServer() {
+  ~FakeImapServer() { Finish(), ::close(listener); }
+  void Finish() {  // the script ran out, or a step was not met
     if (thread.joinable()) thread.join();
-    ::close(listener);
   }
   std::string Name(const std::string& box = "INBOX") const { return name + box; }
 
@@ -98,7 +98,7 @@ struct FakeImapServer {
     mismatch = fd < 0 ? "no connection" : "";
     // Give the client's last words a moment before the line drops.
     if (fd >= 0 && Wait(fd, 100) && ReadLine(fd, &line)) received.push_back(line);
-    if (fd >= 0) ::close(fd);
+    ::close(fd);
   }
 };
 
@@ -116,8 +116,7 @@ inline Script Opening(int exists = -1, const std::string& caps = "IMAP4rev1 ACL"
   return s;
 }
 
-class ImapFake : public ::testing::Test {
- protected:
+struct ImapFake : ::testing::Test {
   void SetUp() override {
     mail_unlink_all();
     mail_link(&imap2driver);
@@ -138,7 +137,7 @@ class ImapFake : public ::testing::Test {
     return stream_ = mail_open(nullptr, server.Name(options & OP_CONTROL ? "" : "INBOX").c_str(), options);
   }
   static void Done(FakeImapServer& server) {
-    if (server.thread.joinable()) server.thread.join();
+    server.Finish();
     EXPECT_EQ(server.mismatch, "");
   }
   // Everything the environment's callbacks were told, a line each.
