@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -25,11 +26,7 @@ namespace {
 imap_test::Dovecot g_dovecot, *g_server = &g_dovecot;
 bool g_up = false;
 
-std::string Crlf(const std::string& s) {
-  std::string out;
-  for (char c : s) out += c == '\n' ? std::string("\r\n") : std::string(1, c);
-  return out;
-}
+std::string Crlf(const std::string& s) { return std::regex_replace(s, std::regex("\n"), "\r\n"); }
 std::string Text(MailText* t) { return t ? std::string(t->data, t->size) : "(none)"; }
 std::string Name(const std::string& mailbox) { return g_server->Name(mailbox); }
 bool Append(const std::string& name, const std::string& text, const char* flags = nullptr, const char* date = nullptr) {
@@ -127,7 +124,7 @@ TEST_F(ImapPeer, OpensOverEachTransportAndMechanism) {
   EXPECT_NE(EnvLogs(2).find("IMAP operation failed"), std::string::npos) << EnvLogs(2);
 }
 
-TEST_F(ImapPeer, FetchesEnvelopesFlagsSizesAndDatesWithReadAhead) {
+TEST_F(ImapPeer, FetchesStoresSearchesExpungesCopiesMovesAndAppends) {
   g_server->Seed(30, "Fetch1");
   MailStream* s = Open(Name("Fetch1"), OP_DEBUG);
   ASSERT_NE(s, nullptr);
@@ -152,6 +149,40 @@ TEST_F(ImapPeer, FetchesEnvelopesFlagsSizesAndDatesWithReadAhead) {
   ASSERT_EQ(fetches.size(), 2u);
   EXPECT_NE(fetches[0].find("FETCH 1:20 (FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE)"), std::string::npos);
   EXPECT_NE(fetches[1].find("FETCH 21:30 (FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE)"), std::string::npos);
+
+  mail_setflag(s, "2,4", "\\Deleted \\Flagged");
+  mail_clearflag(s, "2", "\\Seen");
+  mail_fetchflags(s, "1:6");
+  EXPECT_TRUE(mail_elt(s, 2)->deleted && mail_elt(s, 4)->deleted && !mail_elt(s, 3)->deleted);
+  EXPECT_TRUE(!mail_elt(s, 2)->seen && mail_elt(s, 4)->seen);
+  mail_search(s, "DELETED");
+  EXPECT_EQ(EnvLines("searched"), (std::vector<std::string>{"2", "4"}));
+  mail_env_clear();
+  mail_expunge(s);
+  EXPECT_EQ(EnvLines("expunged"), (std::vector<std::string>{"4", "2"}));  // Dovecot: the higher first
+  EXPECT_EQ(s->nmsgs, 28u);
+  // The former message 5 is now 3 and kept its envelope.
+  EXPECT_STREQ(mail_fetchstructure(s, 3, nullptr)->subject, "Seeded message 5");
+
+  EXPECT_EQ(mail_create(s, Name("Dest").c_str()), 1);
+  EXPECT_EQ(mail_copy(s, "1", Name("Dest").c_str()), 1);
+  EXPECT_EQ(mail_move(s, "2:3", Name("Dest").c_str()), 1);
+  mail_fetchflags(s, "1:3");
+  EXPECT_TRUE(!mail_elt(s, 1)->deleted && mail_elt(s, 2)->deleted && mail_elt(s, 3)->deleted);
+  EXPECT_EQ(mail_copy(s, "1", Name("Missing").c_str()), 0);
+  EXPECT_TRUE(EnvSaid("notify", "The requested target folder does not exist - try creating it"));
+  const std::string msg = Crlf("From: a@example.org\nSubject: appended\n\nbody line\n");
+  EXPECT_TRUE(Append(Name("Dest"), msg, "(\\Flagged \\Seen)", "01-Feb-2020 10:11:12 +0100"));
+  MailStream* d = Open(Name("Dest"));
+  ASSERT_TRUE(d && d->nmsgs == 4u);
+  EXPECT_STREQ(mail_fetchstructure(d, 3, nullptr)->subject, "Seeded message 5");
+  EXPECT_STREQ(mail_fetchstructure(d, 4, nullptr)->subject, "appended");
+  MessageElt* e = mail_elt(d, 4);
+  EXPECT_TRUE(e->flagged && e->seen);
+  // Dovecot keeps the moment, in its own zone.
+  EXPECT_EQ(std::to_string(e->year + 1969) + " " + std::to_string(e->day) + " " + std::to_string(e->hours), "2020 1 9");
+  EXPECT_EQ(e->rfc822_size, msg.size());
+  EXPECT_EQ(Text(mail_fetchtext(d, 4)), Crlf("body line\n"));
 }
 
 // Headers, texts and nested sections as sent; every part's disposition and
@@ -239,46 +270,6 @@ TEST_F(ImapPeer, SectionsDispositionsAndFileNamesMatchALocalFolder) {
   local_set_home(nullptr);
   mh_forget_paths();
   std::system((std::string("rm -rf '") + home + "'").c_str());
-}
-
-TEST_F(ImapPeer, StoresSearchesExpungesCopiesMovesAndAppends) {
-  g_server->Seed(6, "Store1");
-  MailStream* s = Open(Name("Store1"));
-  ASSERT_NE(s, nullptr);
-  mail_setflag(s, "2,4", "\\Deleted \\Flagged");
-  mail_clearflag(s, "2", "\\Seen");
-  mail_fetchflags(s, "1:6");
-  EXPECT_TRUE(mail_elt(s, 2)->deleted && mail_elt(s, 4)->deleted && !mail_elt(s, 3)->deleted);
-  EXPECT_TRUE(!mail_elt(s, 2)->seen && mail_elt(s, 4)->seen);
-  mail_search(s, "DELETED");
-  EXPECT_EQ(EnvLines("searched"), (std::vector<std::string>{"2", "4"}));
-  mail_fetchstructure(s, 5, nullptr);
-  mail_env_clear();
-  mail_expunge(s);
-  EXPECT_EQ(EnvLines("expunged"), (std::vector<std::string>{"4", "2"}));  // Dovecot: the higher first
-  EXPECT_EQ(s->nmsgs, 4u);
-  // The former message 5 is now 3 and kept its envelope.
-  EXPECT_STREQ(mail_fetchstructure(s, 3, nullptr)->subject, "Seeded message 5");
-
-  EXPECT_EQ(mail_create(s, Name("Dest").c_str()), 1);
-  EXPECT_EQ(mail_copy(s, "1", Name("Dest").c_str()), 1);
-  EXPECT_EQ(mail_move(s, "2:3", Name("Dest").c_str()), 1);
-  mail_fetchflags(s, "1:3");
-  EXPECT_TRUE(!mail_elt(s, 1)->deleted && mail_elt(s, 2)->deleted && mail_elt(s, 3)->deleted);
-  EXPECT_EQ(mail_copy(s, "1", Name("Missing").c_str()), 0);
-  EXPECT_TRUE(EnvSaid("notify", "The requested target folder does not exist - try creating it"));
-  const std::string msg = Crlf("From: a@example.org\nSubject: appended\n\nbody line\n");
-  EXPECT_TRUE(Append(Name("Dest"), msg, "(\\Flagged \\Seen)", "01-Feb-2020 10:11:12 +0100"));
-  MailStream* d = Open(Name("Dest"));
-  ASSERT_TRUE(d && d->nmsgs == 4u);
-  EXPECT_STREQ(mail_fetchstructure(d, 3, nullptr)->subject, "Seeded message 5");
-  EXPECT_STREQ(mail_fetchstructure(d, 4, nullptr)->subject, "appended");
-  MessageElt* e = mail_elt(d, 4);
-  EXPECT_TRUE(e->flagged && e->seen);
-  // Dovecot keeps the moment, in its own zone.
-  EXPECT_EQ(std::to_string(e->year + 1969) + " " + std::to_string(e->day) + " " + std::to_string(e->hours), "2020 1 9");
-  EXPECT_EQ(e->rfc822_size, msg.size());
-  EXPECT_EQ(Text(mail_fetchtext(d, 4)), Crlf("body line\n"));
 }
 
 TEST_F(ImapPeer, FoldersAccessControlListsAndQuota) {
