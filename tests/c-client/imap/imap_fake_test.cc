@@ -214,7 +214,9 @@ TEST_F(ImapFake, CutsOversizedDataAndPipelinedReplies) {
     if (!c.logged) continue;
     EXPECT_NE(Told().find(c.logged), std::string::npos) << Told().substr(0, 2000);
     std::vector<std::string> told = EnvLines("notify", true);
-    if (c.logged == kBroken.c_str()) EXPECT_EQ(std::count(told.begin(), told.end(), kBroken + " @4"), 1);
+    if (c.logged == kBroken.c_str()) {
+      EXPECT_EQ(std::count(told.begin(), told.end(), kBroken + " @4"), 1);
+    }
     mail_env_clear();  // later commands are refused at once
     EXPECT_EQ(mail_ping(stream_), 0);
     EXPECT_EQ(mail_copy(stream_, "1", "{127.0.0.1}x"), 0);
