@@ -36,8 +36,13 @@ struct Dovecot {
     if (!env.count("PORT")) ADD_FAILURE() << "imap-dovecot.sh could not start Dovecot:\n" << lines.str();
     return env.count("PORT");
   }
-  void Stop() { Run("stop '" + dir + "'"); }
-  void Remove() { Stop(), std::system(("rm -rf '" + dir + "'").c_str()); }
+  void Stop() {
+    if (!dir.empty()) Run("stop '" + dir + "'");
+  }
+  ~Dovecot() { Remove(); }
+  void Remove() {  // stops it and removes its directory
+    if (!dir.empty()) Stop(), std::system(("rm -rf '" + dir + "'").c_str()), dir.clear();
+  }
   void Seed(int n, const std::string& mailbox) { Run("seed '" + dir + "' " + std::to_string(n) + " '" + mailbox + "'"); }
   // "{127.0.0.1:PORT/notls}mailbox" and friends.
   std::string Name(const std::string& mailbox, const std::string& switches = "/notls", bool ssl_port = false) const {
