@@ -1,145 +1,152 @@
 // A scripted IMAP server on 127.0.0.1 for what no real server does (old
-// protocol generations, broken and hostile replies). The script is a list
-// of lines:
-//   "C: text"  a line the client must send, compared up to the length of
-//              text; "$T" at the start stands for any tag, remembered
-//   "S: text"  a line sent to the client (CRLF added; "$T" is the tag,
-//              "$P" the tag before it, for two commands in flight)
-//   "R: text"  bytes sent as they stand (no CRLF; "\n" written as is)
-//   "CLOSE"    the connection ends
-// Whatever the client sent is kept, in order, for the test to check.
+// protocol generations, broken and hostile replies). Script lines:
+//   "C: text"  the client's next line must start with text; a leading "$T"
+//              stands for any tag, which is remembered
+//   "S: text"  sent with CRLF ("$T" is the tag, "$P" the one before it)
+//   "R: text"  sent as it stands;   "CLOSE"  hangs up
 #pragma once
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
+#include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
+
+#include "c-client/core/mail.h"
+#include "c-client/core/plain_env.h"
+#include "c-client/imap/imap_slots.h"
+#include "c-client/net/tcp.h"
+#include "tests/c-client/core/env_lines.h"
 
 namespace imap_test {
 
-class FakeImapServer {
- public:
-  explicit FakeImapServer(std::vector<std::string> script) : script_(std::move(script)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+using Script = std::vector<std::string>;
+inline Script operator+(Script a, const Script& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+struct FakeImapServer {
+  explicit FakeImapServer(Script script) {
     sockaddr_in a{};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    ::listen(listener_, 4);
     socklen_t n = sizeof a;
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &n);
-    port_ = ntohs(a.sin_port);
-    thread_ = std::thread([this] { Serve(); });
+    ::bind(listener, reinterpret_cast<sockaddr*>(&a), n);
+    ::listen(listener, 1);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&a), &n);
+    name = "{127.0.0.1:" + std::to_string(ntohs(a.sin_port)) + "/notls}";
+    thread = std::thread([this, script] { Serve(script); });
   }
-  ~FakeImapServer() {
-    Finish();
-    ::close(listener_);
+  ~FakeImapServer() { Finish(), ::close(listener); }
+  void Finish() {  // the script ran out, or a step was not met
+    if (thread.joinable()) thread.join();
   }
-  // Waits for the script to end (or a mismatch); idempotent.
-  void Finish() {
-    if (thread_.joinable()) thread_.join();
-  }
-  unsigned port() const { return port_; }
-  std::string Name(const std::string& mailbox = "INBOX") const {
-    return "{127.0.0.1:" + std::to_string(port_) + "/notls}" + mailbox;
-  }
-  // Lines the client sent; the first script line it did not match, if any.
-  const std::vector<std::string>& received() const { return received_; }
-  const std::string& mismatch() const { return mismatch_; }
-  bool completed() const { return completed_; }
+  std::string Name(const std::string& box = "INBOX") const { return name + box; }
 
- private:
+  int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  std::string name, buffer;
+  std::thread thread;
+  std::vector<std::string> received;      // the client's lines
+  std::string mismatch = "not finished";  // the step not met; "" once all were
+
+  static bool Wait(int fd, int ms) {
+    pollfd p{fd, POLLIN, 0};
+    return ::poll(&p, 1, ms) > 0;
+  }
   bool ReadLine(int fd, std::string* line) {
-    line->clear();
-    for (;;) {
-      size_t crlf = buffer_.find("\r\n");
-      if (crlf != std::string::npos) {
-        *line = buffer_.substr(0, crlf);
-        buffer_.erase(0, crlf + 2);
-        return true;
-      }
-      pollfd p{fd, POLLIN, 0};
-      if (::poll(&p, 1, 10000) <= 0) return false;
+    size_t crlf;
+    while ((crlf = buffer.find("\r\n")) == std::string::npos) {
       char chunk[4096];
-      ssize_t got = ::recv(fd, chunk, sizeof chunk, 0);
+      ssize_t got = Wait(fd, 10000) ? ::recv(fd, chunk, sizeof chunk, 0) : 0;
       if (got <= 0) return false;
-      buffer_.append(chunk, static_cast<size_t>(got));
+      buffer.append(chunk, static_cast<size_t>(got));
     }
+    *line = buffer.substr(0, crlf);
+    buffer.erase(0, crlf + 2);
+    return true;
   }
-  std::string WithTag(std::string text, const std::string& tag) const {
-    for (size_t at; (at = text.find("$T")) != std::string::npos;) text.replace(at, 2, tag);
-    for (size_t at; (at = text.find("$P")) != std::string::npos;) text.replace(at, 2, previous_tag_);
-    return text;
-  }
-  void Send(int fd, const std::string& bytes) {
-    for (size_t at = 0; at < bytes.size();) {
-      ssize_t n = ::send(fd, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
-      if (n <= 0) return;
-      at += static_cast<size_t>(n);
-    }
-  }
-  void Serve() {
-    pollfd p{listener_, POLLIN, 0};
-    if (::poll(&p, 1, 10000) <= 0) {
-      mismatch_ = "no connection";
-      return;
-    }
-    int fd = ::accept(listener_, nullptr, nullptr);
-    std::string tag = "*";
-    for (const std::string& step : script_) {
-      if (step == "CLOSE") break;
-      const std::string body = step.size() > 3 ? step.substr(3) : "";
-      if (step.rfind("S: ", 0) == 0) {
-        Send(fd, WithTag(body, tag) + "\r\n");
-      } else if (step.rfind("R: ", 0) == 0) {
-        Send(fd, WithTag(body, tag));
-      } else if (step.rfind("C: ", 0) == 0) {
-        std::string line;
-        if (!ReadLine(fd, &line)) {
-          mismatch_ = step + " (nothing came)";
-          ::close(fd);
-          return;
+  void Serve(const Script& script) {
+    int fd = Wait(listener, 10000) ? ::accept(listener, nullptr, nullptr) : -1;
+    std::string tag = "*", previous, line;
+    for (const std::string& step : script) {
+      std::string body = step.substr(std::min<size_t>(3, step.size()));
+      if (fd < 0 || step == "CLOSE") break;
+      if (step[0] == 'C') {
+        bool got = ReadLine(fd, &line);
+        received.push_back(line);
+        if (got && body.rfind("$T", 0) == 0) {
+          previous = std::exchange(tag, line.substr(0, line.find(' ')));
+          body.replace(0, 2, tag);
         }
-        received_.push_back(line);
-        std::string want = body;
-        std::string got = line;
-        if (want.rfind("$T", 0) == 0) {
-          size_t sp = got.find(' ');
-          previous_tag_ = tag;
-          tag = got.substr(0, sp);
-          want.erase(0, 2);
-          got = sp == std::string::npos ? "" : got.substr(sp);
+        if (!got || line.compare(0, body.size(), body) != 0) {
+          mismatch = step + " got " + line;
+          return (void)::close(fd);
         }
-        if (got.compare(0, want.size(), want) != 0) {
-          mismatch_ = step + " (got: " + line + ")";
-          ::close(fd);
-          return;
-        }
+        continue;
       }
+      for (size_t at; (at = body.find("$T")) != std::string::npos;) body.replace(at, 2, tag);
+      for (size_t at; (at = body.find("$P")) != std::string::npos;) body.replace(at, 2, previous);
+      if (step[0] == 'S') body += "\r\n";
+      for (ssize_t at = 0, n = 0; at < static_cast<ssize_t>(body.size()) && n >= 0; at += n)
+        n = ::send(fd, body.data() + at, body.size() - at, MSG_NOSIGNAL);
     }
-    completed_ = true;
+    mismatch = fd < 0 ? "no connection" : "";
     // Give the client's last words a moment before the line drops.
-    std::string rest;
-    pollfd q{fd, POLLIN, 0};
-    if (::poll(&q, 1, 100) > 0) ReadLine(fd, &rest);
+    if (fd >= 0 && Wait(fd, 100) && ReadLine(fd, &line)) received.push_back(line);
     ::close(fd);
   }
+};
 
-  std::vector<std::string> script_;
-  int listener_ = -1;
-  unsigned port_ = 0;
-  std::thread thread_;
-  std::string buffer_;
-  std::string previous_tag_;
-  std::vector<std::string> received_;
-  std::string mismatch_;
-  std::atomic<bool> completed_{false};
+// Greeting, capability probe and LOGIN of a server announcing `caps` (only
+// the first word before the login), then SELECT with `exists` messages
+// (none: a control stream).
+inline Script Opening(int exists = -1, const std::string& caps = "IMAP4rev1 ACL") {
+  Script s{"S: * OK fake ready", "C: $T CAPABILITY", "S: * CAPABILITY " + caps.substr(0, caps.find(' ')),
+           "S: $T OK done", "C: $T GETACL MAILBOX a1bcdefghijklmnop", "S: $T BAD unknown",
+           "C: $T GETQUOTAROOT a1bcdefghijklmnop", "S: $T BAD unknown"};
+  // Below IMAP4rev1 every mechanism of the table is tried first.
+  if (caps.find("IMAP4rev1") == std::string::npos) s = s + Script{"C: auth AUTHENTICATE CRAM-MD5", "S: auth BAD ?"};
+  s = s + Script{"C: $T LOGIN user secret", "S: $T OK [CAPABILITY " + caps + "] logged in"};
+  if (exists >= 0) s = s + Script{"C: $T SELECT INBOX", "S: * " + std::to_string(exists) + " EXISTS", "S: $T OK done"};
+  return s;
+}
+
+struct ImapFake : ::testing::Test {
+  void SetUp() override {
+    mail_unlink_all();
+    mail_link(&imap2driver);
+    mail_env_set_login("user", "secret");
+    tcp_set_timeouts_for_test(5, 5, 5);
+    long zero = 0;
+    mail_parameters(nullptr, 112, &zero);  // AUTHENTICATE allowed
+    mail_parameters(nullptr, 114, &zero);  // LOGIN allowed
+  }
+  void TearDown() override {
+    stream_ = mail_close(stream_);
+    tcp_set_timeouts_for_test(0, 0, 0);
+  }
+  // A fresh log and the server's mailbox (or a control stream) opened.
+  MailStream* Open(FakeImapServer& server, long options = 0) {
+    stream_ = mail_close(stream_);
+    mail_env_clear();
+    return stream_ = mail_open(nullptr, server.Name(options & OP_CONTROL ? "" : "INBOX").c_str(), options);
+  }
+  static void Done(FakeImapServer& server) {
+    server.Finish();
+    EXPECT_EQ(server.mismatch, "");
+  }
+  // Everything the environment's callbacks were told, a line each.
+  static std::string Told() {
+    std::string all;
+    for (const MailEnvLine& l : mail_env_lines()) all += l.callback + ": " + l.text + "\n";
+    return all;
+  }
+  MailStream* stream_ = nullptr;
 };
 
 }  // namespace imap_test
