@@ -145,3 +145,5 @@ int SRCH_GetRuleSavedStatusByID(const char* scope, int id);
 std::string SRCH_NewRuleName(const std::vector<std::string>& names);
 int SRCH_GetLastError();
 
+// Told when a preference or search dialog changes the rules.
+void SRCH_RuleStoreListener(int what, void* data);
