@@ -103,7 +103,11 @@ void AheadRange(MailStream* stream, unsigned long msgno, unsigned long* lo, unsi
   ImapLocal* local = imap_local(stream);
   unsigned long budget = static_cast<unsigned long>(std::max(1L, imap_settings().lookahead));
   unsigned long cap = stream->cachehigh ? stream->cachehigh - std::min(stream->cachehigh - 1, 1ul) : kMaxAhead;
-  if (msgno == local->ahead_end + 1 && local->ahead_size) budget = std::max(budget, std::min(2 * local->ahead_size, cap));
+  // A walk in order, up or down (a list sorted newest first reads the
+  // mailbox from its end), doubles the range each time it steps past it.
+  const bool up = local->ahead_size && msgno == local->ahead_end + 1;
+  const bool down = local->ahead_size && msgno + 1 == local->ahead_lo;
+  if (up || down) budget = std::max(budget, std::min(2 * local->ahead_size, cap));
   if (stream->cachehigh) {
     // Make room first: a flush in the middle of the reply would drop what
     // it has just brought, the message asked for included.
@@ -113,10 +117,22 @@ void AheadRange(MailStream* stream, unsigned long msgno, unsigned long* lo, unsi
   }
   *lo = *hi = msgno;
   unsigned long left = budget - 1;
-  while (left && *hi < stream->nmsgs && !HasEnvelope(stream, *hi + 1)) ++*hi, --left;
-  while (left && *lo > 1 && !HasEnvelope(stream, *lo - 1)) --*lo, --left;
+  auto extend_up = [&] {
+    while (left && *hi < stream->nmsgs && !HasEnvelope(stream, *hi + 1)) ++*hi, --left;
+  };
+  auto extend_down = [&] {
+    while (left && *lo > 1 && !HasEnvelope(stream, *lo - 1)) --*lo, --left;
+  };
+  if (down) {
+    extend_down();
+    extend_up();
+  } else {
+    extend_up();
+    extend_down();
+  }
   local->ahead_end = *hi;
-  local->ahead_size = *hi - msgno + 1;
+  local->ahead_lo = *lo;
+  local->ahead_size = *hi - *lo + 1;
 }
 
 }  // namespace

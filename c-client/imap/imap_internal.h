@@ -71,6 +71,7 @@ struct ImapLocal {
   // Reading ahead: where the last structure fetch ended and how big it was,
   // so that a caller walking the mailbox in order gets ever larger ranges.
   unsigned long ahead_end = 0;
+  unsigned long ahead_lo = 0;
   unsigned long ahead_size = 0;
   unsigned long literals = 0;  // literals read in the current response
   // A STATUS command in flight: the untagged answer for this mailbox (as

@@ -241,6 +241,11 @@ TEST_F(ImapFake, ReadAheadGoesUpThenDownAndDoublesInOrder) {
     EXPECT_EQ(std::string(env->subject), "s" + std::to_string(m));
   }
   Done(server);
+  // A walk down from the end (newest first) doubles as well.
+  FakeImapServer down(Opening(20) + fetch("18:20", 18, 20) + fetch("12:17", 12, 17) + fetch("1:11", 1, 11));
+  ASSERT_NE(Open(down), nullptr) << down.mismatch;
+  for (unsigned long m = 20; m >= 1; --m) ASSERT_NE(mail_fetchstructure(stream_, m, nullptr), nullptr) << m;
+  Done(down);
   mail_parameters(nullptr, 102, reinterpret_cast<void*>(20));
 }
 
