@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "c-client/mh/mh_names.h"
+#include "src/model/local_search.h"
 #include "c-client/rfc822/strsrc.h"
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
@@ -102,6 +103,17 @@ long CountOnDisk(const std::string& name) {
 }
 
 std::string Subject(UMI umi) { return MM_MsgHeaderContent(umi, "Subject").value_or("(none)"); }
+
+std::string LocalSearchNumbers(int folder, const char* text) {
+  SearchProgram program;
+  std::string why;
+  std::vector<UMI> found;
+  if (!MM_SearchParseProgram(text, &program, &why) || !MM_FolSearchLocal(folder, program, &found, &why))
+    return "refused: " + why;
+  std::string numbers;
+  for (UMI u : found) numbers += (numbers.empty() ? "" : " ") + std::to_string(MM_UMIMsgno(u));
+  return numbers;
+}
 
 std::string ReadFile(const std::string& path) {
   std::stringstream ss;

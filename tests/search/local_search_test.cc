@@ -82,16 +82,7 @@ TEST_F(LocalSearch, RulesOverALocalFolder) {
   };
   const int id = MM_FolOpen(local_, "Box");
   ASSERT_NE(id, INVALID_FOLDER);
-  for (const auto& [text, expected] : cases) {
-    SearchProgram program;
-    std::string why;
-    ASSERT_TRUE(MM_SearchParseProgram(text, &program, &why)) << text << why;
-    std::vector<UMI> found;
-    ASSERT_TRUE(MM_FolSearchLocal(id, program, &found, &why));
-    std::string numbers;
-    for (UMI u : found) numbers += (numbers.empty() ? "" : " ") + std::to_string(MM_UMIMsgno(u));
-    EXPECT_EQ(numbers, expected) << text;
-  }
+  for (const auto& [text, expected] : cases) EXPECT_EQ(LocalSearchNumbers(id, text), expected) << text;
   EXPECT_EQ(TempFiles(), 0u);  // body files are removed after reading
   MM_FolClose(id, 0);
 

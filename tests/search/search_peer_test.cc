@@ -154,19 +154,23 @@ class SearchPeer : public ModelTest {
     tcp_tls_set_ca_file(nullptr);
     server_.Remove();
   }
+  // Starts the server and makes service 2 on it, in the clear.
+  int RemoteService() {
+    if (!server_.Start()) return INVALID_SERVICE;
+    tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
+    const std::pair<const char*, std::string> options[] = {
+        {"Name", "Work"}, {"Type", "imap"}, {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
+        {"Userid", server_.env["USER"]}, {"Password", server_.env["PASSWORD"]}, {"Security", "none"}};
+    for (const auto& [key, value] : options)
+      Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+    return MM_MSNew(2);
+  }
   Dovecot server_;
 };
 
 TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
-  ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
-  tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
-  const std::pair<const char*, std::string> options[] = {
-      {"Name", "Work"}, {"Type", "imap"}, {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
-      {"Userid", server_.env["USER"]}, {"Password", server_.env["PASSWORD"]}, {"Security", "none"}};
-  for (const auto& [key, value] : options)
-    Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
-  const int remote = MM_MSNew(2);
-  ASSERT_NE(remote, INVALID_SERVICE);
+  const int remote = RemoteService();
+  ASSERT_NE(remote, INVALID_SERVICE) << "no Dovecot (package dovecot-imapd)";
 
   // One remote stream for all the appends; the local folder by the driver.
   const int inbox = MM_FolOpen(remote, "INBOX");
@@ -269,15 +273,8 @@ TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
 
 // A search the server refuses is reported, not taken as "nothing found".
 TEST_F(SearchPeer, RefusedSearchesAreReported) {
-  ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
-  tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
-  const std::pair<const char*, std::string> options[] = {
-      {"Name", "Work"}, {"Type", "imap"}, {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
-      {"Userid", server_.env["USER"]}, {"Password", server_.env["PASSWORD"]}, {"Security", "none"}};
-  for (const auto& [key, value] : options)
-    Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
-  const int remote = MM_MSNew(2);
-  ASSERT_NE(remote, INVALID_SERVICE);
+  const int remote = RemoteService();
+  ASSERT_NE(remote, INVALID_SERVICE) << "no Dovecot (package dovecot-imapd)";
   const int inbox = MM_FolOpen(remote, "INBOX");
   ASSERT_NE(inbox, INVALID_FOLDER) << Posts();
   const std::pair<const char*, int> cases[] = {
