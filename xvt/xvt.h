@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 struct xvt_object;
 typedef xvt_object* WINDOW;
@@ -318,6 +319,12 @@ WIN_TYPE xvt_vobj_get_type(WINDOW win);
 WINDOW xvt_vobj_get_parent(WINDOW win);
 intptr_t xvt_vobj_get_data(WINDOW win);
 void xvt_vobj_set_data(WINDOW win, intptr_t data);
+// What a window shows, as plain UTF-8 lines, for the automation script's
+// "dump": windows whose content the toolkit cannot see (a tree, a viewer)
+// set a function that appends it. xvt_win_describe is empty without one.
+using XVT_DESCRIBE_FN = void (*)(WINDOW win, std::string* out);
+void xvt_win_set_describe(WINDOW win, XVT_DESCRIBE_FN fn);
+std::string xvt_win_describe(WINDOW win);
 // Copies at most size-1 bytes and terminates; returns buf, or null.
 char* xvt_vobj_get_title(WINDOW win, char* buf, size_t size);
 void xvt_vobj_set_title(WINDOW win, const char* title);

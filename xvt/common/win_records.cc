@@ -181,6 +181,16 @@ void xvt_vobj_set_data(WINDOW win, intptr_t data) {
   if (WinRecord* r = Find(win)) r->data = data;
 }
 
+void xvt_win_set_describe(WINDOW win, XVT_DESCRIBE_FN fn) {
+  if (WinRecord* r = Find(win)) r->describe = fn;
+}
+
+std::string xvt_win_describe(WINDOW win) {
+  std::string out;
+  if (WinRecord* r = Find(win); r && r->describe) r->describe(win, &out);
+  return out;
+}
+
 long xvt_win_dispatch_event(WINDOW win, EVENT* ev) { return Send(win, ev); }
 
 WINDOW xvt_win_get_ctl(WINDOW win, int id) {

@@ -33,6 +33,7 @@ struct WinRecord {
   std::vector<xvt_object*> children;  // creation order
   EVENT_HANDLER eh = nullptr;
   intptr_t data = 0;
+  XVT_DESCRIBE_FN describe = nullptr;
   int id = 0;                // control id
   unsigned long flags = 0;   // WSF_* of a window, CTL_FLAG_* of a control
   std::string title;
