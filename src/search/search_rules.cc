@@ -4,6 +4,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdarg>
 #include <cstdio>
@@ -11,6 +12,8 @@
 #include <iterator>
 #include <new>
 
+#include "c-client/core/mail.h"
+#include "c-client/rfc822/rfc822.h"
 #include "src/search/search_internal.h"
 
 namespace {
@@ -406,6 +409,40 @@ std::vector<std::string> SRCH_SplitRule(const std::string& rule) {
 std::string SRCH_JoinRule(const std::vector<std::string>& phrases) {
   std::string out;
   for (size_t i = 0; i < phrases.size(); ++i) out += (i ? "|" : "") + phrases[i];
+  return out;
+}
+
+std::vector<SRCH_RuleAddress> SRCH_ParseRule(const std::string& rule) {
+  std::vector<SRCH_RuleAddress> out;
+  for (const std::string& phrase : SRCH_SplitRule(rule)) {
+    std::vector<std::string> t;
+    if (!Tokens(phrase.c_str(), &t) || t.size() != 2 || t[1].size() > kSearchMaxValue) continue;
+    static const char* const kAddressKeys[] = {"FROM", "TO", "CC", "BCC"};
+    if (std::none_of(std::begin(kAddressKeys), std::end(kAddressKeys),
+                     [&](const char* k) { return strcasecmp(k, t[0].c_str()) == 0; }))
+      continue;
+    MailAddress* list = nullptr;
+    rfc822_parse_adrlist(&list, t[1].data(), nullptr);
+    for (const MailAddress* a = list; a; a = a->next) {
+      if (a->error || !a->mailbox || !*a->mailbox || !a->host || !*a->host) continue;
+      std::string host = a->host;
+      for (char& c : host) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      std::string address = Format("%s@%s", a->mailbox, host.c_str());
+      std::string name = a->personal && *a->personal ? a->personal : address;
+      // An address given twice stands once, under a name if either gave one.
+      auto same = std::find_if(out.begin(), out.end(), [&](const SRCH_RuleAddress& r) {
+        return strcasecmp(r.address.c_str(), address.c_str()) == 0;
+      });
+      if (same == out.end())
+        out.push_back({std::move(name), std::move(address)});
+      else if (same->name == same->address)
+        same->name = std::move(name);
+    }
+    mail_free_address(&list);
+  }
+  std::stable_sort(out.begin(), out.end(), [](const SRCH_RuleAddress& a, const SRCH_RuleAddress& b) {
+    return strcasecmp(a.name.c_str(), b.name.c_str()) < 0;
+  });
   return out;
 }
 

@@ -112,6 +112,18 @@ std::string SRCH_Quote(const std::string& text);
 std::vector<std::string> SRCH_SplitRule(const std::string& rule);
 std::string SRCH_JoinRule(const std::vector<std::string>& phrases);
 
+// The addresses a rule looks for, for searches that run over address books:
+// each FROM, TO, CC or BCC phrase's value read as an address list, as
+// "mailbox@host" (host in lower case) with the person's name, or the
+// address when there is none. Sorted by name; an address given twice
+// stands once. Negated phrases and values that hold no full address name
+// nobody to look for and are left out.
+struct SRCH_RuleAddress {
+  std::string name;
+  std::string address;
+};
+std::vector<SRCH_RuleAddress> SRCH_ParseRule(const std::string& rule);
+
 // --- The rule store ---------------------------------------------------------
 
 // "Search.<scope>.IDList" for attribute "IDList" (id ignored), else

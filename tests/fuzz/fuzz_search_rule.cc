@@ -1,6 +1,6 @@
 // Stored rule text, arbitrary bytes, through every reader of it: the phrase
-// splitter, both key-to-display conversions, the edit reader and the search
-// program parser. A phrase read for editing builds a key that reads back
+// splitter, the address reader, both key-to-display conversions, the edit
+// reader and the search program parser. A phrase read for editing builds a key that reads back
 // to the same display; a parsed program runs over a message without
 // reading past anything.
 #include <cstdint>
@@ -33,6 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   const std::vector<std::string> phrases = SRCH_SplitRule(text);
   Check(SRCH_JoinRule(phrases) == text || text.empty());
+  for (const SRCH_RuleAddress& r : SRCH_ParseRule(text)) Check(r.address.find('@') != std::string::npos);
   for (const std::string& phrase : phrases) {
     std::string display, attribute, criterion, key;
     SRCH_Value value;

@@ -200,6 +200,26 @@ TEST(SearchPhrases, RuleSeparatorOnlyOutsideQuotes) {
   EXPECT_EQ(SRCH_SplitRule(joined), phrases);
 }
 
+TEST(SearchPhrases, AddressesARuleLooksFor) {
+  const struct {
+    const char* rule;
+    const char* want;  // "name=address;" in order
+  } cases[] = {
+      {"FROM \"Zed <z@Example.ORG>\"|TO \"amy@b.net, Bob <bob@C.com>\"",
+       "amy@b.net=amy@b.net;Bob=bob@c.com;Zed=z@example.org;"},
+      // The same address twice, once with a name: it stands once, named.
+      {"CC \"x@h.io\"|BCC \"Xavier <X@H.IO>\"|TO \"Ann <a@h.io>\"", "Ann=a@h.io;Xavier=x@h.io;"},
+      // Not addresses: a negated phrase, a bare word, another key, a broken quote.
+      {"NOT FROM \"a@b.c\"|FROM fred|SUBJECT \"q@r.s\"|TO \"unterminated@x.y", ""},
+      {"", ""},
+  };
+  for (const auto& c : cases) {
+    std::string got;
+    for (const SRCH_RuleAddress& r : SRCH_ParseRule(c.rule)) got += r.name + "=" + r.address + ";";
+    EXPECT_EQ(got, c.want) << c.rule;
+  }
+}
+
 // --- The store ------------------------------------------------------------------
 
 class RuleStore : public ModelTest {};
