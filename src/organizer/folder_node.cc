@@ -14,6 +14,7 @@
 #include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
+#include "src/search/search_run.h"
 
 namespace {
 
@@ -110,9 +111,17 @@ void AddNewMessages(TreeNode* node) {
   if (count <= f->total) return;
   TreeNode* holder = Holder(node);
   Suspended s(holder);
-  for (long n = f->total + 1; n <= count; ++n) {
-    const UMI umi = MM_UMIFromMsgno(f->folder_id, static_cast<unsigned long>(n));
-    if (umi && !f->index.Find(umi)) folderAddMessage(holder, umi);
+  // In a selecting folder new mail shows only when the rules find it.
+  std::vector<UMI> chosen;
+  if (SRCH_FolderSelection(f->ms, f->name.c_str(), f->folder_id, &chosen) >= 0) {
+    for (UMI umi : chosen)
+      if (MM_UMIMsgno(umi) > static_cast<unsigned long>(f->total) && !f->index.Find(umi))
+        folderAddMessage(holder, umi);
+  } else {
+    for (long n = f->total + 1; n <= count; ++n) {
+      const UMI umi = MM_UMIFromMsgno(f->folder_id, static_cast<unsigned long>(n));
+      if (umi && !f->index.Find(umi)) folderAddMessage(holder, umi);
+    }
   }
   f->total = count;
   Redraw(node);
@@ -265,6 +274,11 @@ int folderAddMessageContent(TreeNode* node) {
     groupAdd(holder, MM_MSGetNumber(f->ms), f->name.c_str(), kGroupDeleted);
   }
   const long n = MM_FolGetNumMsgs(id);
+  // A selecting folder shows only what its rules find; when they cannot
+  // run it shows nothing, and says nothing.
+  std::vector<UMI> chosen;
+  const bool selecting = SRCH_FolderSelection(f->ms, f->name.c_str(), id, &chosen) >= 0;
+  const long steps = selecting ? static_cast<long>(chosen.size()) : n;
   const bool sent = [&] {
     int sms = INVALID_SERVICE;
     std::string sname;
@@ -279,7 +293,7 @@ int folderAddMessageContent(TreeNode* node) {
   records.reserve(static_cast<size_t>(n));
   const bool upward = f->sort == kSortLeastRecentArrival || f->sort == kSortLeastRecentDate;
   WIN_start_critical();
-  for (long step = 1; step <= n; ++step) {
+  for (long step = 1; step <= steps; ++step) {
     if (step % 5 == 0) {
       if (xvt_progress_cancelled()) {
         f->load_cancelled = true;
@@ -287,8 +301,9 @@ int folderAddMessageContent(TreeNode* node) {
       }
       if (step % 500 == 0) xvt_progress_set_pos(step);
     }
-    const long msgno = upward ? step : n - step + 1;
-    const UMI umi = MM_UMIFromMsgno(id, static_cast<unsigned long>(msgno));
+    const long at = upward ? step : steps - step + 1;
+    const UMI umi = selecting ? chosen[static_cast<size_t>(at - 1)]
+                              : MM_UMIFromMsgno(id, static_cast<unsigned long>(at));
     if (!umi) continue;
     MessageNodeInfo* m = MSG_NewInfo(umi, sent);
     if (!m) {

@@ -32,3 +32,12 @@ int SRCH_RunRules(const std::vector<std::string>& rule_names, const std::vector<
 // One line per message found: folder, sender, subject, separated by TABs.
 std::vector<std::string> SRCH_ResultLines(const SrchRun& run);
 void SRCH_RunClose(SrchRun* run);
+
+// A folder's selection: with MessageSelection.<service number>.<folder>.IsSelecting
+// true, the folder shows only the messages that the rules whose ids stand
+// in ...SearchIDList find (a message found by any of them). -1: the folder
+// is not selecting; 1: found holds the selection, in folder order; 0: the
+// selection could not run (a rule is gone, a search failed) and found is
+// empty, so that nothing is shown rather than messages the rules exclude.
+std::string SRCH_SelectionKey(int ms_number, const char* folder, const char* attribute);
+int SRCH_FolderSelection(int ms, const char* folder, int id, std::vector<UMI>* found);

@@ -10,6 +10,8 @@
 #include "src/options/options.h"
 #include "src/organizer/columns.h"
 #include "src/organizer/node_draw.h"
+#include "src/search/search_rules.h"
+#include "src/search/search_run.h"
 #include "xvt/xvt_test.h"
 #include "tests/organizer/nodes_fixture.h"
 
@@ -273,6 +275,42 @@ TEST_F(NodesTest, NewMailExpungeAndFlagsFollowTheModel) {
     // A later tick adds nothing twice.
     MSG_MailTimerTick();
     EXPECT_EQ(Lines(node), "5 4 3 2 1");
+  });
+}
+
+// A selecting folder shows what its rules find, at the load and as new
+// mail comes; a selection that cannot run shows nothing.
+TEST_F(NodesTest, ASelectingFolderShowsWhatItsRulesFind) {
+  MakeFolder("Sel", 12);
+  int a = 0, b = 0;
+  ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", "ones", "SUBJECT \"message 1\"", "Message", &a));
+  ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", "fives", "SUBJECT \"message 5\"", "Message", &b));
+  Opt_AssignString(SRCH_SelectionKey(MM_MSGetNumber(local_), "Sel", "IsSelecting").c_str(), "true", kOptSession, 0);
+  Opt_AssignString(SRCH_SelectionKey(MM_MSGetNumber(local_), "Sel", "SearchIDList").c_str(),
+                   (std::to_string(a) + " " + std::to_string(b)).c_str(), kOptSession, 0);
+  Run([&] {
+    TreeNode* node = Open(local_, "Sel");
+    ASSERT_NE(node, nullptr);
+    EXPECT_EQ(Lines(node), "12 11 10 5 1");
+    ExpectCounts(node, 5, 5);
+    // New mail: only what a rule finds joins the lines ("message 15" is
+    // message 14 of the folder).
+    Append("Sel", Numbered(13));
+    Append("Sel", Numbered(15));
+    MSG_MailTimerTick();
+    EXPECT_EQ(Lines(node), "14 13 12 11 10 5 1");
+    EXPECT_EQ(F(node)->total, 14);
+    Append("Sel", Numbered(2));
+    MSG_MailTimerTick();
+    EXPECT_EQ(Lines(node), "14 13 12 11 10 5 1");
+    EXPECT_EQ(F(node)->total, 15);
+  });
+  // A rule of the selection is gone: the folder shows nothing.
+  ASSERT_TRUE(SRCH_DeleteRuleByID("IMAP", b));
+  Run([&] {
+    TreeNode* node = Open(local_, "Sel");
+    ASSERT_NE(node, nullptr);
+    EXPECT_EQ(Lines(node), "");
   });
 }
 
