@@ -316,6 +316,8 @@ int AttachAddHelper(const std::string& name, const std::string& command, const s
   if (!list.empty()) list += ' ';
   list += std::to_string(next);
   Opt_AssignString("Viewers.IDLIST", list.c_str(), kOptPermanent, 0);
+  // A list set for this session would hide the new entry until the next one.
+  if (Opt_LookupText("Viewers.IDLIST", kOptSession) != list) Opt_AssignString("Viewers.IDLIST", list.c_str(), kOptSession, 0);
   return next;
 }
 

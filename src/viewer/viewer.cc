@@ -26,7 +26,6 @@ struct Registered {
 
 struct Viewers {
   std::vector<Registered> table;
-  int module_notifier = -1;
   // The viewer that asked for the step under way: the step shows the
   // neighbour there rather than in whichever viewer is first.
   WINDOW stepping = NULL_WIN;
@@ -189,7 +188,8 @@ void QueryPosition(ViewerInfo* v) {
 int ViewerWant(ModelEvent* ev, void* data) {
   auto* v = static_cast<ViewerInfo*>(data);
   switch (ev->type) {
-    case E_ABANDON_SHIP: return 1;
+    case E_ABANDON_SHIP:
+    case E_MAIL_TIMER: return 1;
     case E_FOLDER_CLOSED:
     case E_FOLDER_INVALID: return ev->folder == MM_UMIFolder(v->umi);
     case E_VIEW_POSITION: return ev->umi == v->umi;
@@ -211,8 +211,14 @@ void ViewerHandle(ModelEvent* ev, void* data) {
     case E_MSG_EXPUNGED:
     case E_FOLDER_CLOSED:
     case E_FOLDER_INVALID:
-    case E_ABANDON_SHIP:
     case E_SHADOW_RELEASED: CloseLater(v); return;
+    case E_ABANDON_SHIP:
+      // Files handed to helpers go with the session.
+      AttachReapChildren();
+      AttachRemoveTempDir();
+      CloseLater(v);
+      return;
+    case E_MAIL_TIMER: AttachReapChildren(); return;
     case E_VIEW_POSITION:
       v->msg_avail_state = std::clamp(static_cast<int>(ev->value), kAvailNone, kAvailBoth);
       setMenus(v->window);
@@ -221,19 +227,6 @@ void ViewerHandle(ModelEvent* ev, void* data) {
       if (xvt_scr_get_focus_vobj() == v->window || WinList_Head() == v->window) setMenus(v->window);
       return;
   }
-}
-
-// The module's own listener: helpers' files go at the end of the session.
-int ModuleWant(ModelEvent* ev, void*) { return ev->type == E_SHIP_SUNK || ev->type == E_MAIL_TIMER; }
-void ModuleHandle(ModelEvent* ev, void*) {
-  AttachReapChildren();
-  if (ev->type == E_SHIP_SUNK) AttachRemoveTempDir();
-}
-
-void EnsureModuleNotifier() {
-  Viewers& s = V();
-  if (s.module_notifier >= 0 || !MM_NotActive()) return;
-  s.module_notifier = MM_NotRegister(ModuleWant, ModuleHandle, nullptr, "viewer.c : helpers");
 }
 
 void DisplayMessage(ViewerInfo* v) {
@@ -249,7 +242,6 @@ void DisplayMessage(ViewerInfo* v) {
 
 WINDOW createViewerWin(UMI umi, TreeNode* container) {
   RegisterResources();
-  EnsureModuleNotifier();
   auto* v = new ViewerInfo;
   v->umi = umi;
   v->folder_node = container;
