@@ -275,6 +275,7 @@ std::string HtmlToText(std::string_view input) {
   std::string href;    // the open link's address
   size_t link_start = 0;
   int list_depth = 0;
+  size_t next_gt = 0;
   for (size_t i = 0; i < html.size();) {
     const char c = html[i];
     if (c == '<') {
@@ -283,9 +284,11 @@ std::string HtmlToText(std::string_view input) {
         i = end == std::string_view::npos ? html.size() : end + 3;
         continue;
       }
+      // The next ">" is looked for once per ">", not once per "<": a text
+      // of many "<" and no ">" stays linear.
+      if (next_gt != std::string_view::npos && next_gt <= i) next_gt = html.find('>', i + 1);
       const size_t limit = std::min(html.size(), i + kMaxTagLength);
-      size_t end = i + 1;
-      while (end < limit && html[end] != '>') ++end;
+      const size_t end = next_gt == std::string_view::npos ? html.size() : next_gt;
       const bool tag_like = end < limit && i + 1 < html.size() &&
                             (std::isalpha(static_cast<unsigned char>(html[i + 1])) || html[i + 1] == '/' ||
                              html[i + 1] == '!' || html[i + 1] == '?');
