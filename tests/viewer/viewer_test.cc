@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
 
+#include "c-client/mh/mh_names.h"
 #include "src/options/options.h"
 #include "src/viewer/attach.h"
 #include "src/viewer/viewer_internal.h"
@@ -252,6 +254,38 @@ TEST_F(ViewerTest, OpeningAnAttachmentHandsAPrivateCopyToTheHelper) {
     MM_NotPostSimple(E_ABANDON_SHIP);
     EXPECT_EQ(viewerCount(), 0);
     EXPECT_NE(::stat(file.c_str(), &st), 0);
+  });
+}
+
+// The demo home that "make run" starts on: every message shows something
+// readable, and the kinds it is there to show come out as they should.
+TEST_F(ViewerTest, TheDemoHomeReadsWell) {
+  namespace fs = std::filesystem;
+  fs::copy(std::string(VELMAR_TEST_DATA_DIR) + "/demo-home/folders", home_ + "/folders",
+           fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+  mh_forget_paths();
+  Run([&] {
+    for (const char* name : {"INBOX", "Work", "Lists"}) {
+      TreeNode* node = Open(local_, name);
+      ASSERT_TRUE(node) << name;
+      const long n = MM_FolGetNumMsgs(F(node)->folder_id);
+      EXPECT_GE(n, std::string(name) == "INBOX" ? 30 : 3) << name;
+      int with_rows = 0, html = 0;
+      for (long i = 1; i <= n; ++i) {
+        const UMI umi = Umi(node, static_cast<unsigned long>(i));
+        const ViewerContent c = ViewerBuildContent(umi);
+        EXPECT_TRUE(!c.text.empty() || !c.rows.empty()) << name << " " << i;
+        EXPECT_EQ(c.text.find("\xEF\xBF\xBD"), std::string::npos) << name << " " << i << ": " << c.text;
+        const std::string header = ViewerHeaderText(umi, kHeaderShort);
+        EXPECT_EQ(header.find("=?"), std::string::npos) << header;
+        with_rows += !c.rows.empty();
+        html += c.from_html;
+      }
+      if (std::string(name) == "INBOX") {
+        EXPECT_GE(with_rows, 5);
+        EXPECT_GE(html, 1);
+      }
+    }
   });
 }
 
