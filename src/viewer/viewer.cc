@@ -104,18 +104,24 @@ std::string Instances() {
   return v;
 }
 
-// Separators as percents of the height: "%d %d %d"; anything unreadable
-// gives the default layout.
-void SeparatorValues(int panes, int* first, int* second) {
-  *first = 28;
-  *second = 78;
+// Separators as percents of the height: "%d %d %d". Without a usable
+// value the panes take what their content needs: the header its lines, the
+// attachments their rows, the text the rest.
+bool SeparatorValues(int panes, int* first, int* second) {
   const std::string v = Opt_LookupText(panes == 3 ? "SepPosn.Viewer2" : "SepPosn.Viewer1", kOptSession);
   int a = 0, b = 0, c = 0;
   const int n = std::sscanf(v.c_str(), "%d %d %d", &a, &b, &c);
-  if (n < 1 || a < 5 || a > 90) return;
-  if (panes == 3 && (n < 2 || b <= a + 5 || b > 95)) return;
+  if (n < 1 || a < 5 || a > 90) return false;
+  if (panes == 3 && (n < 2 || b <= a + 5 || b > 95)) return false;
   *first = a;
-  if (panes == 3) *second = b;
+  *second = panes == 3 ? b : 100;
+  return true;
+}
+
+int Lines(const std::string& text) {
+  int n = 0;
+  for (char c : text) n += c == '\n';
+  return n + (!text.empty() && text.back() != '\n');
 }
 
 void Layout(ViewerInfo* v) {
@@ -123,10 +129,17 @@ void Layout(ViewerInfo* v) {
   xvt_vobj_get_client_rect(v->window, &r);
   const int h = r.bottom - r.top, w = r.right - r.left;
   const int panes = v->content.panes;
-  int first, second;
-  SeparatorValues(panes, &first, &second);
-  const int y1 = h * first / 100;
-  const int y2 = panes == 3 ? h * second / 100 : h;
+  int first = 0, second = 100;
+  int y1, y2;
+  if (SeparatorValues(panes, &first, &second)) {
+    y1 = h * first / 100;
+    y2 = panes == 3 ? h * second / 100 : h;
+  } else {
+    constexpr int kLine = 18;
+    y1 = std::clamp((Lines(v->header_text) + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 2 / 5));
+    const int rows = static_cast<int>(v->content.rows.size());
+    y2 = panes == 3 ? h - std::clamp((rows + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 3 / 10)) : h;
+  }
   const int gap = 4;
   RCT hr{0, 0, w, y1};
   xvt_vobj_move(v->header_pane, &hr);
