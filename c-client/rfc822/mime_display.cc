@@ -355,6 +355,43 @@ std::string mime_display_text(const char* raw) {
   return Clean(out);
 }
 
+std::string mime_display_body(std::string_view bytes, const char* charset) {
+  std::string converted;
+  converted.reserve(bytes.size());
+  AppendCharset(converted, charset ? charset : "", bytes);
+  // Lines stay lines: CR LF and a lone CR become LF; TAB is kept; other
+  // control characters would only confuse the display and go.
+  std::string out;
+  out.reserve(converted.size());
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(converted.data());
+  for (size_t i = 0; i < converted.size();) {
+    const unsigned char c = p[i];
+    if (c == '\r') {
+      out += '\n';
+      i += (i + 1 < converted.size() && p[i + 1] == '\n') ? 2 : 1;
+      continue;
+    }
+    if (c == '\n' || c == '\t') {
+      out += static_cast<char>(c);
+      ++i;
+      continue;
+    }
+    if (c < 0x20 || c == 0x7F) {
+      ++i;
+      continue;
+    }
+    const size_t len = Utf8Length(p + i, converted.size() - i);
+    if (!len) {
+      out += kReplacement;
+      ++i;
+      continue;
+    }
+    out.append(converted, i, len);
+    i += len;
+  }
+  return out;
+}
+
 std::string mime_parameter(const BodyParameter* list, const char* attribute) {
   const Rfc822Parameter p = rfc822_parameter(list, attribute);
   if (!p.found) return {};

@@ -5,12 +5,18 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "c-client/core/mail.h"
 
 // Header text for display, in UTF-8: encoded words decoded, raw bytes
 // taken as UTF-8 when they are valid UTF-8, else as Windows-1252.
 std::string mime_display_text(const char* raw);
+// A body part's text in UTF-8 from the bytes in its charset (iconv for
+// the charsets this file does not know itself; unlabelled bytes as in
+// mime_display_text). Line breaks become LF; TABs stay; other control
+// characters are dropped, and bad sequences become U+FFFD.
+std::string mime_display_body(std::string_view bytes, const char* charset);
 // A parameter's value from a part's list (found as rfc822_parameter finds
 // it, RFC 2231 forms included) in UTF-8; empty when absent.
 std::string mime_parameter(const BodyParameter* list, const char* attribute);

@@ -15,6 +15,7 @@
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 #include "src/search/search_run.h"
+#include "src/viewer/viewer.h"
 
 namespace {
 
@@ -677,6 +678,45 @@ void folderDraw(WINDOW win, TreeNode* node, RCT* rect) {
 
 namespace {
 
+// The message line before or after one, in the order the folder shows
+// them (through its groups); null at either end.
+TreeNode* NeighbourLine(TreeNode* holder, TreeNode* line, bool next) {
+  std::vector<TreeNode*> lines;
+  for (TreeNode* k = TREE_GetFirstKid(holder); k; k = TREE_GetNext(k)) {
+    if (TREE_GetDataType(k) == kNodeDataTypeMessage) lines.push_back(k);
+    if (TREE_GetDataType(k) == kNodeDataTypeGroup)
+      for (TreeNode* m = TREE_GetFirstKid(k); m; m = TREE_GetNext(m))
+        if (TREE_GetDataType(m) == kNodeDataTypeMessage) lines.push_back(m);
+  }
+  const auto at = std::find(lines.begin(), lines.end(), line);
+  if (at == lines.end()) return nullptr;
+  if (next) return at + 1 == lines.end() ? nullptr : *(at + 1);
+  return at == lines.begin() ? nullptr : *(at - 1);
+}
+
+// A viewer's step and its question about neighbours.
+void HandleViewEvent(TreeNode* node, ModelEvent* ev) {
+  TreeNode* holder = Holder(node);
+  TreeNode* line = MSG_FindMessage(node, ev->umi);
+  if (!line) return;
+  if (ev->type == E_VIEW_POSITION_QUERY) {
+    const bool has_next = NeighbourLine(holder, line, true), has_prev = NeighbourLine(holder, line, false);
+    ModelEvent* answer = MM_NotEventNew(E_VIEW_POSITION);
+    if (!answer) return;
+    answer->umi = ev->umi;
+    answer->folder = ev->folder;
+    answer->value = has_next && has_prev ? 4 : has_next ? 2 : has_prev ? 3 : 1;
+    MM_NotEventPost(answer);
+    MM_NotEventFree(answer);
+    return;
+  }
+  TreeNode* target = NeighbourLine(holder, line, ev->type == E_VIEW_NEXT);
+  MessageNodeInfo* m = MSG_Info(target);
+  if (!m) return;
+  TREE_ShowNodeOnDisplay(target);
+  spawnNextViewer(m->umi, node);
+}
+
 bool IsMessageEvent(int type) {
   return (type >= E_DELETED_FLAG_SET && type <= E_DRAFT_FLAG_CLEARED) || type == E_MSG_EXPUNGED;
 }
@@ -719,6 +759,9 @@ int FolderWant(ModelEvent* ev, void* data) {
     case E_GROUP_NEW:
     case E_GROUP_CHANGED:
       return open && f->groups_loaded && ev->folder == f->folder_id && !TREE_IsOpenElsewhere(node);
+    case E_VIEW_NEXT:
+    case E_VIEW_PREVIOUS:
+    case E_VIEW_POSITION_QUERY: return open && f->messages_loaded && ev->folder == f->folder_id;
     default: return 0;
   }
 }
@@ -780,6 +823,9 @@ void FolderHandle(ModelEvent* ev, void* data) {
     case E_GROUP_HIDDEN:
     case E_GROUP_NEW:
     case E_GROUP_CHANGED: GRP_HandleViewEvent(holder, ev); return;
+    case E_VIEW_NEXT:
+    case E_VIEW_PREVIOUS:
+    case E_VIEW_POSITION_QUERY: HandleViewEvent(node, ev); return;
     default: break;
   }
   TreeNode* line = MSG_FindMessage(node, ev->umi);

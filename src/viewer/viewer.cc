@@ -1,10 +1,579 @@
-// Until the viewer window exists, opening a message only records it.
+// Viewer windows: a message with its header, text and attachment panes,
+// the table of open viewers, which one shows a message, stepping through
+// the folder and the menu.
 #include "src/viewer/viewer.h"
 
-#include "src/base/trace.h"
+#include <strings.h>
 
-void spawnViewer(UMI umi, TreeNode*) {
-  Trace(kTraceOrganizer, kTraceLow, "spawnViewer: %llu\n", static_cast<unsigned long long>(umi));
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "src/base/critical.h"
+#include "src/base/model_events.h"
+#include "src/base/trace.h"
+#include "src/base/window_list.h"
+#include "src/options/options.h"
+#include "src/viewer/attach.h"
+#include "src/viewer/viewer_internal.h"
+
+namespace {
+
+struct Registered {
+  UMI umi;
+  WINDOW win;
+};
+
+struct Viewers {
+  std::vector<Registered> table;
+  // The viewer that asked for the step under way: the step shows the
+  // neighbour there rather than in whichever viewer is first.
+  WINDOW stepping = NULL_WIN;
+  bool in_menu = false;  // blocks menu handling while a step comes back in
+};
+
+Viewers& V() {
+  static Viewers v;
+  return v;
 }
 
-void spawnNextViewer(UMI umi, TreeNode* container) { spawnViewer(umi, container); }
+const MENU_ITEM kFileMenu[] = {
+    {M_VIEW_SAVE, "~Save Text As...", true, false, false, nullptr},
+    {M_VIEW_SAVE_ATTACHMENT, "Save ~Attachment As...", true, false, false, nullptr},
+    {M_VIEW_OPEN_ATTACHMENT, "~Open Attachment", true, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {M_VIEW_PRINT, "~Print...", false, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {M_VIEW_CLOSE, "~Close\tCtrl+W", true, false, false, nullptr},
+    {0, nullptr, false, false, false, nullptr},
+};
+
+const MENU_ITEM kMessageMenu[] = {
+    {M_VIEW_NEXT, "~Next", true, false, false, nullptr},
+    {M_VIEW_PREVIOUS, "~Previous", true, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {M_VIEW_COMPOSE, "~New Message...", false, false, false, nullptr},
+    {M_VIEW_REPLY, "~Reply...", false, false, false, nullptr},
+    {M_VIEW_FORWARD, "~Forward...", false, false, false, nullptr},
+    {M_VIEW_RESTART, "Restart Co~mpose", false, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {M_VIEW_DELETE, "~Delete\tDel", true, false, false, nullptr},
+    {M_VIEW_UNDELETE, "~Undelete", true, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {M_VIEW_VIEWED, "Not ~Viewed", true, false, false, nullptr},
+    {M_VIEW_SPECIAL, "~Special", true, false, false, nullptr},
+    {M_VIEW_REPLIED, "~Replied", true, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {M_VIEW_RAW_HEADER, "Raw ~Header", true, false, false, nullptr},
+    {0, nullptr, false, false, false, nullptr},
+};
+
+const MENU_ITEM kSecurityMenu[] = {
+    {M_VIEW_PGP_DECRYPT, "PGP ~Decrypt", false, false, false, nullptr},
+    {M_VIEW_PGP_VERIFY, "PGP ~Verify", false, false, false, nullptr},
+    {M_VIEW_PGP_CAPTURE, "PGP ~Capture Key", false, false, false, nullptr},
+    {0, nullptr, false, false, false, nullptr},
+};
+
+const MENU_ITEM kViewerBar[] = {
+    {1, "~File", true, false, false, kFileMenu},
+    {2, "~Message", true, false, false, kMessageMenu},
+    {3, "~Security", true, false, false, kSecurityMenu},
+    {0, nullptr, false, false, false, nullptr},
+};
+
+void RegisterResources() {
+  static bool done = false;
+  if (done) return;
+  xvt_res_register_menubar(kViewerMenuBar, kViewerBar);
+  done = true;
+}
+
+bool OptionIs(const char* name, const char* value) {
+  const std::string v = Opt_LookupText(name, kOptSession);
+  return strcasecmp(v.c_str(), value) == 0;
+}
+
+// "One", "Folder" or "Message"; absent means "One", written as the default.
+std::string Instances() {
+  std::string v = Opt_LookupText("Viewer.Instances", kOptSession);
+  if (v.empty()) {
+    Opt_AssignString("Viewer.Instances", "One", kOptPermanent, 0);
+    v = "One";
+  }
+  return v;
+}
+
+// Separators as percents of the height: "%d %d %d". Without a usable
+// value the panes take what their content needs: the header its lines, the
+// attachments their rows, the text the rest.
+bool SeparatorValues(int panes, int* first, int* second) {
+  const std::string v = Opt_LookupText(panes == 3 ? "SepPosn.Viewer2" : "SepPosn.Viewer1", kOptSession);
+  int a = 0, b = 0, c = 0;
+  const int n = std::sscanf(v.c_str(), "%d %d %d", &a, &b, &c);
+  if (n < 1 || a < 5 || a > 90) return false;
+  if (panes == 3 && (n < 2 || b <= a + 5 || b > 95)) return false;
+  *first = a;
+  *second = panes == 3 ? b : 100;
+  return true;
+}
+
+int Lines(const std::string& text) {
+  int n = 0;
+  for (char c : text) n += c == '\n';
+  return n + (!text.empty() && text.back() != '\n');
+}
+
+void Layout(ViewerInfo* v) {
+  RCT r;
+  xvt_vobj_get_client_rect(v->window, &r);
+  const int h = r.bottom - r.top, w = r.right - r.left;
+  const int panes = v->content.panes;
+  int first = 0, second = 100;
+  int y1, y2;
+  if (SeparatorValues(panes, &first, &second)) {
+    y1 = h * first / 100;
+    y2 = panes == 3 ? h * second / 100 : h;
+  } else {
+    constexpr int kLine = 18;
+    y1 = std::clamp((Lines(v->header_text) + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 2 / 5));
+    const int rows = static_cast<int>(v->content.rows.size());
+    y2 = panes == 3 ? h - std::clamp((rows + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 3 / 10)) : h;
+  }
+  const int gap = 4;
+  RCT hr{0, 0, w, y1};
+  xvt_vobj_move(v->header_pane, &hr);
+  const bool text = v->content.has_text;
+  RCT body{0, y1 + gap, w, y2};
+  RCT rest{0, y2 + gap, w, h};
+  if (panes == 3) {
+    xvt_vobj_move(v->text_pane, &body);
+    xvt_vobj_move(v->attachment_pane, &rest);
+    xvt_vobj_set_visible(v->text_pane, true);
+    xvt_vobj_set_visible(v->attachment_pane, true);
+  } else {
+    RCT all{0, y1 + gap, w, h};
+    xvt_vobj_move(text ? v->text_pane : v->attachment_pane, &all);
+    xvt_vobj_set_visible(v->text_pane, text);
+    xvt_vobj_set_visible(v->attachment_pane, !text);
+  }
+}
+
+void FillPanes(ViewerInfo* v) {
+  xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
+  xvt_vobj_set_title(v->text_pane, v->content.text.c_str());
+  xvt_list_suspend(v->attachment_pane);
+  xvt_list_clear(v->attachment_pane);
+  for (const AttachRow& row : v->content.rows) xvt_list_add(v->attachment_pane, -1, row.label.c_str());
+  xvt_list_resume(v->attachment_pane);
+  Layout(v);
+}
+
+void Describe(WINDOW win, std::string* out) {
+  ViewerInfo* v = ViewerInfoOf(win);
+  if (!v) return;
+  *out += "header:\n" + v->header_text;
+  if (!v->header_text.empty() && v->header_text.back() != '\n') *out += '\n';
+  *out += "text:\n" + v->content.text;
+  if (!v->content.text.empty() && v->content.text.back() != '\n') *out += '\n';
+  if (!v->content.rows.empty()) {
+    *out += "attachments:\n";
+    for (const AttachRow& row : v->content.rows) *out += "  " + row.label + "\n";
+  }
+}
+
+void PostView(int type, UMI umi, TreeNode* container) {
+  ModelEvent* ev = MM_NotEventNew(type);
+  if (!ev) return;
+  ev->umi = umi;
+  ev->folder = static_cast<int16_t>(MM_UMIFolder(umi));
+  ev->entry = container;
+  MM_NotEventPost(ev);
+  MM_NotEventFree(ev);
+}
+
+void QueryPosition(ViewerInfo* v) {
+  v->msg_avail_state = kAvailNone;
+  if (MM_MsgIsShadowMessage(v->umi)) return;
+  PostView(E_VIEW_POSITION_QUERY, v->umi, v->folder_node);
+}
+
+int ViewerWant(ModelEvent* ev, void* data) {
+  auto* v = static_cast<ViewerInfo*>(data);
+  switch (ev->type) {
+    case E_ABANDON_SHIP:
+    case E_MAIL_TIMER: return 1;
+    case E_FOLDER_CLOSED:
+    case E_FOLDER_INVALID: return ev->folder == MM_UMIFolder(v->umi);
+    case E_VIEW_POSITION: return ev->umi == v->umi;
+    case E_SHADOW_RELEASED: return ev->umi == v->umi;
+    default: break;
+  }
+  if (ev->type >= E_DELETED_FLAG_SET && ev->type <= E_MSG_EXPUNGED) return ev->umi == v->umi;
+  return 0;
+}
+
+void CloseLater(ViewerInfo* v) {
+  if (v->window && xvt_vobj_is_valid(v->window)) xvt_vobj_destroy(v->window);
+}
+
+void ViewerHandle(ModelEvent* ev, void* data) {
+  auto* v = static_cast<ViewerInfo*>(data);
+  switch (ev->type) {
+    case E_DELETED_FLAG_SET:
+    case E_MSG_EXPUNGED:
+    case E_FOLDER_CLOSED:
+    case E_FOLDER_INVALID:
+    case E_SHADOW_RELEASED: CloseLater(v); return;
+    case E_ABANDON_SHIP:
+      // Files handed to helpers go with the session.
+      AttachReapChildren();
+      AttachRemoveTempDir();
+      CloseLater(v);
+      return;
+    case E_MAIL_TIMER: AttachReapChildren(); return;
+    case E_VIEW_POSITION:
+      v->msg_avail_state = std::clamp(static_cast<int>(ev->value), kAvailNone, kAvailBoth);
+      setMenus(v->window);
+      return;
+    default:
+      if (xvt_scr_get_focus_vobj() == v->window || WinList_Head() == v->window) setMenus(v->window);
+      return;
+  }
+}
+
+void DisplayMessage(ViewerInfo* v) {
+  v->building = true;
+  v->header_style = OptionIs("Viewer.HeaderStyle", "raw") ? kHeaderRaw : kHeaderShort;
+  v->header_text = ViewerHeaderText(v->umi, v->header_style);
+  v->content = ViewerBuildContent(v->umi);
+  // Reading a message is what marks it read.
+  if (!MM_MsgIsShadowMessage(v->umi) && !MM_MsgIsRead(v->umi)) MM_MsgSetFlag(v->umi, "\\Seen");
+  FillPanes(v);
+  v->building = false;
+}
+
+WINDOW createViewerWin(UMI umi, TreeNode* container) {
+  RegisterResources();
+  auto* v = new ViewerInfo;
+  v->umi = umi;
+  v->folder_node = container;
+  v->folder_id = MM_UMIFolder(umi);
+  RCT r{60, 40, 60 + 720, 40 + 560};
+  const std::string title = ViewerTitle(umi, container);
+  WINDOW win = xvt_win_create(W_DOC, &r, title.c_str(), kViewerMenuBar, TASK_WIN, WSF_SIZE | WSF_CLOSE | WSF_MAXIMIZABLE,
+                              EM_ALL, viewer_eh, reinterpret_cast<intptr_t>(v));
+  if (!win) {
+    Trace(kTraceAttach, kTraceCritical, "createViewerWin: the window could not be made\n");
+    delete v;
+    return NULL_WIN;
+  }
+  v->window = win;
+  xvt_vobj_set_data(win, reinterpret_cast<intptr_t>(v));
+  RCT zero{0, 0, 10, 10};
+  v->header_pane = xvt_ctl_create(WC_TEXTEDIT, &zero, "", win, CTL_FLAG_READONLY, kHeaderPaneId);
+  v->text_pane = xvt_ctl_create(WC_TEXTEDIT, &zero, "", win, CTL_FLAG_READONLY, kTextPaneId);
+  v->attachment_pane = xvt_ctl_create(WC_LBOX, &zero, "", win, CTL_FLAG_DEFAULT & 0, kAttachPaneId);
+  xvt_win_set_describe(win, Describe);
+  v->notifier = MM_NotRegister(ViewerWant, ViewerHandle, v, "viewer.c : viewer");
+  DisplayMessage(v);
+  viewerRegister(umi, win);
+  QueryPosition(v);
+  setMenus(win);
+  return win;
+}
+
+void viewer_display_new_msg(WINDOW win, UMI umi, TreeNode* container) {
+  ViewerInfo* v = ViewerInfoOf(win);
+  if (!v) return;
+  viewerUnregister(v->umi);
+  v->umi = umi;
+  v->folder_node = container;
+  v->folder_id = MM_UMIFolder(umi);
+  xvt_vobj_set_title(win, ViewerTitle(umi, container).c_str());
+  DisplayMessage(v);
+  viewerRegister(umi, win);
+  QueryPosition(v);
+  setMenus(win);
+  xvt_vobj_raise(win);
+}
+
+void Raise(WINDOW win) {
+  xvt_vobj_raise(win);
+  ViewerInfo* v = ViewerInfoOf(win);
+  xvt_scr_set_focus_vobj(v && v->text_pane ? v->text_pane : win);
+}
+
+// The step after Delete or Undelete: the neighbour in the direction the
+// user chose, shown before the flag changes, so that the viewer moves on
+// instead of closing.
+void DeleteWithStepping(ViewerInfo* v, bool undelete) {
+  Viewers& s = V();
+  const UMI old = v->umi;
+  const bool previous = OptionIs("Viewer.ActionDelete", "Previous");
+  const int state = v->msg_avail_state;
+  WINDOW win = v->window;
+  WIN_start_critical();
+  s.stepping = win;
+  if (!previous && (state == kAvailNext || state == kAvailBoth))
+    PostView(E_VIEW_NEXT, old, v->folder_node);
+  else if (previous && (state == kAvailPrevious || state == kAvailBoth))
+    PostView(E_VIEW_PREVIOUS, old, v->folder_node);
+  s.stepping = NULL_WIN;
+  WIN_end_critical();
+  if (undelete)
+    MM_MsgClearFlag(old, "\\Deleted");
+  else
+    MM_MsgSetFlag(old, "\\Deleted");
+  if (WINDOW still = viewerFind(old)) setMenus(still);
+}
+
+void Step(ViewerInfo* v, int type) {
+  Viewers& s = V();
+  WIN_start_critical();
+  s.stepping = v->window;
+  PostView(type, v->umi, v->folder_node);
+  s.stepping = NULL_WIN;
+  WIN_end_critical();
+}
+
+void ToggleFlag(ViewerInfo* v, const char* flag, bool on) {
+  if (on)
+    MM_MsgClearFlag(v->umi, flag);
+  else
+    MM_MsgSetFlag(v->umi, flag);
+}
+
+void SaveText(ViewerInfo* v) {
+  char path[4096] = "message.txt";
+  if (!xvt_dm_post_file_save("Save message text as:", path, sizeof path)) return;
+  AttachSaveBytes(path, v->content.text);
+}
+
+int SelectedRow(ViewerInfo* v) {
+  const int i = xvt_list_get_sel_index(v->attachment_pane);
+  if (i >= 0 && static_cast<size_t>(i) < v->content.rows.size()) return i;
+  // With one part listed, it is the one meant.
+  int only = -1, count = 0;
+  for (size_t k = 0; k < v->content.rows.size(); ++k)
+    if (!v->content.rows[k].container) {
+      only = static_cast<int>(k);
+      ++count;
+    }
+  return count == 1 ? only : -1;
+}
+
+}  // namespace
+
+// --- The registry ---------------------------------------------------------------
+
+void viewerRegister(UMI umi, WINDOW win) {
+  viewerUnregister(umi);
+  V().table.push_back({umi, win});
+}
+
+void viewerUnregister(UMI umi) {
+  auto& t = V().table;
+  t.erase(std::remove_if(t.begin(), t.end(), [umi](const Registered& r) { return r.umi == umi; }), t.end());
+}
+
+WINDOW viewerFind(UMI umi) {
+  for (const Registered& r : V().table)
+    if (r.umi == umi) return r.win;
+  return NULL_WIN;
+}
+
+WINDOW viewerFindAny() { return V().table.empty() ? NULL_WIN : V().table.front().win; }
+
+WINDOW viewerByIndex(int i) {
+  auto& t = V().table;
+  return i >= 0 && static_cast<size_t>(i) < t.size() ? t[static_cast<size_t>(i)].win : NULL_WIN;
+}
+
+bool viewerExists(UMI umi) { return viewerFind(umi) != NULL_WIN; }
+int viewerCount() { return static_cast<int>(V().table.size()); }
+
+ViewerInfo* ViewerInfoOf(WINDOW win) {
+  if (!win || !xvt_vobj_is_valid(win)) return nullptr;
+  auto* v = reinterpret_cast<ViewerInfo*>(xvt_vobj_get_data(win));
+  return v && v->kind == kViewerKind ? v : nullptr;
+}
+
+// --- Opening ----------------------------------------------------------------------
+
+void spawnViewer(UMI umi, TreeNode* container) {
+  Trace(kTraceAttach, kTraceLow, "spawnViewer: function entry.\n");
+  if (!umi) return;
+  const bool embedded = MM_MsgIsShadowMessage(umi);
+  if (WINDOW win = viewerFind(umi)) {
+    ViewerInfo* v = ViewerInfoOf(win);
+    if (embedded || (v && v->folder_node == container)) {
+      Raise(win);
+      return;
+    }
+  }
+  WINDOW reuse = NULL_WIN;
+  if (!embedded) {
+    const std::string mode = Instances();
+    if (strcasecmp(mode.c_str(), "Folder") == 0) {
+      for (int i = 0; WINDOW w = viewerByIndex(i); ++i) {
+        ViewerInfo* v = ViewerInfoOf(w);
+        if (v && v->folder_node == container && !MM_MsgIsShadowMessage(v->umi)) {
+          reuse = w;
+          break;
+        }
+      }
+    } else if (strcasecmp(mode.c_str(), "Message") != 0) {
+      for (int i = 0; WINDOW w = viewerByIndex(i); ++i) {
+        ViewerInfo* v = ViewerInfoOf(w);
+        if (v && !MM_MsgIsShadowMessage(v->umi)) {
+          reuse = w;
+          break;
+        }
+      }
+    }
+  }
+  if (reuse) {
+    viewer_display_new_msg(reuse, umi, container);
+    Raise(reuse);
+    return;
+  }
+  if (WINDOW win = createViewerWin(umi, container)) Raise(win);
+}
+
+void spawnNextViewer(UMI umi, TreeNode* container) {
+  if (!viewerCount()) return spawnViewer(umi, container);
+  if (WINDOW win = viewerFind(umi)) return Raise(win);
+  WINDOW target = V().stepping && ViewerInfoOf(V().stepping) ? V().stepping : viewerFindAny();
+  viewer_display_new_msg(target, umi, container);
+}
+
+// --- The window ----------------------------------------------------------------------
+
+void setMenus(WINDOW win) {
+  ViewerInfo* v = ViewerInfoOf(win);
+  if (!v) return;
+  const bool shadow = MM_MsgIsShadowMessage(v->umi);
+  const int s = v->msg_avail_state;
+  xvt_menu_set_item_enabled(win, M_VIEW_NEXT, s == kAvailNext || s == kAvailBoth);
+  xvt_menu_set_item_enabled(win, M_VIEW_PREVIOUS, s == kAvailPrevious || s == kAvailBoth);
+  const bool deleted = !shadow && MM_MsgIsDeleted(v->umi);
+  xvt_menu_set_item_enabled(win, M_VIEW_DELETE, !shadow && !deleted);
+  xvt_menu_set_item_enabled(win, M_VIEW_UNDELETE, deleted);
+  xvt_menu_set_item_enabled(win, M_VIEW_VIEWED, !shadow);
+  xvt_menu_set_item_enabled(win, M_VIEW_SPECIAL, !shadow);
+  xvt_menu_set_item_enabled(win, M_VIEW_REPLIED, !shadow);
+  xvt_menu_set_item_title(win, M_VIEW_VIEWED, !shadow && MM_MsgIsRead(v->umi) ? "Not ~Viewed" : "~Viewed");
+  xvt_menu_set_item_title(win, M_VIEW_SPECIAL, !shadow && MM_MsgIsFlagged(v->umi) ? "Not ~Special" : "~Special");
+  xvt_menu_set_item_title(win, M_VIEW_REPLIED, !shadow && MM_MsgIsAnswered(v->umi) ? "Not ~Replied" : "~Replied");
+  xvt_menu_set_item_title(win, M_VIEW_RAW_HEADER, v->header_style == kHeaderRaw ? "Short ~Header" : "Raw ~Header");
+  bool any_part = false;
+  for (const AttachRow& row : v->content.rows) any_part |= !row.container;
+  xvt_menu_set_item_enabled(win, M_VIEW_SAVE_ATTACHMENT, any_part);
+  xvt_menu_set_item_enabled(win, M_VIEW_OPEN_ATTACHMENT, any_part);
+  xvt_menu_set_item_enabled(win, M_VIEW_SAVE, v->content.has_text);
+  // Compose, print and the security commands arrive with their windows.
+  for (int tag : {M_VIEW_COMPOSE, M_VIEW_REPLY, M_VIEW_FORWARD, M_VIEW_RESTART, M_VIEW_PRINT, M_VIEW_PGP_DECRYPT,
+                  M_VIEW_PGP_VERIFY, M_VIEW_PGP_CAPTURE})
+    xvt_menu_set_item_enabled(win, tag, false);
+}
+
+void doMenu(WINDOW win, int command) {
+  ViewerInfo* v = ViewerInfoOf(win);
+  if (!v) return;
+  Viewers& s = V();
+  if (s.in_menu) return;
+  s.in_menu = true;
+  switch (command) {
+    case M_VIEW_NEXT:
+      if (v->msg_avail_state == kAvailNext || v->msg_avail_state == kAvailBoth) Step(v, E_VIEW_NEXT);
+      break;
+    case M_VIEW_PREVIOUS:
+      if (v->msg_avail_state == kAvailPrevious || v->msg_avail_state == kAvailBoth) Step(v, E_VIEW_PREVIOUS);
+      break;
+    case M_VIEW_DELETE:
+      if (!MM_MsgIsShadowMessage(v->umi)) DeleteWithStepping(v, false);
+      break;
+    case M_VIEW_UNDELETE:
+      if (!MM_MsgIsShadowMessage(v->umi)) DeleteWithStepping(v, true);
+      break;
+    case M_VIEW_VIEWED: ToggleFlag(v, "\\Seen", MM_MsgIsRead(v->umi)); break;
+    case M_VIEW_SPECIAL: ToggleFlag(v, "\\Flagged", MM_MsgIsFlagged(v->umi)); break;
+    case M_VIEW_REPLIED: ToggleFlag(v, "\\Answered", MM_MsgIsAnswered(v->umi)); break;
+    case M_VIEW_RAW_HEADER:
+      v->header_style = v->header_style == kHeaderRaw ? kHeaderShort : kHeaderRaw;
+      Opt_AssignString("Viewer.HeaderStyle", v->header_style == kHeaderRaw ? "Raw" : "Short", kOptPermanent, 0);
+      v->header_text = ViewerHeaderText(v->umi, v->header_style);
+      xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
+      break;
+    case M_VIEW_SAVE: SaveText(v); break;
+    case M_VIEW_SAVE_ATTACHMENT:
+    case M_VIEW_OPEN_ATTACHMENT: {
+      const int row = SelectedRow(v);
+      if (row < 0) {
+        xvt_dm_post_note("Select an attachment first.");
+        break;
+      }
+      if (command == M_VIEW_SAVE_ATTACHMENT)
+        ViewerSaveRow(v, static_cast<size_t>(row));
+      else
+        ViewerOpenRow(v, static_cast<size_t>(row));
+      break;
+    }
+    case M_VIEW_CLOSE: xvt_vobj_destroy(win); break;
+    default:
+      // The program's own commands (Exit, Options) belong to the task window.
+      if (TASK_WIN && win != TASK_WIN) {
+        EVENT ev{};
+        ev.type = E_COMMAND;
+        ev.v.cmd.tag = command;
+        s.in_menu = false;
+        xvt_win_dispatch_event(TASK_WIN, &ev);
+        return;
+      }
+      break;
+  }
+  s.in_menu = false;
+  if (ViewerInfoOf(win)) setMenus(win);
+}
+
+long viewer_eh(WINDOW win, EVENT* ev) {
+  ViewerInfo* v = ViewerInfoOf(win);
+  switch (ev->type) {
+    case E_CREATE: WinList_AddHead(win); break;
+    case E_FOCUS:
+      if (ev->v.active && xvt_vobj_is_valid(win)) {
+        WinList_AddHead(win);
+        setMenus(win);
+      }
+      break;
+    case E_SIZE:
+      if (v && v->header_pane) Layout(v);
+      break;
+    case E_CLOSE: xvt_vobj_destroy(win); break;
+    case E_COMMAND: doMenu(win, ev->v.cmd.tag); break;
+    case E_CHAR:
+      if (ev->v.chr.ch == K_DEL) doMenu(win, M_VIEW_DELETE);
+      if (ev->v.chr.control && (ev->v.chr.ch == 'w' || ev->v.chr.ch == 'W')) doMenu(win, M_VIEW_CLOSE);
+      break;
+    case E_CONTROL:
+      if (v && ev->v.ctl.id == kAttachPaneId && ev->v.ctl.ci.v.lbox.dbl_click) {
+        const int row = xvt_list_get_sel_index(v->attachment_pane);
+        if (row >= 0) ViewerOpenRow(v, static_cast<size_t>(row));
+      }
+      break;
+    case E_DESTROY:
+      WinList_Remove(win);
+      if (v) {
+        viewerUnregister(v->umi);
+        if (v->notifier >= 0) MM_NotUnregister(v->notifier);
+        if (MM_MsgIsShadowMessage(v->umi) && !viewerExists(v->umi)) MM_MsgReleaseShadowMessage(v->umi);
+        xvt_vobj_set_data(win, 0);
+        v->kind = 0;
+        delete v;
+      }
+      break;
+    default: break;
+  }
+  return 0;
+}

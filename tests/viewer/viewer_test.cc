@@ -1,0 +1,293 @@
+// Viewers over MH folders on the headless toolkit: which viewer shows a
+// message, stepping and delete with stepping through a folder node, the
+// panes' content for the common kinds of mail, and attachments saved and
+// handed to helpers.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "c-client/mh/mh_names.h"
+#include "src/options/options.h"
+#include "src/viewer/attach.h"
+#include "src/viewer/viewer_internal.h"
+#include "tests/organizer/nodes_fixture.h"
+
+namespace nodestest {
+namespace {
+
+const char kPng[] = "\x89PNG\r\n\x1a\n\0\0\0\rIHDR";  // the bytes the base64 below holds
+const std::string kPngBytes(kPng, sizeof kPng - 1);
+
+std::string Plain(const std::string& subject, const std::string& body) {
+  return "From: Ann <ann@example.org>\r\nTo: bob@example.org\r\nSubject: " + subject +
+         "\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\n\r\n" + body + "\r\n";
+}
+
+std::string WithPng() {
+  return "From: Ann <ann@example.org>\r\nTo: bob@example.org\r\nSubject: picture\r\n"
+         "Date: Mon, 2 Nov 2026 10:00:00 +0000\r\nMIME-Version: 1.0\r\n"
+         "Content-Type: multipart/mixed; boundary=\"b1\"\r\n\r\n"
+         "--b1\r\nContent-Type: text/plain; charset=iso-8859-1\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n"
+         "Gr=FC=DFe\r\n"
+         "--b1\r\nContent-Type: image/png\r\nContent-Transfer-Encoding: base64\r\n"
+         "Content-Disposition: attachment; filename*0*=utf-8''..%2F..%2Fsp%C3%A4t; filename*1=\".png\"\r\n\r\n"
+         "iVBORw0KGgoAAAANSUhEUg==\r\n"
+         "--b1--\r\n";
+}
+
+std::string HtmlOnly() {
+  return "From: shop@example.com\r\nTo: bob@example.org\r\nSubject: =?UTF-8?B?U2FsZSDigqw=?=\r\n"
+         "Date: Mon, 2 Nov 2026 10:00:00 +0000\r\nMIME-Version: 1.0\r\n"
+         "Content-Type: text/html; charset=utf-8\r\n\r\n"
+         "<html><body><p>Big &amp; <b>cheap</b></p></body></html>\r\n";
+}
+
+class ViewerTest : public NodesTest {
+ protected:
+  void TearDown() override {
+    AttachSetSpawnerForTest(nullptr);
+    AttachRemoveTempDir();
+    NodesTest::TearDown();
+  }
+  TreeNode* Folder(const std::string& name, const std::vector<std::string>& raws) {
+    MakeFolder(name, raws);
+    // Oldest first, so that "next" is the next number.
+    Opt_AssignString(("Folder.1." + name + ".Sort").c_str(), MSG_SortName(kSortLeastRecentArrival), kOptSession, 0);
+    return Open(local_, name);
+  }
+  static UMI Umi(TreeNode* node, unsigned long msgno) { return MM_UMIFromMsgno(F(node)->folder_id, msgno); }
+  static unsigned long Shown(WINDOW win) {
+    ViewerInfo* v = ViewerInfoOf(win);
+    return v ? MM_UMIMsgno(v->umi) : 0;
+  }
+};
+
+TEST_F(ViewerTest, InstancesDecideWhichViewerShowsAMessage) {
+  struct Case {
+    const char* mode;
+    int viewers_after_three;  // a, b of folder one, then c of folder two
+    int viewers_after_fourth; // then another message of folder one
+  } cases[] = {{nullptr, 1, 1}, {"One", 1, 1}, {"folder", 2, 2}, {"Message", 3, 4}};
+  for (const Case& c : cases) {
+    Run([&] {
+      if (c.mode) Opt_AssignString("Viewer.Instances", c.mode, kOptSession, 0);
+      TreeNode* one = Folder(std::string("one") + (c.mode ? c.mode : "none"), {Numbered(1), Numbered(2), Numbered(3)});
+      TreeNode* two = Folder(std::string("two") + (c.mode ? c.mode : "none"), {Numbered(1)});
+      ASSERT_TRUE(one && two);
+      spawnViewer(Umi(one, 1), one);
+      spawnViewer(Umi(one, 2), one);
+      spawnViewer(Umi(two, 1), two);
+      EXPECT_EQ(viewerCount(), c.viewers_after_three) << (c.mode ? c.mode : "none");
+      spawnViewer(Umi(one, 3), one);
+      EXPECT_EQ(viewerCount(), c.viewers_after_fourth) << (c.mode ? c.mode : "none");
+      EXPECT_TRUE(viewerExists(Umi(one, 3)));
+      // The same message again raises its viewer rather than opening one.
+      spawnViewer(Umi(one, 3), one);
+      EXPECT_EQ(viewerCount(), c.viewers_after_fourth);
+      if (!c.mode) {
+        EXPECT_EQ(Opt_LookupText("Viewer.Instances", kOptPermanent), "One");
+      }
+      while (WINDOW w = viewerFindAny()) xvt_vobj_destroy(w);
+    });
+  }
+}
+
+TEST_F(ViewerTest, NextPreviousAndDeleteWithStepping) {
+  struct Case {
+    const char* action;
+    unsigned long open, after;  // the message shown after Delete; 0: the viewer closed
+  } cases[] = {{"Next", 2, 3}, {nullptr, 3, 0}, {"Previous", 2, 1}, {"Previous", 1, 0}, {"bogus", 1, 2}};
+  int round = 0;
+  for (const Case& c : cases) {
+    Run([&] {
+      if (c.action) Opt_AssignString("Viewer.ActionDelete", c.action, kOptSession, 0);
+      TreeNode* node = Folder("step" + std::to_string(round++), {Numbered(1), Numbered(2), Numbered(3)});
+      ASSERT_TRUE(node);
+      const UMI first = Umi(node, c.open);
+      spawnViewer(first, node);
+      WINDOW win = viewerFind(first);
+      ASSERT_TRUE(win);
+      doMenu(win, M_VIEW_DELETE);
+      EXPECT_TRUE(MM_MsgIsDeleted(first));
+      if (c.after) {
+        EXPECT_EQ(Shown(win), c.after) << c.open;
+        EXPECT_FALSE(viewerExists(first));
+      } else {
+        EXPECT_EQ(viewerCount(), 0) << c.open;
+      }
+      while (WINDOW w = viewerFindAny()) xvt_vobj_destroy(w);
+    });
+  }
+}
+
+TEST_F(ViewerTest, StepsFollowTheFolderAndMenusTellTheEnds) {
+  Run([&] {
+    TreeNode* node = Folder("walk", {Numbered(1), Numbered(2), Numbered(3)});
+    ASSERT_TRUE(node);
+    spawnViewer(Umi(node, 1), node);
+    WINDOW win = viewerFindAny();
+    ASSERT_TRUE(win);
+    EXPECT_EQ(ViewerInfoOf(win)->msg_avail_state, kAvailNext);
+    EXPECT_FALSE(xvt_menu_get_item_enabled(win, M_VIEW_PREVIOUS));
+    EXPECT_FALSE(xvt_menu_get_item_enabled(win, M_VIEW_REPLY));
+    doMenu(win, M_VIEW_NEXT);
+    EXPECT_EQ(Shown(win), 2u);
+    EXPECT_EQ(ViewerInfoOf(win)->msg_avail_state, kAvailBoth);
+    doMenu(win, M_VIEW_NEXT);
+    doMenu(win, M_VIEW_NEXT);  // no further: stays
+    EXPECT_EQ(Shown(win), 3u);
+    EXPECT_FALSE(xvt_menu_get_item_enabled(win, M_VIEW_NEXT));
+    doMenu(win, M_VIEW_PREVIOUS);
+    EXPECT_EQ(Shown(win), 2u);
+    EXPECT_EQ(viewerCount(), 1);
+    EXPECT_TRUE(MM_MsgIsRead(Umi(node, 3)));  // read by being shown
+    xvt_vobj_destroy(win);
+    EXPECT_EQ(viewerCount(), 0);
+  });
+}
+
+TEST_F(ViewerTest, PanesOfTheCommonKindsOfMail) {
+  Run([&] {
+    TreeNode* node = Folder("kinds", {Plain("=?ISO-8859-1?Q?Gr=FC=DFe?=", "plain body"), WithPng(), HtmlOnly()});
+    ASSERT_TRUE(node);
+    spawnViewer(Umi(node, 1), node);
+    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+    ASSERT_TRUE(v);
+    EXPECT_EQ(v->content.panes, 2);
+    EXPECT_EQ(v->content.text, "plain body\n");
+    EXPECT_NE(v->header_text.find("Subject:    Gr\xC3\xBC\xC3\x9F" "e\n"), std::string::npos) << v->header_text;
+    EXPECT_NE(v->header_text.find("From:       Ann <ann@example.org>\n"), std::string::npos);
+    const std::string dump = xvt_win_describe(v->window);
+    EXPECT_NE(dump.find("text:\nplain body\n"), std::string::npos) << dump;
+
+    doMenu(v->window, M_VIEW_NEXT);
+    EXPECT_EQ(v->content.panes, 3);
+    EXPECT_EQ(v->content.text, "Gr\xC3\xBC\xC3\x9F" "e");  // the line break before the boundary is the boundary's
+    ASSERT_EQ(v->content.rows.size(), 1u);
+    EXPECT_EQ(v->content.rows[0].name, "sp\xC3\xA4t.png");  // no directories from mail
+    EXPECT_EQ(v->content.rows[0].mime, "image/png");
+
+    doMenu(v->window, M_VIEW_NEXT);
+    EXPECT_EQ(v->content.text, "Big & cheap\n");
+    ASSERT_EQ(v->content.rows.size(), 1u);
+    EXPECT_EQ(v->content.rows[0].mime, "text/html");
+    char title[200];
+    xvt_vobj_get_title(v->window, title, sizeof title);
+    EXPECT_STREQ(title, "kinds : Sale \xE2\x82\xAC");
+
+    // Raw header style shows the header as stored, and the label follows.
+    doMenu(v->window, M_VIEW_RAW_HEADER);
+    EXPECT_NE(v->header_text.find("Subject: =?UTF-8?B?U2FsZSDigqw=?="), std::string::npos);
+    char label[64];
+    xvt_menu_get_item_title(v->window, M_VIEW_RAW_HEADER, label, sizeof label);
+    EXPECT_STREQ(label, "Short ~Header");
+    EXPECT_EQ(Opt_LookupText("Viewer.HeaderStyle", kOptPermanent), "Raw");
+  });
+}
+
+TEST_F(ViewerTest, SavingAnAttachmentWritesItsDecodedBytesAndNeverOverwritesSilently) {
+  Run([&] {
+    TreeNode* node = Folder("save", {WithPng()});
+    ASSERT_TRUE(node);
+    spawnViewer(Umi(node, 1), node);
+    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+    ASSERT_TRUE(v);
+    const std::string target = home_ + "/saved.png";
+    xvt_test_push_text(target.c_str());
+    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
+    EXPECT_EQ(ReadFile(target), kPngBytes);
+    struct stat st;
+    ASSERT_EQ(::stat(target.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0111, 0u);
+
+    // Again to the same name: declined keeps the file, agreed replaces it.
+    std::ofstream(target) << "mine";
+    xvt_test_push_text(target.c_str());
+    xvt_test_push_answer(RESP_2);
+    EXPECT_EQ(ViewerSaveRow(v, 0), 0);
+    EXPECT_EQ(ReadFile(target), "mine");
+    xvt_test_push_text(target.c_str());
+    xvt_test_push_answer(RESP_DEFAULT);
+    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
+    EXPECT_EQ(ReadFile(target), kPngBytes);
+  });
+}
+
+TEST_F(ViewerTest, OpeningAnAttachmentHandsAPrivateCopyToTheHelper) {
+  Run([&] {
+    Opt_AssignString("Viewers.IDLIST", "4", kOptSession, 0);
+    Opt_AssignString("Viewers.4.Name", "Pictures", kOptSession, 0);
+    Opt_AssignString("Viewers.4.WinCommand", "/usr/bin/picture-viewer --new", kOptSession, 0);
+    Opt_AssignString("Viewers.4.MimeList", "1", kOptSession, 0);
+    Opt_AssignString("Viewers.4.MimeType.1.Name", "image/*", kOptSession, 0);
+    std::vector<std::vector<std::string>> runs;
+    AttachSetSpawnerForTest([&](const std::vector<std::string>& argv, std::string*) {
+      runs.push_back(argv);
+      return 4242;
+    });
+    TreeNode* node = Folder("open", {WithPng(), HtmlOnly()});
+    ASSERT_TRUE(node);
+    spawnViewer(Umi(node, 1), node);
+    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+    ASSERT_TRUE(v);
+    EXPECT_EQ(ViewerOpenRow(v, 0), 1);
+    ASSERT_EQ(runs.size(), 1u);
+    ASSERT_EQ(runs[0].size(), 3u);
+    EXPECT_EQ(runs[0][0], "/usr/bin/picture-viewer");
+    EXPECT_EQ(runs[0][1], "--new");
+    const std::string file = runs[0][2];
+    EXPECT_EQ(ReadFile(file), kPngBytes);
+    struct stat st;
+    ASSERT_EQ(::stat(file.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    ASSERT_EQ(::stat(AttachTempDir().c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    // No helper for HTML: the desktop's opener gets the original.
+    doMenu(v->window, M_VIEW_NEXT);
+    EXPECT_EQ(ViewerOpenRow(v, 0), 1);
+    ASSERT_EQ(runs.size(), 2u);
+    EXPECT_EQ(runs[1][0], "xdg-open");
+    EXPECT_NE(ReadFile(runs[1][1]).find("<b>cheap</b>"), std::string::npos);
+    // The end of the session closes the viewers and takes the files with them.
+    MM_NotPostSimple(E_ABANDON_SHIP);
+    EXPECT_EQ(viewerCount(), 0);
+    EXPECT_NE(::stat(file.c_str(), &st), 0);
+  });
+}
+
+// The demo home that "make run" starts on: every message shows something
+// readable, and the kinds it is there to show come out as they should.
+TEST_F(ViewerTest, TheDemoHomeReadsWell) {
+  namespace fs = std::filesystem;
+  fs::copy(std::string(VELMAR_TEST_DATA_DIR) + "/demo-home/folders", home_ + "/folders",
+           fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+  mh_forget_paths();
+  Run([&] {
+    for (const char* name : {"INBOX", "Work", "Lists"}) {
+      TreeNode* node = Open(local_, name);
+      ASSERT_TRUE(node) << name;
+      const long n = MM_FolGetNumMsgs(F(node)->folder_id);
+      EXPECT_GE(n, std::string(name) == "INBOX" ? 30 : 3) << name;
+      int with_rows = 0, html = 0;
+      for (long i = 1; i <= n; ++i) {
+        const UMI umi = Umi(node, static_cast<unsigned long>(i));
+        const ViewerContent c = ViewerBuildContent(umi);
+        EXPECT_TRUE(!c.text.empty() || !c.rows.empty()) << name << " " << i;
+        EXPECT_EQ(c.text.find("\xEF\xBF\xBD"), std::string::npos) << name << " " << i << ": " << c.text;
+        const std::string header = ViewerHeaderText(umi, kHeaderShort);
+        EXPECT_EQ(header.find("=?"), std::string::npos) << header;
+        with_rows += !c.rows.empty();
+        html += c.from_html;
+      }
+      if (std::string(name) == "INBOX") {
+        EXPECT_GE(with_rows, 5);
+        EXPECT_GE(html, 1);
+      }
+    }
+  });
+}
+
+}  // namespace
+}  // namespace nodestest
