@@ -220,10 +220,28 @@ int km_kmap_write(const KEYMAP* map, std::string* out) {
   KTUPLE_LIST tuples;
   km_kmap_unpack(map, &tuples);
   *out += "keymap " + map->name + " " + map->def.bind_name + "\n";
-  for (const KEYTUPLE& t : tuples) {
-    *out += t.name + " " + t.bind;
-    if (!t.prefix_map.empty()) *out += " " + t.prefix_map;
-    *out += "\n";
+  // A "rescan" inside a block is written only where leaving it out would
+  // open a gap too big: the reload fills the others in again. So the text
+  // never holds more lines than the file the map came from.
+  size_t i = 0;
+  for (CELL* c = dsl_first(map->blocks); c; c = dsl_next(c)) {
+    const KEYBLOCK* b = static_cast<const KEYBLOCK*>(dsl_value(c));
+    size_t first = i, last = i + b->binds.size() - 1;
+    KSYM kept = tuples[first].key;
+    for (; i <= last; ++i) {
+      const KEYTUPLE& t = tuples[i];
+      if (i != first && i != last && t.bind == "rescan") {
+        // Left out while the next entry that is surely written, or the one
+        // after this, still lies close enough to the last one written.
+        size_t j = i + 1;
+        while (j < last && tuples[j].bind == "rescan") ++j;
+        if (tuples[j].key - kept <= kMaxGap || t.key + 1 - kept <= kMaxGap) continue;
+      }
+      kept = t.key;
+      *out += t.name + " " + t.bind;
+      if (!t.prefix_map.empty()) *out += " " + t.prefix_map;
+      *out += "\n";
+    }
   }
   *out += "end_keymap\n";
   return RC_OK;

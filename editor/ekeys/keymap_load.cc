@@ -19,7 +19,9 @@ constexpr size_t kLogMax = 64 * 1024;
 std::vector<std::string> Words(const std::string& line) {
   std::vector<std::string> words;
   size_t i = 0;
-  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; };
+  // A NUL separates words too: names are C strings further on, and a word
+  // cut at a NUL would not be the word the file shows.
+  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f' || c == '\0'; };
   while (i < line.size()) {
     while (i < line.size() && blank(line[i])) ++i;
     size_t start = i;

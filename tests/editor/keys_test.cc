@@ -2,6 +2,7 @@
 // refusals and the round trip through the written form.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -192,6 +193,7 @@ TEST(KeysLoad, RefusalsAndWhatSurvivesThem) {
       {"keymap m self-insert\r\nA undo extra words\r\nend_keymap\r\n", RC_OK, "", 1, 'A', "undo"},
       {"keymap m undo\nend_keymap\nkeymap m redo\nA redo\nend_keymap\n", RC_OK, "Duplicate keymap name.  m", 1, 'A',
        "undo"},
+      {std::string("keymap \0m undo\nA\0redo\nend_keymap\n", 33), RC_OK, "", 1, 'A', "redo"},
   };
   for (const Case& c : cases) {
     KeyState k(c.text);
@@ -264,6 +266,25 @@ TEST(KeysRoundTrip, LoadUnpackWriteReload) {
   std::string rewritten;
   km_state_write(again.s, &rewritten);
   EXPECT_EQ(written, rewritten);
+}
+
+TEST(KeysRoundTrip, WrittenMapsAreNoLongerThanTheirSource) {
+  const char* cases[] = {
+      "keymap m undo\nA undo\nC rescan\nE rescan\nG rescan\nI redo\nend_keymap\n",
+      "keymap m undo\nA rescan\nB rescan\nD prefix p\nF prefix q\nH rescan\nend_keymap\n",
+      "keymap m rescan\n0xfffd redo\n0xffff prefix m\n0 undo\nend_keymap\n",
+  };
+  auto lines = [](const std::string& s) { return std::count(s.begin(), s.end(), '\n'); };
+  for (const char* text : cases) {
+    KeyState a(text);
+    ASSERT_EQ(a.rc, RC_OK) << a.s->log;
+    std::string written;
+    km_state_write(a.s, &written);
+    EXPECT_LE(lines(written), lines(text)) << written;
+    KeyState b(written);
+    ASSERT_EQ(b.rc, RC_OK) << b.s->log;
+    ExpectSameMaps(a, b);
+  }
 }
 
 TEST(KeysRoundTrip, RebindChangesOneKeyOnly) {
