@@ -1,5 +1,6 @@
 // The keybind.def reader: the state's life, the lines and words of the
 // file, one map at a time, and the set-up an editor window runs.
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <fstream>
@@ -137,7 +138,8 @@ int km_ktuple_list_load(KMSTATE* state, KM_READER* stream, KTUPLE_LIST* tuples) 
       km_diag(state, "Unknown command name.  %s (line %d)\n", t.bind.c_str(), n);
       continue;
     }
-    if (static_cast<int>(tuples->size()) >= kKmTuplesMax) {
+    bool fresh = std::none_of(tuples->begin(), tuples->end(), [&](const KEYTUPLE& o) { return o.key == t.key; });
+    if (fresh && static_cast<int>(tuples->size()) >= kKmTuplesMax) {
       km_diag(state, "Too many key bindings in one keymap. (line %d)\n", n);
       return RC_FAIL;
     }
