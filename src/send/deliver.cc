@@ -143,7 +143,7 @@ int deliver_message(char** hostlist, Message* message, const char* file, bool* c
   std::string why;
   SmtpStream* stream = smtp_open(hostlist, static_cast<unsigned long>(port), debug != 0, &why);
   if (!stream) {
-    ErrorShow(2006, ("Failed to open SMTP stream to host. " + why).c_str());
+    SendError(2006, ("Failed to open SMTP stream to host. " + why).c_str());
     return 0;
   }
   Status("Connected to SMTP Server: " + stream->host);
@@ -163,7 +163,7 @@ int deliver_message(char** hostlist, Message* message, const char* file, bool* c
   std::string arguments = std::string("FROM:<") + from + ">";
   if (stream->ext.size && have_size) {
     if (stream->ext.max_size && static_cast<unsigned long>(st.st_size) > stream->ext.max_size) {
-      ErrorShow(2007, ("The message (" + std::to_string(st.st_size) + " bytes) is larger than " + stream->host +
+      SendError(2007, ("The message (" + std::to_string(st.st_size) + " bytes) is larger than " + stream->host +
                        " takes (" + std::to_string(stream->ext.max_size) + " bytes).")
                           .c_str());
       smtp_close(&stream);
@@ -173,7 +173,7 @@ int deliver_message(char** hostlist, Message* message, const char* file, bool* c
   }
   if (stream->ext.eightbitmime) arguments += " BODY=8BITMIME";
   if (smtp_send(stream, "MAIL", arguments.c_str()) != 250) {
-    ErrorShow(2007, ("Failed in SMTP startup negotiation: " + stream->reply).c_str());
+    SendError(2007, ("Failed in SMTP startup negotiation: " + stream->reply).c_str());
     smtp_close(&stream);
     return 0;
   }
@@ -185,12 +185,12 @@ int deliver_message(char** hostlist, Message* message, const char* file, bool* c
   const int fd = safe_open_read(file, &error);
   if (fd < 0) {
     Trace(kTraceCompose, kTraceCritical, "deliver_message(): failed to open message file %s\n", file);
-    ErrorShow(2003, (std::string(file) + " (" + error.text() + ")").c_str());
+    SendError(2003, (std::string(file) + " (" + error.text() + ")").c_str());
     smtp_close(&stream);
     return 0;
   }
   if (smtp_send(stream, "DATA", nullptr) != 354) {
-    ErrorShow(2007, ("failed to initiate SMTP DATA phase. " + stream->reply).c_str());
+    SendError(2007, ("failed to initiate SMTP DATA phase. " + stream->reply).c_str());
     ::close(fd);
     smtp_close(&stream);
     return 0;
@@ -206,9 +206,9 @@ int deliver_message(char** hostlist, Message* message, const char* file, bool* c
   bool ok = got == 1;
   if (got < 0) {
     Trace(kTraceCompose, kTraceCritical, "deliver_message(): failed read in message file.\n");
-    ErrorShow(2005, (std::string(file) + " (" + std::strerror(errno) + ")").c_str());
+    SendError(2005, (std::string(file) + " (" + std::strerror(errno) + ")").c_str());
   } else if (got == 0) {
-    ErrorShow(2007, "The message's header block is too large to send.");
+    SendError(2007, "The message's header block is too large to send.");
   }
   long sent = 0;
   if (ok) {
@@ -229,13 +229,13 @@ int deliver_message(char** hostlist, Message* message, const char* file, bool* c
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) {
       Trace(kTraceCompose, kTraceCritical, "deliver_message(): failed read in message file.\n");
-      ErrorShow(2005, (std::string(file) + " (" + std::strerror(errno) + ")").c_str());
+      SendError(2005, (std::string(file) + " (" + std::strerror(errno) + ")").c_str());
       ok = false;
       break;
     }
     if (n == 0) break;
     if (!smtp_soutr(stream, block.data(), static_cast<size_t>(n))) {
-      ErrorShow(2007, ("Failed during send of message in SMTP DATA phase. " + stream->reply).c_str());
+      SendError(2007, ("Failed during send of message in SMTP DATA phase. " + stream->reply).c_str());
       ok = false;
       break;
     }
@@ -252,7 +252,7 @@ int deliver_message(char** hostlist, Message* message, const char* file, bool* c
   if (ok && smtp_send(stream, ".", nullptr) != 250) ok = false;
   if (!ok) {
     Trace(kTraceCompose, kTraceCritical, "deliver_message(): could not terminate the message body.\n");
-    ErrorShow(2007, ("The server did not take the message: " + stream->reply).c_str());
+    SendError(2007, ("The server did not take the message: " + stream->reply).c_str());
     smtp_abort(&stream);
     return 0;
   }

@@ -79,7 +79,7 @@ int AppendTo(int ms, const std::string& folder, const char* file, const FolderWo
     if (id == INVALID_FOLDER) {
       if (ask_create && xvt_dm_post_ask("Yes", "No", nullptr, "%s", ErrorText(3030)) != RESP_DEFAULT) return -1;
       if (!MM_FolCreate(ms, folder.c_str(), 1)) {
-        ErrorShow(2008, (MM_FolCanonNameBuild(ms, folder.c_str()) + ": could not be created").c_str());
+        SendError(2008, (MM_FolCanonNameBuild(ms, folder.c_str()) + ": could not be created").c_str());
         return 0;
       }
       id = MM_FolOpen(ms, folder.c_str());
@@ -93,7 +93,7 @@ int AppendTo(int ms, const std::string& folder, const char* file, const FolderWo
   Opt_AssignBoolean("General.SentmailTimeout", 0, kOptSession, 0);
   if (opened_here) MM_FolClose(id, 0);
   if (!ok) {
-    ErrorShow(2009, (std::string(words.failed) + ": " + MM_FolCanonNameBuild(ms, folder.c_str())).c_str());
+    SendError(2009, (std::string(words.failed) + ": " + MM_FolCanonNameBuild(ms, folder.c_str())).c_str());
     return 0;
   }
   return 1;
@@ -102,13 +102,13 @@ int AppendTo(int ms, const std::string& folder, const char* file, const FolderWo
 int AppendToConfigured(const char* file, const FolderWords& words) {
   const std::string target = Opt_LookupText(words.option, kOptSession);
   if (target.empty()) {
-    ErrorShow(words.missing_code, words.missing);
+    SendError(words.missing_code, words.missing);
     return 0;
   }
   int ms;
   std::string folder;
   if (!MM_FolCanonNameParse(target.c_str(), &ms, &folder) || folder.empty()) {
-    ErrorShow(2008, ("Invalid message service specification in folder name: " + target).c_str());
+    SendError(2008, ("Invalid message service specification in folder name: " + target).c_str());
     return 0;
   }
   if (IsOffline() && MM_MSGetType(ms) != kServiceLocal) {
@@ -117,7 +117,7 @@ int AppendToConfigured(const char* file, const FolderWords& words) {
     if (!xvt_dm_post_string_prompt(words.title, chosen, sizeof chosen) || !chosen[0]) return 0;
     std::string local(chosen);
     if (!MM_FolCanonNameParse(local.c_str(), &ms, &folder) || MM_MSGetType(ms) != kServiceLocal) {
-      ErrorShow(2008, ("Not a local folder: " + local).c_str());
+      SendError(2008, ("Not a local folder: " + local).c_str());
       return 0;
     }
   }
@@ -142,6 +142,11 @@ std::string KeepInUserDir(const char* file) {
 
 }  // namespace
 
+void SendError(int code, const std::string& detail) {
+  Trace(kTraceCompose, kTraceCritical, "%s: %s\n", ErrorText(code) ? ErrorText(code) : "", detail.c_str());
+  xvt_dm_post_error("%s\n%s", ErrorText(code) ? ErrorText(code) : "", detail.c_str());
+}
+
 int SendIsQueued() {
   const std::string value = Opt_LookupText("Compose.QueueOutgoing", kOptSession);
   return value.size() == 4 && !strncasecmp(value.c_str(), "true", 4) ? 1 : 0;
@@ -150,16 +155,16 @@ int SendIsQueued() {
 int verify_message(Message* message, int* authenticated) {
   Trace(kTraceCompose, kTraceAll, "verify_message: function entry.\n");
   if (!message || !message->envelope) {
-    ErrorShow(2001, "Missing message envelope on send");
+    SendError(2001, "Missing message envelope on send");
     return 0;
   }
   if (!message->body) {
-    ErrorShow(2001, "Missing message body on send");
+    SendError(2001, "Missing message body on send");
     return 0;
   }
   Envelope* env = message->envelope;
   if (!env->to) {
-    ErrorShow(2001, "Missing destination (to) address on send");
+    SendError(2001, "Missing destination (to) address on send");
     return 0;
   }
   int from_auth = 0, sender_auth = 0;
@@ -226,7 +231,12 @@ int append_message_to_outbox(const char* file) {
   return AppendTo(ms, folder, file, kOutbox, false) == 1 ? 1 : 0;
 }
 
+namespace {
+bool g_delivered = false;  // the last inject_message went out (not to a folder)
+}  // namespace
+
 int inject_message(Message* message, const char* file, int queued) {
+  g_delivered = false;
   Trace(kTraceCompose, kTraceAll, "inject_message: function entry.\n");
   if (queued) {
     if (!append_message_to_outbox(file)) return 0;
@@ -240,6 +250,7 @@ int inject_message(Message* message, const char* file, int queued) {
   bool cancelled = false;
   const int delivered = deliver_message(hosts, message, file, &cancelled);
   destroy_delivery_hostlist(&hosts);
+  g_delivered = delivered != 0;
   if (delivered || cancelled) return delivered;
   if (xvt_dm_post_ask("Yes", "No", nullptr, "%s", ErrorText(2077)) != RESP_DEFAULT) return 0;
   if (append_message_to_draft(file)) return 1;
@@ -269,7 +280,7 @@ int send_message(Message* message, SendOptions* options) {
   if (Cancelled()) return 0;
   const std::string file = NewTempName();
   if (file.empty()) {
-    ErrorShow(2045, "generating temp file for message dump");
+    SendError(2045, "generating temp file for message dump");
     return 0;
   }
   Status("Building message...");
@@ -284,7 +295,7 @@ int send_message(Message* message, SendOptions* options) {
       ::unlink(file.c_str());
       return 0;
     }
-    if (options->save_outgoing == 1 && !options->queued) {
+    if (options->save_outgoing == 1 && !options->queued && g_delivered) {
       Status("Sending message to sent mail folder...");
       append_message_to_sentmail(file.c_str());  // its failure does not fail the send
     }

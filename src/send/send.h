@@ -82,3 +82,6 @@ int append_message_to_outbox(const char* file);
 int outbox_folder_get(int* ms, std::string* folder);
 // Compose.QueueOutgoing.
 int SendIsQueued();
+// A numbered error with its detail (a server's reply, a file's name) shown
+// to the user, not only traced.
+void SendError(int code, const std::string& detail);

@@ -104,7 +104,7 @@ std::string CleanValue(const char* value) {
   return text;
 }
 
-void Report2004(const char* what) { ErrorShow(2004, what); }
+void Report2004(const char* what) { SendError(2004, what); }
 
 }  // namespace
 
@@ -230,7 +230,7 @@ struct Source {
       if (fd < 0) {
         Trace(kTraceCompose, kTraceCritical, "write_file_body_contents(): unable to open file for input: %s\n",
               name.c_str());
-        ErrorShow(2003, (name + " (" + error.text() + ")").c_str());
+        SendError(2003, (name + " (" + error.text() + ")").c_str());
         return false;
       }
       return true;
@@ -252,7 +252,7 @@ struct Source {
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
         Trace(kTraceCompose, kTraceCritical, "write_file_body_contents(): failed read in part content file.\n");
-        ErrorShow(2005, (name + " (" + std::strerror(errno) + ")").c_str());
+        SendError(2005, (name + " (" + std::strerror(errno) + ")").c_str());
       }
       return static_cast<long>(n);
     }
@@ -395,7 +395,7 @@ bool Canonicalize(const MailText* text, Canonical* canonical, Canonicalizer* sta
     if (fd < 0) {
       Trace(kTraceCompose, kTraceCritical, "canonicalize_rfc822_file: unable to open file for output: %s\n",
             canonical->file.c_str());
-      ErrorShow(2003, (canonical->file + " (" + error.text() + ")").c_str());
+      SendError(2003, (canonical->file + " (" + error.text() + ")").c_str());
       canonical->file.clear();
       return false;
     }
@@ -417,7 +417,7 @@ bool Canonicalize(const MailText* text, Canonical* canonical, Canonicalizer* sta
     }
     if (fd >= 0) {
       if (!safe_write_all(fd, out.data(), out.size(), &error)) {
-        ErrorShow(2004, (canonical->file + " (" + error.text() + ")").c_str());
+        SendError(2004, (canonical->file + " (" + error.text() + ")").c_str());
         ok = false;
         break;
       }
@@ -558,13 +558,13 @@ int dump_message(Message* message, const char* file, const int* authenticated, c
   if (sink.fd < 0) {
     Trace(kTraceCompose, kTraceCritical, "dump_message(): unable to open file for output: %s\n", file);
     Trace(kTraceCompose, kTraceCritical, "\t%s\n", sink.error.text().c_str());
-    ErrorShow(2003, (std::string(file) + " (" + sink.error.text() + ")").c_str());
+    SendError(2003, (std::string(file) + " (" + sink.error.text() + ")").c_str());
     return 0;
   }
   bool ok = WriteMessage(&sink, message, authenticated, options) && sink.Flush() && safe_fsync(sink.fd, &sink.error);
   if (sink.failed) {
     Trace(kTraceCompose, kTraceCritical, "write_buf_body_contents: failed write to dump file.\n");
-    ErrorShow(2004, (std::string(file) + " (" + sink.error.text() + ")").c_str());
+    SendError(2004, (std::string(file) + " (" + sink.error.text() + ")").c_str());
   }
   ::close(sink.fd);
   if (!ok) ::unlink(file);
