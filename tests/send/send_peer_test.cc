@@ -169,6 +169,8 @@ TEST_F(SendPeer, StartTlsAndEachLoginMechanism) {
     EXPECT_NE(json.back().find(R"("auth": "testuser")"), std::string::npos) << c.mechanism << json.back();
     EXPECT_NE(json.back().find(R"("tls": true)"), std::string::npos) << c.mechanism << json.back();
   }
+  // This server answers a bad login with silence: a short wait finds it.
+  tcp_set_timeouts_for_test(3, 3, 3);
   Opt_AssignString("Send.Password", "wrong", kOptSession, 0);
   xvt_test_push_answer(RESP_2);  // no draft
   EXPECT_EQ(Send(NewMessage(), 0), 0);
