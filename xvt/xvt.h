@@ -172,6 +172,9 @@ struct EVENT {
     struct {
       int ch;
       bool shift, control;
+      // ch is a typed character, even where its number is also a key
+      // code's (letters U+012D to U+0175 share numbers with K_UP .. K_BTAB).
+      bool text;
     } chr;
     bool active;  // E_FOCUS: gained (true) or lost
     bool query;   // E_QUIT: only asks whether quitting is allowed

@@ -61,7 +61,7 @@ int km_key_from_event(const EVENT* ev, KM_KEY* key) {
   int ch = ev->v.chr.ch;
   key->shift = ev->v.chr.shift;
   key->control = ev->v.chr.control;
-  int special = SpecialSym(ch);
+  int special = ev->v.chr.text ? -1 : SpecialSym(ch);
   if (special >= 0) {
     key->sym = static_cast<uint16_t>(special);
     return RC_OK;

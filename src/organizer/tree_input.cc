@@ -262,7 +262,9 @@ void handleKeyboardEvent(TreeInfo* info, EVENT* ev) {
   int shift = ev->v.chr.shift ? 1 : 0;
   bool has = c.current_selection != nullptr;
   bool typed = false;
-  switch (ch) {
+  // A typed letter beyond Latin-1 may share its number with a key code; it
+  // goes to the type-ahead, never to the keys.
+  switch (ev->v.chr.text && ch > 255 ? -1 : ch) {
     case K_DOWN: has ? TREE_SelectNextNode(win, shift) : TREE_SetInitSelection(win); break;
     case K_UP: has ? TREE_SelectPrevNode(win, shift) : TREE_SetInitSelection(win); break;
     case K_RIGHT: has ? TREE_GoRight(win, shift) : TREE_SetInitSelection(win); break;

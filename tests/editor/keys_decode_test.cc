@@ -228,6 +228,16 @@ TEST(KeysEvent, FacadeKeysToSymbols) {
     EXPECT_EQ(key.shift, c.shift) << c.ch;
     EXPECT_EQ(key.control, c.control) << c.ch;
   }
+  // A typed letter whose number is also a key code's (U+012D is K_UP's
+  // number) types itself when the toolkit says it was typed.
+  EVENT typed{};
+  typed.type = E_CHAR;
+  typed.v.chr.ch = K_UP;
+  typed.v.chr.text = true;
+  KM_KEY letter;
+  EXPECT_EQ(km_key_from_event(&typed, &letter), RC_OK);
+  EXPECT_EQ(letter.sym, kKsymText);
+  EXPECT_EQ(std::string(letter.text, letter.text_len), "\xC4\xAD");
   EVENT other{};
   other.type = E_COMMAND;
   KM_KEY key;

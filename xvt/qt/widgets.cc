@@ -40,7 +40,8 @@ void SendMouse(QWidget* w, EVENT_TYPE type, QMouseEvent* e, int button) {
 // about (modifiers alone, dead keys). Home and End move within the line;
 // with Control they go to the start and end of the document, as Control
 // with the arrows moves by words.
-int KeyCode(const QKeyEvent* e) {
+int KeyCode(const QKeyEvent* e, bool* typed) {
+  *typed = false;
   bool ctrl = (e->modifiers() & Qt::ControlModifier) != 0;
   bool shift = (e->modifiers() & Qt::ShiftModifier) != 0;
   int key = e->key();
@@ -70,6 +71,7 @@ int KeyCode(const QKeyEvent* e) {
   if (text.isEmpty()) return 0;
   char32_t cp = text.toUcs4().value(0, 0);
   if (cp < 0x20 || cp == 0x7F) return 0;
+  *typed = true;
   return static_cast<int>(cp);
 }
 
@@ -140,7 +142,8 @@ void Canvas::wheelEvent(QWheelEvent* e) {
 
 void Canvas::keyPressEvent(QKeyEvent* e) {
   xvt_object* rec = RecordOf(this);
-  int code = KeyCode(e);
+  bool typed = false;
+  int code = KeyCode(e, &typed);
   if (!rec || code == 0) {
     QWidget::keyPressEvent(e);
     return;
@@ -149,6 +152,7 @@ void Canvas::keyPressEvent(QKeyEvent* e) {
   ev.v.chr.ch = code;
   ev.v.chr.shift = (e->modifiers() & Qt::ShiftModifier) != 0;
   ev.v.chr.control = (e->modifiers() & Qt::ControlModifier) != 0;
+  ev.v.chr.text = typed;
   Send(rec, &ev);
 }
 
