@@ -141,9 +141,7 @@ void ShutdownWorkspace() {
     }
   } else {
     // Without a saved desktop the next start must not find an old one.
-    Opt_DeleteMatching("Winposn.*");
-    Opt_DeleteMatching("SaveMsg.*");
-    Opt_DeleteMatching("Desktop.*");
+    DesktopForget();
   }
 
   Trace(kTraceFrame, kTraceLow, "ShutdownWorkspace : posting E_ABANDON_SHIP\n");

@@ -16,6 +16,7 @@
 #include "src/options/options.h"
 #include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
+#include "src/viewer/viewer.h"
 
 namespace {
 
@@ -447,13 +448,10 @@ int messageHandleNodeEvent(WINDOW, TreeNode* node, int event) {
       TREE_SetData(node, nullptr);
       return kNodeActionOk;
     case kNodeEventDoubleClick:
-      // The viewer and the composer open from here once they exist; the
-      // message is read in one critical section either way.
       if (info) {
-        WIN_start_critical();
         Trace(kTraceOrganizer, kTraceLow, "messageHandleNodeEvent: open message %llu\n",
               static_cast<unsigned long long>(info->umi));
-        WIN_end_critical();
+        spawnViewer(info->umi, messageContainer(node));
       }
       return kNodeActionOk;
     default: return kNodeActionOk;
