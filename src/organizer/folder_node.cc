@@ -591,6 +591,10 @@ int folderHandleNodeEvent(WINDOW win, TreeNode* node, int event) {
       if (TREE_IsOpenElsewhere(node)) return kNodeActionRefused;
       return folderOpen(win, node) ? kNodeActionOk : kNodeActionRefused;
     case kNodeEventDoubleClick:
+      if (MSG_NODE_WINDOW_FN opener = MSG_NodeWindowOpener()) {
+        if (!TREE_IsOpenElsewhere(node) && !folderOpen(win, node)) return kNodeActionRefused;
+        return opener(node) ? kNodeActionOk : kNodeActionRefused;
+      }
       if (TREE_IsOpen(node)) {
         TREE_OpenSubtree(node, 0, 0);
         return kNodeActionOk;

@@ -215,10 +215,10 @@ void window_handleEvent(ModelEvent* ev, void* data) {
   MSG_ReturnKidsAndDestroy(win);
 }
 
+WINDOW OpenNodeWindow(TreeNode* node) { return MSG_OpenNodeWindow(node); }
+
 }  // namespace
 
-// Closes a context window: its lines go back to the line they came from.
-void MSG_ReturnKidsAndDestroy(WINDOW win);
 
 MsgWinInfo* MSG_WinInfo(WINDOW win) {
   if (!win || !xvt_vobj_is_valid(win)) return nullptr;
@@ -314,6 +314,7 @@ long msg_eh(WINDOW win, EVENT* ev) {
       if (info->type == kMsgWinTop) {
         TopWindow& t = Top();
         if (t.win == win) t.win = NULL_WIN;
+        MSG_SetNodeWindowOpener(nullptr);
         MSG_SetMailTimerOwner(NULL_WIN);
         MSG_DestroyMailTimer();
       }
@@ -398,6 +399,7 @@ void openMessageServicesWindow() {
     return;
   }
   MSG_SetMailTimerOwner(t.win);
+  MSG_SetNodeWindowOpener(OpenNodeWindow);
   t.info_notifier = MM_NotRegister(top_wantEvent, top_handleEvent, nullptr, "msgmain.c: MessageServices info");
   set_mail_timer(1);
   char ids[501];
