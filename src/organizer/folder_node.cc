@@ -427,6 +427,8 @@ void folderRemoveMessage(TreeNode* container, TreeNode* message) {
 
 TreeNode* folderAddMessage(TreeNode* container, UMI umi) {
   FolderNodeInfo* f = FOL_Info(container);
+  // A context window's root holds the lines; the record is its origin's.
+  if (!f) f = FOL_Info(TREE_GetOriginNode(container));
   if (!f) return nullptr;
   MessageNodeInfo* m = MSG_NewInfo(umi);
   if (!m) return nullptr;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "c-client/rfc822/mime_display.h"
 #include "c-client/rfc822/rfc822.h"
 #include "src/base/critical.h"
 #include "src/base/fs.h"
@@ -253,6 +254,18 @@ std::string MSG_DateTextOf(const MessageNodeInfo* m) {
 
 std::string MSG_SizeTextOf(const MessageNodeInfo* m) { return MSG_SizeText(m->size); }
 
+namespace {
+
+// Encoded words and 8-bit header bytes as UTF-8; plain ASCII (most lines)
+// is taken as it is.
+std::string ForDisplay(const std::string& raw) {
+  for (unsigned char c : raw)
+    if (c >= 0x80 || c == '=') return mime_display_text(raw.c_str());
+  return raw;
+}
+
+}  // namespace
+
 MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
   Envelope* env = MM_MsgEnvelope(umi);
   // Nothing may point into the envelope once the record is being allocated:
@@ -269,10 +282,10 @@ MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
   if (env) {
     const MailAddress* who = sent_folder ? env->to : env->from;
     from.assign(sent_folder ? "To: " : "");
-    from += AddressText(who);
+    from += ForDisplay(AddressText(who));
     if (env->subject) {
       has_subject = true;
-      subject_text.assign(env->subject);
+      subject_text.assign(ForDisplay(env->subject));
     }
     if (env->date && *env->date) {
       DateFields f;

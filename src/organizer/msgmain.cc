@@ -348,7 +348,8 @@ long msg_eh(WINDOW win, EVENT* ev) {
           g_menu_guard = 0;
         }
       } else if (ev->v.chr.control && (key == 'w' || key == 'W')) {
-        MSG_DoCommand(info, M_MSG_CLOSE);
+        // The top window stays for as long as the program runs.
+        if (info->type != kMsgWinTop) closeMessageWindow(win);
       } else if (ev->v.chr.control && (key == 'a' || key == 'A')) {
         if (info->tree) TREE_SelectAll(info->tree);
       } else if (key == K_F1 + 4) {
