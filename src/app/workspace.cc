@@ -135,6 +135,7 @@ void ShutdownWorkspace() {
   if (Opt_LookupBoolean("Desktop.SaveDesktopOnExit", &save_desktop, kOptSession) && save_desktop) {
     if (!CENV_GetSuppressDesktopReload()) {
       Opt_FlushSession("Winposn.*", kOptSession);
+      Opt_FlushSession("WinPosn.*", kOptSession);
       Opt_FlushSession("SaveMsg.*", kOptSession);
       Opt_FlushSession("Desktop.*", kOptSession);
       MM_NotPostSimple(E_SAVE_DESKTOP);

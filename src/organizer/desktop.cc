@@ -267,9 +267,15 @@ bool readSavedNode(int n, SavedNode* out) {
   return true;
 }
 
-void saveMsgWinsContents(int) {
+void saveMsgWinsContents(int reopening) {
   WINDOW tree = MSG_TopTree();
   if (!tree) return;
+  if (!reopening) {
+    // Where each window stands, for the next start.
+    saveWindowGeometry(kSlotTopMS, MSG_TopWindow());
+    for (WINDOW w : MSG_ContextWindows())
+      if (MsgWinInfo* info = MSG_WinInfo(w)) saveWindowGeometry(info->slot, w);
+  }
   std::vector<SavedNode> records;
   for (TreeNode* k = TREE_GetFirstKid(TREE_GetRoot(tree)); k; k = TREE_GetNext(k)) {
     ServiceNodeInfo* s = SVC_Info(k);

@@ -362,6 +362,7 @@ TEST_F(OrganizerWindowsTest, DesktopReloadSkipsWhatHasGoneAndSavesWhatIsOpen) {
     EXPECT_EQ(Posts().find("error"), std::string::npos) << Posts();
     saveMsgWinsContents(0);
   });
+  EXPECT_NE(Opt_LookupText("WinPosn.Folder.Border", kOptSession), "");  // the folder window's place
   // What was open is written back in tree order, the gone lines left out.
   std::string saved;
   SavedNode r;
