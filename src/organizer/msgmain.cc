@@ -2,7 +2,9 @@
 // the mail timer and lists every message service, and the windows that show
 // one service or one folder on their own. Each holds a column strip, the
 // tree and a status line.
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 
@@ -148,7 +150,11 @@ MsgWinInfo* OwnerOfTree(WINDOW tree) { return MSG_WinInfo(xvt_vobj_get_parent(tr
 void selection_eh(WINDOW tree, TreeNode*) {
   MsgWinInfo* info = OwnerOfTree(tree);
   if (!info) return;
-  if (WinList_Head() == info->window) setSelectionMenus(info);
+  // The tree, not the window, has the keyboard focus: a selection made in
+  // it brings its window to the front of the list. Each window keeps its
+  // own menu states, so they are set whichever window is in front.
+  if (xvt_scr_get_focus_vobj() == tree) WinList_AddHead(info->window);
+  setSelectionMenus(info);
   if (info->strip) MSG_CM_LayoutSelect(info->strip, tree);
   UpdateStatus(info);
 }
@@ -260,19 +266,27 @@ WINDOW createMessageOrganizerWindow(MsgWinInfo* info, RCT* rect, const char* tit
   RCT c{};
   xvt_vobj_get_client_rect(win, &c);
   RCT strip{0, 0, c.right, kStripHeight};
-  info->strip = CM_Create(win, &strip, info->type);
-  if (!info->strip) {
+  // On failure the window goes, and the record and root stay the caller's.
+  auto fail = [&]() -> WINDOW {
+    WinList_Remove(win);
+    if (info->notifier >= 0) MM_NotUnregister(info->notifier);
+    info->notifier = -1;
+    if (info->strip) {
+      MSG_CM_LayoutDestroy(info->strip);
+      CM_Destroy(info->strip);
+    }
+    info->window = NULL_WIN;
+    xvt_vobj_set_data(win, 0);
     xvt_vobj_destroy(win);
     return NULL_WIN;
-  }
+  };
+  info->strip = CM_Create(win, &strip, info->type);
+  if (!info->strip) return fail();
   MSG_CM_LayoutCreate(info->strip);
   RCT tree{0, kStripHeight, c.right, std::max(kStripHeight + 1, c.bottom - kStatusHeight)};
   info->tree = TREE_CreateTreeWidget(win, &tree, 50, 0, 2, 0, 18, 0, selection_eh, info->root, nullptr,
                                      line_offset_eh);
-  if (!info->tree) {
-    xvt_vobj_destroy(win);
-    return NULL_WIN;
-  }
+  if (!info->tree) return fail();
   if (!info->root) info->root = TREE_GetRoot(info->tree);
   info->strip->tree = info->tree;
   MSG_SetColumnStrip(info->tree, info->strip);
@@ -395,8 +409,7 @@ void openMessageServicesWindow() {
   if (attrs & WSF_MAXIMIZED) attrs |= WSF_MAXIMIZABLE;
   t.win = createMessageOrganizerWindow(info, &r, "Message Organizer", attrs, kMsgMenuBar, 0);
   if (!t.win) {
-    // The window's E_DESTROY freed the record if it got that far.
-    if (!MSG_WinInfo(t.win)) t.win = NULL_WIN;
+    delete info;
     return;
   }
   MSG_SetMailTimerOwner(t.win);
@@ -410,8 +423,15 @@ void openMessageServicesWindow() {
     for (char* p = ids; *p; ++p)
       if (*p == ',') *p = ' ';
     std::istringstream in(ids);
-    for (int id; in >> id;)
-      if (id > 0) serviceAdd(info->root, id);
+    std::vector<long> seen;
+    for (std::string word; in >> word;) {
+      // A word that is not a service number, or one listed twice, is passed over.
+      char* end = nullptr;
+      const long id = std::strtol(word.c_str(), &end, 10);
+      if (*end || id <= 0 || id > 100000 || std::find(seen.begin(), seen.end(), id) != seen.end()) continue;
+      seen.push_back(id);
+      serviceAdd(info->root, static_cast<int>(id));
+    }
     TREE_ResumeUpdates(info->tree);
   }
   if (!CENV_GetSuppressDesktopReload()) reloadMsgPositions(t.win, 0);

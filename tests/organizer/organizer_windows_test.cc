@@ -371,6 +371,18 @@ TEST_F(OrganizerWindowsTest, DesktopReloadSkipsWhatHasGoneAndSavesWhatIsOpen) {
   EXPECT_EQ(saved, "1::2 1:work:3 1:zoo:2 999::4 ");
 }
 
+TEST_F(OrganizerWindowsTest, ServiceListsAreReadWithBlanksOrCommas) {
+  const std::pair<const char*, int> lists[] = {{"", 0}, {"1", 1}, {"1,1", 1}, {"x 1", 1}, {"-1 0", 0}};
+  for (auto& [list, services] : lists) {
+    Opt_AssignString("MsgService.IDList", list, kOptSession, 0);
+    Run([&] {
+      int n = 0;
+      for (TreeNode* k = TREE_GetFirstKid(TREE_GetRoot(Top()->tree)); k; k = TREE_GetNext(k)) n += SVC_Info(k) != nullptr;
+      EXPECT_EQ(n, services) << "\"" << list << "\"";
+    });
+  }
+}
+
 TEST_F(OrganizerWindowsTest, SavedStateWordsReadBack) {
   const std::pair<const char*, int> words[] = {{"COLLAPSE", 1}, {"EXPAND", 2}, {"OPEN", 3},
                                                {"DONE", 4},     {"open", 0},   {"", 0}};
