@@ -273,7 +273,6 @@ void Click(const ScriptLine& l, bool dbl) {
     QMouseEvent ev(type, QPointF(local), QPointF(global), Qt::LeftButton, held, Qt::NoModifier);
     QApplication::sendEvent(target, &ev);
   };
-  if (std::getenv("VELMAR_SCRIPT_DEBUG")) std::fprintf(stderr, "xvt: click %s (%s) at %d,%d trapped=%d\n", target->metaObject()->className(), RecordOf(target) ? RecordOf(target)->title.c_str() : "-", local.x(), local.y(), S().trapped != nullptr);
   QPointer<QWidget> guard(target);
   send(QEvent::MouseButtonPress, Qt::LeftButton);
   if (guard) send(QEvent::MouseButtonRelease, Qt::NoButton);
