@@ -135,15 +135,14 @@ void ShutdownWorkspace() {
   if (Opt_LookupBoolean("Desktop.SaveDesktopOnExit", &save_desktop, kOptSession) && save_desktop) {
     if (!CENV_GetSuppressDesktopReload()) {
       Opt_FlushSession("Winposn.*", kOptSession);
+      Opt_FlushSession("WinPosn.*", kOptSession);
       Opt_FlushSession("SaveMsg.*", kOptSession);
       Opt_FlushSession("Desktop.*", kOptSession);
       MM_NotPostSimple(E_SAVE_DESKTOP);
     }
   } else {
     // Without a saved desktop the next start must not find an old one.
-    Opt_DeleteMatching("Winposn.*");
-    Opt_DeleteMatching("SaveMsg.*");
-    Opt_DeleteMatching("Desktop.*");
+    DesktopForget();
   }
 
   Trace(kTraceFrame, kTraceLow, "ShutdownWorkspace : posting E_ABANDON_SHIP\n");

@@ -2,12 +2,19 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "src/base/trace.h"
 #include "src/base/model_events.h"
 #include "src/options/options.h"
+#include "src/organizer/msgwin.h"
+#include "src/organizer/nodes.h"
+#include "src/organizer/organizer.h"
 
 namespace {
 
@@ -158,5 +165,178 @@ int screenWasDownsized() {
 
 void DesktopRegister() { g_notifier = MM_NotRegister(WantEvent, HandleEvent, nullptr, "desktop.c : Desktop Manager"); }
 
-// Which nodes stood open is recorded by the organizer's trees.
-void saveMsgWinsContents(int) {}
+
+// --- Screen fit -----------------------------------------------------------------
+
+void fitWindowToScreen(RCT* r) {
+  RCT screen{};
+  if (!xvt_vobj_get_client_rect(SCREEN_WIN, &screen) || screen.right <= screen.left || screen.bottom <= screen.top)
+    return;
+  const int sw = screen.right - screen.left, sh = screen.bottom - screen.top;
+  int w = std::min(std::max(r->right - r->left, 200), sw);
+  int h = std::min(std::max(r->bottom - r->top, 150), sh);
+  int left = std::clamp(r->left, screen.left, screen.right - w);
+  int top = std::clamp(r->top, screen.top, screen.bottom - h);
+  *r = RCT{left, top, left + w, top + h};
+}
+
+void DesktopForget() {
+  // Older files spell the geometry keys either way.
+  for (const char* pattern : {"Winposn.*", "WinPosn.*", "SaveMsg.*", "Desktop.*"}) Opt_DeleteMatching(pattern);
+}
+
+// --- Saved nodes ----------------------------------------------------------------
+
+namespace {
+
+constexpr int kStateCollapse = 1;
+constexpr int kStateExpand = 2;
+constexpr int kStateOpen = 3;
+constexpr int kStateDone = 4;
+const char* const kStateWords[] = {"", "COLLAPSE", "EXPAND", "OPEN", "DONE"};
+
+std::string RecordKey(int n, const char* field) { return "SaveMsg." + std::to_string(n) + "." + field; }
+
+void WriteRecord(int n, const SavedNode& r) {
+  Opt_AssignString(RecordKey(n, "ms").c_str(), std::to_string(r.ms).c_str(), kOptPermanent, 0);
+  Opt_AssignString(RecordKey(n, "folder").c_str(), r.folder.c_str(), kOptPermanent, 0);
+  Opt_AssignString(RecordKey(n, "group").c_str(), std::to_string(r.group).c_str(), kOptPermanent, 0);
+  const int s = r.state >= 1 && r.state <= kStateDone ? r.state : kStateDone;
+  Opt_AssignString(RecordKey(n, "state").c_str(), kStateWords[s], kOptPermanent, 0);
+}
+
+int StateOf(const TreeNode* node) {
+  if (TREE_IsOpenElsewhere(node)) return kStateOpen;
+  return TREE_IsOpen(node) ? kStateExpand : kStateCollapse;
+}
+
+// Folders and groups of a service or folder that stand open, depth first.
+void CollectOpen(TreeNode* holder, int ms_number, std::vector<SavedNode>* out) {
+  for (TreeNode* k = TREE_GetFirstKid(holder); k; k = TREE_GetNext(k)) {
+    if (FolderNodeInfo* f = FOL_Info(k)) {
+      const int state = StateOf(k);
+      if (state == kStateCollapse) continue;
+      out->push_back(SavedNode{ms_number, f->name, 0, state});
+      CollectOpen(TREE_GetElsewhereRoot(k) ? TREE_GetElsewhereRoot(k) : k, ms_number, out);
+    } else if (GroupNodeInfo* g = GRP_Info(k)) {
+      TreeNode* folder = TREE_GetParent(k) ? TREE_GetParent(k) : nullptr;
+      FolderNodeInfo* f = FOL_Info(folder) ? FOL_Info(folder) : FOL_Info(TREE_GetOriginNode(folder));
+      if (f && TREE_IsOpen(k)) out->push_back(SavedNode{ms_number, f->name, g->id, kStateExpand});
+    }
+  }
+}
+
+TreeNode* Holder(TreeNode* node) { return TREE_GetElsewhereRoot(node) ? TREE_GetElsewhereRoot(node) : node; }
+
+// Opens a line as the record says: in a window, or in its tree.
+void Reopen(TreeNode* node, int state, int slot) {
+  if (state == kStateOpen) {
+    RCT r;
+    char word[20] = "Norm";
+    if (getWindowGeometry(slot, &r, word, sizeof word))
+      MSG_OpenNodeWindow(node, &r, windowAttrForState(word));
+    else
+      MSG_OpenNodeWindow(node);
+  } else if (state == kStateExpand && !TREE_IsOpen(node)) {
+    TREE_OpenSubtree(node, 1, 0);
+  }
+}
+
+}  // namespace
+
+int SaveMsgStateFromWord(const char* word) {
+  for (int s = kStateCollapse; s <= kStateDone; ++s)
+    if (word && std::strcmp(word, kStateWords[s]) == 0) return s;
+  return 0;
+}
+
+bool readSavedNode(int n, SavedNode* out) {
+  *out = SavedNode{};
+  char value[1101];
+  if (!Opt_LookupString(RecordKey(n, "ms").c_str(), value, sizeof value - 1, kOptSession)) return false;
+  char* end = nullptr;
+  const long ms = std::strtol(value, &end, 10);
+  if (end == value || ms < 0 || ms > 100000) return false;
+  out->ms = static_cast<int>(ms);
+  if (Opt_LookupString(RecordKey(n, "folder").c_str(), value, sizeof value - 1, kOptSession)) out->folder = value;
+  if (Opt_LookupString(RecordKey(n, "group").c_str(), value, sizeof value - 1, kOptSession))
+    out->group = std::atoi(value);
+  out->state = Opt_LookupString(RecordKey(n, "state").c_str(), value, sizeof value - 1, kOptSession)
+                   ? SaveMsgStateFromWord(value)
+                   : 0;
+  return true;
+}
+
+void saveMsgWinsContents(int reopening) {
+  WINDOW tree = MSG_TopTree();
+  if (!tree) return;
+  if (!reopening) {
+    // Where each window stands, for the next start.
+    saveWindowGeometry(kSlotTopMS, MSG_TopWindow());
+    for (WINDOW w : MSG_ContextWindows())
+      if (MsgWinInfo* info = MSG_WinInfo(w)) saveWindowGeometry(info->slot, w);
+  }
+  std::vector<SavedNode> records;
+  for (TreeNode* k = TREE_GetFirstKid(TREE_GetRoot(tree)); k; k = TREE_GetNext(k)) {
+    ServiceNodeInfo* s = SVC_Info(k);
+    if (!s) continue;
+    const int state = StateOf(k);
+    records.push_back(SavedNode{s->ms_id, "", 0, state});
+    if (state != kStateCollapse) CollectOpen(Holder(k), s->ms_id, &records);
+  }
+  Opt_DeleteMatching("SaveMsg.*");
+  int n = 1;
+  for (const SavedNode& r : records) WriteRecord(n++, r);
+  WriteRecord(n, SavedNode{});
+}
+
+int reloadOneNode(WINDOW, const SavedNode& r) {
+  WINDOW tree = MSG_TopTree();
+  if (!tree) return 0;
+  TreeNode* service = nullptr;
+  for (TreeNode* k = TREE_GetFirstKid(TREE_GetRoot(tree)); k && !service; k = TREE_GetNext(k))
+    if (ServiceNodeInfo* s = SVC_Info(k); s && s->ms_id == r.ms) service = k;
+  if (!service) return 0;
+  if (r.folder.empty()) {
+    Reopen(service, r.state, kSlotMsgSrv);
+    return 1;
+  }
+  // A line that has gone since is passed over without a word.
+  TreeNode* folder = folderFind(Holder(service), r.folder.c_str());
+  if (!folder) return 0;
+  if (r.group) {
+    for (TreeNode* k = TREE_GetFirstKid(Holder(folder)); k; k = TREE_GetNext(k))
+      if (GroupNodeInfo* g = GRP_Info(k); g && g->id == r.group) {
+        TREE_OpenSubtree(k, 1, 0);
+        return 1;
+      }
+    return 0;
+  }
+  Reopen(folder, r.state, kSlotFolder);
+  return 1;
+}
+
+void reloadMsgPositions(WINDOW win, int) {
+  Trace(kTraceOrganizer, kTraceLow, "desktop.c: reloadMsgPositions function entry\n");
+  SavedNode r;
+  WINDOW tree = MSG_TopTree();
+  if (tree) TREE_SuspendUpdates(tree);
+  for (int n = 1; n < 10000 && readSavedNode(n, &r) && r.state != kStateDone; ++n) reloadOneNode(win, r);
+  if ((tree = MSG_TopTree())) TREE_ResumeUpdates(tree);
+  Trace(kTraceOrganizer, kTraceLow, "desktop.c: reloadMsgPositions function exit\n");
+}
+
+void reopenMsgService(int ms) {
+  WINDOW tree = MSG_TopTree();
+  if (!tree) return;
+  TreeNode* node = nullptr;
+  for (TreeNode* k = TREE_GetFirstKid(TREE_GetRoot(tree)); k && !node; k = TREE_GetNext(k))
+    if (ServiceNodeInfo* s = SVC_Info(k); s && s->ms == ms) node = k;
+  if (!node) return;
+  const int number = SVC_Info(node)->ms_id;
+  saveMsgWinsContents(1);
+  if (WINDOW win = MSG_NodeWindow(node)) closeMessageWindow(win);
+  SavedNode r;
+  for (int n = 1; n < 10000 && readSavedNode(n, &r) && r.state != kStateDone; ++n)
+    if (r.ms == number) reloadOneNode(MSG_TopWindow(), r);
+}

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include "xvt/xvt.h"
 
@@ -29,3 +30,23 @@ void scaleWindowForScreen(const RCT* screen, const RCT* in, RCT* out);
 int screenWasDownsized();
 void DesktopRegister();
 void saveMsgWinsContents(int reopening);
+
+// Moves and shrinks a rectangle so that the whole of it lies on the screen.
+void fitWindowToScreen(RCT* r);
+// Deletes every saved geometry and node (the desktop is not kept).
+void DesktopForget();
+
+// One saved line of the organizer: service number, folder name, group id,
+// and state (1 collapsed, 2 expanded, 3 open in a window, 4 end of list,
+// 0 an unknown word).
+struct SavedNode {
+  int ms = 999;
+  std::string folder;
+  int group = 0;
+  int state = 4;
+};
+int SaveMsgStateFromWord(const char* word);
+bool readSavedNode(int n, SavedNode* out);  // false when record n is not there
+int reloadOneNode(WINDOW win, const SavedNode& record);
+void reloadMsgPositions(WINDOW win, int state);
+void reopenMsgService(int ms);

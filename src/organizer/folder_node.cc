@@ -443,6 +443,8 @@ void folderRemoveMessage(TreeNode* container, TreeNode* message) {
 
 TreeNode* folderAddMessage(TreeNode* container, UMI umi) {
   FolderNodeInfo* f = FOL_Info(container);
+  // A context window's root holds the lines; the record is its origin's.
+  if (!f) f = FOL_Info(TREE_GetOriginNode(container));
   if (!f) return nullptr;
   MessageNodeInfo* m = MSG_NewInfo(umi);
   if (!m) return nullptr;
@@ -607,6 +609,10 @@ int folderHandleNodeEvent(WINDOW win, TreeNode* node, int event) {
       if (TREE_IsOpenElsewhere(node)) return kNodeActionRefused;
       return folderOpen(win, node) ? kNodeActionOk : kNodeActionRefused;
     case kNodeEventDoubleClick:
+      if (MSG_NODE_WINDOW_FN opener = MSG_NodeWindowOpener()) {
+        if (!TREE_IsOpenElsewhere(node) && !folderOpen(win, node)) return kNodeActionRefused;
+        return opener(node) ? kNodeActionOk : kNodeActionRefused;
+      }
       if (TREE_IsOpen(node)) {
         TREE_OpenSubtree(node, 0, 0);
         return kNodeActionOk;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "c-client/rfc822/mime_display.h"
 #include "c-client/rfc822/rfc822.h"
 #include "src/base/critical.h"
 #include "src/base/fs.h"
@@ -16,6 +17,7 @@
 #include "src/options/options.h"
 #include "src/organizer/node_draw.h"
 #include "src/organizer/nodes.h"
+#include "src/viewer/viewer.h"
 
 namespace {
 
@@ -252,6 +254,18 @@ std::string MSG_DateTextOf(const MessageNodeInfo* m) {
 
 std::string MSG_SizeTextOf(const MessageNodeInfo* m) { return MSG_SizeText(m->size); }
 
+namespace {
+
+// Encoded words and 8-bit header bytes as UTF-8; plain ASCII (most lines)
+// is taken as it is.
+std::string ForDisplay(const std::string& raw) {
+  for (unsigned char c : raw)
+    if (c >= 0x80 || c == '=') return mime_display_text(raw.c_str());
+  return raw;
+}
+
+}  // namespace
+
 MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
   Envelope* env = MM_MsgEnvelope(umi);
   // Nothing may point into the envelope once the record is being allocated:
@@ -268,10 +282,10 @@ MessageNodeInfo* MSG_NewInfo(UMI umi, bool sent_folder) {
   if (env) {
     const MailAddress* who = sent_folder ? env->to : env->from;
     from.assign(sent_folder ? "To: " : "");
-    from += AddressText(who);
+    from += ForDisplay(AddressText(who));
     if (env->subject) {
       has_subject = true;
-      subject_text.assign(env->subject);
+      subject_text.assign(ForDisplay(env->subject));
     }
     if (env->date && *env->date) {
       DateFields f;
@@ -447,13 +461,10 @@ int messageHandleNodeEvent(WINDOW, TreeNode* node, int event) {
       TREE_SetData(node, nullptr);
       return kNodeActionOk;
     case kNodeEventDoubleClick:
-      // The viewer and the composer open from here once they exist; the
-      // message is read in one critical section either way.
       if (info) {
-        WIN_start_critical();
         Trace(kTraceOrganizer, kTraceLow, "messageHandleNodeEvent: open message %llu\n",
               static_cast<unsigned long long>(info->umi));
-        WIN_end_critical();
+        spawnViewer(info->umi, messageContainer(node));
       }
       return kNodeActionOk;
     default: return kNodeActionOk;

@@ -335,6 +335,15 @@ void doFolderRenamed(TreeNode* node, const ModelEvent* ev);
 void folderMoveOptions(int old_ms, const char* old_name, int new_ms, const char* new_name);
 void folderDeleteOptions(int ms, const char* name);
 
+// --- Windows of their own ---------------------------------------------------------
+
+// What a double click on a service or folder line does besides filling it:
+// the organizer sets a function that shows the line in a window of its own
+// (or raises the one that does). Without one the content stays in the tree.
+typedef WINDOW (*MSG_NODE_WINDOW_FN)(TreeNode* node);
+void MSG_SetNodeWindowOpener(MSG_NODE_WINDOW_FN fn);
+MSG_NODE_WINDOW_FN MSG_NodeWindowOpener();
+
 // --- Service nodes ---------------------------------------------------------------
 
 TreeNode* serviceAdd(TreeNode* parent, int number);

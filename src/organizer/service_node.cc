@@ -78,7 +78,12 @@ void ServiceHandle(ModelEvent* ev, void* data) {
   }
 }
 
+MSG_NODE_WINDOW_FN g_window_opener = nullptr;
+
 }  // namespace
+
+void MSG_SetNodeWindowOpener(MSG_NODE_WINDOW_FN fn) { g_window_opener = fn; }
+MSG_NODE_WINDOW_FN MSG_NodeWindowOpener() { return g_window_opener; }
 
 ServiceNodeInfo* SVC_Info(const TreeNode* node) {
   return TREE_GetDataType(node) == kNodeDataTypeMsgService ? static_cast<ServiceNodeInfo*>(TREE_GetData(node))
@@ -163,8 +168,13 @@ int serviceHandleNodeEvent(WINDOW, TreeNode* node, int event) {
     case kNodeEventExpanding:
     case kNodeEventDoubleClick:
       if (!s || s->offline) return kNodeActionRefused;
-      if (!s->fetched_subscribed && !serviceAddFolders(node, s->ms)) return kNodeActionRefused;
-      if (event == kNodeEventDoubleClick) TREE_OpenSubtree(node, !TREE_IsOpen(node), 0);
+      if (event == kNodeEventExpanding && TREE_IsOpenElsewhere(node)) return kNodeActionRefused;
+      if (!s->fetched_subscribed && !TREE_IsOpenElsewhere(node) && !serviceAddFolders(node, s->ms))
+        return kNodeActionRefused;
+      if (event == kNodeEventDoubleClick) {
+        if (MSG_NODE_WINDOW_FN opener = MSG_NodeWindowOpener()) return opener(node) ? kNodeActionOk : kNodeActionRefused;
+        TREE_OpenSubtree(node, !TREE_IsOpen(node), 0);
+      }
       return kNodeActionOk;
     default: return kNodeActionOk;
   }

@@ -12,6 +12,15 @@
 //   dialog RID ID...        the next modal dialog RID gets these controls
 //                           clicked, in order, once it is up (RID 0: any)
 //   log TEXT                TEXT to stderr
+//   key [MOD+]...NAME       a key press to the focused widget: a character,
+//                           or Up Down Left Right PageUp PageDown Home End
+//                           Return Escape Tab Backtab Delete Backspace Insert
+//                           Space F1..F24; MOD is ctrl, shift or alt
+//   click TITLE X Y         a left click at X,Y of the client area of the
+//   dblclick TITLE X Y      window titled TITLE (the title may hold blanks)
+//   type TEXT               TEXT typed, one key per character
+//   dump PATH               the open windows as plain UTF-8: each title, then
+//                           what the window and its children describe
 //
 // A line runs even while a box or modal dialog that an earlier line brought
 // up waits for the user; "answer", "dismiss" and "dialog" then concern that
@@ -20,6 +29,8 @@
 // understood is reported on stderr and skipped. After the last line the
 // program simply goes on running.
 #include <QApplication>
+#include <QKeyEvent>
+#include <QMouseEvent>
 #include <QPixmap>
 #include <QScreen>
 #include <QTimer>
@@ -38,11 +49,18 @@ namespace xvtqt {
 
 // One understood line of the script.
 struct ScriptLine {
-  enum Kind { kWait, kScreenshot, kCommand, kClose, kQuit, kAnswer, kDismiss, kDialog, kLog } kind;
+  enum Kind {
+    kWait, kScreenshot, kCommand, kClose, kQuit, kAnswer, kDismiss, kDialog, kLog,
+    kKey, kClick, kDoubleClick, kType, kDump
+  } kind;
   long number = 0;  // wait: ms, command: tag, answer: N, dialog: rid
   std::string text;  // screenshot: path, log: text
   bool screen = false;
   std::vector<int> ids;
+  int key = 0;  // key: the Qt key
+  Qt::KeyboardModifiers modifiers;
+  QString key_text;
+  int x = 0, y = 0;  // click: the point
 };
 
 class ScriptRunner : public QObject {
@@ -75,6 +93,51 @@ std::string Trim(const std::string& s) {
   if (b == std::string::npos) return std::string();
   size_t e = s.find_last_not_of(" \t\r\n");
   return s.substr(b, e - b + 1);
+}
+
+// "ctrl+shift+Down", "F5", "a": the key and its modifiers.
+bool ParseKey(const std::string& spec, ScriptLine* out) {
+  static const std::pair<const char*, int> kNames[] = {
+      {"Up", Qt::Key_Up},         {"Down", Qt::Key_Down},       {"Left", Qt::Key_Left},
+      {"Right", Qt::Key_Right},   {"PageUp", Qt::Key_PageUp},   {"PageDown", Qt::Key_PageDown},
+      {"Home", Qt::Key_Home},     {"End", Qt::Key_End},         {"Return", Qt::Key_Return},
+      {"Enter", Qt::Key_Return},  {"Escape", Qt::Key_Escape},   {"Tab", Qt::Key_Tab},
+      {"Backtab", Qt::Key_Backtab}, {"Delete", Qt::Key_Delete}, {"Backspace", Qt::Key_Backspace},
+      {"Insert", Qt::Key_Insert}, {"Space", Qt::Key_Space},
+  };
+  std::string rest = spec;
+  out->modifiers = Qt::NoModifier;
+  for (size_t plus; (plus = rest.find('+')) != std::string::npos && plus + 1 < rest.size();) {
+    QString mod = QString::fromStdString(rest.substr(0, plus)).toLower();
+    if (mod == "ctrl" || mod == "control")
+      out->modifiers |= Qt::ControlModifier;
+    else if (mod == "shift")
+      out->modifiers |= Qt::ShiftModifier;
+    else if (mod == "alt")
+      out->modifiers |= Qt::AltModifier;
+    else
+      return false;
+    rest = rest.substr(plus + 1);
+  }
+  for (auto& [name, key] : kNames)
+    if (rest == name) {
+      out->key = key;
+      if (key == Qt::Key_Space) out->key_text = " ";
+      return true;
+    }
+  if (rest.size() > 1 && rest[0] == 'F') {
+    long f = 0;
+    if (!ToLong(rest.substr(1), &f) || f < 1 || f > 24) return false;
+    out->key = Qt::Key_F1 + static_cast<int>(f - 1);
+    return true;
+  }
+  QString text = QString::fromUtf8(rest.c_str());
+  if (text.size() != 1 || !text[0].isPrint()) return false;
+  const QChar c = text[0];
+  out->key = c.isLetter() ? Qt::Key_A + (c.toUpper().unicode() - 'A') : c.unicode();
+  if (c.isLetter() && (c.toUpper().unicode() < 'A' || c.toUpper().unicode() > 'Z')) out->key = 0;
+  out->key_text = (out->modifiers & Qt::ShiftModifier) ? text.toUpper() : text;
+  return true;
 }
 
 bool Parse(const std::string& line, ScriptLine* out) {
@@ -122,6 +185,33 @@ bool Parse(const std::string& line, ScriptLine* out) {
     out->text = Trim(line.substr(3));
     return true;
   }
+  if (verb == "key") {
+    out->kind = ScriptLine::kKey;
+    return n == 2 && ParseKey(w[1], out);
+  }
+  if (verb == "click" || verb == "dblclick") {
+    out->kind = verb == "click" ? ScriptLine::kClick : ScriptLine::kDoubleClick;
+    long x = 0, y = 0;
+    if (n < 4 || !ToLong(w[n - 2], &x) || !ToLong(w[n - 1], &y) || x < 0 || y < 0 || x > 100000 || y > 100000)
+      return false;
+    std::string title;
+    for (size_t i = 1; i + 2 < n; ++i) title += (i > 1 ? " " : "") + w[i];
+    out->text = title;
+    out->x = static_cast<int>(x);
+    out->y = static_cast<int>(y);
+    return true;
+  }
+  if (verb == "type") {
+    out->kind = ScriptLine::kType;
+    out->text = line.size() > 5 ? line.substr(5) : std::string();
+    return !out->text.empty();
+  }
+  if (verb == "dump") {
+    out->kind = ScriptLine::kDump;
+    if (n != 2) return false;
+    out->text = w[1];
+    return true;
+  }
   return false;
 }
 
@@ -135,6 +225,86 @@ void Screenshot(const std::string& path, bool whole_screen) {
   }
   if (pix.isNull() || !pix.save(QString::fromStdString(path), "PNG"))
     std::fprintf(stderr, "xvt: screenshot %s failed\n", path.c_str());
+}
+
+// The focused widget; without a window manager the program's window may
+// never become active, and then the widget that would have the focus.
+QWidget* KeyTarget() {
+  if (QWidget* w = QApplication::focusWidget()) return w;
+  if (QWidget* w = QApplication::activeModalWidget()) return w->focusWidget() ? w->focusWidget() : w;
+  QWidget* task = S().task_window;
+  if (task && task->focusWidget()) return task->focusWidget();
+  if (QWidget* w = QApplication::activeWindow()) return w;
+  return task;
+}
+
+void SendKey(int key, Qt::KeyboardModifiers mods, const QString& text) {
+  QWidget* target = KeyTarget();
+  if (!target) return;
+  QKeyEvent press(QEvent::KeyPress, key, mods, text);
+  QApplication::sendEvent(target, &press);
+  if (!(target = KeyTarget())) return;
+  QKeyEvent release(QEvent::KeyRelease, key, mods, text);
+  QApplication::sendEvent(target, &release);
+}
+
+// The window of that title: the newest one that is not a control.
+xvt_object* WindowTitled(const std::string& title) {
+  xvt_object* found = nullptr;
+  for (xvt_object* o : R().objects)
+    if (Live(o) && !IsControl(o->type) && o->type != W_SCREEN && o->title == title) found = o;
+  return found;
+}
+
+void Click(const ScriptLine& l, bool dbl) {
+  xvt_object* rec = WindowTitled(l.text);
+  QWidget* client = rec ? (rec == R().task ? static_cast<QWidget*>(S().task_window) : rec->client.data()) : nullptr;
+  if (!client) {
+    std::fprintf(stderr, "xvt: script: no window titled \"%s\"\n", l.text.c_str());
+    return;
+  }
+  QPoint at(l.x, l.y);
+  QWidget* target = client->childAt(at);
+  if (!target) target = client;
+  QPoint local = target->mapFrom(client, at);
+  QPoint global = target->mapToGlobal(local);
+  auto send = [&](QEvent::Type type, Qt::MouseButtons held) {
+    if (!Live(rec)) return;
+    QMouseEvent ev(type, QPointF(local), QPointF(global), Qt::LeftButton, held, Qt::NoModifier);
+    QApplication::sendEvent(target, &ev);
+  };
+  QPointer<QWidget> guard(target);
+  send(QEvent::MouseButtonPress, Qt::LeftButton);
+  if (guard) send(QEvent::MouseButtonRelease, Qt::NoButton);
+  if (dbl && guard) {
+    send(QEvent::MouseButtonDblClick, Qt::LeftButton);
+    if (guard) send(QEvent::MouseButtonRelease, Qt::NoButton);
+  }
+}
+
+bool TopLevel(const xvt_object* o) {
+  auto& r = R();
+  if (IsControl(o->type) || o == r.task || o == r.screen || o == r.mdi) return false;
+  return o->parent == r.task || o->parent == r.screen || o->parent == r.mdi;
+}
+
+void Describe(xvt_object* o, std::string* out) {
+  out->append(xvt_win_describe(o));
+  for (xvt_object* k : o->children)
+    if (Live(k) && !IsControl(k->type)) Describe(k, out);
+}
+
+void Dump(const std::string& path) {
+  std::string out;
+  for (xvt_object* o : R().objects) {
+    if (!Live(o) || !TopLevel(o)) continue;
+    if ((o->outer && !o->outer->isVisible()) || o->title.empty()) continue;
+    out += "== " + o->title + "\n";
+    Describe(o, &out);
+  }
+  std::FILE* f = std::fopen(path.c_str(), "w");
+  if (!f || std::fwrite(out.data(), 1, out.size(), f) != out.size()) std::fprintf(stderr, "xvt: dump %s failed\n", path.c_str());
+  if (f) std::fclose(f);
 }
 
 void TaskEvent(EVENT_TYPE type) {
@@ -175,6 +345,18 @@ void Execute(const ScriptLine& l) {
         s.dialogs.push_back(State::ScriptedDialog{static_cast<int>(l.number), l.ids});
       break;
     case ScriptLine::kLog: std::fprintf(stderr, "%s\n", l.text.c_str()); break;
+    case ScriptLine::kKey: SendKey(l.key, l.modifiers, l.key_text); break;
+    case ScriptLine::kClick: Click(l, false); break;
+    case ScriptLine::kDoubleClick: Click(l, true); break;
+    case ScriptLine::kType:
+      for (char32_t c : QString::fromUtf8(l.text.c_str()).toUcs4()) {
+        QString t = QString::fromUcs4(&c, 1);
+        int key = (c >= 'a' && c <= 'z') ? Qt::Key_A + static_cast<int>(c - 'a')
+                  : (c >= 'A' && c <= 'Z') ? Qt::Key_A + static_cast<int>(c - 'A') : static_cast<int>(c);
+        SendKey(key, (c >= 'A' && c <= 'Z') ? Qt::ShiftModifier : Qt::NoModifier, t);
+      }
+      break;
+    case ScriptLine::kDump: Dump(l.text); break;
   }
 }
 

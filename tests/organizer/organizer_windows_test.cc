@@ -1,0 +1,402 @@
+// The organizer windows on the headless toolkit over MH folders: the top
+// window's tree, the commands and their menu states for each kind of
+// selection, windows of their own for a folder, the mail timer, and the
+// saved desktop with its window geometry.
+#include <gtest/gtest.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "src/base/critical.h"
+#include "src/options/options.h"
+#include "src/organizer/desktop.h"
+#include "src/organizer/msgwin.h"
+#include "src/organizer/nodes.h"
+#include "src/organizer/organizer.h"
+#include "tests/model/model_fixture.h"
+
+namespace {
+
+long TaskEh(WINDOW, EVENT*) { return 0; }
+
+class OrganizerWindowsTest : public ModelTest {
+ protected:
+  void SetUp() override {
+    ModelTest::SetUp();
+    MakeFolder("mail", 3);
+    MakeFolder("work", 2);
+    MakeFolder("zoo", 1);
+    for (const char* name : {"mail", "work", "zoo"}) MM_FolSubscribe(local_, name, 1);
+  }
+
+  // Runs body with the program's top window open.
+  void Run(std::function<void()> body) {
+    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+    xvt_test_set_run_hook([&] {
+      openMessageServicesWindow();
+      ASSERT_NE(MSG_TopWindow(), NULL_WIN);
+      body();
+    });
+    xvt_app_create(0, nullptr, 0, TaskEh, &config);
+  }
+
+  static MsgWinInfo* Top() { return MSG_WinInfo(MSG_TopWindow()); }
+  static TreeNode* Service() { return TREE_GetFirstKid(TREE_GetRoot(Top()->tree)); }
+  static TreeNode* Folder(const char* name) {
+    TREE_OpenSubtree(Service(), 1, 0);
+    TreeNode* holder = TREE_GetElsewhereRoot(Service()) ? TREE_GetElsewhereRoot(Service()) : Service();
+    for (TreeNode* k = TREE_GetFirstKid(holder); k; k = TREE_GetNext(k))
+      if (FOL_Info(k) && strcasecmp(FOL_Info(k)->name.c_str(), name) == 0) return k;
+    ADD_FAILURE() << "no folder " << name;
+    return nullptr;
+  }
+  // The folder open in the top tree, its message lines in order.
+  static std::vector<TreeNode*> Messages(const char* name) {
+    TreeNode* f = Folder(name);
+    TREE_OpenSubtree(f, 1, 0);
+    std::vector<TreeNode*> out;
+    Collect(f, &out);
+    return out;
+  }
+  // Message lines lie under the folder, or under its groups.
+  static void Collect(TreeNode* node, std::vector<TreeNode*>* out) {
+    for (TreeNode* k = TREE_GetFirstKid(node); k; k = TREE_GetNext(k)) {
+      if (MSG_Info(k)) out->push_back(k);
+      if (GRP_Info(k)) {
+        TREE_OpenSubtree(k, 1, 0);
+        Collect(k, out);
+      }
+    }
+  }
+  static void Key(WINDOW win, int ch, bool control = false) {
+    EVENT ev{};
+    ev.type = E_CHAR;
+    ev.v.chr.ch = ch;
+    ev.v.chr.control = control;
+    xvt_win_dispatch_event(win, &ev);
+  }
+  static void Command(MsgWinInfo* info, int tag) {
+    EVENT ev{};
+    ev.type = E_COMMAND;
+    ev.v.cmd.tag = tag;
+    xvt_win_dispatch_event(info->window, &ev);
+  }
+  // The enabled ones among the commands, by number.
+  static std::string Enabled(WINDOW win) {
+    std::string out;
+    for (int c : std::initializer_list<int>{M_MSG_CLOSE, M_MSG_DELETE, M_MSG_OPEN_WINDOW, M_MSG_CLEAN, M_MSG_SUBSCRIBE, M_MSG_NEXT,
+                  M_MSG_REPLY, M_MSG_UNDELETE, M_MSG_COPY, M_MSG_MOVE, M_MSG_EXTRACT, M_MSG_NEW_SEARCH,
+                  M_MSG_NEW_FOLDER, M_MSG_MARK_SEEN, M_MSG_SAVE, 32008})
+      if (xvt_menu_get_item_enabled(win, c)) out += (out.empty() ? "" : " ") + std::to_string(c);
+    return out;
+  }
+  // Picks the folder named `name` in the next folder prompt.
+  static void AnswerPrompt(const std::string& name) {
+    xvt_test_push_dialog(kFolderPromptDialog, [name](WINDOW dlg) {
+      WINDOW list = xvt_win_get_ctl(dlg, kFolderPromptList);
+      char buf[200];
+      for (int i = 0; i < xvt_list_count_all(list); ++i)
+        if (std::string(xvt_list_get_elt(list, i, buf, sizeof buf)) == "Local: " + name) xvt_test_select(dlg, kFolderPromptList, i);
+      xvt_test_click(dlg, 1);
+    });
+  }
+};
+
+TEST_F(OrganizerWindowsTest, MenuStatesFollowTheKindOfSelection) {
+  struct Case {
+    const char* what;
+    std::function<void()> select;
+    const char* enabled;
+  };
+  // Reply, extract, new search and print stay greyed whatever is selected.
+  const std::vector<Case> cases = {
+      {"nothing", [] { TREE_ClearSelections(Top()->tree); }, "14104"},
+      {"service", [] { TREE_SelectOnlyNode(Service()); }, "14104 14105 14106 20007"},
+      {"folder", [] { TREE_SelectOnlyNode(Folder("work")); }, "14104 14105 14106 14501 14504 14613 20007"},
+      {"message", [] { TREE_SelectOnlyNode(Messages("mail")[0]); },
+       "14104 14105 14601 14608 14612 14613 20007 20401 20501"},
+      {"two messages",
+       [] {
+         auto m = Messages("mail");
+         TREE_SelectOnlyNode(m[0]);
+         TREE_SelectNode(m[1], 1);
+       },
+       "14104 14105 14601 14608 14612 14613 20401"},
+      {"folder and message",
+       [] {
+         TREE_SelectOnlyNode(Messages("mail")[0]);
+         TREE_SelectNode(Folder("work"), 1);
+       },
+       "14104 14105 14501 14601 14608 14612 14613 20401"},
+  };
+  Run([&] {
+    for (const Case& c : cases) {
+      c.select();
+      EXPECT_EQ(Enabled(Top()->window), c.enabled) << c.what;
+    }
+  });
+}
+
+TEST_F(OrganizerWindowsTest, CommandsReachTheSelectedLines) {
+  Run([&] {
+    auto m = Messages("mail");
+    ASSERT_EQ(m.size(), 3u);
+    const UMI first = MSG_Info(m[0])->umi;
+    const UMI second = MSG_Info(m[1])->umi;
+    TREE_SelectOnlyNode(m[0]);
+    // Mark Read flips by the state of the first selected message.
+    Command(Top(), M_MSG_MARK_SEEN);
+    EXPECT_TRUE(MM_MsgIsRead(first));
+    Command(Top(), M_MSG_MARK_SEEN);
+    EXPECT_FALSE(MM_MsgIsRead(first));
+    // The Delete key marks the message and steps to the next line.
+    Key(Top()->window, K_DEL);
+    EXPECT_TRUE(MM_MsgIsDeleted(first));
+    TreeNode* now = TREE_FirstSelection(Top()->tree);
+    ASSERT_NE(MSG_Info(now), nullptr);
+    EXPECT_EQ(MSG_Info(now)->umi, second);
+    // Undelete on the first again; then the step goes backwards once the option says so.
+    TREE_SelectOnlyNode(MSG_FindMessage(Folder("mail"), first));
+    Command(Top(), M_MSG_UNDELETE);
+    EXPECT_FALSE(MM_MsgIsDeleted(first));
+    Command(Top(), M_MSG_ACTION_DELETE);
+    EXPECT_EQ(Opt_LookupText("General.ActionDelete", kOptPermanent), "Previous");
+    TREE_SelectOnlyNode(MSG_FindMessage(Folder("mail"), second));
+    Key(Top()->window, K_DEL);
+    EXPECT_TRUE(MM_MsgIsDeleted(second));
+    now = TREE_FirstSelection(Top()->tree);
+    ASSERT_NE(MSG_Info(now), nullptr);
+    EXPECT_EQ(MSG_Info(now)->umi, first);
+    // Copy to the folder picked in the prompt.
+    AnswerPrompt("work");
+    Command(Top(), M_MSG_COPY);
+    EXPECT_EQ(CountOnDisk("work"), 3);
+    // Subscribe on a folder unsubscribes it when it is subscribed.
+    TREE_SelectOnlyNode(Folder("zoo"));
+    Command(Top(), M_MSG_SUBSCRIBE);
+    EXPECT_FALSE(MM_MSFolIsSubscribed(local_, "zoo"));
+    // New Folder under the service.
+    TREE_SelectOnlyNode(Service());
+    xvt_test_push_text("fresh");
+    Command(Top(), M_MSG_NEW_FOLDER);
+    EXPECT_TRUE(MM_FolExists(local_, "fresh"));
+    // A command greyed for the selection does nothing when it comes anyway.
+    TREE_SelectOnlyNode(Service());
+    xvt_test_clear_posts();
+    Command(Top(), M_MSG_COPY);
+    EXPECT_EQ(Posts(), "");
+    EXPECT_TRUE(unexpected_.empty()) << unexpected_[0];
+  });
+}
+
+TEST_F(OrganizerWindowsTest, MovingAFolderOntoItselfIsRefused) {
+  Run([&] {
+    TREE_SelectOnlyNode(Folder("work"));
+    xvt_test_push_answer(RESP_DEFAULT);  // to another folder
+    AnswerPrompt("work");
+    Command(Top(), M_MSG_MOVE);
+    EXPECT_NE(Posts().find("Using the same folder in the same message service is not allowed"), std::string::npos)
+        << Posts();
+    EXPECT_EQ(CountOnDisk("work"), 2);
+  });
+}
+
+TEST_F(OrganizerWindowsTest, DeleteWhileADeleteDialogIsUpDoesNothing) {
+  int asks = 0;
+  Run([&] {
+    TREE_SelectOnlyNode(Folder("work"));
+    // The question of the first Delete comes unanswered; while it is up the
+    // user presses Delete again.
+    xvt_test_set_unexpected_handler([&](const XvtPost& p) {
+      if (p.kind != "ask") return;
+      if (++asks == 1) Key(Top()->window, K_DEL);
+    });
+    Key(Top()->window, K_DEL);
+  });
+  EXPECT_EQ(asks, 1);
+  EXPECT_EQ(CountOnDisk("work"), 2);
+}
+
+TEST_F(OrganizerWindowsTest, AFolderWindowTakesTheLinesAndGivesThemBack) {
+  Run([&] {
+    TreeNode* work = Folder("work");
+    TREE_SelectOnlyNode(work);
+    Command(Top(), M_MSG_OPEN_WINDOW);
+    WINDOW win = MSG_NodeWindow(work);
+    ASSERT_NE(win, NULL_WIN);
+    char title[100];
+    EXPECT_STREQ(xvt_vobj_get_title(win, title, sizeof title), "work - Local");
+    EXPECT_TRUE(TREE_IsOpenElsewhere(work));
+    EXPECT_EQ(TREE_GetFirstKid(work), nullptr);
+    std::string rows;
+    MSG_DescribeTree(MSG_WinInfo(win)->tree, &rows);
+    EXPECT_EQ(std::count(rows.begin(), rows.end(), '\n'), 2) << rows;
+    EXPECT_NE(rows.find("message 2"), std::string::npos) << rows;
+    // Ctrl+W closes it; the folder closes with it and its line stays.
+    Key(win, 'w', true);
+    EXPECT_FALSE(xvt_vobj_is_valid(win));
+    EXPECT_FALSE(TREE_IsOpenElsewhere(work));
+    EXPECT_EQ(FOL_Info(work)->folder_id, INVALID_FOLDER);
+    EXPECT_EQ(MSG_ContextWindows().size(), 0u);
+  });
+}
+
+TEST_F(OrganizerWindowsTest, TypeAheadMovesToTheNextFolderOfThatLetter) {
+  struct Case {
+    const char* from;
+    int key;
+    const char* to;
+  };
+  const std::vector<Case> cases = {
+      {"mail", 'w', "work"}, {"work", 'z', "zoo"}, {"zoo", 'z', "zoo"},  // no other: stays
+      {"zoo", 'w', "work"},   // a letter before the selected one starts over, inbox skipped
+      {"work", 'q', "work"},
+  };
+  Run([&] {
+    for (const Case& c : cases) {
+      TREE_SelectOnlyNode(Folder(c.from));
+      Key(Top()->window, c.key);
+      EXPECT_EQ(TREE_FirstSelection(Top()->tree), Folder(c.to)) << c.from << " " << char(c.key);
+    }
+  });
+}
+
+TEST_F(OrganizerWindowsTest, MailTimerRetriesEverySecondInsideACriticalSection) {
+  struct Case {
+    const char* where;
+    bool in_window;
+  };
+  for (const Case& c : std::vector<Case>{{"tree", false}, {"window", true}}) {
+    Run([&] {
+      TreeNode* work = Folder("work");
+      TREE_OpenSubtree(work, 1, 0);
+      if (c.in_window) {
+        ASSERT_NE(MSG_OpenNodeWindow(work), NULL_WIN);
+      }
+      EXPECT_EQ(MSG_MailTimerPeriod(), kDefaultMailPeriodMs) << c.where;
+      const size_t before = FOL_Info(work)->index.Size();
+      Append("work", Numbered(9));
+      // A tick inside a critical section checks nothing and comes back in a second.
+      WIN_start_critical();
+      xvt_test_advance_ms(kDefaultMailPeriodMs);
+      EXPECT_EQ(MSG_MailTimerPeriod(), kMailRetryMs) << c.where;
+      EXPECT_EQ(FOL_Info(work)->index.Size(), before) << c.where;
+      WIN_end_critical();
+      // The first free tick checks and restores the period.
+      xvt_test_advance_ms(kMailRetryMs);
+      EXPECT_EQ(MSG_MailTimerPeriod(), kDefaultMailPeriodMs) << c.where;
+      EXPECT_EQ(FOL_Info(work)->index.Size(), before + 1) << c.where;
+    });
+  }
+}
+
+TEST_F(OrganizerWindowsTest, GeometryFromABiggerScreenIsBroughtOntoTheScreen) {
+  struct Case {
+    const char* saved;
+    int screen_w, screen_h;
+    RCT expect;
+  };
+  // The screen of the last run was 1920 x 1200.
+  const std::vector<Case> cases = {
+      {"100 100 600 500 Norm", 1024, 768, {100, 100, 600, 500}},  // fits: unchanged
+      {"100 100 1800 1100 Norm", 1024, 768, {0, 0, 1024, 768}},   // shrunk, then kept whole on the screen
+      {"1500 900 1900 1150 Norm", 1024, 768, {624, 518, 1024, 768}},
+      {"-50 -20 400 300 Norm", 1920, 1200, {0, 0, 450, 320}},  // never off the top left
+  };
+  for (const Case& c : cases) {
+    xvt_test_set_screen_size(c.screen_w, c.screen_h);
+    Opt_AssignString("Windows.ScreenWin.Border", "0 0 1920 1200 0 78", kOptPermanent, 0);
+    Opt_AssignString("WinPosn.TopMS.Border", c.saved, kOptPermanent, 0);
+    Opt_Delete("General.MsgOrgWinResized");
+    Run([&] {
+      compareScreenSize();
+      RCT r{};
+      xvt_vobj_get_outer_rect(MSG_TopWindow(), &r);
+      EXPECT_TRUE(r.left == c.expect.left && r.top == c.expect.top && r.right == c.expect.right &&
+                  r.bottom == c.expect.bottom)
+          << c.saved << ": " << r.left << " " << r.top << " " << r.right << " " << r.bottom;
+    });
+    xvt_test_reset();
+    xvt_test_set_unexpected_handler([this](const XvtPost& p) { unexpected_.push_back(p.kind + ": " + p.text); });
+  }
+}
+
+TEST_F(OrganizerWindowsTest, GeometryIsSavedWithTheFrameState) {
+  Run([&] {
+    const RCT r{20, 30, 520, 430};
+    xvt_vobj_move(MSG_TopWindow(), &r);
+    xvt_vobj_set_attr(MSG_TopWindow(), ATTR_WIN_MAXIMIZED, 1);
+    closeMessageWindow(MSG_TopWindow());
+  });
+  EXPECT_EQ(Opt_LookupText("WinPosn.TopMS.Border", kOptSession), "20 30 520 430 Max");
+  Run([&] {
+    EXPECT_EQ(xvt_vobj_get_attr(MSG_TopWindow(), ATTR_WIN_MAXIMIZED), 1);
+  });
+}
+
+TEST_F(OrganizerWindowsTest, DesktopReloadSkipsWhatHasGoneAndSavesWhatIsOpen) {
+  const char* records[][4] = {
+      {"1", "", "0", "EXPAND"},
+      {"1", "gone", "0", "OPEN"},
+      {"7", "", "0", "EXPAND"},  // a service that is not there either
+      {"1", "work", "0", "OPEN"},
+      {"1", "zoo", "0", "EXPAND"},
+      {"999", "", "0", "DONE"},
+  };
+  int n = 1;
+  for (auto& r : records) {
+    const std::string k = "SaveMsg." + std::to_string(n++) + ".";
+    Opt_AssignString((k + "ms").c_str(), r[0], kOptPermanent, 0);
+    Opt_AssignString((k + "folder").c_str(), r[1], kOptPermanent, 0);
+    Opt_AssignString((k + "group").c_str(), r[2], kOptPermanent, 0);
+    Opt_AssignString((k + "state").c_str(), r[3], kOptPermanent, 0);
+  }
+  Run([&] {
+    EXPECT_TRUE(TREE_IsOpen(Service()));
+    ASSERT_EQ(MSG_ContextWindows().size(), 1u);
+    EXPECT_EQ(MSG_NodeWindow(folderFind(Service(), "work")), MSG_ContextWindows()[0]);
+    EXPECT_TRUE(TREE_IsOpen(folderFind(Service(), "zoo")));
+    EXPECT_EQ(Posts().find("error"), std::string::npos) << Posts();
+    saveMsgWinsContents(0);
+  });
+  EXPECT_NE(Opt_LookupText("WinPosn.Folder.Border", kOptSession), "");  // the folder window's place
+  // What was open is written back in tree order, the gone lines left out.
+  std::string saved;
+  SavedNode r;
+  for (int i = 1; readSavedNode(i, &r); ++i)
+    saved += std::to_string(r.ms) + ":" + r.folder + ":" + std::to_string(r.state) + " ";
+  EXPECT_EQ(saved, "1::2 1:work:3 1:zoo:2 999::4 ");
+}
+
+TEST_F(OrganizerWindowsTest, ServiceListsAreReadWithBlanksOrCommas) {
+  const std::pair<const char*, int> lists[] = {{"", 0}, {"1", 1}, {"1,1", 1}, {"x 1", 1}, {"-1 0", 0}};
+  for (auto& [list, services] : lists) {
+    Opt_AssignString("MsgService.IDList", list, kOptSession, 0);
+    Run([&] {
+      int n = 0;
+      for (TreeNode* k = TREE_GetFirstKid(TREE_GetRoot(Top()->tree)); k; k = TREE_GetNext(k)) n += SVC_Info(k) != nullptr;
+      EXPECT_EQ(n, services) << "\"" << list << "\"";
+    });
+  }
+}
+
+TEST_F(OrganizerWindowsTest, SavedStateWordsReadBack) {
+  const std::pair<const char*, int> words[] = {{"COLLAPSE", 1}, {"EXPAND", 2}, {"OPEN", 3},
+                                               {"DONE", 4},     {"open", 0},   {"", 0}};
+  for (auto& [word, state] : words) EXPECT_EQ(SaveMsgStateFromWord(word), state) << word;
+}
+
+TEST_F(OrganizerWindowsTest, ForgettingTheDesktopTakesBothSpellingsOfTheGeometryKeys) {
+  for (const char* k : {"WinPosn.TopMS.Border", "Winposn.Viewer.Border", "SaveMsg.1.ms", "Desktop.x"})
+    Opt_AssignString(k, "1", kOptPermanent, 0);
+  Opt_AssignString("General.Keep", "1", kOptPermanent, 0);
+  DesktopForget();
+  for (const char* k : {"WinPosn.TopMS.Border", "Winposn.Viewer.Border", "SaveMsg.1.ms", "Desktop.x"})
+    EXPECT_EQ(Opt_LookupText(k, kOptSession), "") << k;
+  EXPECT_EQ(Opt_LookupText("General.Keep", kOptSession), "1");
+}
+
+}  // namespace
