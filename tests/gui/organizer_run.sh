@@ -21,7 +21,8 @@ dismiss
 key Return
 wait 500
 dblclick INBOX - Local Folders 120 47
-wait 200
+wait 300
+click INBOX - Local Folders 120 47
 key ctrl+a
 dump $dump
 screenshot $shot screen
@@ -39,11 +40,14 @@ VELMAR_HOME="$home" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" \
 expect() { grep -qxF -- "$1" "$dump" || fail "the dump has no row \"$1\""; }
 expect "== Message Organizer"
 expect "  Local Folders"
-expect "    INBOX (3 msgs, 3 unread)"
+grep -q '^    INBOX (30 msgs' "$dump" || fail "the dump has no INBOX row with its 30 messages"
 expect "== INBOX - Local Folders"
-# Ctrl+A selected every message of the folder window; the double click opened the second one.
-[[ $(grep -c '^\* .* | .* | ' "$dump") -eq 3 ]] || fail "not three selected message rows"
+# Ctrl+A selected every message of the folder window; the double click
+# opened the second newest in a viewer, which shows its header and text.
+[[ $(grep -c '^\* .* | .* | ' "$dump") -eq 30 ]] || fail "not thirty selected message rows"
 grep -qF '* Ann Example | Minutes of the meeting — and the slides |' "$dump" || fail "the subject is not decoded"
+expect "== INBOX : Minutes of the meeting — and the slides"
+grep -q '^From: *Ann Example' "$dump" || fail "the viewer shows no sender"
 n=$(grep -n 'messageHandleNodeEvent: open message' "$home/debug.txt" | wc -l)
 [[ $n -eq 1 ]] || fail "the double click opened $n messages"
 echo "ok: organizer at $shot, dump at $dump"

@@ -30,6 +30,8 @@
 // program simply goes on running.
 #include <QApplication>
 #include <QKeyEvent>
+#include <QMdiArea>
+#include <QMdiSubWindow>
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QScreen>
@@ -274,6 +276,16 @@ void Click(const ScriptLine& l, bool dbl) {
     QApplication::sendEvent(target, &ev);
   };
   QPointer<QWidget> guard(target);
+  // A click moves the keyboard to the window clicked, as it does for a
+  // person, even where no window manager activates windows.
+  for (QWidget* w = target; w; w = w->parentWidget()) {
+    if (auto* sub = qobject_cast<QMdiSubWindow*>(w)) {
+      if (QMdiArea* area = sub->mdiArea()) area->setActiveSubWindow(sub);
+      break;
+    }
+  }
+  target->activateWindow();
+  if (target->focusPolicy() & Qt::ClickFocus) target->setFocus(Qt::MouseFocusReason);
   send(QEvent::MouseButtonPress, Qt::LeftButton);
   if (guard) send(QEvent::MouseButtonRelease, Qt::NoButton);
   if (dbl && guard) {
