@@ -266,9 +266,6 @@ int elib_buffer_destroy(EditBuffer** pbuf) {
     if (buf->region->owns_marks) buf->region->bor = buf->region->eor = nullptr;
     delete buf->region;
   }
-  // The marks go first without lifting: their lines go with the blocks.
-  for (MARK* m : buf->marks) delete m;
-  buf->marks.clear();
   BLOCK* head = buf->blk_head;
   BLOCK* b = head->next;
   while (b != head) {
@@ -277,6 +274,9 @@ int elib_buffer_destroy(EditBuffer** pbuf) {
     b = next;
   }
   elib_block_destroy(&head);
+  // The blocks have cut the marks loose from their lines.
+  for (MARK* m : buf->marks) delete m;
+  buf->marks.clear();
   delete buf;
   *pbuf = nullptr;
   return RC_OK;

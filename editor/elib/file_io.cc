@@ -100,7 +100,12 @@ int elib_file_read(const char* path, EditBuffer* buf) {
   MARK* point = buf->the_point;
   BLOCK* lock = point->blk;
   lock->tmp_lock++;
-  if (point->offset != line_last_offset(point->lin) || point->lin->next != point->blk->lin_head) {
+  // The file goes in as its own lines: unless the point ends the text, what
+  // follows it moves behind the file's last line. Deciding by the end of the
+  // text, not of the point's block, keeps the result independent of paging.
+  bool at_end = point->offset == line_last_offset(point->lin) && point->lin->next == point->blk->lin_head &&
+                (point->blk->next->flags & kBlkTail);
+  if (!at_end) {
     if (elib_block_split(buf, point) != RC_OK) {
       lock->tmp_lock--;
       std::fclose(f);
