@@ -540,8 +540,9 @@ int elib_buffer_integrity_check(EditBuffer* buf) {
       LINE* before = lin;
       if (line_step(buf, &blk, &lin, forward ? kStepFwd : kStepBack) != RC_OK || lin == before ||
           ++count > buf->n_lines) {
-        elib_trace_fail("Buffer integrity: %s walk stopped after %ld lines.\n", forward ? "forward" : "backward",
-                        count);
+        std::string why = elib_last_error();
+        elib_trace_fail("Buffer integrity: %s walk stopped after %ld lines. %s\n", forward ? "forward" : "backward",
+                        count, why.c_str());
         return RC_FAIL;
       }
       saw_point = saw_point || lin == point->lin;
