@@ -125,7 +125,9 @@ int elib_line_read(const char** pos, const char* end, LINE* after_lin, LINE** ma
   std::string_view rec;
   int got = Record(pos, end, 2044, &rec);
   if (got <= 0) {
-    if (got == 0) elib_trace_fail("elib_line_read: Cv of binary data failed.  %.40s\n", *pos);
+    if (got == 0)
+      elib_trace_fail("elib_line_read: Cv of binary data failed.  %.*s\n",
+                      static_cast<int>(end - *pos < 40 ? end - *pos : 40), *pos);
     return got;
   }
   long long v[7];
