@@ -75,6 +75,11 @@ TEST(Spill, RoundTripKeepsEveryLine) {
     first.dispi = DISPI{kDispiSetByProgram, 0777, 0x7FC, 0, -5, 0x7FFFFFFF};
     first.metric_a = -3;
     first.h_px = 16;
+    // A line that has grown while typing is written with its larger size.
+    ITEXT* grown = blk->lin_head->next->text;
+    ASSERT_EQ(itext_insert_char(grown, 'g', 0), RC_OK);
+    ASSERT_EQ(itext_delete(grown, 0), RC_OK);
+    ASSERT_GT(grown->text_size, grown->text_len);
     std::string data;
     ASSERT_EQ(elib_block_write_spill(blk, &data), RC_OK);
     BLOCK* back = nullptr;
@@ -100,7 +105,9 @@ TEST(Spill, RoundTripKeepsEveryLine) {
         EXPECT_EQ(y.dispi.fg, x.dispi.fg);
         EXPECT_EQ(y.dispi.bg, x.dispi.bg);
       }
-      // Typing after a reload must find room in the allocation.
+      // Typing after a reload must find room in the allocation: the size
+      // read back is what was allocated, not what was written.
+      EXPECT_EQ(b->text->text_size, b->text->text_len);
       ASSERT_EQ(itext_insert_string(b->text, "typed", 5, 0), RC_OK);
       EXPECT_EQ(itext_check(b->text), RC_OK);
     }
