@@ -54,6 +54,12 @@ void line_free(LINE*& lin) {
   lin = nullptr;
 }
 
+int line_style_part(LINE* lin, long start, long end, uint32_t style) {
+  if (!lin || !lin->text) return RC_FAIL;
+  lin->flags |= kLineRemeasure;
+  return itext_style_part(lin->text, start, end, style);
+}
+
 int elib_line_is_bob(const EditBuffer* buf, const LINE* lin) {
   if (!buf || !lin) return RC_FAIL;
   BLOCK* first = elib_first_block(buf);

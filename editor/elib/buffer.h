@@ -183,6 +183,8 @@ int lmergepv(EditBuffer* buf);
 // Joins lin (in blk) to the line before it; its marks follow the text.
 int elib_line_join_prev(EditBuffer* buf, BLOCK* blk, LINE* lin);
 int buffer_forget_screen(EditBuffer* buf, BLOCK* blk, LINE* lin);
+// Styles [start, end) of a line and marks it for measuring again.
+int line_style_part(LINE* lin, long start, long end, uint32_t style);
 int line_new(LINE** lin, const char* s, size_t n, const DISPI* dispi);
 void line_free(LINE*& lin);
 
