@@ -172,8 +172,11 @@ int elib_line_read(const char** pos, const char* end, LINE* after_lin, LINE** ma
         itext_free(item);
         return -1;
       }
-      elib_trace_fail("Error dispi_read: scanned fewer items, wanted 5 %.*s\n",
-                      static_cast<int>(rec.size() > 40 ? 40 : rec.size()), rec.data());
+      if (r == 1)
+        elib_trace_fail("Error dispi_read: scanned fewer items, wanted 5 %.*s\n",
+                        static_cast<int>(rec.size() > 40 ? 40 : rec.size()), rec.data());
+      else
+        elib_trace_fail("Error dispi_read: record missing or longer than 127 characters\n");
       itext_free(item);
       return 0;
     }

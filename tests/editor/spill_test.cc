@@ -119,39 +119,48 @@ TEST(Spill, RoundTripKeepsEveryLine) {
 struct Damage {
   const char* name;
   std::string data;
+  const char* says = "";
 };
 
 TEST(Spill, DamagedFilesFailWithAReason) {
-  const std::string line = "1 4\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n";
+  const std::string line = "1 4\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n";
   const Damage cases[] = {
       {"empty", ""},
-      {"id mismatch", "8 1\n" + line},
+      {"id mismatch", "8 1\n" + line, "Mismatched block ids"},
       {"header without count", "7\n" + line},
       {"header with extra field", "7 1 1\n" + line},
       {"count above the lines", "7 2\n" + line},
       {"huge count", "7 99999999\n" + line},
       {"negative count", "7 -1\n" + line},
-      {"line record missing flags", "7 1\n1\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"line record extra field", "7 1\n1 4 5\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"end-of-text flag", "7 1\n1 2\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"octal digit 8", "7 1\n1 8\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"huge chunk count", "7 1\n1 4\n3 4 2000000000\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"more chunks than bytes", "7 1\n1 4\n3 4 9\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"negative text length", "7 1\n1 4\n3 -4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"line record missing flags", "7 1\n1\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"line record extra field", "7 1\n1 4 5\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"end-of-text flag", "7 1\n1 2\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"octal digit 8", "7 1\n1 8\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"huge chunk count", "7 1\n1 4\n4 4 2000000000\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"more chunks than bytes", "7 1\n1 4\n4 4 9\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"negative text length", "7 1\n1 4\n4 -4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
       {"size below length", "7 1\n1 4\n2 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"negative chunk length", "7 1\n1 4\n3 4 1\n-3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"chunk lengths do not add up", "7 1\n1 4\n3 4 1\n2 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"chunk with six fields", "7 1\n1 4\n3 4 1\n3 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"dispi with four fields", "7 1\n1 4\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1\nabc\n"},
-      {"dispi too long", "7 1\n1 4\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 " + std::string(200, '2') + "\nabc\n"},
-      {"text longer than said", "7 1\n1 4\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabcd\n"},
-      {"text length beyond the file", "7 1\n1 4\n3 999999 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
-      {"truncated in the text", "7 1\n1 4\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nab"},
-      {"truncated in a record", "7 1\n1 4\n3 4 1\n3 0 0"},
-      {"NUL in the text", std::string("7 1\n1 4\n3 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\na\0c\n", 39)},
+      {"negative chunk length", "7 1\n1 4\n4 4 1\n-3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"chunk lengths do not add up", "7 1\n1 4\n4 4 1\n2 0 0 0 0 0 0\n0 0 4 1 2\nabc\n", "Integ on read item"},
+      {"chunk with six fields", "7 1\n1 4\n4 4 1\n3 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"dispi with four fields", "7 1\n1 4\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1\nabc\n", "dispi_read"},
+      {"dispi too long", "7 1\n1 4\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 " + std::string(200, '2') + "\nabc\n"},
+      {"text longer than said", "7 1\n1 4\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabcd\n"},
+      {"text length beyond the file", "7 1\n1 4\n999999 999999 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nabc\n"},
+      {"truncated in the text", "7 1\n1 4\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\nab"},
+      {"truncated in a record", "7 1\n1 4\n4 4 1\n3 0 0"},
+      {"NUL in the text", std::string("7 1\n1 4\n4 4 1\n3 0 0 0 0 0 0\n0 0 4 1 2\na\0c\n", 39)},
       {"data behind the last line", "7 1\n" + line + "junk\n"},
       {"cut UTF-8 at a run boundary", "7 1\n1 4\n3 3 2\n1 0 0 0 0 0 0\n0 0 4 1 2\n1 0 0 0 0 0 0\n0 0 4 1 2\n\xC3\xA9\n"},
   };
+  {
+    // The undamaged file reads, so each case below fails for its own fault.
+    BLOCK* blk = nullptr;
+    elib_block_new(&blk);
+    blk->id = 7;
+    EXPECT_EQ(elib_block_read_spill(blk, "7 1\n" + line), RC_OK) << elib_last_error();
+    elib_block_destroy(&blk);
+  }
   SpillDir dir;
   rc_debug_set_file((dir.path + "/trickle.out").c_str());
   rc_debug_add(kElibTraceFail);
@@ -164,6 +173,7 @@ TEST(Spill, DamagedFilesFailWithAReason) {
     ::unlink((dir.path + "/trickle.out").c_str());
     EXPECT_EQ(elib_block_read_spill(blk, c.data), RC_FAIL);
     EXPECT_FALSE(elib_last_error().empty());
+    EXPECT_NE(ReadFileText(dir.path + "/trickle.out").find(c.says), std::string::npos) << ReadFileText(dir.path + "/trickle.out");
     EXPECT_FALSE(ReadFileText(dir.path + "/trickle.out").empty()) << "no trace line";
     EXPECT_EQ(blk->lin_head->next, blk->lin_head) << "half a block left behind";
     elib_block_destroy(&blk);
