@@ -52,6 +52,18 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
   ASSERT_EQ(BufferText(buf), m.text);
   MARK* other = nullptr;
   ASSERT_EQ(mark_dup(buf, buf->the_point, &other), RC_OK);
+  // A mark left alone must follow the text through every edit and page-out.
+  MARK* watch = nullptr;
+  ASSERT_EQ(mark_dup(buf, buf->the_point, &watch), RC_OK);
+  size_t w = m.Boundary();
+  ASSERT_EQ(PlaceMark(buf, watch, w), RC_OK);
+  auto inserted = [&w](size_t at, size_t n) {
+    if (w > at) w += n;
+  };
+  auto deleted = [&w](size_t lo, size_t hi) {
+    if (w > hi) w -= hi - lo;
+    else if (w > lo) w = lo;
+  };
   int spilled = 0;
   for (int step = 0; step < 250; ++step) {
     MARK* point = buf->the_point;
@@ -64,6 +76,7 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
         what = "insert";
         ASSERT_EQ(elib_insert(buf, point, t), RC_OK);
         m.text.insert(a, t);
+        inserted(a, t.size());
         break;
       }
       case 1: {
@@ -72,12 +85,14 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
         ASSERT_EQ(PlaceMark(buf, other, b), RC_OK);
         ASSERT_EQ(elib_delete_range(buf, point, other), RC_OK);
         m.text.erase(std::min(a, b), a > b ? a - b : b - a);
+        deleted(std::min(a, b), std::max(a, b));
         break;
       }
       case 2:
         what = "split";
         ASSERT_EQ(elib_split_line(buf, point), RC_OK);
         m.text.insert(a, "\n");
+        inserted(a, 1);
         break;
       case 3: {
         // Join: delete the line end before a line start, or fail at the top.
@@ -90,6 +105,7 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
           ASSERT_EQ(PlaceMark(buf, point, nl + 1), RC_OK);
           ASSERT_EQ(elib_delete_char_rev(buf, point), RC_OK);
           m.text.erase(nl, 1);
+          deleted(nl, nl + 1);
         }
         break;
       }
@@ -107,6 +123,7 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
         region_free(&region);
         mark_free(buf, &bor);
         m.text.erase(std::min(a, b), a > b ? a - b : b - a);
+        deleted(std::min(a, b), std::max(a, b));
         break;
       }
       case 5: {
@@ -114,17 +131,21 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
         what = "file";
         ASSERT_EQ(elib_file_read(WriteTemp(input, "piece.txt", t).c_str(), buf), RC_OK);
         std::string body = t.substr(0, t.size() - 1);
-        m.text.insert(a, a == m.text.size() ? body : body + "\n");
+        std::string added = a == m.text.size() ? body : body + "\n";
+        m.text.insert(a, added);
+        inserted(a, added.size());
         break;
       }
     }
     ASSERT_EQ(elib_buffer_integrity_check(buf), RC_OK) << "step " << step << " " << what << ": " << elib_last_error();
     ASSERT_EQ(BufferText(buf), m.text) << "step " << step << " " << what;
+    ASSERT_EQ(MarkPos(buf, watch), static_cast<long>(w)) << "step " << step << " " << what;
     ASSERT_LE(buf->blks_in_mem, buf->max_blks + 1);
     spilled = std::max(spilled, spill.files());
   }
   EXPECT_GT(spilled, 0) << "the test must page blocks out";
   mark_free(buf, &other);
+  mark_free(buf, &watch);
   elib_buffer_destroy(&buf);
   EXPECT_EQ(spill.files(), 0) << "spill files outlive their buffer";
 }

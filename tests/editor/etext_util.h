@@ -75,6 +75,20 @@ inline int PlaceMark(EditBuffer* buf, MARK* mark, size_t pos) {
   return RC_FAIL;
 }
 
+// Byte position of a mark in BufferText.
+inline long MarkPos(EditBuffer* buf, const MARK* mark) {
+  BLOCK* blk = elib_first_block(buf);
+  LINE* lin = blk->lin_head->next;
+  long at = 0;
+  while (lin != mark->lin) {
+    if (lin->flags & kLineEob) return -1;
+    at += itext_length(lin->text) + 1;
+    LINE* before = lin;
+    if (line_step(buf, &blk, &lin, kStepFwd) != RC_OK || lin == before) return -1;
+  }
+  return at + mark->offset;
+}
+
 inline std::string WriteTemp(const SpillDir& dir, const std::string& name, const std::string& data) {
   std::string path = dir.path + "/" + name;
   std::ofstream(path, std::ios::binary) << data;

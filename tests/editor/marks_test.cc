@@ -5,20 +5,6 @@
 
 namespace {
 
-// Byte position of a mark in BufferText.
-long MarkPos(EditBuffer* buf, const MARK* mark) {
-  BLOCK* blk = elib_first_block(buf);
-  LINE* lin = blk->lin_head->next;
-  long at = 0;
-  while (lin != mark->lin) {
-    if (lin->flags & kLineEob) return -1;
-    at += itext_length(lin->text) + 1;
-    LINE* before = lin;
-    if (line_step(buf, &blk, &lin, kStepFwd) != RC_OK || lin == before) return -1;
-  }
-  return at + mark->offset;
-}
-
 struct Fixture {
   SpillDir spill, input;
   EditBuffer* buf = nullptr;
