@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <climits>
@@ -68,11 +69,10 @@ bool Fields(std::string_view rec, const char* bases, long long* out, long long l
     if (at < rec.size() && rec[at] == '-' && bases[i] == 'd') ++at;
     size_t digits = at;
     while (at < rec.size() && rec[at] >= '0' && rec[at] <= (bases[i] == 'o' ? '7' : '9')) ++at;
-    if (at == digits || at - start > 20) return false;
-    std::string num(rec.substr(start, at - start));
-    errno = 0;
-    long long v = std::strtoll(num.c_str(), nullptr, bases[i] == 'o' ? 8 : 10);
-    if (errno || v < lo || v > hi) return false;
+    if (at == digits || at - start > 22) return false;
+    long long v = 0;
+    auto [end, ec] = std::from_chars(rec.data() + start, rec.data() + at, v, bases[i] == 'o' ? 8 : 10);
+    if (ec != std::errc() || end != rec.data() + at || v < lo || v > hi) return false;
     out[i] = v;
   }
   return at == rec.size();
