@@ -1,0 +1,188 @@
+// Text items: tab columns, runs, growth, and that no character step cuts a
+// UTF-8 sequence.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "editor/elib/itext.h"
+#include "editor/elib/u8.h"
+#include "rclib/rc.h"
+
+namespace {
+
+ITEXT* Item(const std::string& s) {
+  ITEXT* item = nullptr;
+  itext_new(&item, s.data(), s.size());
+  return item;
+}
+
+std::string Text(const ITEXT* item) { return std::string(item->text, itext_length(item)); }
+
+std::vector<long> Runs(const ITEXT* item) {
+  std::vector<long> out;
+  for (const CHUNK& c : item->chunks) out.push_back(c.length_ac);
+  return out;
+}
+
+struct TabCase {
+  const char* text;
+  long offset;
+  long column;
+  const char* expanded;
+};
+
+TEST(Itext, TabColumnsCountFromTheLineStart) {
+  const TabCase cases[] = {
+      {"\tx", 1, 8, "        x"},
+      {"ab\tc", 3, 8, "ab      c"},
+      {"abcdefgh\tc", 9, 16, "abcdefgh        c"},
+      {"é\tx", 3, 8, "é       x"},  // two bytes, one column
+      {"\t\t", 2, 16, "                "},
+      {"plain", 5, 5, "plain"},
+  };
+  for (const TabCase& c : cases) {
+    SCOPED_TRACE(c.text);
+    ITEXT* item = Item(c.text);
+    // Runs split inside the line must not restart the tab stops.
+    chunklist_partition(item, 1);
+    long column = -1, offset = -1;
+    ASSERT_EQ(unexp_to_exp(item->text, c.offset, 8, &column), RC_OK);
+    EXPECT_EQ(column, c.column);
+    ASSERT_EQ(exp_to_unexp(item->text, c.column, 8, &offset), RC_OK);
+    EXPECT_EQ(offset, c.offset);
+    ASSERT_EQ(itext_expand(item, 8), RC_OK);
+    EXPECT_STREQ(item->text_exp, c.expanded);
+    long sum = 0;
+    for (const CHUNK& k : item->chunks) sum += k.length_exp;
+    EXPECT_EQ(sum, static_cast<long>(strlen(c.expanded)));
+    itext_free(item);
+  }
+}
+
+TEST(Itext, ColumnInsideATabMapsToTheTab) {
+  long offset = -1;
+  ASSERT_EQ(exp_to_unexp("a\tb", 5, 8, &offset), RC_OK);
+  EXPECT_EQ(offset, 1);
+}
+
+struct EditCase {
+  const char* name;
+  const char* start;
+  int op;  // 0 partition, 1 delete, 2 delete before, 3 insert "Z", 4 style bold [1,3)
+  long offset;
+  int rc;
+  const char* text;
+  std::vector<long> runs;
+};
+
+TEST(Itext, EditsKeepRunsAndCharacters) {
+  const EditCase cases[] = {
+      {"partition inside", "abcd", 0, 2, RC_OK, "abcd", {2, 2}},
+      {"partition at the end", "abcd", 0, 4, RC_OK, "abcd", {4}},
+      {"partition inside é", "aéb", 0, 2, RC_FAIL, "aéb", {4}},
+      {"partition negative", "ab", 0, -1, RC_FAIL, "ab", {2}},
+      {"delete whole €", "a€b", 1, 1, RC_OK, "ab", {2}},
+      {"delete inside €", "a€b", 1, 2, RC_FAIL, "a€b", {5}},
+      {"delete before 𝄞", "𝄞x", 2, 4, RC_OK, "x", {1}},
+      {"delete past the end", "ab", 1, 2, RC_FAIL, "ab", {2}},
+      {"insert inside é", "é", 3, 1, RC_FAIL, "é", {2}},
+      {"insert at the end", "ab", 3, 2, RC_OK, "abZ", {3}},
+      {"style a span", "abcd", 4, 0, RC_OK, "abcd", {1, 2, 1}},
+  };
+  for (const EditCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    ITEXT* item = Item(c.start);
+    int rc = RC_FAIL;
+    switch (c.op) {
+      case 0: rc = chunklist_partition(item, c.offset); break;
+      case 1: rc = itext_delete(item, c.offset); break;
+      case 2: rc = itext_delete_before(item, c.offset); break;
+      case 3: rc = itext_insert_char(item, 'Z', c.offset); break;
+      case 4: rc = itext_style_part(item, 1, 3, kStyleBold); break;
+    }
+    EXPECT_EQ(rc, c.rc);
+    EXPECT_EQ(Text(item), c.text);
+    EXPECT_EQ(Runs(item), c.runs);
+    EXPECT_EQ(itext_check(item), RC_OK);
+    itext_free(item);
+  }
+}
+
+TEST(Itext, DeletingARunEmptyLeavesTheNeighboursApart) {
+  ITEXT* item = Item("abc");
+  chunklist_partition(item, 1);
+  chunklist_partition(item, 2);
+  item->chunks[0].dispi.style = kStyleBold;
+  ASSERT_EQ(itext_delete(item, 1), RC_OK);
+  EXPECT_EQ(Runs(item), (std::vector<long>{1, 1}));
+  EXPECT_EQ(item->chunks[0].dispi.style, kStyleBold);
+  EXPECT_EQ(item->chunks[1].dispi.style, kStyleNormal);
+  itext_free(item);
+}
+
+TEST(Itext, SixteenInsertsWithoutReallocating) {
+  ITEXT* item = Item("x");
+  ASSERT_EQ(itext_insert_char(item, 'a', 0), RC_OK);
+  const char* after_growth = item->text;
+  EXPECT_EQ(item->text_size, item->text_len + 16);
+  for (int i = 0; i < 16; ++i) ASSERT_EQ(itext_insert_char(item, 'b', 1), RC_OK);
+  EXPECT_EQ(item->text, after_growth);
+  EXPECT_EQ(itext_check(item), RC_OK);
+  itext_free(item);
+}
+
+TEST(Itext, SplitAndJoin) {
+  ITEXT* item = Item("head tail");
+  item->chunks[0].dispi.style = kStyleItalic;
+  ITEXT* second = nullptr;
+  ITEXT* tail = nullptr;
+  ASSERT_EQ(itext_split(item, 0, &second), RC_OK);
+  EXPECT_EQ(Text(item), "");
+  ASSERT_EQ(item->chunks.size(), 1u);
+  EXPECT_EQ(item->chunks[0].length_ac, 0);
+  EXPECT_EQ(item->chunks[0].dispi.style, kStyleItalic) << "empty half keeps the attributes";
+  EXPECT_EQ(itext_split(second, 10, &tail), RC_FAIL) << "split past the end";
+  ASSERT_EQ(itext_split(second, 5, &tail), RC_OK);
+  EXPECT_EQ(Text(second), "head ");
+  EXPECT_EQ(Text(tail), "tail");
+  ASSERT_EQ(itext_join(item, second), RC_OK);
+  EXPECT_EQ(second, nullptr);
+  ASSERT_EQ(itext_join(item, tail), RC_OK);
+  EXPECT_EQ(Text(item), "head tail");
+  EXPECT_EQ(Runs(item), (std::vector<long>{5, 4}));
+  EXPECT_EQ(itext_check(item), RC_OK);
+  itext_free(item);
+}
+
+TEST(Itext, StyleBitsAndToolkitBits) {
+  DISPI d;
+  dispi_set_style(&d, kStyleBold);
+  dispi_set_style(&d, kStyleToggleHighlight);
+  EXPECT_EQ(d.style, kStyleBold | kStyleHighlight);
+  dispi_set_style(&d, kStyleClearHighlight);
+  EXPECT_EQ(d.style, kStyleBold);
+  const uint32_t pairs[][2] = {{0x100, 4}, {1, 8},    {128, 16},  {2, 32},
+                               {16, 64},   {32, 128}, {64, 256}, {0x200, 0x200}};
+  for (auto& p : pairs) {
+    EXPECT_EQ(dispi_style_from_toolkit(p[0]), p[1]);
+    EXPECT_EQ(dispi_style_to_toolkit(p[1]), p[0]);
+  }
+}
+
+// Forward steps, backward steps and the boundary test agree on any bytes.
+TEST(Utf8, StepsAgreeOnArbitraryBytes) {
+  std::mt19937 rng(5);
+  const unsigned char alphabet[] = {'a', 0x80, 0xBF, 0xC2, 0xC3, 0xE2, 0xED, 0xF0, 0xF4, 0xF8, 0xFF};
+  for (int round = 0; round < 2000; ++round) {
+    std::string s;
+    for (int n = rng() % 12; n > 0; --n) s.push_back(static_cast<char>(alphabet[rng() % sizeof alphabet]));
+    std::vector<size_t> fwd{0}, back{s.size()};
+    for (size_t i = 0; i < s.size();) fwd.push_back(i = u8_next(s.data(), s.size(), i));
+    for (size_t i = s.size(); i > 0;) back.insert(back.begin(), i = u8_prev(s.data(), s.size(), i));
+    ASSERT_EQ(fwd, back);
+    for (size_t i = 0; i <= s.size(); ++i)
+      ASSERT_EQ(u8_is_boundary(s.data(), s.size(), i), std::find(fwd.begin(), fwd.end(), i) != fwd.end());
+  }
+}
+
+}  // namespace
