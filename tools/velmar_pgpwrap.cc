@@ -40,9 +40,12 @@ struct RunResult {
   std::string out;  // gpg's standard output, when asked for
 };
 
+// A tool of gpg's own: beside it, else wherever the PATH has it.
 std::string Sibling(const std::string& program, const char* name) {
   size_t slash = program.rfind('/');
-  return slash == std::string::npos ? name : program.substr(0, slash + 1) + name;
+  if (slash == std::string::npos) return name;
+  std::string beside = program.substr(0, slash + 1) + name;
+  return access(beside.c_str(), X_OK) == 0 ? beside : name;
 }
 
 // Runs argv[0] with the arguments. `status_fd_slot` and `pass_fd_slot`

@@ -350,12 +350,13 @@ int Protect(const char* caller, const char* part, const char* out, const char* r
     text = "Content-Type: multipart/signed; micalg=" + std::string(kPgpMimeMicalg) +
            ";\r\n protocol=\"application/pgp-signature\";\r\n boundary=\"" + boundary +
            "\"\r\n\r\nThis is an OpenPGP/MIME signed message.\r\n--" + boundary + "\r\n" + data;
-    if (data.size() < 2 || data.substr(data.size() - 2) != "\r\n") text += "\r\n";
-    text += "--" + boundary +
+    // The line break before a delimiter belongs to the delimiter, not to
+    // the signed bytes.
+    text += "\r\n--" + boundary +
             "\r\nContent-Type: application/pgp-signature; name=\"signature.asc\"\r\n"
             "Content-Description: OpenPGP digital signature\r\n"
             "Content-Disposition: attachment; filename=\"signature.asc\"\r\n\r\n" +
-            armour + "--" + boundary + "--\r\n";
+            armour + "\r\n--" + boundary + "--\r\n";
   } else {
     text = "Content-Type: multipart/encrypted;\r\n protocol=\"application/pgp-encrypted\";\r\n boundary=\"" +
            boundary + "\"\r\n\r\nThis is an OpenPGP/MIME encrypted message.\r\n--" + boundary +
@@ -365,7 +366,7 @@ int Protect(const char* caller, const char* part, const char* out, const char* r
            "\r\nContent-Type: application/octet-stream; name=\"encrypted.asc\"\r\n"
            "Content-Description: OpenPGP encrypted message\r\n"
            "Content-Disposition: inline; filename=\"encrypted.asc\"\r\n\r\n" +
-           armour + "--" + boundary + "--\r\n";
+           armour + "\r\n--" + boundary + "--\r\n";
   }
   if (!safe_replace_file(out, text, 0600)) {
     Trace(kTracePgp, kTraceCritical, "%s: cannot write \"%s\"\n", caller, out);
