@@ -221,7 +221,12 @@ bool TranslateCommand(const std::vector<std::string>& words, GpgPlan* plan, std:
     a = {"--armor"};
     if (plan->textmode) a.push_back("--textmode");
     if (plan->sign) a.insert(a.end(), {"--local-user", plan->user, "--sign"});
-    for (const std::string& r : plan->recipients) a.insert(a.end(), {"--recipient", r});
+    // A Bcc recipient ("!id") gets no key id in the message, so the others
+    // cannot tell that someone else can read it.
+    for (const std::string& r : plan->recipients) {
+      if (r[0] == '!' && r.size() > 1) a.insert(a.end(), {"--hidden-recipient", r.substr(1)});
+      else a.insert(a.end(), {"--recipient", r});
+    }
     a.insert(a.end(), {"--output", plan->output, "--encrypt", "--", plan->input});
   } else if (op == "-d" || op.empty()) {
     if (!need(plan->input, "input file")) return false;
@@ -302,6 +307,7 @@ void StatusParser::Line(std::string_view line) {
   GpgStatus& s = status_;
   if (key == "BAD_PASSPHRASE") s.bad_passphrase = true;
   else if (key == "MISSING_PASSPHRASE") s.missing_passphrase = true;
+  else if (key == "NEED_PASSPHRASE") s.need_passphrase = true;
   else if (key == "INV_SGNR") s.invalid_signer = true;
   else if (key == "INV_RECP") s.invalid_recipient = true;
   else if (key == "NO_SECKEY") s.no_seckey = true;
@@ -337,7 +343,23 @@ void StatusParser::Line(std::string_view line) {
   }
 }
 
+namespace {
+
+int Verdict(const GpgPlan& plan, const GpgStatus& s, int gpg_exit, bool verify);
+
+}  // namespace
+
 int CodeFor(const GpgPlan& plan, const GpgStatus& s, int gpg_exit, bool verify) {
+  int code = Verdict(plan, s, gpg_exit, verify);
+  // gpg in batch mode cannot ask: a key that needed a phrase nobody gave
+  // fails in ways that name no pass phrase.
+  if (code != kCodeOk && !plan.passphrase_given && s.need_passphrase) return kCodeBadPassphrase;
+  return code;
+}
+
+namespace {
+
+int Verdict(const GpgPlan& plan, const GpgStatus& s, int gpg_exit, bool verify) {
   if (s.cancelled) return kCodeCancelled;
   switch (plan.op) {
     case PgpOp::kSign:
@@ -374,6 +396,8 @@ int CodeFor(const GpgPlan& plan, const GpgStatus& s, int gpg_exit, bool verify) 
   }
   return kCodeFailed;
 }
+
+}  // namespace
 
 std::vector<std::string> KeygripsFromColons(std::string_view listing) {
   std::vector<std::string> out;

@@ -78,6 +78,7 @@ struct GpgPlan {
   bool sign = false;      // encryption also signs
   bool textmode = false;  // clear text with canonical line ends
   bool decrypt_only = false;
+  bool passphrase_given = true;  // the run had a pass phrase to give gpg
   // gpg's options for the operation, after the common ones.
   std::vector<std::string> args;
 };
@@ -89,6 +90,7 @@ bool TranslateCommand(const std::vector<std::string>& words, GpgPlan* plan, std:
 struct GpgStatus {
   bool bad_passphrase = false;
   bool missing_passphrase = false;
+  bool need_passphrase = false;  // gpg asked for one (NEED_PASSPHRASE)
   bool invalid_signer = false;
   bool invalid_recipient = false;
   bool no_seckey = false;

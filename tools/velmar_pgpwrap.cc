@@ -256,6 +256,7 @@ int main(int argc, char** argv) {
   if (wa.auth && !plan.user.empty()) ForgetCachedPassphrase(ex.pgp_path, plan.user);
 
   const std::string* phrase = wa.included ? &ex.pass_phrase : nullptr;
+  plan.passphrase_given = phrase != nullptr;
   RunResult r = RunGpg(ex.pgp_path, plan.args, phrase, capture_fd, false, plan.op == PgpOp::kGenerate);
   int code = kCodeFailed;
   if (r.wrap_status == kWrapOk) {

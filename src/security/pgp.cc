@@ -471,6 +471,8 @@ int pgp_execute(const char* caller, const std::string& command, const std::strin
                 int verify) {
   Trace(kTracePgp, kTraceAll, "pgp_execute: function entry - %s\n", caller);
   g_last_capture.clear();
+  // An empty phrase is no phrase: gpg then needs none or fails for want of it.
+  if (pass_phrase && pass_phrase->empty()) pass_phrase = nullptr;
   std::string pgp;
   if (!pgp_get_pgp_binary(&pgp)) return 0;
   std::vector<std::string> words;
@@ -754,12 +756,13 @@ int pgp_login(std::string* user_id, std::string* pass_phrase) {
 std::string form_pgp_recip_list(const Envelope* env) {
   std::vector<std::string> seen;
   std::string list;
-  auto add = [&](const std::string& id) {
+  auto add = [&](const std::string& id, bool hidden) {
     if (id.empty()) return;
     for (const std::string& s : seen)
       if (strcasecmp(s.c_str(), id.c_str()) == 0) return;
     seen.push_back(id);
     if (!list.empty()) list += ' ';
+    if (hidden) list += '!';
     // Ids with blanks or quotes must stay one word of the command.
     if (id.find_first_of(" \t\"") != std::string::npos) {
       std::string clean;
@@ -773,14 +776,14 @@ std::string form_pgp_recip_list(const Envelope* env) {
   if (env) {
     for (const MailAddress* group : {env->to, env->cc, env->bcc})
       for (const MailAddress* a = group; a; a = a->next)
-        if (a->mailbox && a->host && !a->error) add(std::string(a->mailbox) + "@" + a->host);
+        if (a->mailbox && a->host && !a->error) add(std::string(a->mailbox) + "@" + a->host, group == env->bcc);
   }
   short self = 1;
   Opt_LookupBoolean(kPgpEncryptToSelfOption, &self, kOptSession);
   if (self && !list.empty()) {
     std::string me = Opt_LookupText(kPgpUserIdOption, kOptSession);
     if (me.empty()) me = Opt_LookupText("General.MailAddress", kOptSession);
-    add(me);
+    add(me, false);
   }
   return list;
 }

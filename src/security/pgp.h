@@ -128,7 +128,8 @@ void pgp_report_error(int code);
 // Overwrites the file and removes it; a missing file is success.
 int pgp_clear_remove_file(const char* path);
 
-// All addresses of To, Cc and Bcc, blank-separated, each once; the user's
+// All addresses of To, Cc and Bcc, blank-separated, each once, Bcc ones
+// marked "!" (encrypted to without naming their key); the user's
 // own id is added unless Security.PGP.EncryptToSelf is off, so that the
 // sent copy stays readable.
 std::string form_pgp_recip_list(const Envelope* env);

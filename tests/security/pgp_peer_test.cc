@@ -276,6 +276,9 @@ TEST_F(PgpPeer, FailuresGiveTheirCodesAndMessages) {
       {"no secret key for the signer",
        [&] { return pgp_sign(Path("msg.txt").c_str(), Path("s.asc").c_str(), "carol@example.org", "x"); }, 55,
        "No secret key found for user."},
+      {"no pass phrase to decrypt",
+       [&] { return pgp_decrypt(Path("enc.asc").c_str(), Path("p.txt").c_str(), "", 1); }, 54,
+       "Incorrect pass phrase."},
       {"nothing signed", [&] { return pgp_verify_signature(Path("msg.txt").c_str(), Path("p.txt").c_str(), ""); }, 50,
        "No signature found."},
       {"tampered signed part", [&] { return pgp_mime_verify(Path("tampered.eml").c_str(), nullptr); }, 51,
@@ -312,6 +315,13 @@ TEST_F(PgpPeer, PassPhraseNeverLeavesTheProgramButThroughAPipe) {
                         kAlicePass, 1),
             1);
   ASSERT_EQ(pgp_decrypt(Path("e.asc").c_str(), Path("p.txt").c_str(), kBobPass, 1), 1);
+  // A Bcc recipient's key is not named in the message, and can still read it.
+  ASSERT_EQ(pgp_encrypt(Path("msg.txt").c_str(), Path("h.asc").c_str(), "!bob@example.org", "", "", 0), 1);
+  EXPECT_NE(Sh("gpg --list-packets " + Path("h.asc") + " 2>/dev/null").find("keyid 0000000000000000"),
+            std::string::npos);
+  ASSERT_EQ(pgp_decrypt(Path("h.asc").c_str(), Path("p.txt").c_str(), kBobPass, 1), 1)
+      << pgp_error_text(pgp_get_last_error());
+  EXPECT_EQ(ReadFile(Path("p.txt")), kText);
   for (const std::string& arg : pgp_last_wrapper_args()) {
     EXPECT_EQ(arg.find(kBobPass), std::string::npos) << arg;
   }

@@ -185,7 +185,8 @@ void PgpClient::Recipients() {
     bool self;
     const char* list;
   } cases[] = {
-      {"a@x.org, B <b@y.org>", "c@z.org", "d@w.org", true, "a@x.org b@y.org c@z.org d@w.org me@example.org"},
+      {"a@x.org, B <b@y.org>", "c@z.org", "d@w.org", true, "a@x.org b@y.org c@z.org !d@w.org me@example.org"},
+      {"a@x.org", "", "a@x.org, e@v.org", false, "a@x.org !e@v.org"},
       {"a@x.org", "A@X.ORG", "", true, "a@x.org me@example.org"},
       {"a@x.org, me@EXAMPLE.org", "", "", true, "a@x.org me@EXAMPLE.org"},
       {"a@x.org", "", "", false, "a@x.org"},

@@ -110,8 +110,8 @@ TEST(TranslateCommand, ClassicCommandsBecomeGpgOptions) {
       {"+for \"/t/in\" -o \"/t/out\" -esat a@b -u \"me\" +bat",
        "--armor --textmode --local-user me --sign --recipient a@b --output /t/out --encrypt -- /t/in",
        PgpOp::kEncrypt},
-      {"+for \"/t/in\" -o \"/t/out\" -ea a@b +bat", "--armor --recipient a@b --output /t/out --encrypt -- /t/in",
-       PgpOp::kEncrypt},
+      {"+for \"/t/in\" -o \"/t/out\" -ea a@b !c@d +bat",
+       "--armor --recipient a@b --hidden-recipient c@d --output /t/out --encrypt -- /t/in", PgpOp::kEncrypt},
       {"+for \"/t/in\" -o \"/t/out\" -sab -u me +bat",
        "--local-user me --output /t/out --digest-algo SHA256 --armor --detach-sign -- /t/in", PgpOp::kDetachSign},
       {"+for \"/t/in\" -o \"/t/out\" -d +bat", "--output /t/out --decrypt -- /t/in", PgpOp::kDecrypt},
@@ -158,6 +158,7 @@ TEST(StatusCodes, TranscriptsGiveTheirCodes) {
     int exit;
     const char* status;
     int code;
+    bool phrase = true;
   } cases[] = {
       {"good clear signature", PgpOp::kSign, false, 0,
        "[GNUPG:] KEY_CONSIDERED 7BB8 2\n[GNUPG:] BEGIN_SIGNING H8\n[GNUPG:] SIG_CREATED C 22 8 01 1795 7BB8\n", 0},
@@ -172,6 +173,10 @@ TEST(StatusCodes, TranscriptsGiveTheirCodes) {
        "[GNUPG:] INV_RECP 0 carol@x\n[GNUPG:] FAILURE encrypt 167772380\n", kCodeNoRecipientKey},
       {"recipient not trusted", PgpOp::kEncrypt, false, 2, "[GNUPG:] INV_RECP 10 carol@x\n", kCodeNoRecipientKey},
       {"encrypt killed", PgpOp::kEncrypt, false, 130, "[GNUPG:] BEGIN_ENCRYPTION 2 9\n", kCodeEncryptFailed},
+      {"decrypt without a pass phrase", PgpOp::kDecrypt, false, 2,
+       "[GNUPG:] ENC_TO 21 1 0\n[GNUPG:] NEED_PASSPHRASE 21 BA 1 0\n[GNUPG:] BEGIN_DECRYPTION\n"
+       "[GNUPG:] DECRYPTION_FAILED\n",
+       kCodeBadPassphrase, false},
       {"decrypted", PgpOp::kDecrypt, false, 0,
        "[GNUPG:] ENC_TO 56 18 0\n[GNUPG:] BEGIN_DECRYPTION\n[GNUPG:] DECRYPTION_OKAY\n[GNUPG:] GOODMDC\n"
        "[GNUPG:] END_DECRYPTION\n",
@@ -219,6 +224,7 @@ TEST(StatusCodes, TranscriptsGiveTheirCodes) {
     SCOPED_TRACE(c.what);
     GpgPlan plan;
     plan.op = c.op;
+    plan.passphrase_given = c.phrase;
     StatusParser whole;
     std::string text = c.status;
     whole.Feed(text.data(), text.size());
