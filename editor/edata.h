@@ -8,7 +8,7 @@
 
 struct EditBuffer;
 struct KMSTATE;
-struct ECommandState;  // editor/ecmd
+struct ECommandState;  // editor/elib: the commands
 struct EDisplay;       // editor/edisxvt
 
 struct E_DATA {
