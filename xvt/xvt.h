@@ -358,6 +358,11 @@ void xvt_scr_set_busy_cursor(void);
 WINDOW xvt_scr_get_focus_vobj(void);
 void xvt_scr_set_focus_vobj(WINDOW win);
 void xvt_scr_beep(void);
+// The clipboard's text, as UTF-8 with LF line ends as the program keeps
+// them; the toolkit converts for other programs.
+bool xvt_cb_put_text(const char* text, size_t length);
+bool xvt_cb_has_text(void);
+std::string xvt_cb_get_text(void);
 // Draws the user's eye to the program (new mail) without taking the focus.
 void xvt_app_request_attention(void);
 

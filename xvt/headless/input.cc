@@ -68,3 +68,20 @@ void xvt_test_native(XVT_NATIVE_EVENT what, int code) {
 
 WINDOW xvt_test_trapped_window(void) { return S().trapped; }
 CURSOR xvt_test_cursor(void) { return S().cursor; }
+
+// The headless clipboard is a string of the process: tests put and read it.
+namespace {
+std::string& Clipboard() {
+  static std::string text;
+  return text;
+}
+bool g_clipboard_set = false;
+}  // namespace
+
+bool xvt_cb_put_text(const char* text, size_t length) {
+  Clipboard().assign(text ? text : "", text ? length : 0);
+  g_clipboard_set = true;
+  return true;
+}
+bool xvt_cb_has_text(void) { return g_clipboard_set && !Clipboard().empty(); }
+std::string xvt_cb_get_text(void) { return g_clipboard_set ? Clipboard() : std::string(); }

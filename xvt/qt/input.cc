@@ -7,6 +7,7 @@
 // the trap window.
 #include <QAbstractButton>
 #include <QApplication>
+#include <QClipboard>
 #include <QCursor>
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -241,4 +242,26 @@ void xvt_scr_beep(void) {
 
 void xvt_app_request_attention(void) {
   if (QCoreApplication::instance() && S().task_window) QApplication::alert(S().task_window);
+}
+
+bool xvt_cb_put_text(const char* text, size_t length) {
+  QClipboard* cb = QGuiApplication::clipboard();
+  if (!cb) return false;
+  cb->setText(QString::fromUtf8(text ? text : "", text ? static_cast<qsizetype>(length) : 0));
+  return true;
+}
+
+bool xvt_cb_has_text(void) {
+  QClipboard* cb = QGuiApplication::clipboard();
+  return cb && !cb->text().isEmpty();
+}
+
+std::string xvt_cb_get_text(void) {
+  QClipboard* cb = QGuiApplication::clipboard();
+  if (!cb) return std::string();
+  // Other programs may hand over CR LF or lone CR; the editor keeps LF.
+  QString text = cb->text();
+  text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
+  text.replace(QLatin1Char('\r'), QLatin1Char('\n'));
+  return text.toStdString();
 }
