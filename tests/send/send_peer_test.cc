@@ -16,6 +16,7 @@
 #include "src/base/base64.h"
 #include "src/options/options.h"
 #include "src/send/send.h"
+#include "tests/c-client/imap/dovecot_peer.h"
 #include "tests/model/model_fixture.h"
 
 namespace {
@@ -298,6 +299,33 @@ TEST_F(SendPeer, QueuedMessageGoesToTheOutboxOnly) {
   EXPECT_EQ(Count("outbox"), 1);
   EXPECT_EQ(Count("sent"), 0);
   EXPECT_TRUE(sink_.Delivered("eml").empty());
+}
+
+// The sent-mail copy on an IMAP server: appended to the account's folder
+// with the headers the user sent, Bcc included, while the wire had none.
+TEST_F(SendPeer, SentMailCopyGoesToAnImapFolder) {
+  imap_test::Dovecot server;
+  ASSERT_TRUE(server.Start()) << "no Dovecot (package dovecot-imapd)";
+  const std::pair<const char*, std::string> options[] = {
+      {"Name", "Work"}, {"Type", "imap"}, {"Hostname", server.env["HOST"]}, {"Port", server.env["PORT"]},
+      {"Userid", server.env["USER"]}, {"Password", server.env["PASSWORD"]}, {"Security", "none"}};
+  for (const auto& [key, value] : options)
+    Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+  const int remote = MM_MSNew(2);
+  ASSERT_NE(remote, INVALID_SERVICE);
+  ASSERT_TRUE(MM_FolCreate(remote, "Sent", 1));
+  Opt_AssignString("Compose.SentmailFolder", "Work!Sent", kOptPermanent, 0);
+  ASSERT_EQ(Send(NewMessage()), 1) << Posts();
+  ASSERT_EQ(sink_.Delivered("eml").size(), 1u);
+  EXPECT_EQ(Count("sent"), 0);
+  const int id = MM_FolOpen(remote, "Sent");
+  ASSERT_NE(id, INVALID_FOLDER);
+  ASSERT_EQ(MM_FolGetNumMsgs(id), 1);
+  const UMI umi = MM_UMIFromMsgno(id, 1);
+  EXPECT_EQ(MM_MsgHeaderContent(umi, "Subject").value_or(""), "Report");
+  EXPECT_EQ(MM_MsgHeaderContent(umi, "Bcc").value_or(""), "blind@example.com");
+  MM_FolClose(id, 0);
+  server.Remove();
 }
 
 }  // namespace
