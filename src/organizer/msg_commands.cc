@@ -16,6 +16,7 @@
 #include "src/organizer/msgwin.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
+#include "src/search/search_dialog.h"
 #include "src/viewer/viewer.h"
 
 namespace {
@@ -89,7 +90,7 @@ const CommandRule kRules[] = {
     {M_MSG_SUBSCRIBE, kFolders},     {M_MSG_NEXT, kMessage},           {M_MSG_PREV, kMessage},
     {M_MSG_REPLY, kNever},           {M_MSG_FORWARD, kNever},          {M_MSG_RESTART, kNever},
     {M_MSG_UNDELETE, kMessage},      {M_MSG_COPY, kMessage},           {M_MSG_MOVE, kMoveable},
-    {M_MSG_EXTRACT, kNever},         {M_MSG_ACTION_DELETE, kAlways},   {M_MSG_NEW_SEARCH, kNever},
+    {M_MSG_EXTRACT, kNever},         {M_MSG_ACTION_DELETE, kAlways},   {M_MSG_NEW_SEARCH, kFolderHere},
     {M_MSG_NEW_SERVICE, kNever},     {M_MSG_NEW_FOLDER, kService},     {M_MSG_NEW_GROUP, kNever},
     {M_MSG_MARK_SEEN, kMessage},     {M_MSG_MARK_FLAGGED, kMessage},   {M_MSG_MARK_ANSWERED, kMessage},
     {M_MSG_SAVE, kOneMessage},       {32008, kNever},
@@ -213,11 +214,28 @@ void SaveMessage(const Selection& s) {
     xvt_dm_post_error("The message could not be saved to %s.", path);
 }
 
-void CleanFolders(MsgWinInfo* info, const Selection& s) {
+// The folders a command works on: those selected, else a folder window's own.
+std::vector<TreeNode*> FoldersHere(MsgWinInfo* info, const Selection& s) {
   std::vector<TreeNode*> folders;
   for (TreeNode* n : s.nodes)
     if (FOL_Info(n)) folders.push_back(n);
   if (folders.empty() && info->type == kMsgWinFolder && Origin(info)) folders.push_back(Origin(info));
+  return folders;
+}
+
+void NewSearch(MsgWinInfo* info, const Selection& s) {
+  std::vector<SrchFolderRef> refs;
+  for (TreeNode* n : FoldersHere(info, s))
+    if (FolderNodeInfo* f = FOL_Info(n); f && f->selectable) refs.push_back({f->ms, f->name});
+  if (refs.empty()) {
+    xvt_dm_post_error("No folder is selected: select the folders to search.");
+    return;
+  }
+  SRCH_SearchDialog(refs);
+}
+
+void CleanFolders(MsgWinInfo* info, const Selection& s) {
+  const std::vector<TreeNode*> folders = FoldersHere(info, s);
   WIN_start_critical();
   for (TreeNode* n : folders)
     if (FolderNodeInfo* f = FOL_Info(n); f && f->folder_id != INVALID_FOLDER) MM_FolExpunge(f->folder_id);
@@ -281,6 +299,7 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
       Opt_AssignString("General.ActionDelete", StepForward() ? "Previous" : "Next", kOptPermanent, 0);
       break;
     case M_MSG_NEW_FOLDER: doNewFolder(info); break;
+    case M_MSG_NEW_SEARCH: NewSearch(info, s); break;
     case M_MSG_MARK_SEEN: FlipFlag(info, s, "\\Seen", kMsgRead); break;
     case M_MSG_MARK_FLAGGED: FlipFlag(info, s, "\\Flagged", kMsgFlagged); break;
     case M_MSG_MARK_ANSWERED: FlipFlag(info, s, "\\Answered", kMsgAnswered); break;

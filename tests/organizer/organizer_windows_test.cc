@@ -14,6 +14,7 @@
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
 #include "src/organizer/msgwin.h"
+#include "src/search/search_dialog.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 #include "tests/model/model_fixture.h"
@@ -105,17 +106,34 @@ class OrganizerWindowsTest : public ModelTest {
   }
 };
 
+// New Search opens the search dialog on the folders selected.
+TEST_F(OrganizerWindowsTest, NewSearchSearchesTheSelectedFolders) {
+  std::string folders;
+  xvt_test_push_dialog(kSearchDialogRid, [&](WINDOW d) {
+    char buffer[200] = "";
+    xvt_vobj_get_title(xvt_win_get_ctl(d, kSearchFolders), buffer, sizeof buffer);
+    folders = buffer;
+    xvt_test_click(d, kSearchClose);
+  });
+  Run([&] {
+    TREE_SelectOnlyNode(Folder("work"));
+    TREE_SelectNode(Folder("mail"), 1);
+    Command(Top(), M_MSG_NEW_SEARCH);
+  });
+  EXPECT_EQ(folders, "Folders: work mail");
+}
+
 TEST_F(OrganizerWindowsTest, MenuStatesFollowTheKindOfSelection) {
   struct Case {
     const char* what;
     std::function<void()> select;
     const char* enabled;
   };
-  // Reply, extract, new search and print stay greyed whatever is selected.
+  // Reply, extract and print stay greyed whatever is selected; a search needs a folder.
   const std::vector<Case> cases = {
       {"nothing", [] { TREE_ClearSelections(Top()->tree); }, "14104"},
       {"service", [] { TREE_SelectOnlyNode(Service()); }, "14104 14105 14106 20007"},
-      {"folder", [] { TREE_SelectOnlyNode(Folder("work")); }, "14104 14105 14106 14501 14504 14613 20007"},
+      {"folder", [] { TREE_SelectOnlyNode(Folder("work")); }, "14104 14105 14106 14501 14504 14613 20003 20007"},
       {"message", [] { TREE_SelectOnlyNode(Messages("mail")[0]); },
        "14104 14105 14601 14608 14612 14613 20007 20401 20501"},
       {"two messages",
@@ -130,7 +148,7 @@ TEST_F(OrganizerWindowsTest, MenuStatesFollowTheKindOfSelection) {
          TREE_SelectOnlyNode(Messages("mail")[0]);
          TREE_SelectNode(Folder("work"), 1);
        },
-       "14104 14105 14501 14601 14608 14612 14613 20401"},
+       "14104 14105 14501 14601 14608 14612 14613 20003 20401"},
   };
   Run([&] {
     for (const Case& c : cases) {
