@@ -391,7 +391,9 @@ TEST_F(OrganizerWindowsTest, DesktopReloadSkipsWhatHasGoneAndSavesWhatIsOpen) {
 
 TEST_F(OrganizerWindowsTest, ServiceListsAreReadWithBlanksOrCommas) {
   const std::pair<const char*, int> lists[] = {{"", 0}, {"1", 1}, {"1,1", 1}, {"x 1", 1}, {"-1 0", 0}};
-  for (auto& [list, services] : lists) {
+  for (const auto& entry : lists) {
+    const char* list = entry.first;
+    const int services = entry.second;
     Opt_AssignString("MsgService.IDList", list, kOptSession, 0);
     Run([&] {
       int n = 0;
