@@ -223,6 +223,16 @@ void NoteLinesChanged(TreeInfo* info, TreeNode* node, int lines) {
 
 void freeTree(WINDOW win, TreeNode* node) {
   if (!node) return;
+  // The root of a window that shows another line's kids: the line gets
+  // its record back as an ordinary line, so that it is freed with its own
+  // tree and nothing keeps pointing at this one.
+  if (TreeNode* origin = node->origin_node) {
+    if (origin->elsewhere_root == node) {
+      origin->elsewhere_root = nullptr;
+      Set(origin, kNodeOpenElsewhere, false);
+    }
+    node->origin_node = nullptr;
+  }
   // Depth first, without recursion: a folder may hold very many lines.
   std::vector<std::pair<TreeNode*, bool>> stack;
   for (TreeNode* k = node->first_kid; k; k = k->next) stack.push_back({k, false});
@@ -231,6 +241,9 @@ void freeTree(WINDOW win, TreeNode* node) {
     if (!expanded) {
       expanded = true;
       TreeNode* cur = n;
+      // A line open in a window of its own leaves its record to that
+      // window, whose root forgets the line that is going.
+      if (Has(cur, kNodeOpenElsewhere) && cur->elsewhere_root) cur->elsewhere_root->origin_node = nullptr;
       // The kid hears of its end before its own kids go.
       if (cur->action && !Has(cur, kNodeOpenElsewhere)) cur->action(win, cur, kNodeEventDestroy);
       cur->action = nullptr;
