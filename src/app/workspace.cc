@@ -7,6 +7,7 @@
 #include <string>
 
 #include "c-client/core/mail.h"
+#include "src/compose/compose.h"
 #include "src/base/cenv.h"
 #include "src/base/errors.h"
 #include "src/base/filenames.h"
@@ -106,6 +107,8 @@ int InitWorkspace(WINDOW task_win) {
   if (HasValue("General.Fullname") && HasValue("General.MailAddress")) {
     openMessageServicesWindow();
     SDDE_SetFullyStarted(1);
+    // Messages that were being written when the program last ended abruptly.
+    COMP_OfferRestore();
   } else {
     RunFirstRunBranch();
   }

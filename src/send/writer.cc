@@ -454,6 +454,12 @@ bool WriteMultipart(BodyPart* body, Sink* sink) {
 }
 
 bool WriteBody(BodyPart* body, Sink* sink) {
+  // A signed or encrypted part comes prepared, headers and all, and must
+  // reach the wire byte for byte.
+  if (body->type == TYPEMULTIPART && !body->parts && body->contents && body->contents->data) {
+    const MailText* t = body->contents;
+    return sink->Put(std::string(t->data, t->size));
+  }
   if (body->type == TYPEMULTIPART) return WriteMultipart(body, sink);
   const MailText* text = body->type == TYPEMESSAGE && body->msg_text ? body->msg_text : body->contents;
   const Treatment treatment = TreatmentOf(body);
@@ -511,6 +517,9 @@ bool WriteMessage(Sink* sink, Message* message, const int* authenticated, const 
   head += AddressHeader(prefix + "Bcc", env->bcc);
   head += StringHeader(prefix + "Subject", env->subject);
   head += StringHeader(prefix + "In-Reply-To", env->in_reply_to);
+  // Headers the composer adds (References for threading), by name.
+  for (const ExtraHeader* x = env->extra_headers; x; x = x->next)
+    if (x->name && x->value && std::strchr(x->name, ':') == nullptr) head += StringHeader(prefix + x->name, x->value);
   head += StringHeader(prefix + "Message-ID", env->message_id);
   head += StringHeader(prefix + "Date", env->date);
   head += StringHeader(prefix + "Newsgroups", env->newsgroups);
