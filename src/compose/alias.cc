@@ -14,13 +14,31 @@
 
 namespace {
 
-int OptionTable(const std::string& name, int fields, std::string* expansion) {
+int OptionTable(const std::string& name, int fields, std::vector<AliasEntry>* hits) {
   if (!(fields & (kAliasAlias | kAliasName))) return 0;
   if (name.empty() || name.size() > 200 || name.find_first_of(" \t.*{}[]\"\\") != std::string::npos) return 0;
   const std::string v = Opt_LookupText(("Compose.Alias." + name).c_str(), kOptSession);
   if (ComposeTrim(v).empty()) return 0;
-  *expansion = v;
-  return 1;
+  size_t at = 0;
+  while (at <= v.size() && hits->size() < 1000) {
+    size_t end = v.find(';', at);
+    if (end == std::string::npos) end = v.size();
+    const std::string item = ComposeTrim(v.substr(at, end - at));
+    at = end + 1;
+    if (item.empty()) continue;
+    AliasEntry e;
+    const size_t lt = item.rfind('<');
+    if (lt != std::string::npos && item.back() == '>') {
+      e.personal = ComposeTrim(item.substr(0, lt));
+      e.email = ComposeTrim(item.substr(lt + 1, item.size() - lt - 2));
+    } else if (item.find('@') != std::string::npos) {
+      e.email = item;
+    } else {
+      e.personal = item;
+    }
+    hits->push_back(e);
+  }
+  return hits->empty() ? 0 : 1;
 }
 
 AliasLookupFn g_lookup = OptionTable;
@@ -36,6 +54,33 @@ int Fields() {
     if (!Opt_LookupBoolean(name, &on, kOptSession) || on) fields |= bit;
   }
   return fields;
+}
+
+// "Personal Name <address>" in standard form (the name quoted when it
+// needs to be); false, told, when it cannot be made.
+bool EntryText(const AliasEntry& e, std::string* out) {
+  const std::string email = ComposeTrim(e.email);
+  if (email.empty()) {
+    xvt_dm_post_error("Warning: matched address entry '%s', but email field is blank", e.personal.c_str());
+    return false;
+  }
+  for (char c : e.personal)
+    if (static_cast<unsigned char>(c) < 32 || c == 127) {
+      xvt_dm_post_error("Error constructing standard form of Personal Name.");
+      return false;
+    }
+  MailAddress* parsed = ComposeParseAddresses(email, false);
+  const bool one = parsed && !parsed->next && !parsed->error && parsed->mailbox && parsed->host && !parsed->personal;
+  if (!one) {
+    mail_free_address(&parsed);
+    xvt_dm_post_error("Warning: matched address entry '%s', but its email field '%s' is not an address",
+                      e.personal.c_str(), email.c_str());
+    return false;
+  }
+  if (!e.personal.empty()) parsed->personal = cpystr(e.personal.c_str());
+  *out = ComposeAddressText(parsed);
+  mail_free_address(&parsed);
+  return true;
 }
 
 }  // namespace
@@ -64,18 +109,20 @@ int ComposeExpandField(const std::string& in, int fields, std::string* out) {
     std::string text = ComposeAddressText(&one);
     const std::string mailbox = a->mailbox ? a->mailbox : "";
     const bool simple = !a->personal && !a->adl && !a->host && !mailbox.empty();
-    std::string expansion;
-    if (simple && g_lookup(mailbox, fields, &expansion)) {
-      MailAddress* hit = ComposeParseAddresses(expansion);
-      bool usable = hit != nullptr;
-      for (MailAddress* h = hit; h; h = h->next) usable &= !h->error && h->mailbox && h->host;
-      if (!usable) {
-        xvt_dm_post_error("Warning: matched address entry '%s', but email field is blank", mailbox.c_str());
-        ok = 0;
-      } else {
-        text = ComposeAddressText(hit);
+    if (!a->host && !mailbox.empty()) text = a->personal ? std::string(a->personal) + " <" + mailbox + ">" : mailbox;
+    std::vector<AliasEntry> hits;
+    if (simple && g_lookup(mailbox, fields, &hits)) {
+      std::string expanded;
+      for (const AliasEntry& h : hits) {
+        std::string piece;
+        if (!EntryText(h, &piece)) {
+          ok = 0;
+          expanded.clear();
+          break;
+        }
+        expanded += (expanded.empty() ? "" : ", ") + piece;
       }
-      mail_free_address(&hit);
+      if (!expanded.empty()) text = expanded;
     }
     if (!text.empty()) result += (result.empty() ? "" : ", ") + text;
   }

@@ -154,6 +154,14 @@ int Want(ModelEvent* ev, void* data) {
 
 void Handle(ModelEvent* ev, void* data) {
   auto* info = static_cast<ComposeInfo*>(data);
+  if (ev->type == E_ABANDON_SHIP) {
+    // The windows are about to go with the program: what was not dealt
+    // with waits in the autosave file, written while the panes still stand.
+    if (ComposeIsModified(info)) ComposeAutosave(info);
+    else if (!info->autosave_file.empty()) ::unlink(info->autosave_file.c_str());
+    info->umi = 0;
+    return;
+  }
   if (ev->type != E_EXIT_QUERY) {
     // The original is going: the window no longer refers to it.
     info->umi = 0;
@@ -685,13 +693,18 @@ long compose_eh(WINDOW win, EVENT* ev) {
         w.erase(std::remove(w.begin(), w.end(), win), w.end());
         if (info->autosave_timer) xvt_timer_destroy(info->autosave_timer);
         if (info->notifier >= 0) MM_NotUnregister(info->notifier);
-        // Text that was neither sent, saved nor let go stays in its
-        // autosave file for the next start to offer.
-        const bool keep = ComposeIsModified(info);
-        if (keep) ComposeAutosave(info);
-        if (keep) info->autosave_file.clear();
-        if (!keep) ComposeForgetFiles(info);
-        else DeleteTempFiles(info);
+        // A window closed by the user has been dealt with: sent, saved or
+        // let go. One destroyed any other way keeps its autosave file (and
+        // what the file refers to) for the next start; the panes may be
+        // gone already, so the file is not written again here.
+        if (info->closing) {
+          ComposeForgetFiles(info);
+        } else {
+          DeleteTempFiles(info);
+          if (info->autosave_file.empty() || ::access(info->autosave_file.c_str(), F_OK) != 0)
+            for (const ComposeAttachment& a : info->attachment_list)
+              if (a.temporary) ::unlink(a.path.c_str());
+        }
         ComposeTextForget(info->text_pane);
         xvt_vobj_set_data(win, 0);
         info->kind = 0;

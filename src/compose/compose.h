@@ -157,10 +157,16 @@ std::string ComposeReferences(const std::string& references, const std::string& 
 // --- Aliases --------------------------------------------------------------------
 // Fields to search: bits of the three below.
 constexpr int kAliasName = 1, kAliasAlias = 2, kAliasEmail = 4;
-// A lookup fills *expansion with an address list for name; 1 found, 0 not.
-// The address books set their own; until then a table of options
-// (Compose.Alias.<name>) answers.
-using AliasLookupFn = int (*)(const std::string& name, int fields, std::string* expansion);
+// One entry a name matched: a person, or each member of a list.
+struct AliasEntry {
+  std::string personal;
+  std::string email;
+};
+// A lookup fills *hits for name; 1 found, 0 not. The address books set
+// their own; until then a table of options answers: Compose.Alias.<name>
+// holds entries separated by ";", each "Personal Name <address>" or an
+// address alone.
+using AliasLookupFn = int (*)(const std::string& name, int fields, std::vector<AliasEntry>* hits);
 void ComposeSetAliasLookup(AliasLookupFn fn);  // null: the option table
 // Expands one field's text; 1 changed or clean, 0 an error (told).
 int ComposeExpandField(const std::string& in, int fields, std::string* out);
