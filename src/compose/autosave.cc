@@ -30,7 +30,6 @@ constexpr size_t kMaxAttachments = 1000;
 
 std::string OneLine(std::string v) {
   std::replace(v.begin(), v.end(), '\n', ' ');
-  std::replace(v.begin(), v.end(), '\r', ' ');
   return v;
 }
 
