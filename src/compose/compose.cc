@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "c-client/rfc822/mime_display.h"
 #include "src/base/errors.h"
 #include "src/base/filenames.h"
 #include "src/base/model_events.h"
@@ -83,6 +84,46 @@ std::string Title(int kind, const std::string& tag) {
 std::string Header(UMI umi, const char* name) {
   auto v = MM_MsgHeaderContent(umi, name);
   return v ? ComposeTrim(*v) : "";
+}
+
+// A header as the reader sees it: encoded words decoded.
+std::string Display(UMI umi, const char* name) { return ComposeTrim(mime_display_text(Header(umi, name).c_str())); }
+
+// An address header for an address field: each personal name decoded on
+// its own, so that a decoded comma or quote cannot split an address.
+std::string Addresses(UMI umi, const char* name) {
+  const std::string raw = Header(umi, name);
+  MailAddress* list = ComposeParseAddresses(raw, false);
+  if (!list) return "";
+  // Group names and their ends carry no address: a reply goes to the members.
+  MailAddress* kept = nullptr;
+  MailAddress** tail = &kept;
+  bool bad = false;
+  while (list) {
+    MailAddress* a = list;
+    list = a->next;
+    a->next = nullptr;
+    bad |= a->error != nullptr;
+    if (!a->host) {
+      mail_free_address(&a);
+      continue;
+    }
+    if (a->personal) {
+      const std::string decoded = mime_display_text(a->personal);
+      FS_GIVE(&a->personal);
+      a->personal = cpystr(decoded.c_str());
+    }
+    *tail = a;
+    tail = &a->next;
+  }
+  list = kept;
+  if (bad) {
+    mail_free_address(&list);
+    return ComposeTrim(mime_display_text(raw.c_str()));  // shown as it came; Send will refuse it
+  }
+  std::string out = ComposeAddressText(list);
+  mail_free_address(&list);
+  return out;
 }
 
 // Yes for "Always", no for "Never", else the question.
@@ -277,10 +318,10 @@ void ComposePrefill(ComposeInfo* info) {
     if (kind == kComposeReply) {
       std::string source;
       for (const char* h : {"Reply-To", "From", "Sender"})
-        if (source.empty()) source = Header(umi, h);
+        if (source.empty()) source = Addresses(umi, h);
       f.to = source;
-      const std::string cc = remove_own_address(Header(umi, "Cc"));
-      const std::string to = remove_own_address(Header(umi, "To"));
+      const std::string cc = remove_own_address(Addresses(umi, "Cc"));
+      const std::string to = remove_own_address(Addresses(umi, "To"));
       if (!cc.empty() || !to.empty()) {
         const int all = S().reply_all;
         bool yes;
@@ -294,15 +335,15 @@ void ComposePrefill(ComposeInfo* info) {
         }
         if (yes) f.cc = cc.empty() ? to : to.empty() ? cc : cc + ", " + to;
       }
-      f.subject = ComposeReplySubject(Header(umi, "Subject"));
+      f.subject = ComposeReplySubject(Display(umi, "Subject"));
       f.in_reply_to = Header(umi, "Message-ID");
       std::string refs = Header(umi, "References");
       if (refs.empty()) refs = Header(umi, "In-Reply-To");
       f.references = ComposeReferences(refs, f.in_reply_to);
       if (Decide("Reply.Text", 3046)) {
-        std::string date = Header(umi, "Date"), from = Header(umi, "From");
+        std::string date = Header(umi, "Date"), from = Addresses(umi, "From");
         if (date.empty()) date = "<UNKNOWN DATE>";
-        if (from.empty()) from = Header(umi, "Sender");
+        if (from.empty()) from = Addresses(umi, "Sender");
         if (from.empty()) from = "<UNKNOWN>";
         int width = 0;
         const bool wrap = Opt_LookupText("Reply.WrapOriginalText", kOptSession) == "TRUE" &&
@@ -313,16 +354,16 @@ void ComposePrefill(ComposeInfo* info) {
                ComposeQuoteText(ComposeOriginalText(umi), prefix, wrap ? std::min(width, 1000) : 150);
       }
     } else {
-      f.subject = ComposeForwardSubject(Header(umi, "Subject"));
+      f.subject = ComposeForwardSubject(Display(umi, "Subject"));
       if (info->options.tag != kForwardAsAttachmentTag) text = ComposeForwardBlock(umi, ComposeOriginalText(umi));
     }
     f.reply_to = reply_to_option;
   } else if (umi && kind == kComposeRestart) {
-    f.to = Header(umi, "To");
-    f.cc = Header(umi, "Cc");
-    f.bcc = Header(umi, "Bcc");
-    f.reply_to = Header(umi, "Reply-To");
-    f.subject = Header(umi, "Subject");
+    f.to = Addresses(umi, "To");
+    f.cc = Addresses(umi, "Cc");
+    f.bcc = Addresses(umi, "Bcc");
+    f.reply_to = Addresses(umi, "Reply-To");
+    f.subject = Display(umi, "Subject");
     f.in_reply_to = Header(umi, "In-Reply-To");
     f.references = Header(umi, "References");
     ViewerContent content = ViewerBuildContent(umi);
@@ -515,7 +556,7 @@ int add_message_as_attachment(WINDOW win, UMI umi) {
   }
   ComposeAttachment a;
   a.path = file;
-  std::string subject = Header(umi, "Subject");
+  std::string subject = Display(umi, "Subject");
   a.name = AttachSafeName(subject.empty() ? "message" : subject);
   if (a.name.empty()) a.name = "message";
   a.type = "message/rfc822";

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 
+#include "c-client/rfc822/mime_display.h"
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/rfc822_write.h"
 #include "src/compose/compose.h"
@@ -178,9 +179,9 @@ std::string ComposeForwardBlock(UMI umi, const std::string& text) {
   for (const Field& f : fields) {
     auto value = MM_MsgHeaderContent(umi, f.name);
     if (!value) continue;
-    std::string v = ComposeTrim(*value);
+    std::string v = ComposeTrim(mime_display_text(value->c_str()));
     if (f.address) {
-      MailAddress* list = ComposeParseAddresses(v);
+      MailAddress* list = ComposeParseAddresses(ComposeTrim(*value));
       bool bad = !list;
       for (MailAddress* a = list; a; a = a->next) bad |= a->error != nullptr;
       mail_free_address(&list);

@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 const char kOriginal[] =
-    "From: Ann Example <ann@example.org>\r\nTo: me@example.org, bob@example.net\r\nCc: Carol <carol@example.com>\r\n"
+    "From: Ann Example <ann@example.org>\r\nTo: me@example.org, Team: bob@example.net;\r\nCc: Carol <carol@example.com>\r\n"
     "Subject: Plans\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\nMessage-ID: <plans.2@example.org>\r\n"
     "References: <start.1@example.org>\r\n\r\nFirst line\r\nSecond line\r\n";
 
