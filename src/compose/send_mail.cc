@@ -107,6 +107,12 @@ bool WriteWhole(const std::string& path, const std::string& data) {
   return ok;
 }
 
+void MarkQuotedPrintable(BodyPart* body) {
+  if (body->type == TYPETEXT) body->encoding = ENCQUOTEDPRINTABLE;
+  if (body->type == TYPEMULTIPART)
+    for (BodyPartNode* p = body->parts; p; p = p->next) MarkQuotedPrintable(&p->body);
+}
+
 }  // namespace
 
 int fill_envelope(WINDOW win, Envelope* env) {
@@ -218,13 +224,16 @@ int COMP_ProcessPGP(Message* message, int kind, int encrypt, int sign, int mime)
     pgp_report_error(pgp_get_last_error());
     return 0;
   }
-  const std::string in = dir + "/message.txt", out = dir + "/message.asc";
+  const std::string in = dir + "/m.txt", out = dir + "/m.asc";
   xvt_progress_open("Velmar Security", sign && !encrypt ? "Digitally signing message..." : "Encrypting message...", false);
   const std::string recipients = encrypt ? form_pgp_recip_list(message->envelope) : "";
   int ok = 0;
   std::string result;
   if (mime) {
     // The body as one MIME part, headers and all: what the signature covers.
+    // Its text goes quoted-printable, which keeps it 7-bit and its blanks
+    // at line ends safe on the way.
+    MarkQuotedPrintable(message->body);
     Message part{};
     part.envelope = mail_newenvelope();
     part.body = message->body;

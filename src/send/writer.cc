@@ -473,7 +473,11 @@ bool WriteBody(BodyPart* body, Sink* sink) {
   Canonicalizer state;
   if (!Canonicalize(text, &canonical, &state)) return false;
   if (treatment == Treatment::kCanonical && body->type == TYPETEXT) {
+    // A part asked for as quoted-printable stays so (a signed part must
+    // keep its blanks at line ends through any transport).
+    const bool want_qp = body->encoding == ENCQUOTEDPRINTABLE;
     body->encoding = state.Encoding();
+    if (want_qp && body->encoding == ENC7BIT) body->encoding = ENCQUOTEDPRINTABLE;
     if (state.high) MarkUtf8(body);
   } else if (treatment == Treatment::kCanonical) {
     // Enclosures are 7-bit by their nature; one that is not goes as base64.
