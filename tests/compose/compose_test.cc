@@ -13,6 +13,7 @@
 #include "src/compose/compose_text.h"
 #include "src/options/options.h"
 #include "src/send/send.h"
+#include "src/viewer/viewer_internal.h"
 #include "tests/model/model_fixture.h"
 
 namespace {
@@ -130,6 +131,35 @@ TEST_F(ComposeTest, ReplyAddressesThreadingAndQuotedText) {
                          "> First line\r\n> Second line\r\n")) << m;
       xvt_vobj_destroy(win);
     }
+  });
+}
+
+TEST_F(ComposeTest, ViewerCommandsOpenComposeWindows) {
+  Run([&] {
+    Opt_AssignString("Reply.Text", "Never", kOptSession, 0);
+    Opt_AssignString("Forward.Attachment", "Always", kOptSession, 0);
+    struct Case {
+      int command;
+      const char* title;
+      const char* cc;
+    } cases[] = {{M_VIEW_REPLY_ALL, "Reply", "Carol <carol@example.com>, bob@example.net"},
+                 {M_VIEW_FORWARD, "Forward", ""},
+                 {M_VIEW_RESTART, "Restart Compose", "Carol <carol@example.com>"},
+                 {M_VIEW_COMPOSE, "Compose", ""}};
+    const UMI umi = Original();
+    spawnViewer(umi, nullptr);
+    WINDOW viewer = viewerFind(umi);
+    ASSERT_TRUE(viewer);
+    for (const Case& c : cases) {
+      doMenu(viewer, c.command);
+      ASSERT_FALSE(ComposeWindows().empty()) << c.title;
+      WINDOW win = ComposeWindows().back();
+      char title[100];
+      EXPECT_STREQ(xvt_vobj_get_title(win, title, sizeof title), c.title);
+      EXPECT_EQ(ComposeGetFields(ComposeInfoOf(win)).cc, c.cc) << c.title;
+      xvt_vobj_destroy(win);
+    }
+    xvt_vobj_destroy(viewer);
   });
 }
 
