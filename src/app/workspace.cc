@@ -7,7 +7,6 @@
 #include <string>
 
 #include "c-client/core/mail.h"
-#include "src/compose/compose.h"
 #include "src/base/cenv.h"
 #include "src/base/errors.h"
 #include "src/base/filenames.h"
@@ -15,6 +14,7 @@
 #include "src/app/workspace.h"
 #include "src/model/mm.h"
 #include "src/base/model_events.h"
+#include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
 #include "src/organizer/organizer.h"

@@ -213,7 +213,7 @@ void Handle(ModelEvent* ev, void* data) {
   compose_close(info->window);
 }
 
-void SignatureInto(ComposeInfo* info, std::string* text) {
+void SignatureInto(std::string* text) {
   int lines = 0;
   if (!Opt_LookupInt("Compose.Signature.Lines", &lines, kOptSession) || lines <= 0) return;
   lines = std::min(lines, 100);
@@ -223,7 +223,6 @@ void SignatureInto(ComposeInfo* info, std::string* text) {
     if (line.size() > 1000) line.resize(1000);
     sig += line + "\n";
   }
-  (void)info;
   if (!text->empty() && text->back() != '\n') *text += '\n';
   *text += sig;
 }
@@ -388,7 +387,7 @@ void ComposePrefill(ComposeInfo* info) {
     // The signature goes below what was quoted or forwarded; a new message
     // starts with an empty line above it for the user's text.
     if (kind == kComposeReply || kind == kComposeForward) text = "\n" + text;
-    SignatureInto(info, &text);
+    SignatureInto(&text);
   }
   ComposeSetFields(info, f);
   ComposeTextSet(info->text_pane, text);
