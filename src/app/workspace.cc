@@ -14,6 +14,7 @@
 #include "src/app/workspace.h"
 #include "src/model/mm.h"
 #include "src/base/model_events.h"
+#include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
 #include "src/organizer/organizer.h"
@@ -106,6 +107,8 @@ int InitWorkspace(WINDOW task_win) {
   if (HasValue("General.Fullname") && HasValue("General.MailAddress")) {
     openMessageServicesWindow();
     SDDE_SetFullyStarted(1);
+    // Messages that were being written when the program last ended abruptly.
+    COMP_OfferRestore();
   } else {
     RunFirstRunBranch();
   }

@@ -10,6 +10,7 @@
 
 #include "rclib/safe_file.h"
 #include "src/base/critical.h"
+#include "src/compose/compose.h"
 #include "src/base/model_events.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
@@ -88,7 +89,8 @@ const CommandRule kRules[] = {
     {M_MSG_CLOSE, kAlways},          {M_MSG_DELETE, kAnything},        {M_MSG_OPEN_WINDOW, kOneNode},
     {M_MSG_SELECT_ALL, kAlways},     {M_MSG_CLEAN, kFolderHere},       {M_MSG_CHECK, kAlways},
     {M_MSG_SUBSCRIBE, kFolders},     {M_MSG_NEXT, kMessage},           {M_MSG_PREV, kMessage},
-    {M_MSG_REPLY, kNever},           {M_MSG_FORWARD, kNever},          {M_MSG_RESTART, kNever},
+    {M_MSG_REPLY, kOneMessage},      {M_MSG_FORWARD, kOneMessage},     {M_MSG_RESTART, kOneMessage},
+    {M_MSG_REPLY_ALL, kOneMessage},  {M_MSG_COMPOSE, kAlways},
     {M_MSG_UNDELETE, kMessage},      {M_MSG_COPY, kMessage},           {M_MSG_MOVE, kMoveable},
     {M_MSG_EXTRACT, kNever},         {M_MSG_ACTION_DELETE, kAlways},   {M_MSG_NEW_SEARCH, kFolderHere},
     {M_MSG_NEW_SERVICE, kNever},     {M_MSG_NEW_FOLDER, kService},     {M_MSG_NEW_GROUP, kNever},
@@ -304,6 +306,11 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
     case M_MSG_MARK_FLAGGED: FlipFlag(info, s, "\\Flagged", kMsgFlagged); break;
     case M_MSG_MARK_ANSWERED: FlipFlag(info, s, "\\Answered", kMsgAnswered); break;
     case M_MSG_SAVE: SaveMessage(s); break;
+    case M_MSG_COMPOSE: compose_new(); break;
+    case M_MSG_REPLY: compose_reply(MSG_Info(s.nodes[0])->umi, -1); break;
+    case M_MSG_REPLY_ALL: compose_reply(MSG_Info(s.nodes[0])->umi, 1); break;
+    case M_MSG_FORWARD: compose_forward(MSG_Info(s.nodes[0])->umi, -1); break;
+    case M_MSG_RESTART: compose_restart(MSG_Info(s.nodes[0])->umi); break;
     default: break;
   }
   *guard = 0;

@@ -454,6 +454,12 @@ bool WriteMultipart(BodyPart* body, Sink* sink) {
 }
 
 bool WriteBody(BodyPart* body, Sink* sink) {
+  // A signed or encrypted part comes prepared, headers and all, and must
+  // reach the wire byte for byte.
+  if (body->type == TYPEMULTIPART && !body->parts && body->contents && body->contents->data) {
+    const MailText* t = body->contents;
+    return sink->Put(std::string(t->data, t->size));
+  }
   if (body->type == TYPEMULTIPART) return WriteMultipart(body, sink);
   const MailText* text = body->type == TYPEMESSAGE && body->msg_text ? body->msg_text : body->contents;
   const Treatment treatment = TreatmentOf(body);
@@ -467,7 +473,11 @@ bool WriteBody(BodyPart* body, Sink* sink) {
   Canonicalizer state;
   if (!Canonicalize(text, &canonical, &state)) return false;
   if (treatment == Treatment::kCanonical && body->type == TYPETEXT) {
+    // A part asked for as quoted-printable stays so (a signed part must
+    // keep its blanks at line ends through any transport).
+    const bool want_qp = body->encoding == ENCQUOTEDPRINTABLE;
     body->encoding = state.Encoding();
+    if (want_qp && body->encoding == ENC7BIT) body->encoding = ENCQUOTEDPRINTABLE;
     if (state.high) MarkUtf8(body);
   } else if (treatment == Treatment::kCanonical) {
     // Enclosures are 7-bit by their nature; one that is not goes as base64.
@@ -511,6 +521,9 @@ bool WriteMessage(Sink* sink, Message* message, const int* authenticated, const 
   head += AddressHeader(prefix + "Bcc", env->bcc);
   head += StringHeader(prefix + "Subject", env->subject);
   head += StringHeader(prefix + "In-Reply-To", env->in_reply_to);
+  // Headers the composer adds (References for threading), by name.
+  for (const ExtraHeader* x = env->extra_headers; x; x = x->next)
+    if (x->name && x->value && std::strchr(x->name, ':') == nullptr) head += StringHeader(prefix + x->name, x->value);
   head += StringHeader(prefix + "Message-ID", env->message_id);
   head += StringHeader(prefix + "Date", env->date);
   head += StringHeader(prefix + "Newsgroups", env->newsgroups);

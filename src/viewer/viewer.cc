@@ -13,6 +13,7 @@
 #include "src/base/model_events.h"
 #include "src/base/trace.h"
 #include "src/base/window_list.h"
+#include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "src/viewer/attach.h"
 #include "src/viewer/viewer_internal.h"
@@ -54,6 +55,7 @@ const MENU_ITEM kMessageMenu[] = {
     {0, nullptr, false, false, true, nullptr},
     {M_VIEW_COMPOSE, "~New Message...", false, false, false, nullptr},
     {M_VIEW_REPLY, "~Reply...", false, false, false, nullptr},
+    {M_VIEW_REPLY_ALL, "Reply to ~All...", false, false, false, nullptr},
     {M_VIEW_FORWARD, "~Forward...", false, false, false, nullptr},
     {M_VIEW_RESTART, "Restart Co~mpose", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
@@ -472,9 +474,10 @@ void setMenus(WINDOW win) {
   xvt_menu_set_item_enabled(win, M_VIEW_SAVE_ATTACHMENT, any_part);
   xvt_menu_set_item_enabled(win, M_VIEW_OPEN_ATTACHMENT, any_part);
   xvt_menu_set_item_enabled(win, M_VIEW_SAVE, v->content.has_text);
-  // Compose, print and the security commands arrive with their windows.
-  for (int tag : {M_VIEW_COMPOSE, M_VIEW_REPLY, M_VIEW_FORWARD, M_VIEW_RESTART, M_VIEW_PRINT, M_VIEW_PGP_DECRYPT,
-                  M_VIEW_PGP_VERIFY, M_VIEW_PGP_CAPTURE})
+  for (int tag : {M_VIEW_COMPOSE, M_VIEW_REPLY, M_VIEW_REPLY_ALL, M_VIEW_FORWARD, M_VIEW_RESTART})
+    xvt_menu_set_item_enabled(win, tag, true);
+  // Print and the security commands arrive with their windows.
+  for (int tag : {M_VIEW_PRINT, M_VIEW_PGP_DECRYPT, M_VIEW_PGP_VERIFY, M_VIEW_PGP_CAPTURE})
     xvt_menu_set_item_enabled(win, tag, false);
 }
 
@@ -507,6 +510,11 @@ void doMenu(WINDOW win, int command) {
       xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
       break;
     case M_VIEW_SAVE: SaveText(v); break;
+    case M_VIEW_COMPOSE: compose_new(); break;
+    case M_VIEW_REPLY: compose_reply(v->umi, -1); break;
+    case M_VIEW_REPLY_ALL: compose_reply(v->umi, 1); break;
+    case M_VIEW_FORWARD: compose_forward(v->umi, -1); break;
+    case M_VIEW_RESTART: compose_restart(v->umi); break;
     case M_VIEW_SAVE_ATTACHMENT:
     case M_VIEW_OPEN_ATTACHMENT: {
       const int row = SelectedRow(v);

@@ -19,6 +19,7 @@ constexpr int M_VIEW_COMPOSE = 14603;
 constexpr int M_VIEW_REPLY = 14604;
 constexpr int M_VIEW_FORWARD = 14605;
 constexpr int M_VIEW_RESTART = 14606;
+constexpr int M_VIEW_REPLY_ALL = 14607;
 constexpr int M_VIEW_UNDELETE = 14608;
 constexpr int M_VIEW_VIEWED = 20401;
 constexpr int M_VIEW_SPECIAL = 20402;

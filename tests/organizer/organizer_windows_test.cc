@@ -129,13 +129,13 @@ TEST_F(OrganizerWindowsTest, MenuStatesFollowTheKindOfSelection) {
     std::function<void()> select;
     const char* enabled;
   };
-  // Reply, extract and print stay greyed whatever is selected; a search needs a folder.
+  // Reply needs exactly one message and a search a folder; extract and print stay greyed.
   const std::vector<Case> cases = {
       {"nothing", [] { TREE_ClearSelections(Top()->tree); }, "14104"},
       {"service", [] { TREE_SelectOnlyNode(Service()); }, "14104 14105 14106 20007"},
       {"folder", [] { TREE_SelectOnlyNode(Folder("work")); }, "14104 14105 14106 14501 14504 14613 20003 20007"},
       {"message", [] { TREE_SelectOnlyNode(Messages("mail")[0]); },
-       "14104 14105 14601 14608 14612 14613 20007 20401 20501"},
+       "14104 14105 14601 14603 14608 14612 14613 20007 20401 20501"},
       {"two messages",
        [] {
          auto m = Messages("mail");

@@ -131,7 +131,7 @@ TEST_F(ViewerTest, StepsFollowTheFolderAndMenusTellTheEnds) {
     ASSERT_TRUE(win);
     EXPECT_EQ(ViewerInfoOf(win)->msg_avail_state, kAvailNext);
     EXPECT_FALSE(xvt_menu_get_item_enabled(win, M_VIEW_PREVIOUS));
-    EXPECT_FALSE(xvt_menu_get_item_enabled(win, M_VIEW_REPLY));
+    EXPECT_TRUE(xvt_menu_get_item_enabled(win, M_VIEW_REPLY));
     doMenu(win, M_VIEW_NEXT);
     EXPECT_EQ(Shown(win), 2u);
     EXPECT_EQ(ViewerInfoOf(win)->msg_avail_state, kAvailBoth);
