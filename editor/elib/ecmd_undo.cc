@@ -1,0 +1,232 @@
+// The undo log. Each command's changes are kept as inserts and deletes of
+// text at a line and offset; line numbers come from the blocks' line
+// counts, so finding a place loads at most the block that holds it.
+#include <algorithm>
+
+#include "editor/elib/ecmd_internal.h"
+#include "editor/elib/elib_trace.h"
+#include "editor/elib/u8.h"
+#include "rclib/rc.h"
+
+namespace {
+
+bool InMem(const BLOCK* blk) { return blk->flags & BLK_IN_MEM; }
+
+EPos EndOf(const EPos& at, std::string_view text) {
+  size_t nl = text.rfind('\n');
+  if (nl == std::string_view::npos) return {at.line, at.offset + static_cast<long>(text.size())};
+  long lines = static_cast<long>(std::count(text.begin(), text.end(), '\n'));
+  return {at.line + lines, static_cast<long>(text.size() - nl - 1)};
+}
+
+void DropLog(ECommandState* c, const char* why) {
+  elib_trace_fail("Undo log dropped: %s\n", why);
+  c->undo.clear();
+  c->redo.clear();
+  c->undo_bytes = 0;
+}
+
+// Keeps the log within its limits by forgetting the oldest steps.
+void Trim(ECommandState* c) {
+  size_t drop = 0;
+  size_t bytes = c->undo_bytes;
+  while (drop < c->undo.size() && (bytes > kUndoMaxBytes || c->undo.size() - drop > kUndoMaxSteps)) {
+    bytes -= c->undo[drop].bytes;
+    ++drop;
+  }
+  if (drop) c->undo.erase(c->undo.begin(), c->undo.begin() + static_cast<long>(drop));
+  c->undo_bytes = bytes;
+}
+
+void Record(E_DATA* ed, bool insert, const EPos& at, std::string text) {
+  ECommandState* c = ed->cmd;
+  if (!c || c->replaying) return;
+  c->open.bytes += text.size() + sizeof(EUndoOp);
+  c->open.ops.push_back({insert, at, std::move(text)});
+}
+
+}  // namespace
+
+int ecmd_pos_of(EditBuffer* buf, const MARK* mark, EPos* pos) {
+  if (!buf || !mark || !mark->blk || !mark->lin || !pos) return RC_FAIL;
+  long line = 0;
+  BLOCK* head = buf->blk_head;
+  BLOCK* b = head->next;
+  for (; b != head && b != mark->blk; b = b->next) line += b->n_lines;
+  if (b == head) return RC_FAIL;
+  const LINE* l = b->lin_head->next;
+  for (; l != b->lin_head && l != mark->lin; l = l->next) ++line;
+  if (l == b->lin_head) return RC_FAIL;
+  *pos = {line, mark->offset};
+  return RC_OK;
+}
+
+int ecmd_mark_to(EditBuffer* buf, MARK* mark, const EPos& pos) {
+  if (!buf || !mark || pos.line < 0 || pos.offset < 0) return RC_FAIL;
+  long line = pos.line;
+  BLOCK* head = buf->blk_head;
+  for (BLOCK* b = head->next; b != head; b = b->next) {
+    if (line >= b->n_lines) {
+      line -= b->n_lines;
+      continue;
+    }
+    if (!InMem(b)) {
+      if (reload(buf, b) != RC_OK) return RC_FAIL;
+      maybe_flush(buf, b);
+    }
+    LINE* l = b->lin_head->next;
+    for (; line > 0 && l != b->lin_head; --line) l = l->next;
+    if (l == b->lin_head || pos.offset > itext_length(l->text)) return RC_FAIL;
+    return mark_move(buf, mark, b, l, pos.offset);
+  }
+  return RC_FAIL;
+}
+
+namespace ecmd {
+
+bool ReadOnly(const EditBuffer* buf) { return !buf || (buf->flags & kBufReadOnly); }
+
+int TextBetween(EditBuffer* buf, const MARK* a, const MARK* b, std::string* out) {
+  out->clear();
+  BLOCK* blk = a->blk;
+  LINE* lin = a->lin;
+  long from = a->offset;
+  while (true) {
+    long len = itext_length(lin->text);
+    long to = lin == b->lin ? b->offset : len;
+    if (to > from) out->append(lin->text->text + from, static_cast<size_t>(to - from));
+    if (lin == b->lin) return RC_OK;
+    out->push_back('\n');
+    LINE* before = lin;
+    blk->tmp_lock++;
+    BLOCK* held = blk;
+    int rc = line_step(buf, &blk, &lin, kStepFwd);
+    held->tmp_lock--;
+    if (rc != RC_OK || lin == before || (lin->flags & kLineEob && lin != b->lin)) return RC_FAIL;
+    from = 0;
+  }
+}
+
+int DeleteRaw(EditBuffer* buf, MARK* a, MARK* b) {
+  if (a->lin == b->lin) return elib_delete_range(buf, a, b);
+  // One line end alone joins two lines without cutting blocks.
+  BLOCK* blk = a->blk;
+  LINE* lin = a->lin;
+  if (a->offset == itext_length(a->lin->text) && b->offset == 0 && line_step(buf, &blk, &lin, kStepFwd) == RC_OK &&
+      lin == b->lin)
+    return elib_join_next(buf, a);
+  return elib_delete_range(buf, a, b);
+}
+
+int Insert(E_DATA* ed, MARK* at, std::string_view text) {
+  EditBuffer* buf = ed->buf;
+  if (ReadOnly(buf) || !at || text.empty()) return RC_FAIL;
+  EPos pos;
+  if (ecmd_pos_of(buf, at, &pos) != RC_OK) return RC_FAIL;
+  if (elib_insert(buf, at, text) != RC_OK) {
+    // Part of the text may be in; the log no longer matches the buffer.
+    if (ed->cmd) DropLog(ed->cmd, "an insert failed half way");
+    return RC_FAIL;
+  }
+  Record(ed, true, pos, std::string(text));
+  return RC_OK;
+}
+
+int Delete(E_DATA* ed, MARK* a, MARK* b) {
+  EditBuffer* buf = ed->buf;
+  if (ReadOnly(buf) || !a || !b) return RC_FAIL;
+  if (mark_after(buf, a, b) == RC_OK) std::swap(a, b);
+  if (mark_same(a, b) == RC_OK) return RC_FAIL;
+  EPos pos;
+  std::string text;
+  if (ecmd_pos_of(buf, a, &pos) != RC_OK || TextBetween(buf, a, b, &text) != RC_OK) return RC_FAIL;
+  if (DeleteRaw(buf, a, b) != RC_OK) {
+    if (ed->cmd) DropLog(ed->cmd, "a delete failed");
+    return RC_FAIL;
+  }
+  Record(ed, false, pos, std::move(text));
+  return RC_OK;
+}
+
+void BeginStep(E_DATA* ed) {
+  ECommandState* c = ed->cmd;
+  if (!c || c->depth++ > 0) return;
+  c->open = EUndoStep();
+  ecmd_pos_of(ed->buf, ed->buf->the_point, &c->open.point_before);
+}
+
+void EndStep(E_DATA* ed, bool typing, bool join) {
+  ECommandState* c = ed->cmd;
+  if (!c || c->depth == 0 || --c->depth > 0) return;
+  EUndoStep step = std::move(c->open);
+  c->open = EUndoStep();
+  if (step.ops.empty()) return;
+  ecmd_pos_of(ed->buf, ed->buf->the_point, &step.point_after);
+  step.typing = typing;
+  const size_t bytes = step.bytes;
+  c->redo.clear();
+  if (step.bytes > kUndoMaxBytes) {
+    DropLog(c, "one change is larger than the log may hold");
+    return;
+  }
+  if (join && typing && !c->undo.empty() && c->undo.back().typing && c->undo.back().point_after == step.point_before) {
+    EUndoStep& last = c->undo.back();
+    for (EUndoOp& op : step.ops) last.ops.push_back(std::move(op));
+    last.point_after = step.point_after;
+    last.bytes += step.bytes;
+  } else {
+    c->undo.push_back(std::move(step));
+  }
+  c->undo_bytes += bytes;
+  Trim(c);
+}
+
+}  // namespace ecmd
+
+namespace {
+
+int Apply(EditBuffer* buf, const EUndoOp& op, bool forward) {
+  ecmd::TempMark a(buf, buf->the_point);
+  if (!a || ecmd_mark_to(buf, a.m, op.at) != RC_OK) return RC_FAIL;
+  if (op.insert == forward) return elib_insert(buf, a.m, op.text);
+  ecmd::TempMark b(buf, buf->the_point);
+  if (!b || ecmd_mark_to(buf, b.m, EndOf(op.at, op.text)) != RC_OK) return RC_FAIL;
+  return ecmd::DeleteRaw(buf, a.m, b.m);
+}
+
+int Replay(E_DATA* ed, bool forward) {
+  ECommandState* c = ed ? ed->cmd : nullptr;
+  if (!c || ecmd::ReadOnly(ed->buf)) return RC_FAIL;
+  std::vector<EUndoStep>& from = forward ? c->redo : c->undo;
+  std::vector<EUndoStep>& to = forward ? c->undo : c->redo;
+  if (from.empty()) return RC_FAIL;
+  EUndoStep step = std::move(from.back());
+  from.pop_back();
+  c->replaying = true;
+  int rc = RC_OK;
+  if (forward) {
+    for (const EUndoOp& op : step.ops)
+      if (rc == RC_OK) rc = Apply(ed->buf, op, true);
+  } else {
+    for (auto it = step.ops.rbegin(); it != step.ops.rend() && rc == RC_OK; ++it) rc = Apply(ed->buf, *it, false);
+  }
+  c->replaying = false;
+  if (rc != RC_OK) {
+    DropLog(c, "a step could not be replayed");
+    return RC_FAIL;
+  }
+  if (region_clear(ed->buf) == RC_OK) ed->buf->flags &= ~kBufHighlight;
+  ecmd_mark_to(ed->buf, ed->buf->the_point, forward ? step.point_after : step.point_before);
+  ed->buf->flags |= kBufModified;
+  ed->buf->rdis = RDIS_FULL;
+  if (forward) c->undo_bytes += step.bytes;
+  else c->undo_bytes -= std::min(c->undo_bytes, step.bytes);
+  step.typing = false;  // a step done again is never extended
+  to.push_back(std::move(step));
+  return RC_OK;
+}
+
+}  // namespace
+
+int ecmd_undo(E_DATA* ed) { return Replay(ed, false); }
+int ecmd_redo(E_DATA* ed) { return Replay(ed, true); }
