@@ -148,6 +148,12 @@ int ecmd_replace_forward(E_DATA* ed, std::string_view old_text, std::string_view
 // Breaks the point's line (and the tails it carries) at the margin.
 int ecmd_refill(E_DATA* ed, int margin);
 
+// The mouse, at a text place the window worked out from the pointer.
+int ecmd_mouse_down(E_DATA* ed, const EPos& pos, bool shift);
+int ecmd_mouse_drag(E_DATA* ed, const EPos& pos);
+int ecmd_mouse_up(E_DATA* ed, const EPos& pos);
+int ecmd_mouse_double(E_DATA* ed, const EPos& pos);
+
 int ecmd_undo(E_DATA* ed);
 int ecmd_redo(E_DATA* ed);
 

@@ -216,4 +216,64 @@ TEST(EditorCommandsTest, SelectionBitsTable) {
       }
 }
 
+TEST(EditorCommandsTest, MouseSelects) {
+  struct Step {
+    char what;  // d down, s shift-down, m drag, u up, 2 double click
+    EPos at;
+  };
+  const struct {
+    std::vector<Step> steps;
+    const char* after;
+    const char* lit;
+  } cases[] = {
+      {{{'d', {0, 1}}, {'m', {0, 5}}, {'u', {0, 6}}}, "a[bc de|]f\nghi", "bc de"},
+      {{{'d', {0, 5}}, {'m', {1, 1}}, {'m', {0, 2}}, {'u', {0, 2}}}, "ab[|c d]ef\nghi", "c d"},
+      {{{'d', {0, 5}}, {'u', {0, 5}}}, "abc d|ef\nghi", ""},
+      {{{'2', {0, 5}}}, "abc [def|]\nghi", "def"},
+      {{{'s', {1, 2}}, {'u', {1, 2}}}, "a[bc def\ngh|]i", "bc defgh"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.after);
+    EdFixture f("a|bc def\nghi");
+    for (const Step& st : c.steps) {
+      if (st.what == 'd' || st.what == 's') ecmd_mouse_down(f.ed, st.at, st.what == 's');
+      if (st.what == 'm') ecmd_mouse_drag(f.ed, st.at);
+      if (st.what == 'u') ecmd_mouse_up(f.ed, st.at);
+      if (st.what == '2') ecmd_mouse_double(f.ed, st.at);
+    }
+    EXPECT_EQ(f.Render(), c.after);
+    EXPECT_EQ(f.Highlighted(), c.lit);
+    EXPECT_EQ(f.buf->sel_anchor, nullptr);
+  }
+}
+
+std::string g_window_command;
+int g_released = 0;
+int WindowCommand(E_DATA*, const char* name) {
+  g_window_command = name;
+  return RC_OK;
+}
+void ReleaseDisplay(E_DATA* ed) {
+  ++g_released;
+  ed->dis = nullptr;
+}
+
+TEST(EditorCommandsTest, RecordLifeAndTheWindowsShare) {
+  edata_set_data_dir(VELMAR_SOURCE_DATA_DIR);
+  E_DATA* ed = edata_create(NULL_WIN, nullptr);
+  ASSERT_NE(ed, nullptr);
+  ecmd_set_window_handler(ed, WindowCommand);
+  EXPECT_EQ(edata_command(ed, "scroll-line-fwd"), 1);
+  EXPECT_EQ(g_window_command, "scroll-line-fwd");
+  ed->dis = reinterpret_cast<EDisplay*>(&g_released);
+  edata_set_display_release(ed, ReleaseDisplay);
+  edata_destroy(ed);
+  EXPECT_EQ(ed, nullptr);
+  EXPECT_EQ(g_released, 1);
+  edata_set_data_dir("/no/such/dir");
+  EXPECT_EQ(edata_create(NULL_WIN, nullptr), nullptr);
+  EXPECT_NE(elib_last_error().find("/no/such/dir/keybind.def"), std::string::npos) << elib_last_error();
+  edata_set_data_dir("");
+}
+
 }  // namespace
