@@ -28,10 +28,18 @@ std::vector<EClipPiece> ecmd_clip_split(std::string_view text) {
   return out;
 }
 
-int ecmd_region_text(EditBuffer* buf, REGION* region, std::string* out) {
+namespace {
+
+// The region's text with LF line ends into *lf, and with CR LF into *out.
+int RegionText(EditBuffer* buf, REGION* region, std::string* out, std::string* lf) {
   if (!buf || !region || !out || region_order(buf, region) != RC_OK) return RC_FAIL;
-  std::string text;
+  std::string own;
+  std::string& text = lf ? *lf : own;
   if (TextBetween(buf, region->bor, region->eor, &text) != RC_OK) return RC_FAIL;
+  if (text.size() + 1 > kPasteMaxBytes) {
+    xvt_dm_post_error("Can't alloc clipboard memory %ld", static_cast<long>(text.size() + 1));
+    return RC_FAIL;
+  }
   out->clear();
   out->reserve(text.size() + text.size() / 16 + 2);
   for (char ch : text) {
@@ -44,23 +52,25 @@ int ecmd_region_text(EditBuffer* buf, REGION* region, std::string* out) {
   return RC_OK;
 }
 
+}  // namespace
+
+int ecmd_region_text(EditBuffer* buf, REGION* region, std::string* out) {
+  return RegionText(buf, region, out, nullptr);
+}
+
 namespace {
 
 void UpdatePasteEntry(E_DATA* ed) {
   if (ed->win != NULL_WIN) xvt_menu_set_item_enabled(ed->win, kMenuPaste, xvt_cb_has_text() && !ReadOnly(ed->buf));
 }
 
-int Copy(E_DATA* ed) {
+// Reads the region once: the CR LF copy goes to the clipboard, the LF one
+// to *lf for the undo record of a cut.
+int Copy(E_DATA* ed, std::string* lf = nullptr) {
   EditBuffer* buf = ed->buf;
   if (!buf->region) return RC_FAIL;
-  long n = 0;
-  if (region_length(buf, buf->region, 2, &n) != RC_OK) return RC_FAIL;
-  if (static_cast<size_t>(n) + 1 > kPasteMaxBytes) {
-    xvt_dm_post_error("Can't alloc clipboard memory %ld", n + 1);
-    return RC_FAIL;
-  }
   std::string text;
-  if (ecmd_region_text(buf, buf->region, &text) != RC_OK) return RC_FAIL;
+  if (RegionText(buf, buf->region, &text, lf) != RC_OK) return RC_FAIL;
   if (!xvt_cb_put_text(text.data(), text.size())) {
     xvt_dm_post_error("Clipboard put failed.");
     return RC_FAIL;
@@ -70,12 +80,10 @@ int Copy(E_DATA* ed) {
 
 int Cut(E_DATA* ed) {
   EditBuffer* buf = ed->buf;
-  if (ReadOnly(buf) || !buf->region || Copy(ed) != RC_OK) return RC_FAIL;
-  REGION* r = buf->region;
-  region_set_style(buf, r, kStyleClearHighlight);
-  int rc = mark_same(r->bor, r->eor) == RC_OK ? RC_FAIL : Delete(ed, r->bor, r->eor);
-  region_clear(buf);
-  buf->flags &= ~kBufHighlight;
+  std::string lf;
+  if (ReadOnly(buf) || !buf->region || Copy(ed, &lf) != RC_OK) return RC_FAIL;
+  int rc = RC_FAIL;
+  CutRegion(ed, &lf, &rc);
   buf->flags |= kBufRepaintHighlight;
   buf->rdis = RDIS_FULL;
   buf->start_state = 0;
@@ -110,13 +118,7 @@ int ecmd_paste_text(E_DATA* ed, std::string_view text) {
   }
   BeginStep(ed);
   EditBuffer* buf = ed->buf;
-  if (buf->region) {
-    REGION* r = buf->region;
-    region_set_style(buf, r, kStyleClearHighlight);
-    if (mark_same(r->bor, r->eor) != RC_OK) Delete(ed, r->bor, r->eor);
-    region_clear(buf);
-    buf->flags &= ~kBufHighlight;
-  }
+  CutRegion(ed);
   int rc = joined.empty() ? RC_OK : Insert(ed, buf->the_point, joined);
   EndStep(ed);
   buf->rdis = RDIS_FULL;

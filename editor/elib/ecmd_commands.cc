@@ -42,6 +42,23 @@ int CharBefore(EditBuffer* buf, const MARK* m) {
   return elib_line_is_bob(buf, m->lin) == RC_OK ? -1 : '\n';
 }
 
+bool CutRegion(E_DATA* ed, const std::string* known, int* rc) {
+  EditBuffer* buf = ed->buf;
+  if (rc) *rc = RC_FAIL;
+  if (!buf->region) return false;
+  REGION* r = buf->region;
+  int done = RC_FAIL;
+  if (r->bor && r->eor && mark_same(r->bor, r->eor) != RC_OK) done = Delete(ed, r->bor, r->eor, known);
+  // Text that went takes its highlight along; only text that stayed needs
+  // it cleared, which saves a pass over a long region.
+  if (done != RC_OK && r->bor && r->eor) region_set_style(buf, r, kStyleClearHighlight);
+  region_clear(buf);
+  buf->flags &= ~kBufHighlight;
+  buf->rdis = RDIS_FULL;
+  if (rc) *rc = done;
+  return true;
+}
+
 void NormalizePoint(EditBuffer* buf) {
   MARK* p = buf->the_point;
   if (p && p->lin && (p->lin->flags & kLineEob)) elib_mark_goto_eob(buf, p);
@@ -79,21 +96,6 @@ bool SkipRev(EditBuffer* buf, MARK* m, Pred pred) {
 
 EditBuffer* Buf(E_DATA* ed) { return ed ? ed->buf : nullptr; }
 MARK* Point(E_DATA* ed) { return ed->buf->the_point; }
-
-// Cuts the current region, if any; true when there was one.
-bool CutRegion(E_DATA* ed) {
-  EditBuffer* buf = ed->buf;
-  if (!buf->region) return false;
-  REGION* r = buf->region;
-  if (r->bor && r->eor) {
-    region_set_style(buf, r, kStyleClearHighlight);
-    if (mark_same(r->bor, r->eor) != RC_OK) Delete(ed, r->bor, r->eor);
-  }
-  region_clear(buf);
-  buf->flags &= ~kBufHighlight;
-  buf->rdis = RDIS_FULL;
-  return true;
-}
 
 // ---- moving --------------------------------------------------------------
 

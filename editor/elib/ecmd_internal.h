@@ -12,8 +12,11 @@ namespace ecmd {
 
 // Edits through the log. Both refuse a read-only buffer.
 int Insert(E_DATA* ed, MARK* at, std::string_view text);
-int Delete(E_DATA* ed, MARK* a, MARK* b);
-// The same without a record (undo and redo use them).
+// `known`, when given, is the text between a and b, already read.
+int Delete(E_DATA* ed, MARK* a, MARK* b, const std::string* known = nullptr);
+// The same without a record (undo and redo use them). A long text goes
+// in a bulk block's lines at a time, in blocks that can page out.
+int BulkInsert(EditBuffer* buf, MARK* at, std::string_view text);
 int DeleteRaw(EditBuffer* buf, MARK* a, MARK* b);
 
 // Opens and closes the undo step of a command; nested calls join the
@@ -47,6 +50,9 @@ struct TempMark {
 };
 
 bool ReadOnly(const EditBuffer* buf);
+// Cuts the current region, if any (true when there was one); `known` is
+// its text when already read, *rc the cut's answer.
+bool CutRegion(E_DATA* ed, const std::string* known = nullptr, int* rc = nullptr);
 // Keeps the point off the end-of-text line.
 void NormalizePoint(EditBuffer* buf);
 

@@ -2,6 +2,7 @@
 // text at a line and offset; line numbers come from the blocks' line
 // counts, so finding a place loads at most the block that holds it.
 #include <algorithm>
+#include <vector>
 
 #include "editor/elib/ecmd_internal.h"
 #include "editor/elib/elib_trace.h"
@@ -118,12 +119,63 @@ int DeleteRaw(EditBuffer* buf, MARK* a, MARK* b) {
   return elib_delete_range(buf, a, b);
 }
 
+namespace {
+
+// A block that has grown to twice the lines of a bulk block is cut before
+// the line at `at`, so that a long paste (or the undo of a long cut) ends up
+// in blocks that can page out, not in one block held in memory.
+void MaybeSplitBlock(EditBuffer* buf, MARK* at) {
+  BLOCK* blk = at->blk;
+  LINE* lin = at->lin;
+  if (blk->n_lines < 2L * buf->max_lines || lin == blk->lin_head->next || (lin->flags & kLineEob)) return;
+  // Marks at the line's start would stay behind on the emptied line.
+  std::vector<MARK*> at_start;
+  for (MARK* m : lin->marks)
+    if (m->offset == 0) at_start.push_back(m);
+  MARK* cut = nullptr;
+  if (mark_dup(buf, at, &cut) != RC_OK) return;
+  mark_move(buf, cut, blk, lin, 0);
+  if (elib_block_split(buf, cut) != RC_OK) {
+    mark_free(buf, &cut);
+    return;
+  }
+  // The split left an empty line at the old block's end: join it away.
+  BLOCK* old_blk = cut->blk;
+  LINE* empty = cut->lin;
+  mark_free(buf, &cut);
+  BLOCK* made = old_blk->next;
+  elib_line_join_prev(buf, old_blk, empty);
+  for (MARK* m : at_start) mark_move(buf, m, made, made->lin_head->next, 0);
+  maybe_flush(buf, made);
+}
+
+}  // namespace
+
+int BulkInsert(EditBuffer* buf, MARK* at, std::string_view text) {
+  const size_t chunk_lines = static_cast<size_t>(std::max(buf->max_lines, 5));
+  size_t start = 0;
+  while (true) {
+    MaybeSplitBlock(buf, at);
+    size_t end = start, lines = 0;
+    while (lines < chunk_lines) {
+      size_t nl = text.find('\n', end);
+      if (nl == std::string_view::npos) break;
+      end = nl + 1;
+      ++lines;
+    }
+    if (lines < chunk_lines) end = text.size();
+    if (elib_insert(buf, at, text.substr(start, end - start)) != RC_OK) return RC_FAIL;
+    if (end >= text.size()) return RC_OK;
+    start = end;
+  }
+}
+
 int Insert(E_DATA* ed, MARK* at, std::string_view text) {
   EditBuffer* buf = ed->buf;
   if (ReadOnly(buf) || !at || text.empty()) return RC_FAIL;
   EPos pos;
   if (ecmd_pos_of(buf, at, &pos) != RC_OK) return RC_FAIL;
-  if (elib_insert(buf, at, text) != RC_OK) {
+  if (BulkInsert(buf, at, text) != RC_OK) {
     // Part of the text may be in; the log no longer matches the buffer.
     if (ed->cmd) DropLog(ed->cmd, "an insert failed half way");
     return RC_FAIL;
@@ -132,14 +184,16 @@ int Insert(E_DATA* ed, MARK* at, std::string_view text) {
   return RC_OK;
 }
 
-int Delete(E_DATA* ed, MARK* a, MARK* b) {
+int Delete(E_DATA* ed, MARK* a, MARK* b, const std::string* known) {
   EditBuffer* buf = ed->buf;
   if (ReadOnly(buf) || !a || !b) return RC_FAIL;
   if (mark_after(buf, a, b) == RC_OK) std::swap(a, b);
   if (mark_same(a, b) == RC_OK) return RC_FAIL;
   EPos pos;
   std::string text;
-  if (ecmd_pos_of(buf, a, &pos) != RC_OK || TextBetween(buf, a, b, &text) != RC_OK) return RC_FAIL;
+  if (ecmd_pos_of(buf, a, &pos) != RC_OK) return RC_FAIL;
+  if (known) text = *known;
+  else if (TextBetween(buf, a, b, &text) != RC_OK) return RC_FAIL;
   if (DeleteRaw(buf, a, b) != RC_OK) {
     if (ed->cmd) DropLog(ed->cmd, "a delete failed");
     return RC_FAIL;
@@ -188,7 +242,7 @@ namespace {
 int Apply(EditBuffer* buf, const EUndoOp& op, bool forward) {
   ecmd::TempMark a(buf, buf->the_point);
   if (!a || ecmd_mark_to(buf, a.m, op.at) != RC_OK) return RC_FAIL;
-  if (op.insert == forward) return elib_insert(buf, a.m, op.text);
+  if (op.insert == forward) return ecmd::BulkInsert(buf, a.m, op.text);
   ecmd::TempMark b(buf, buf->the_point);
   if (!b || ecmd_mark_to(buf, b.m, EndOf(op.at, op.text)) != RC_OK) return RC_FAIL;
   return ecmd::DeleteRaw(buf, a.m, b.m);
