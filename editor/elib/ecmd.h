@@ -156,6 +156,9 @@ int ecmd_mouse_double(E_DATA* ed, const EPos& pos);
 
 int ecmd_undo(E_DATA* ed);
 int ecmd_redo(E_DATA* ed);
+// For a program that changes the text other than through the commands (a
+// file read into the window): the log's places would no longer hold.
+void ecmd_forget_undo(E_DATA* ed);
 
 // Place of a mark as line and offset, and a mark put at such a place.
 int ecmd_pos_of(EditBuffer* buf, const MARK* mark, EPos* pos);

@@ -245,6 +245,13 @@ int Apply(EditBuffer* buf, const EUndoOp& op, bool forward) {
   if (op.insert == forward) return ecmd::BulkInsert(buf, a.m, op.text);
   ecmd::TempMark b(buf, buf->the_point);
   if (!b || ecmd_mark_to(buf, b.m, EndOf(op.at, op.text)) != RC_OK) return RC_FAIL;
+  // Delete only the text the log says is there: a change made behind the
+  // log's back must not make undo remove something else.
+  std::string there;
+  if (ecmd::TextBetween(buf, a.m, b.m, &there) != RC_OK || there != op.text) {
+    elib_trace_fail("Undo: the text is not what the log holds; nothing deleted.\n");
+    return RC_FAIL;
+  }
   return ecmd::DeleteRaw(buf, a.m, b.m);
 }
 
@@ -257,16 +264,21 @@ int Replay(E_DATA* ed, bool forward) {
   EUndoStep step = std::move(from.back());
   from.pop_back();
   c->replaying = true;
-  int rc = RC_OK;
-  if (forward) {
-    for (const EUndoOp& op : step.ops)
-      if (rc == RC_OK) rc = Apply(ed->buf, op, true);
-  } else {
-    for (auto it = step.ops.rbegin(); it != step.ops.rend() && rc == RC_OK; ++it) rc = Apply(ed->buf, *it, false);
+  // Redo runs the step's changes in order, undo backwards, each the other
+  // way round. A change that does not fit the text takes back the ones
+  // already made, so the step happens whole or not at all.
+  const size_t n = step.ops.size();
+  auto op_at = [&](size_t k) -> const EUndoOp& { return step.ops[forward ? k : n - 1 - k]; };
+  size_t done = 0;
+  while (done < n && Apply(ed->buf, op_at(done), forward) == RC_OK) ++done;
+  bool whole = done == n;
+  while (!whole && done > 0) {
+    --done;
+    if (Apply(ed->buf, op_at(done), !forward) != RC_OK) break;
   }
   c->replaying = false;
-  if (rc != RC_OK) {
-    DropLog(c, "a step could not be replayed");
+  if (!whole) {
+    DropLog(c, "a step does not fit the text");
     return RC_FAIL;
   }
   if (region_clear(ed->buf) == RC_OK) ed->buf->flags &= ~kBufHighlight;
@@ -283,4 +295,11 @@ int Replay(E_DATA* ed, bool forward) {
 }  // namespace
 
 int ecmd_undo(E_DATA* ed) { return Replay(ed, false); }
+
+void ecmd_forget_undo(E_DATA* ed) {
+  if (!ed || !ed->cmd) return;
+  ed->cmd->undo.clear();
+  ed->cmd->redo.clear();
+  ed->cmd->undo_bytes = 0;
+}
 int ecmd_redo(E_DATA* ed) { return Replay(ed, true); }

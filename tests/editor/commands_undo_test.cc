@@ -30,6 +30,19 @@ struct PagingEd {
   }
 };
 
+// Replaces bytes [from, to) of the text directly in the store.
+void TempMarkAt(EdFixture& f, size_t from, size_t to, const char* with) {
+  MARK *a = nullptr, *b = nullptr;
+  mark_dup(f.buf, f.buf->the_point, &a);
+  mark_dup(f.buf, f.buf->the_point, &b);
+  PlaceMark(f.buf, a, from);
+  PlaceMark(f.buf, b, to);
+  elib_delete_range(f.buf, a, b);
+  elib_insert(f.buf, a, with);
+  mark_free(f.buf, &a);
+  mark_free(f.buf, &b);
+}
+
 const char* kRandomCommands[] = {
     "char-kill-fwd",       "char-kill-rev",        "word-kill-fwd",       "word-kill-rev",
     "id-kill-fwd",         "nonwhite-kill-rev",    "line-kill-eol",       "line-kill-bol",
@@ -113,6 +126,20 @@ TEST(EditorUndoTest, StepsAndThePoint) {
   EXPECT_EQ(g.Render(), "a|e");
   g.Run("undo");
   EXPECT_EQ(g.Render(), "ab\nc\nd|e");
+}
+
+TEST(EditorUndoTest, AChangeBehindTheLogsBackIsNeverUndoneBlindly) {
+  EdFixture f("ab|");
+  f.Type("cd");
+  // The program edits the text without the log: "abcd" becomes "abXd".
+  TempMarkAt(f, 2, 3, "X");
+  ASSERT_EQ(BufferText(f.buf), "abXd");
+  EXPECT_EQ(f.Run("undo"), RC_FAIL);
+  EXPECT_EQ(BufferText(f.buf), "abXd");
+  EXPECT_TRUE(f.ed->cmd->undo.empty());
+  f.Type("e");
+  ecmd_forget_undo(f.ed);
+  EXPECT_EQ(f.Run("undo"), RC_FAIL);
 }
 
 struct CopyCase {
