@@ -39,11 +39,25 @@ void Trim(ECommandState* c) {
   c->undo_bytes = bytes;
 }
 
+// Adds a change to a step; text typed on at the end of the last insert
+// joins it, so a typed run costs one record, not one per character.
+void PushOp(EUndoStep* step, EUndoOp op) {
+  if (!step->ops.empty()) {
+    EUndoOp& last = step->ops.back();
+    if (last.insert && op.insert && EndOf(last.at, last.text) == op.at) {
+      step->bytes += op.text.size();
+      last.text += op.text;
+      return;
+    }
+  }
+  step->bytes += op.text.size() + sizeof(EUndoOp);
+  step->ops.push_back(std::move(op));
+}
+
 void Record(E_DATA* ed, bool insert, const EPos& at, std::string text) {
   ECommandState* c = ed->cmd;
   if (!c || c->replaying) return;
-  c->open.bytes += text.size() + sizeof(EUndoOp);
-  c->open.ops.push_back({insert, at, std::move(text)});
+  PushOp(&c->open, {insert, at, std::move(text)});
 }
 
 }  // namespace
@@ -225,12 +239,14 @@ void EndStep(E_DATA* ed, bool typing, bool join) {
   }
   if (join && typing && !c->undo.empty() && c->undo.back().typing && c->undo.back().point_after == step.point_before) {
     EUndoStep& last = c->undo.back();
-    for (EUndoOp& op : step.ops) last.ops.push_back(std::move(op));
+    size_t had = last.bytes;
+    for (EUndoOp& op : step.ops) PushOp(&last, std::move(op));
     last.point_after = step.point_after;
-    last.bytes += step.bytes;
-  } else {
-    c->undo.push_back(std::move(step));
+    c->undo_bytes += last.bytes - had;
+    Trim(c);
+    return;
   }
+  c->undo.push_back(std::move(step));
   c->undo_bytes += bytes;
   Trim(c);
 }

@@ -101,6 +101,8 @@ TEST(EditorUndoTest, UndoAllGivesTheStartRedoAllTheEnd) {
 TEST(EditorUndoTest, StepsAndThePoint) {
   EdFixture f("ab|");
   f.Type("cd");
+  ASSERT_EQ(f.ed->cmd->undo.size(), 1u);
+  EXPECT_EQ(f.ed->cmd->undo[0].ops.size(), 1u);  // the run is one record
   f.Key(K_ENTER);
   f.Type("ef");
   EXPECT_EQ(f.Render(), "abcd\nef|");
