@@ -30,7 +30,8 @@ std::vector<EClipPiece> ecmd_clip_split(std::string_view text) {
 
 namespace {
 
-// The region's text with LF line ends into *lf, and with CR LF into *out.
+// The region's text for the clipboard into *out (LF line ends, as Linux
+// programs exchange text), and as the buffer holds it into *lf.
 int RegionText(EditBuffer* buf, REGION* region, std::string* out, std::string* lf) {
   if (!buf || !region || !out || region_order(buf, region) != RC_OK) return RC_FAIL;
   std::string own;
@@ -41,14 +42,10 @@ int RegionText(EditBuffer* buf, REGION* region, std::string* out, std::string* l
     return RC_FAIL;
   }
   out->clear();
-  out->reserve(text.size() + text.size() / 16 + 2);
-  for (char ch : text) {
-    if (ch == '\n') out->push_back('\r');
-    out->push_back(ch);
-  }
+  out->append(text);
   // A region ending at a line start takes that line end along; paste drops
   // the last line end it gets, so one more keeps the round trip exact.
-  if (region->bor->lin != region->eor->lin && region->eor->offset == 0) out->append("\r\n");
+  if (region->bor->lin != region->eor->lin && region->eor->offset == 0) out->push_back('\n');
   return RC_OK;
 }
 
@@ -64,8 +61,8 @@ void UpdatePasteEntry(E_DATA* ed) {
   if (ed->win != NULL_WIN) xvt_menu_set_item_enabled(ed->win, kMenuPaste, xvt_cb_has_text() && !ReadOnly(ed->buf));
 }
 
-// Reads the region once: the CR LF copy goes to the clipboard, the LF one
-// to *lf for the undo record of a cut.
+// Reads the region once: one copy goes to the clipboard, the other to *lf
+// for the undo record of a cut.
 int Copy(E_DATA* ed, std::string* lf = nullptr) {
   EditBuffer* buf = ed->buf;
   if (!buf->region) return RC_FAIL;

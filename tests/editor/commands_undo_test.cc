@@ -149,13 +149,13 @@ struct CopyCase {
   const char* clipboard;
 };
 
-TEST(EditorClipboardTest, CopyWritesCrLfAndPasteGivesTheTextBack) {
+TEST(EditorClipboardTest, CopyWritesLinesAndPasteGivesTheTextBack) {
   const CopyCase cases[] = {
       {"a[bc]|d", "bc"},
-      {"[ab\ncd|]", "ab\r\ncd"},
-      {"x[ab\n|]cd", "ab\r\n\r\n"},
-      {"x[a\n\nb\nc|]", "a\r\n\r\nb\r\nc"},
-      {"[é\n中|]", "é\r\n中"},
+      {"[ab\ncd|]", "ab\ncd"},
+      {"x[ab\n|]cd", "ab\n\n"},
+      {"x[a\n\nb\nc|]", "a\n\nb\nc"},
+      {"[é\n中|]", "é\n中"},
   };
   for (const CopyCase& c : cases) {
     SCOPED_TRACE(c.picture);
