@@ -250,6 +250,9 @@ void DrawRow(E_DATA* ed, int i, const EDisRow& row) {
   long at = 0;  // expanded bytes before the chunk
   long col = row.col0;
   long b = row.b0;
+  RCT client = Client(dis);
+  // A partly shown cell at the right edge is drawn too.
+  const long last_col = row.col0 + hoac + (client.right - client.left + dis->avg_width - 1) / dis->avg_width;
   const std::vector<CHUNK>& chunks = row.lin->text->chunks;
   for (size_t k = 0; k < chunks.size() && b < row.b1; ++k) {
     long c_end = at + chunks[k].length_exp;
@@ -262,10 +265,14 @@ void DrawRow(E_DATA* ed, int i, const EDisRow& row) {
       b = static_cast<long>(u8_next(s, static_cast<size_t>(len), static_cast<size_t>(b)));
       ++col;
     }
-    if (b >= e) continue;
-    long cells = 0;
-    for (long j = b; j < e; j = static_cast<long>(u8_next(s, static_cast<size_t>(len), static_cast<size_t>(j))))
+    if (b >= e || col >= last_col) continue;
+    // Nothing right of the window is drawn.
+    long cells = 0, j = b;
+    while (j < e && col + cells < last_col) {
+      j = static_cast<long>(u8_next(s, static_cast<size_t>(len), static_cast<size_t>(j)));
       ++cells;
+    }
+    e = j;
     COLOR fg, bg;
     Colours(chunks[k].dispi, &fg, &bg);
     int w = static_cast<int>(cells) * dis->avg_width;
@@ -277,8 +284,7 @@ void DrawRow(E_DATA* ed, int i, const EDisRow& row) {
     col += cells;
     b = e;
   }
-  RCT c = Client(dis);
-  if (x < c.right) FillRect(win, RCT{x, top, c.right, top + dis->height}, kPaper);
+  if (x < client.right) FillRect(win, RCT{x, top, client.right, top + dis->height}, kPaper);
   dis->rows_drawn++;
 }
 
