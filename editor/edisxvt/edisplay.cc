@@ -277,9 +277,22 @@ void DrawRow(E_DATA* ed, int i, const EDisRow& row) {
     Colours(chunks[k].dispi, &fg, &bg);
     int w = static_cast<int>(cells) * dis->avg_width;
     FillRect(win, RCT{x, top, x + w, top + dis->height}, bg);
-    xvt_dwin_set_font(win, FontFor(dis, chunks[k].dispi.style));
+    XVT_FNTID font = FontFor(dis, chunks[k].dispi.style);
+    xvt_dwin_set_font(win, font);
     xvt_dwin_set_fore_color(win, fg);
-    xvt_dwin_draw_text(win, x, base, s + b, static_cast<int>(e - b));
+    if (xvt_font_get_text_width(font, s + b, static_cast<int>(e - b)) == w) {
+      xvt_dwin_draw_text(win, x, base, s + b, static_cast<int>(e - b));
+    } else {
+      // The font's advance is not a whole number of pixels (or a glyph
+      // comes from another face): each character goes to its own cell, so
+      // that the text, the caret and the mouse agree on the columns.
+      int cx = x;
+      for (long j = b; j < e; cx += dis->avg_width) {
+        long n = static_cast<long>(u8_next(s, static_cast<size_t>(len), static_cast<size_t>(j)));
+        xvt_dwin_draw_text(win, cx, base, s + j, static_cast<int>(n - j));
+        j = n;
+      }
+    }
     x += w;
     col += cells;
     b = e;

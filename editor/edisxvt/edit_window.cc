@@ -217,6 +217,8 @@ long edit_eh(WINDOW win, EVENT* ev) {
     rec->ed->dis->wrap = rec->ctl_kind != TXEDITLINE;
     rec->ed->dis->show_eob = !control;
     if (rec->read_only) rec->ed->buf->flags |= kBufReadOnly;
+    // Wrapped lines never need the sideways bar.
+    if (!control) xvt_sbar_set_visible(win, HSCROLL, !rec->ed->dis->wrap);
     xvt_win_set_cursor(win, CURSOR_IBEAM);
     return 0;
   }

@@ -36,6 +36,8 @@ __attribute__((weak)) int edata_key(E_DATA* ed, const EVENT* ev) {
     char s[4];
     int n = u8_encode(static_cast<char32_t>(ch), s);
     rc = elib_insert(b, p, std::string_view(s, static_cast<size_t>(n)));
+  } else if (ch == K_TAB) {
+    rc = elib_insert(b, p, "\t");
   } else if (ch == K_ENTER) {
     rc = elib_split_line(b, p);
   } else if (ch == K_BS) {
