@@ -23,16 +23,29 @@ namespace {
 constexpr COLOR kText = COLOR_BLACK;
 constexpr COLOR kPaper = COLOR_WHITE;
 
-// The blocks a build went through, held in memory until it is dropped.
+// The blocks a build went through, held in memory until it is dropped,
+// and the lines it tab-expanded. The expanded copies are let go with it:
+// an insert that grows a line's storage must never meet an expansion that
+// still points at the old storage.
+struct Locks;
+Locks* g_scope = nullptr;
+
 struct Locks {
   std::vector<BLOCK*> held;
+  std::vector<ITEXT*> expanded;
+  Locks* outer;
+  Locks() : outer(g_scope) { g_scope = this; }
+  Locks(const Locks&) = delete;
+  Locks& operator=(const Locks&) = delete;
   void Hold(BLOCK* b) {
     if (!b || std::find(held.begin(), held.end(), b) != held.end()) return;
     b->tmp_lock++;
     held.push_back(b);
   }
   ~Locks() {
+    for (ITEXT* t : expanded) itext_unexpand(t);
     for (BLOCK* b : held) b->tmp_lock--;
+    g_scope = outer;
   }
 };
 
@@ -62,7 +75,10 @@ bool Wraps(const EDisplay* dis) { return dis->wrap && !dis->one_line; }
 
 const char* ExpText(EditBuffer* buf, LINE* lin) {
   if (!lin->text) return "";
-  if (itext_expand(lin->text, buf->tab_width) != RC_OK) return "";
+  if (!(lin->text->flags & kItextExpValid)) {
+    if (itext_expand(lin->text, buf->tab_width) != RC_OK) return "";
+    if (g_scope) g_scope->expanded.push_back(lin->text);
+  }
   return lin->text->text_exp ? lin->text->text_exp : "";
 }
 
@@ -427,8 +443,8 @@ void find_start_line(E_DATA* ed, EDisPos* out) {
     *out = FirstPos(buf);
     return;
   }
+  locks.Hold(buf->the_point->blk);
   EDisPos point = PointPos(dis, buf);
-  locks.Hold(point.blk);
   int view = FullRows(dis);
   long half = view / 2;
   if (ValidStart(dis, buf)) {
@@ -479,6 +495,8 @@ void edis_layout(E_DATA* ed, bool follow_point) {
   EditBuffer* buf = ed ? ed->buf : nullptr;
   if (!dis || !buf || !xvt_vobj_is_valid(dis->win) || !buf->the_point || !buf->the_point->lin) return;
   if (xvt_vobj_get_attr(dis->win, ATTR_WIN_MINIMIZED)) return;
+  Locks locks;
+  locks.Hold(buf->the_point->blk);
   int level = std::max(ed->rdis, buf->rdis);
   EDisPos start;
   if (follow_point || !ValidStart(dis, buf))
@@ -497,7 +515,6 @@ void edis_layout(E_DATA* ed, bool follow_point) {
       dis->cur_hoac = col - cols + 1 + dis->h_margin;
   }
   if (Wraps(dis)) dis->cur_hoac = 0;
-  Locks locks;
   std::vector<EDisRow> old = std::move(dis->rows);
   std::vector<EDisRow> rows;
   BuildRows(ed, start, &rows, &locks);
