@@ -279,6 +279,22 @@ TEST(EditorDisplay, AChangeRepaintsOnlyWhatItMoved) {
   }
 }
 
+TEST(EditorDisplay, LongTypingIntoAShownLineKeepsItsText) {
+  // Each key grows the line's storage now and then; what the display
+  // expanded for painting must not outlive the pass that made it.
+  RunApp([] {
+    WINDOW w = Editor(20, 3, "ab");
+    std::string typed;
+    for (int i = 0; i < 60; ++i) {
+      EVENT k = Char('a' + i % 26, true);
+      xvt_test_user_event(w, &k);
+      typed += static_cast<char>('a' + i % 26);
+      xvt_test_paint(w);
+    }
+    EXPECT_EQ(txedit_get_text(w), typed + "ab");
+  });
+}
+
 TEST(EditorDisplay, AnUpdateRectangleDrawsOnlyTheRowsItCovers) {
   RunApp([] {
     WINDOW w = Editor(10, 5, Lines(5));
