@@ -2,6 +2,7 @@
 #include "editor/edisxvt/edit_window.h"
 
 #include <cstring>
+#include <deque>
 
 #include "editor/edisxvt/edisplay.h"
 #include "editor/elib/buffer.h"
@@ -22,6 +23,11 @@ struct EditWin {
   bool read_only = false;
   std::string keybind;
   bool has_keybind = false;
+  // An event that arrives while one is being handled (a dialog's or a
+  // scroll's own event loop, a parent reacting to a notification) waits
+  // here and is handled after it, in order.
+  bool busy = false;
+  std::deque<EVENT> queue;
 };
 
 EditWin* Rec(WINDOW win) {
@@ -139,8 +145,22 @@ void MouseDrag(E_DATA* ed, const EVENT* ev) {
   LINE* lin = nullptr;
   long off = 0;
   if (edis_point_from_xy(ed, p, &blk, &lin, &off) != RC_OK) return;
+  MARK* old = nullptr;
+  if (!(buf->flags & kBufRegion) || !buf->region || mark_dup(buf, buf->the_point, &old) != RC_OK) {
+    mark_move(buf, buf->the_point, blk, lin, off);
+    SelectSpan(buf, dis->anchor, buf->the_point);
+    return;
+  }
   mark_move(buf, buf->the_point, blk, lin, off);
-  SelectSpan(buf, dis->anchor, buf->the_point);
+  // Only the span between the old and the new end changes: flipping its
+  // highlight grows or shrinks the selection, on either side of the anchor.
+  REGION delta;
+  region_set(&delta, old, buf->the_point);
+  region_set_style(buf, &delta, kStyleToggleHighlight);
+  mark_free(buf, &old);
+  mark_set(buf, buf->high_start, dis->anchor);
+  mark_set(buf, buf->high_end, buf->the_point);
+  region_set(buf->region, buf->high_start, buf->high_end);
 }
 
 void Scroll(E_DATA* ed, bool vertical, const EVENT* ev) {
@@ -201,9 +221,33 @@ void DestroyRec(WINDOW win, EditWin* rec) {
 
 }  // namespace
 
+static long Handle(WINDOW win, EditWin* rec, EVENT* ev);
+
 long edit_eh(WINDOW win, EVENT* ev) {
   EditWin* rec = Rec(win);
   if (!rec || !ev) return 0;
+  if (ev->type == E_CREATE || ev->type == E_DESTROY) return Handle(win, rec, ev);
+  if (rec->busy) {
+    elib_trace_detail("En-queued event type %d\n", static_cast<int>(ev->type));
+    rec->queue.push_back(*ev);
+    return 0;
+  }
+  rec->busy = true;
+  EVENT cur = *ev;
+  for (;;) {
+    const bool last = cur.type == E_CLOSE && !rec->ctl_kind;
+    Handle(win, rec, &cur);
+    // Closing destroys the window and its record with it.
+    if (last || Rec(win) != rec) return 0;
+    if (rec->queue.empty()) break;
+    cur = rec->queue.front();
+    rec->queue.pop_front();
+  }
+  rec->busy = false;
+  return 0;
+}
+
+static long Handle(WINDOW win, EditWin* rec, EVENT* ev) {
   if (ev->type == E_CREATE) {
     rec->ed = edata_create(win, rec->has_keybind ? rec->keybind.c_str() : nullptr);
     if (!rec->ed) {

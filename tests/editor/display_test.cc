@@ -360,6 +360,11 @@ TEST(EditorDisplay, DraggingAndDoubleClickSelect) {
     xvt_test_user_event(w, &up);
     EXPECT_TRUE(ed->buf->flags & kBufRegion);
     EXPECT_EQ(GridOf(xvt_test_paint(w), 1).attr[0], ".HHHHHHHHH.......");
+    // Back across the anchor: the other side is selected, this one not.
+    EVENT down5 = Mouse(E_MOUSE_DOWN, 40, 3), right = Mouse(E_MOUSE_MOVE, 80, 3), left = Mouse(E_MOUSE_MOVE, 16, 3);
+    EVENT up2 = Mouse(E_MOUSE_UP, 16, 3);
+    for (EVENT* e : {&down5, &right, &left, &up2}) xvt_test_user_event(w, e);
+    EXPECT_EQ(GridOf(xvt_test_paint(w), 1).attr[0], "..HHH............");
     EVENT dbl = Mouse(E_MOUSE_DBL, 100, 3);
     xvt_test_user_event(w, &dbl);
     EXPECT_EQ(GridOf(xvt_test_paint(w), 1).attr[0], "............HHHHH");
@@ -374,9 +379,21 @@ TEST(EditorDisplay, DraggingAndDoubleClickSelect) {
 }
 
 std::vector<std::string> g_parent_log;
+int g_depth = 0, g_deepest = 0;
+bool g_answer = false;  // the parent types into the control when told of a change
 long parent_eh(WINDOW, EVENT* ev) {
-  if (ev->type == E_CONTROL)
-    g_parent_log.push_back(std::to_string(ev->v.ctl.id) + (ev->v.ctl.ci.v.edit.focus_change ? " focus" : " change"));
+  if (ev->type != E_CONTROL) return 0;
+  g_deepest = std::max(g_deepest, ++g_depth);
+  g_parent_log.push_back(std::to_string(ev->v.ctl.id) + (ev->v.ctl.ci.v.edit.focus_change ? " focus" : " change"));
+  if (g_answer && !ev->v.ctl.ci.v.edit.focus_change) {
+    g_answer = false;
+    EVENT k{};
+    k.type = E_CHAR;
+    k.v.chr.ch = 'Z';
+    k.v.chr.text = true;
+    xvt_win_dispatch_event(ev->v.ctl.ci.win, &k);
+  }
+  --g_depth;
   return 0;
 }
 
@@ -408,8 +425,17 @@ TEST(EditorControls, HoldTextAndTellTheirParent) {
     xvt_test_user_event(text, &k);
     EXPECT_EQ(txedit_get_text(text), "!d\xC3\xA9j\xC3\xA0\n\tvu\n");
     EXPECT_EQ(g_parent_log, (std::vector<std::string>{"5 focus", "5 change", "6 change"}));
+    // An event sent while the control is busy waits for the one before it.
+    g_parent_log.clear();
+    g_deepest = 0;
+    g_answer = true;
+    EVENT k2 = Char('?', true);
+    xvt_test_user_event(line, &k2);
+    EXPECT_EQ(txedit_get_text(line), "!?ZRe: a b");
+    EXPECT_EQ(g_parent_log, (std::vector<std::string>{"5 change", "5 change"}));
+    EXPECT_EQ(g_deepest, 1);
     // A field shows its one line only, without the end marker.
-    EXPECT_EQ(Paint(line, 1), (std::vector<std::string>{"!Re: a b"}));
+    EXPECT_EQ(Paint(line, 1), (std::vector<std::string>{"!?ZRe: a b"}));
   });
 }
 
