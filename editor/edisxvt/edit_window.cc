@@ -210,6 +210,12 @@ void Key(WINDOW win, EditWin* rec, EVENT* ev) {
   AfterChange(win, rec);
 }
 
+// What the automation script's dump shows of the window: its screen rows.
+void Describe(WINDOW win, std::string* out) {
+  EditWin* rec = Rec(win);
+  if (rec && rec->ed) *out += edis_dump(rec->ed);
+}
+
 void DestroyRec(WINDOW win, EditWin* rec) {
   if (rec->ed) {
     edis_destroy(rec->ed->dis, rec->ed->buf);
@@ -264,6 +270,7 @@ static long Handle(WINDOW win, EditWin* rec, EVENT* ev) {
     // Wrapped lines never need the sideways bar.
     if (!control) xvt_sbar_set_visible(win, HSCROLL, !rec->ed->dis->wrap);
     xvt_win_set_cursor(win, CURSOR_IBEAM);
+    xvt_win_set_describe(win, Describe);
     return 0;
   }
   if (ev->type == E_DESTROY) {

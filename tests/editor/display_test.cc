@@ -436,6 +436,7 @@ TEST(EditorControls, HoldTextAndTellTheirParent) {
     EXPECT_EQ(g_deepest, 1);
     // A field shows its one line only, without the end marker.
     EXPECT_EQ(Paint(line, 1), (std::vector<std::string>{"!?ZRe: a b"}));
+    EXPECT_EQ(xvt_win_describe(line), "!?ZRe: a b\n");
   });
 }
 
