@@ -2,8 +2,9 @@
 // of 120 x 60 cells (the display list records every operation, so the
 // figures include making it):
 //   paint top      the first layout and full paint of a fresh window
-//   goto end       the point to the end (every spilled block is read on the
-//                  way), centring, and a full paint
+//   goto end       the point to the end of the text, centring it, the
+//                  line number of the new first line (from block totals,
+//                  no block read to count) and a full paint
 //   page down      one page forward from the top, with its full paint
 //                  (mean of 200)
 //   jump middle    the scroll bar's thumb to the middle line: the line is
