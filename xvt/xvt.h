@@ -407,6 +407,19 @@ void xvt_dwin_invalidate_rect(WINDOW win, const RCT* rct);  // null: the whole c
 void xvt_dwin_scroll_rect(WINDOW win, const RCT* rct, int dh, int dv);
 void xvt_dwin_update(WINDOW win);  // paint invalid areas now
 
+// Measures of a font outside any window: the width of a run of UTF-8 text
+// and the font's vertical metrics.
+int xvt_font_get_text_width(XVT_FNTID font, const char* text, int len);
+void xvt_font_get_metrics(XVT_FNTID font, int* leading, int* ascent, int* descent);
+
+// The text caret of a window: one per window, drawn by the toolkit over what
+// the window paints, so that moving it never needs a repaint. pos is the
+// caret's top-left corner in client coordinates. A new caret is hidden.
+void xvt_caret_create(WINDOW win, int width, int height);
+void xvt_caret_set_pos(WINDOW win, PNT pos);
+void xvt_caret_show(WINDOW win, bool visible);
+void xvt_caret_destroy(WINDOW win);
+
 typedef struct xvt_image* XVT_IMAGE;
 XVT_IMAGE xvt_image_read_bmp(const char* path);
 void xvt_image_get_dimensions(XVT_IMAGE image, int* width, int* height);

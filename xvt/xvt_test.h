@@ -113,3 +113,6 @@ struct XvtDamage {
 std::vector<XvtDamage> xvt_test_damage(WINDOW win);
 void xvt_test_clear_damage(WINDOW win);
 std::string xvt_test_help_shown(void);  // last help file opened or topic shown
+// The window's caret: false when it has none; else its rectangle and
+// whether it is shown.
+bool xvt_test_caret(WINDOW win, RCT* rct, bool* visible);

@@ -10,8 +10,13 @@
 
 namespace {
 
+#ifndef VELMAR_SOURCE_DATA_DIR
+#define VELMAR_SOURCE_DATA_DIR ""
+#endif
+
+// The shipped files of a build tree until the program says where its own are.
 std::string& DataDir() {
-  static std::string dir;
+  static std::string dir = VELMAR_SOURCE_DATA_DIR;
   return dir;
 }
 

@@ -21,6 +21,9 @@ bool Reserve(ITEXT* item, long extra) {
   long need = item->text_len + extra;
   if (item->text_size >= need) return true;
   long size = need + 16;
+  // A line without tabs shows its own bytes as the expanded copy; that
+  // alias dies with the old buffer, so it goes first.
+  itext_unexpand(item);
   char* grown = static_cast<char*>(std::realloc(item->text, static_cast<size_t>(size)));
   if (!grown) return false;
   item->text = grown;

@@ -7,6 +7,8 @@
 #include <string>
 
 #include "c-client/core/mail.h"
+#include "editor/elib/buffer.h"
+#include "editor/elib/ecmd.h"
 #include "src/base/cenv.h"
 #include "src/base/errors.h"
 #include "src/base/filenames.h"
@@ -82,6 +84,11 @@ int InitWorkspace(WINDOW task_win) {
   std::string debug = get_file_name(kFileDebug);
   if (!debug.empty()) TraceStart(debug.c_str());
   TraceRegisterNotifier();
+
+  // The editor reads the shipped key maps and pages long texts out to the
+  // user's own temporary folder, never to a shared one.
+  edata_set_data_dir(GetApplicationDir().c_str());
+  elib_set_default_spill_dir(GetTempDir().c_str());
 
   Trace(kTraceFrame, kTraceLow, "main.c: task_eh - initializing the Mail Model.\n");
   MM_Init();

@@ -131,6 +131,21 @@ TEST(Itext, SixteenInsertsWithoutReallocating) {
   itext_free(item);
 }
 
+// A shown line (expanded, and without tabs its own bytes) that grows
+// past its spare room: the expanded copy must not outlive the old buffer.
+TEST(Itext, GrowingAShownLineDropsItsExpandedCopy) {
+  ITEXT* item = Item("plain");
+  ASSERT_EQ(itext_expand(item, 8), RC_OK);
+  ASSERT_EQ(item->text_exp, item->text);
+  const std::string more(100, 'm');
+  ASSERT_EQ(itext_insert_string(item, more.data(), more.size(), 5), RC_OK);
+  EXPECT_EQ(item->text_exp, nullptr);
+  ASSERT_EQ(itext_expand(item, 8), RC_OK);
+  EXPECT_EQ(std::string(item->text_exp), "plain" + more);
+  EXPECT_EQ(itext_check(item), RC_OK);
+  itext_free(item);
+}
+
 TEST(Itext, SplitAndJoin) {
   ITEXT* item = Item("head tail");
   item->chunks[0].dispi.style = kStyleItalic;

@@ -40,6 +40,9 @@ struct xvt_object : xvtrec::WinRecord {
   std::vector<XvtDamage> damage;  // every invalidation and scroll, until the test clears it
   PAT pen_pat = PAT_SOLID;
   CURSOR cursor = CURSOR_ARROW;
+  // The caret: made, shown, and where.
+  bool caret = false, caret_shown = false;
+  RCT caret_rct{};
 };
 
 namespace xvthl {

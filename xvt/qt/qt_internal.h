@@ -80,6 +80,7 @@ struct xvt_object : xvtrec::WinRecord {
   QRect clip;
   QPainter* painter = nullptr;  // set only while E_UPDATE runs
   QRegion dirty;                // invalidated since the last paint
+  QPointer<QWidget> caret;      // a small child of the client, over the text
 };
 
 namespace xvtqt {
