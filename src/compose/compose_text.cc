@@ -1,9 +1,12 @@
-// The message text of a compose window on the toolkit's multi-line text
-// control. The control cannot tell its insertion point, so inserts go to
-// the end; the modified state is the text compared with what was last set.
+// The message text of a compose window in the editor's own text control:
+// inserts go in at the point as one step the user can undo; the modified
+// state is the text compared with what was last set or saved.
 #include "src/compose/compose_text.h"
 
 #include <map>
+
+#include "editor/edisxvt/edit_window.h"
+#include "editor/elib/ecmd.h"
 
 namespace {
 
@@ -16,32 +19,26 @@ std::map<WINDOW, std::string>& Baseline() {
 
 WINDOW ComposeTextCreate(WINDOW win, int id) {
   RCT r{0, 0, 10, 10};
-  WINDOW pane = xvt_ctl_create(WC_TEXTEDIT, &r, "", win, 0, id);
+  WINDOW pane = txedit_create(TXEDIT, win, &r, id, 0);
   if (pane) Baseline()[pane] = "";
   return pane;
 }
 
 std::string ComposeTextGet(WINDOW pane) {
   if (!pane || !xvt_vobj_is_valid(pane)) return "";
-  // The title call needs a buffer; ask for one as big as any message text.
-  std::string buffer(1u << 20, '\0');
-  for (;;) {
-    if (!xvt_vobj_get_title(pane, buffer.data(), buffer.size())) return "";
-    const size_t n = std::char_traits<char>::length(buffer.data());
-    if (n + 1 < buffer.size() || buffer.size() >= (64u << 20)) return buffer.substr(0, n);
-    buffer.assign(buffer.size() * 4, '\0');
-  }
+  return txedit_get_text(pane);
 }
 
 void ComposeTextSet(WINDOW pane, const std::string& text) {
   if (!pane) return;
-  xvt_vobj_set_title(pane, text.c_str());
+  txedit_set_text(pane, text.c_str());
   Baseline()[pane] = text;
 }
 
 void ComposeTextInsert(WINDOW pane, const std::string& text) {
   if (!pane) return;
-  xvt_vobj_set_title(pane, (ComposeTextGet(pane) + text).c_str());
+  E_DATA* ed = edit_data(pane);
+  if (!ed || ecmd_paste_text(ed, text) != RC_OK) txedit_set_text(pane, (ComposeTextGet(pane) + text).c_str());
 }
 
 bool ComposeTextModified(WINDOW pane) {
@@ -59,7 +56,7 @@ void ComposeTextSetModified(WINDOW pane, bool modified) {
 }
 
 void ComposeTextFocus(WINDOW pane) {
-  if (pane && xvt_vobj_is_valid(pane)) xvt_scr_set_focus_vobj(pane);
+  if (pane && xvt_vobj_is_valid(pane)) txedit_focus(pane);
 }
 
 void ComposeTextForget(WINDOW pane) { Baseline().erase(pane); }
