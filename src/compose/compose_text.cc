@@ -7,6 +7,7 @@
 
 #include "editor/edisxvt/edit_window.h"
 #include "editor/elib/ecmd.h"
+#include "rclib/rc.h"
 
 namespace {
 
