@@ -397,6 +397,9 @@ int txedit_set_text(WINDOW ctl, const char* utf8) {
   if (rc == RC_OK) rc = elib_mark_goto_bob(buf, start);
   if (rc == RC_OK) rc = elib_mark_goto_eob(buf, buf->the_point);
   if (rc == RC_OK) rc = elib_delete_range(buf, start, buf->the_point);
+  // The end mark stands on the end-of-buffer line, where nothing goes in:
+  // the new text goes in where the old began.
+  if (rc == RC_OK) rc = mark_set(buf, buf->the_point, start);
   if (rc == RC_OK) rc = elib_insert(buf, buf->the_point, text);
   if (start) {
     elib_mark_goto_bob(buf, start);

@@ -6,11 +6,16 @@
 #include <map>
 #include <sstream>
 
+#include "editor/edisxvt/edit_window.h"
 #include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "tests/model/model_fixture.h"
 
 namespace {
+
+// The message text as the user left it (the editor control holds it; the
+// program's own setting would also mark it as saved).
+void SetBody(WINDOW win, const char* text) { txedit_set_text(ComposeInfoOf(win)->text_pane, text); }
 
 struct SmtpSink {
   std::map<std::string, std::string> env;
@@ -103,12 +108,10 @@ TEST_F(ComposePeer, ReplyAndForwardArriveAsComposed) {
       ComposeInfo* info = ComposeInfoOf(win);
       if (c.forward) {
         xvt_test_type(win, kComposeToId, "dave@example.net");
-        xvt_test_type(win, kComposeTextId, "Yes, Thursday.\n");
+        SetBody(win, "Yes, Thursday.\n");
       } else {
         // Typed above the quotation the reply starts with.
-        char text[4096];
-        xvt_vobj_get_title(info->text_pane, text, sizeof text);
-        xvt_test_type(win, kComposeTextId, (std::string("Yes, Thursday.") + text).c_str());
+        SetBody(win, ("Yes, Thursday." + txedit_get_text(info->text_pane)).c_str());
       }
       ASSERT_EQ(send_mail(win), 1) << Posts();
       EXPECT_FALSE(ComposeInfoOf(win)) << "the window closes after a send";
