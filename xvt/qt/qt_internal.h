@@ -139,6 +139,7 @@ struct State {
     std::vector<int> clicks;
   };
   std::deque<ScriptedDialog> dialogs;
+  std::deque<std::string> files;  // paths for the next file choosers
 
   int signal_fds[2] = {-1, -1};
 };
@@ -228,6 +229,7 @@ void Report(const char* kind, const std::string& text);
 bool AnswerOpenQuestion(int answer);
 bool DismissOpenNotice();
 bool DriveOpenDialog(int rid, const std::vector<int>& clicks);
+bool ChooseInOpenFileDialog(const std::string& path);
 
 // --- Automation ------------------------------------------------------------
 void StartScript();
@@ -235,5 +237,6 @@ void StopScript();
 bool TakeScriptedAnswer(int* answer);
 bool TakeScriptedDismiss();
 bool TakeScriptedDialog(int rid, std::vector<int>* clicks);
+bool TakeScriptedFile(std::string* path);
 
 }  // namespace xvtqt
