@@ -136,7 +136,9 @@ void Layout(ViewerInfo* v) {
     y2 = panes == 3 ? h * second / 100 : h;
   } else {
     constexpr int kLine = 18;
-    y1 = std::clamp((Lines(v->header_text) + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 2 / 5));
+    // A line more than the text holds, and the frame: no scroll bar for a
+    // header that fits.
+    y1 = std::clamp((Lines(v->header_text) + 1) * kLine + 8, 3 * kLine, std::max(3 * kLine, h * 2 / 5));
     const int rows = static_cast<int>(v->content.rows.size());
     y2 = panes == 3 ? h - std::clamp((rows + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 3 / 10)) : h;
   }
@@ -160,13 +162,15 @@ void Layout(ViewerInfo* v) {
 }
 
 void FillPanes(ViewerInfo* v) {
+  // Sized first: a text set into a pane that then grows may be left
+  // scrolled away from its first line.
+  Layout(v);
   xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
   xvt_vobj_set_title(v->text_pane, v->content.text.c_str());
   xvt_list_suspend(v->attachment_pane);
   xvt_list_clear(v->attachment_pane);
   for (const AttachRow& row : v->content.rows) xvt_list_add(v->attachment_pane, -1, row.label.c_str());
   xvt_list_resume(v->attachment_pane);
-  Layout(v);
 }
 
 void Describe(WINDOW win, std::string* out) {
@@ -245,10 +249,13 @@ void ViewerHandle(ModelEvent* ev, void* data) {
 void DisplayMessage(ViewerInfo* v) {
   v->building = true;
   v->header_style = OptionIs("Viewer.HeaderStyle", "raw") ? kHeaderRaw : kHeaderShort;
+  // Fetching the text may mark the message read on its own, without a
+  // word to the windows: whether it was unread is asked first.
+  const bool unread = !MM_MsgIsShadowMessage(v->umi) && !MM_MsgIsRead(v->umi);
   v->header_text = ViewerHeaderText(v->umi, v->header_style);
   v->content = ViewerBuildContent(v->umi);
-  // Reading a message is what marks it read.
-  if (!MM_MsgIsShadowMessage(v->umi) && !MM_MsgIsRead(v->umi)) MM_MsgSetFlag(v->umi, "\\Seen");
+  // Reading a message is what marks it read, and every window hears of it.
+  if (unread) MM_MsgSetFlag(v->umi, "\\Seen");
   FillPanes(v);
   v->building = false;
 }
@@ -273,6 +280,10 @@ WINDOW createViewerWin(UMI umi, TreeNode* container) {
   RCT zero{0, 0, 10, 10};
   v->header_pane = xvt_ctl_create(WC_TEXTEDIT, &zero, "", win, CTL_FLAG_READONLY, kHeaderPaneId);
   v->text_pane = xvt_ctl_create(WC_TEXTEDIT, &zero, "", win, CTL_FLAG_READONLY, kTextPaneId);
+  // The header's names are padded to one width: its values line up only in
+  // a fixed-pitch face.
+  static XVT_FNTID fixed = xvt_font_create("fixed", 13, XVT_FS_NONE);
+  xvt_dwin_set_font(v->header_pane, fixed);
   v->attachment_pane = xvt_ctl_create(WC_LBOX, &zero, "", win, CTL_FLAG_DEFAULT & 0, kAttachPaneId);
   xvt_win_set_describe(win, Describe);
   v->notifier = MM_NotRegister(ViewerWant, ViewerHandle, v, "viewer.c : viewer");
