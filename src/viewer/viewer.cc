@@ -14,6 +14,7 @@
 #include "src/base/trace.h"
 #include "src/base/window_list.h"
 #include "src/options/options.h"
+#include "src/organizer/desktop.h"
 #include "src/viewer/attach.h"
 #include "src/viewer/viewer_internal.h"
 
@@ -124,6 +125,8 @@ int Lines(const std::string& text) {
   return n + (!text.empty() && text.back() != '\n');
 }
 
+constexpr int kGap = 6;  // between panes: where a separator is grabbed
+
 void Layout(ViewerInfo* v) {
   RCT r;
   xvt_vobj_get_client_rect(v->window, &r);
@@ -131,7 +134,10 @@ void Layout(ViewerInfo* v) {
   const int panes = v->content.panes;
   int first = 0, second = 100;
   int y1, y2;
-  if (SeparatorValues(panes, &first, &second)) {
+  if (v->dragging) {
+    y1 = h * v->drag_first / 100;
+    y2 = panes == 3 ? h * v->drag_second / 100 : h;
+  } else if (SeparatorValues(panes, &first, &second)) {
     y1 = h * first / 100;
     y2 = panes == 3 ? h * second / 100 : h;
   } else {
@@ -142,7 +148,9 @@ void Layout(ViewerInfo* v) {
     const int rows = static_cast<int>(v->content.rows.size());
     y2 = panes == 3 ? h - std::clamp((rows + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 3 / 10)) : h;
   }
-  const int gap = 4;
+  const int gap = kGap;
+  v->sep_y1 = y1;
+  v->sep_y2 = panes == 3 ? y2 : -1;
   RCT hr{0, 0, w, y1};
   xvt_vobj_move(v->header_pane, &hr);
   const bool text = v->content.has_text;
@@ -171,6 +179,46 @@ void FillPanes(ViewerInfo* v) {
   xvt_list_clear(v->attachment_pane);
   for (const AttachRow& row : v->content.rows) xvt_list_add(v->attachment_pane, -1, row.label.c_str());
   xvt_list_resume(v->attachment_pane);
+}
+
+// Separators: a press in the gap below a pane grabs it, moves follow the
+// pointer within the limits the saved values keep, and the release saves
+// the positions for every viewer with that many panes.
+bool StartDrag(ViewerInfo* v, int y) {
+  int which = 0;
+  if (y >= v->sep_y1 && y < v->sep_y1 + kGap) which = 1;
+  if (v->sep_y2 >= 0 && y >= v->sep_y2 && y < v->sep_y2 + kGap) which = 2;
+  if (!which) return false;
+  RCT r;
+  xvt_vobj_get_client_rect(v->window, &r);
+  const int h = std::max(1, r.bottom - r.top);
+  v->drag_first = v->sep_y1 * 100 / h;
+  v->drag_second = v->sep_y2 >= 0 ? v->sep_y2 * 100 / h : 0;
+  v->dragging = which;
+  xvt_win_trap_pointer(v->window);
+  return true;
+}
+
+void Drag(ViewerInfo* v, int y) {
+  RCT r;
+  xvt_vobj_get_client_rect(v->window, &r);
+  const int h = std::max(1, r.bottom - r.top);
+  const int at = y * 100 / h;
+  if (v->dragging == 1)
+    v->drag_first = std::clamp(at, 5, v->content.panes == 3 ? v->drag_second - 6 : 90);
+  else
+    v->drag_second = std::clamp(at, v->drag_first + 6, 95);
+  Layout(v);
+}
+
+void EndDrag(ViewerInfo* v) {
+  xvt_win_release_pointer();
+  const bool three = v->content.panes == 3;
+  char value[40];
+  std::snprintf(value, sizeof value, "%d %d %d", v->drag_first, three ? v->drag_second : 0, 0);
+  Opt_AssignString(three ? "SepPosn.Viewer2" : "SepPosn.Viewer1", value, kOptPermanent, 0);
+  v->dragging = 0;
+  Layout(v);
 }
 
 void Describe(WINDOW win, std::string* out) {
@@ -206,6 +254,7 @@ int ViewerWant(ModelEvent* ev, void* data) {
   auto* v = static_cast<ViewerInfo*>(data);
   switch (ev->type) {
     case E_ABANDON_SHIP:
+    case E_SAVE_DESKTOP:
     case E_MAIL_TIMER: return 1;
     case E_FOLDER_CLOSED:
     case E_FOLDER_INVALID: return ev->folder == MM_UMIFolder(v->umi);
@@ -236,6 +285,7 @@ void ViewerHandle(ModelEvent* ev, void* data) {
       CloseLater(v);
       return;
     case E_MAIL_TIMER: AttachReapChildren(); return;
+    case E_SAVE_DESKTOP: saveWindowGeometry(kSlotViewer, v->window); return;
     case E_VIEW_POSITION:
       v->msg_avail_state = std::clamp(static_cast<int>(ev->value), kAvailNone, kAvailBoth);
       setMenus(v->window);
@@ -266,10 +316,22 @@ WINDOW createViewerWin(UMI umi, TreeNode* container) {
   v->umi = umi;
   v->folder_node = container;
   v->folder_id = MM_UMIFolder(umi);
+  // Where the last viewer stood, brought onto a smaller screen once per run.
   RCT r{60, 40, 60 + 720, 40 + 560};
+  char state[20] = "Norm";
+  getWindowGeometry(kSlotViewer, &r, state, sizeof state);
+  short resized = 0;
+  if (screenWasDownsized() && !(Opt_LookupBoolean("General.ViewerWinResized", &resized, kOptSession) && resized)) {
+    Opt_AssignInt("General.ViewerWinResized", 1, kOptSession, 0);
+    RCT screen{};
+    xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
+    scaleWindowForScreen(&screen, &r, &r);
+  }
+  fitWindowToScreen(&r);
   const std::string title = ViewerTitle(umi, container);
-  WINDOW win = xvt_win_create(W_DOC, &r, title.c_str(), kViewerMenuBar, TASK_WIN, WSF_SIZE | WSF_CLOSE | WSF_MAXIMIZABLE,
-                              EM_ALL, viewer_eh, reinterpret_cast<intptr_t>(v));
+  WINDOW win = xvt_win_create(W_DOC, &r, title.c_str(), kViewerMenuBar, TASK_WIN,
+                              WSF_SIZE | WSF_CLOSE | WSF_MAXIMIZABLE | windowAttrForState(state), EM_ALL, viewer_eh,
+                              reinterpret_cast<intptr_t>(v));
   if (!win) {
     Trace(kTraceAttach, kTraceCritical, "createViewerWin: the window could not be made\n");
     delete v;
@@ -531,7 +593,10 @@ void doMenu(WINDOW win, int command) {
         ViewerOpenRow(v, static_cast<size_t>(row));
       break;
     }
-    case M_VIEW_CLOSE: xvt_vobj_destroy(win); break;
+    case M_VIEW_CLOSE:
+      saveWindowGeometry(kSlotViewer, win);
+      xvt_vobj_destroy(win);
+      break;
     default:
       // The program's own commands (Exit, Options) belong to the task window.
       if (TASK_WIN && win != TASK_WIN) {
@@ -561,8 +626,20 @@ long viewer_eh(WINDOW win, EVENT* ev) {
     case E_SIZE:
       if (v && v->header_pane) Layout(v);
       break;
-    case E_CLOSE: xvt_vobj_destroy(win); break;
+    case E_CLOSE:
+      saveWindowGeometry(kSlotViewer, win);
+      xvt_vobj_destroy(win);
+      break;
     case E_COMMAND: doMenu(win, ev->v.cmd.tag); break;
+    case E_MOUSE_DOWN:
+      if (v && ev->v.mouse.button == 0) StartDrag(v, ev->v.mouse.where.v);
+      break;
+    case E_MOUSE_MOVE:
+      if (v && v->dragging) Drag(v, ev->v.mouse.where.v);
+      break;
+    case E_MOUSE_UP:
+      if (v && v->dragging) EndDrag(v);
+      break;
     case E_CHAR:
       if (ev->v.chr.ch == K_DEL) doMenu(win, M_VIEW_DELETE);
       if (ev->v.chr.control && (ev->v.chr.ch == 'w' || ev->v.chr.ch == 'W')) doMenu(win, M_VIEW_CLOSE);

@@ -79,6 +79,11 @@ struct ViewerInfo {
   int msg_avail_state = kAvailNone;
   int notifier = -1;
   bool building = false;
+  // The panes' separators in pixels from the top, as last laid out, and the
+  // one the user drags (1 or 2; 0 none) with where it is now, in percent.
+  int sep_y1 = 0, sep_y2 = 0;
+  int dragging = 0;
+  int drag_first = 0, drag_second = 0;
   std::string header_text;
   ViewerContent content;
 };
