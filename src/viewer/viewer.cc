@@ -310,6 +310,19 @@ void DisplayMessage(ViewerInfo* v) {
   v->building = false;
 }
 
+// The viewer lives in the program's window: it is moved, and shrunk if it
+// must, so that none of it lies outside that window's area.
+void FitInto(WINDOW parent, RCT* r) {
+  RCT area{};
+  if (!parent || !xvt_vobj_get_client_rect(parent, &area) || area.right <= area.left) return;
+  const int w = std::min(r->right - r->left, area.right - area.left);
+  const int h = std::min(r->bottom - r->top, area.bottom - area.top);
+  r->left = std::clamp(r->left, area.left, area.right - w);
+  r->top = std::clamp(r->top, area.top, area.bottom - h);
+  r->right = r->left + w;
+  r->bottom = r->top + h;
+}
+
 WINDOW createViewerWin(UMI umi, TreeNode* container) {
   RegisterResources();
   auto* v = new ViewerInfo;
@@ -328,6 +341,7 @@ WINDOW createViewerWin(UMI umi, TreeNode* container) {
     scaleWindowForScreen(&screen, &r, &r);
   }
   fitWindowToScreen(&r);
+  FitInto(TASK_WIN, &r);
   const std::string title = ViewerTitle(umi, container);
   WINDOW win = xvt_win_create(W_DOC, &r, title.c_str(), kViewerMenuBar, TASK_WIN,
                               WSF_SIZE | WSF_CLOSE | WSF_MAXIMIZABLE | windowAttrForState(state), EM_ALL, viewer_eh,
