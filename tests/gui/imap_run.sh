@@ -110,7 +110,7 @@ has() { grep -qxF -- "$2" "$out-$1.txt" || fail "the $1 dump has no line \"$2\""
 has opened "    INBOX (4 msgs, 2 unread)"
 has opened "* Carol Sender | Report with an attachment | Nov 15 10:00 2023"
 has opened "== INBOX : Report with an attachment"
-has opened "  figures.bin  (application/octet-stream, 5 KB)"
+has opened "  figures.bin  (application/octet-stream, 4 KB)"
 has opened "The figures are attached."
 # Next shows the neighbour in the same viewer; Delete steps on to the one after.
 has next "== INBOX : Seeded message 3"
