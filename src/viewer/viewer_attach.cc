@@ -232,5 +232,14 @@ int ViewerSaveRow(ViewerInfo* v, size_t index) {
     }
     bytes.swap(decoded);
   }
+  if (row.kind == kAttachBinhex) {
+    std::string decoded, why;
+    if (!AttachBinhexDecode(bytes, &decoded, nullptr, &why)) {
+      Trace(kTraceAttach, kTraceCritical, "ViewerSaveRow: %s\n", why.c_str());
+      xvt_dm_post_error("Error in decoding the BinHex file; the attachment was not saved!");
+      return 0;
+    }
+    bytes.swap(decoded);
+  }
   return AttachSaveBytes(path, bytes) == 1 ? 1 : 0;
 }
