@@ -42,6 +42,7 @@ const MENU_ITEM kFileMenu[] = {
     {M_VIEW_SAVE, "~Save Text As...", true, false, false, nullptr},
     {M_VIEW_SAVE_ATTACHMENT, "Save ~Attachment As...", true, false, false, nullptr},
     {M_VIEW_OPEN_ATTACHMENT, "~Open Attachment", true, false, false, nullptr},
+    {M_VIEW_EXTRACT, "~Extract Enclosures", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_VIEW_PRINT, "~Print...", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
@@ -559,6 +560,7 @@ void setMenus(WINDOW win) {
   xvt_menu_set_item_enabled(win, M_VIEW_SAVE_ATTACHMENT, any_part);
   xvt_menu_set_item_enabled(win, M_VIEW_OPEN_ATTACHMENT, any_part);
   xvt_menu_set_item_enabled(win, M_VIEW_SAVE, v->content.has_text);
+  xvt_menu_set_item_enabled(win, M_VIEW_EXTRACT, v->content.has_text && !v->content.extracted);
   // Compose, print and the security commands arrive with their windows.
   for (int tag : {M_VIEW_COMPOSE, M_VIEW_REPLY, M_VIEW_FORWARD, M_VIEW_RESTART, M_VIEW_PRINT, M_VIEW_PGP_DECRYPT,
                   M_VIEW_PGP_VERIFY, M_VIEW_PGP_CAPTURE})
@@ -594,6 +596,12 @@ void doMenu(WINDOW win, int command) {
       xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
       break;
     case M_VIEW_SAVE: SaveText(v); break;
+    case M_VIEW_EXTRACT:
+      if (ViewerExtractEnclosures(v) > 0)
+        FillPanes(v);
+      else
+        xvt_dm_post_note("The text holds no uuencoded or BinHex enclosures.");
+      break;
     case M_VIEW_SAVE_ATTACHMENT:
     case M_VIEW_OPEN_ATTACHMENT: {
       const int row = SelectedRow(v);

@@ -330,6 +330,50 @@ TEST_F(ViewerTest, SavingAnAttachmentWritesItsDecodedBytesAndNeverOverwritesSile
   });
 }
 
+// Enclosures in the text become rows that save decoded; once listed, the
+// command is spent.
+TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {
+  const std::string binhex =
+      "(This file must be converted with BinHex 4.0)\r\n"
+      ":$5iZ,h*PF'pbG#jdH(3!9%9B9(4dH(3!N!3\"1`#3!`5L#%KPE'a[N!#3!L\"hEh*\r\n"
+      "XC!T\"N2p\"N#d+5U&58e*$MlF:\r\n";
+  const std::string body = "See the two files.\r\nbegin 644 ../cat.txt\r\n#0V%T\r\n`\r\nend\r\nand\r\n" + binhex +
+                           "begin 644 broken\r\nM0V\r\nend\r\nbegin 600 dog.txt\r\n#1&]G\r\n`\r\nend\r\nbye";
+  Run([&] {
+    TreeNode* node = Folder("enclosures", {Plain("files", body), Plain("none", "just words")});
+    ASSERT_TRUE(node);
+    spawnViewer(Umi(node, 1), node);
+    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+    ASSERT_TRUE(v);
+    EXPECT_EQ(v->content.panes, 2);
+    EXPECT_TRUE(xvt_menu_get_item_enabled(v->window, M_VIEW_EXTRACT));
+    doMenu(v->window, M_VIEW_EXTRACT);
+    EXPECT_EQ(v->content.panes, 3);
+    struct Want {
+      std::string name, bytes;
+    } wants[] = {{"cat.txt", "Cat"}, {"report.txt", "Hello\x90\x90 world\n" + std::string(300, 'A') + "\n"},
+                 {"dog.txt", "Dog"}};
+    ASSERT_EQ(v->content.rows.size(), std::size(wants)) << "the broken block is not listed";
+    for (size_t i = 0; i < std::size(wants); ++i) {
+      EXPECT_EQ(v->content.rows[i].name, wants[i].name);
+      const std::string target = home_ + "/extracted" + std::to_string(i);
+      xvt_test_push_text(target.c_str());
+      EXPECT_EQ(ViewerSaveRow(v, i), 1);
+      EXPECT_EQ(ReadFile(target), wants[i].bytes) << wants[i].name;
+    }
+    EXPECT_FALSE(xvt_menu_get_item_enabled(v->window, M_VIEW_EXTRACT));
+    EXPECT_EQ(ViewerExtractEnclosures(v), 0);
+    EXPECT_EQ(v->content.rows.size(), std::size(wants));
+    // A text without enclosures says so, and lists nothing.
+    doMenu(v->window, M_VIEW_NEXT);
+    xvt_test_clear_posts();
+    doMenu(v->window, M_VIEW_EXTRACT);
+    EXPECT_TRUE(v->content.rows.empty());
+    EXPECT_NE(Posts().find("no uuencoded or BinHex"), std::string::npos) << Posts();
+    xvt_vobj_destroy(v->window);
+  });
+}
+
 TEST_F(ViewerTest, OpeningAnAttachmentHandsAPrivateCopyToTheHelper) {
   Run([&] {
     Opt_AssignString("Viewers.IDLIST", "4", kOptSession, 0);
