@@ -292,6 +292,10 @@ bool DriveOpenDialog(int rid, const std::vector<int>& clicks) {
 
 void Report(const char* kind, const std::string& text) {
   if (!S().scripted) return;
+  // A box that the program's start-up brings up (a server that fails, a
+  // first-run question) waits before the script would otherwise start:
+  // it starts now, so that the box can be answered.
+  StartScript();
   std::string one = text;
   for (char& c : one)
     if (c == '\n' || c == '\r') c = ' ';
