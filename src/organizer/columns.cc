@@ -607,9 +607,9 @@ const std::vector<DefaultLayout>& Defaults() {
       {kCMLayoutSearch, "Search", {{"Icon", 22}, {"Name", 150}, {"Count", 150}}},
       {kCMLayoutGroup, "Group", {{"Icon", 28}, {"Name", 170}, {"Count", 170}}},
       {kCMLayoutMessage, "Message",
-       {{"Icon", 27}, {"From", 150}, {"Subject", 200}, {"Date", 90}, {"Size", 40}, {"Folder", 170}}},
+       {{"Icon", 27}, {"From", 150}, {"Subject", 200}, {"Date", 120}, {"Size", 50}, {"Folder", 170}}},
       {kCMLayoutSearchMessage, "SearchMessage",
-       {{"Icon", 27}, {"From", 150}, {"Subject", 200}, {"Date", 90}, {"Size", 40}, {"Folder", 170}}},
+       {{"Icon", 27}, {"From", 150}, {"Subject", 200}, {"Date", 120}, {"Size", 50}, {"Folder", 170}}},
   };
   return table;
 }
@@ -759,5 +759,5 @@ void MSG_CM_LayoutSelect(CM_INFO* info, WINDOW tree) {
     CM_DisplayRemove(info);
     return;
   }
-  CM_LayoutSelect(info, MSG_CM_LayoutId(info, MSG_CM_LayoutOf(first)), TREE_GetAbsOffset(first));
+  CM_LayoutSelect(info, MSG_CM_LayoutId(info, MSG_CM_LayoutOf(first)), TREE_GetLineStart(tree, first));
 }

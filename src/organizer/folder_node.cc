@@ -37,6 +37,13 @@ TreeNode* Holder(TreeNode* node) {
   return elsewhere ? elsewhere : node;
 }
 
+// The folder's record for the lines' holder: a folder window's root has
+// none of its own and stands for its origin line.
+FolderNodeInfo* RecordOf(TreeNode* container) {
+  if (FolderNodeInfo* f = FOL_Info(container)) return f;
+  return FOL_Info(TREE_GetOriginNode(container));
+}
+
 WINDOW WinOf(TreeNode* node) { return TREE_GetWindow(node); }
 
 struct Suspended {
@@ -70,7 +77,7 @@ void RemoveContent(TreeNode* node, FolderNodeInfo* f) {
 // folder and its group; a deleted change moves the line between groups.
 void ApplyFlags(TreeNode* container, TreeNode* node, uint16_t now) {
   MessageNodeInfo* m = MSG_Info(node);
-  FolderNodeInfo* f = FOL_Info(container);
+  FolderNodeInfo* f = RecordOf(container);
   if (!m || !f) return;
   const uint16_t before = m->flags;
   if (before == now) return;
@@ -434,7 +441,7 @@ void folderRemoveMessage(TreeNode* container, TreeNode* message) {
     groupRemoveMessage(message);
   else
     TREE_DetachNode(message);
-  FolderNodeInfo* f = FOL_Info(container);
+  FolderNodeInfo* f = RecordOf(container);
   if (!f || !m) return;
   if (f->total > 0) --f->total;
   if (f->shown > 0) --f->shown;
@@ -635,12 +642,11 @@ void folderDraw(WINDOW win, TreeNode* node, RCT* rect) {
     const bool open = f->folder_id != INVALID_FOLDER;
     const bool elsewhere = TREE_IsOpenElsewhere(node);
     const COLOR ink = elsewhere ? COLOR_GRAY : fore;
+    MSG_DrawLineIcon(win, kLineIconFolder, x, rect->top, ink, open || elsewhere,
+                     selected ? kTreeHighlight : COLOR_WHITE);
+    RCT box{x + 1, rect->top + 4, x + 17, rect->top + 14};
     CPEN pen{1, PAT_SOLID, ink};
     xvt_dwin_set_pen(win, &pen);
-    CBRUSH brush{open || elsewhere ? PAT_SOLID : PAT_HOLLOW, ink};
-    xvt_dwin_set_brush(win, &brush);
-    RCT box{x + 1, rect->top + 2, x + 17, rect->top + 14};
-    xvt_dwin_draw_rect(win, &box);
     if (f->lost) {
       // The lost mark: a red cross over the folder.
       CPEN red{1, PAT_SOLID, COLOR_RED};
@@ -846,6 +852,8 @@ void FolderHandle(ModelEvent* ev, void* data) {
   // Whatever the event says, the line takes the flags the model has now:
   // a repeated or reordered event can't throw the counters off.
   ApplyFlags(holder, line, MSG_ReadFlags(ev->umi));
+  // The folder's own line shows the counts too.
+  if (holder != node) Redraw(node);
 }
 
 }  // namespace

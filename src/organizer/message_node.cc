@@ -489,13 +489,10 @@ void DrawIcon(WINDOW win, int x, int y, int icon, COLOR fore) {
                       icon == kIconRecentAttach;
   const bool recent = icon == kIconRecent || icon == kIconRecentAttach;
   const bool attach = icon == kIconReadAttach || icon == kIconRecentAttach || icon == kIconUnreadAttach;
-  const COLOR ink = recent ? COLOR_BLUE : fore;
+  const COLOR ink = recent && fore != COLOR_WHITE ? COLOR_BLUE : fore;
+  MSG_DrawLineIcon(win, kLineIconMessage, x, y, ink, unread, fore == COLOR_WHITE ? kTreeHighlight : COLOR_WHITE);
   CPEN pen{1, PAT_SOLID, ink};
   xvt_dwin_set_pen(win, &pen);
-  CBRUSH brush{unread ? PAT_SOLID : PAT_HOLLOW, ink};
-  xvt_dwin_set_brush(win, &brush);
-  RCT box{x + 1, y + 3, x + 17, y + 13};
-  xvt_dwin_draw_rect(win, &box);
   if (icon == kIconDraft) xvt_dwin_draw_line(win, PNT{x + 2, y + 14}, PNT{x + 16, y + 2});
   if (attach) {
     CBRUSH clip{PAT_SOLID, fore};

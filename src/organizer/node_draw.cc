@@ -54,14 +54,9 @@ const int kDefaultWidths[][6] = {
     {22, 150, 150, 72, 0, 0},      // folder
     {22, 150, 150, 0, 0, 0},       // search
     {28, 170, 170, 0, 0, 0},       // group
-    {27, 150, 200, 90, 40, 170},   // message
-    {27, 150, 200, 90, 40, 170},   // message of a search
+    {27, 150, 200, 120, 50, 170},   // message
+    {27, 150, 200, 120, 50, 170},   // message of a search
 };
-
-int Margin(WINDOW win) {
-  TreeInfo* info = TREE_GetInfo(win);
-  return info ? info->margin : 0;
-}
 
 }  // namespace
 
@@ -149,8 +144,9 @@ bool MSG_ColumnPlace(WINDOW win, const TreeNode* node, const RCT* rect, int n, i
     if (size == 0) return false;
     for (int k = 0; k < n; ++k) offset += kDefaultWidths[index][k];
   }
-  // Offsets count from the line's own start, before the margin.
-  *x = rect->left - Margin(win) + offset;
+  // Offsets count from the line's own start, after the connectors' room,
+  // so that an icon never lies under a line's open/close box.
+  *x = rect->left + offset;
   *width = size;
   return true;
 }
@@ -162,6 +158,45 @@ int MSG_ColumnsRight(WINDOW win, const TreeNode* node, const RCT* rect) {
     if (MSG_ColumnPlace(win, node, rect, n, &x, &w)) right = std::max(right, x + w);
   }
   return right;
+}
+
+void MSG_DrawLineIcon(WINDOW win, MsgLineIcon icon, int x, int top, COLOR ink, bool filled, COLOR detail) {
+  CPEN pen{1, PAT_SOLID, ink};
+  xvt_dwin_set_pen(win, &pen);
+  CBRUSH brush{filled ? PAT_SOLID : PAT_HOLLOW, ink};
+  xvt_dwin_set_brush(win, &brush);
+  const COLOR inner = filled ? detail : ink;
+  CPEN detail_pen{1, PAT_SOLID, inner};
+  auto line = [&](int x1, int y1, int x2, int y2) {
+    xvt_dwin_set_pen(win, &detail_pen);
+    xvt_dwin_draw_line(win, PNT{x1, y1}, PNT{x2, y2});
+  };
+  switch (icon) {
+    case kLineIconService: {
+      RCT box{x + 3, top + 1, x + 15, top + 15};
+      xvt_dwin_draw_rect(win, &box);
+      line(x + 3, top + 8, x + 15, top + 8);
+      line(x + 7, top + 4, x + 11, top + 4);
+      line(x + 7, top + 11, x + 11, top + 11);
+      break;
+    }
+    case kLineIconFolder: {
+      RCT tab{x + 1, top + 2, x + 8, top + 5};
+      xvt_dwin_draw_rect(win, &tab);
+      RCT body{x + 1, top + 4, x + 17, top + 14};
+      xvt_dwin_set_pen(win, &pen);
+      xvt_dwin_draw_rect(win, &body);
+      break;
+    }
+    case kLineIconMessage: {
+      RCT box{x + 1, top + 3, x + 17, top + 14};
+      xvt_dwin_draw_rect(win, &box);
+      // The flap: from the upper corners to the middle.
+      line(x + 1, top + 3, x + 9, top + 9);
+      line(x + 9, top + 9, x + 16, top + 3);
+      break;
+    }
+  }
 }
 
 bool MSG_DrawColumnText(WINDOW win, const TreeNode* node, const RCT* rect, int n, const char* text, int len,

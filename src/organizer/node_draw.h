@@ -40,6 +40,12 @@ CM_INFO* MSG_ColumnStrip(WINDOW tree);
 bool MSG_ColumnPlace(WINDOW win, const TreeNode* node, const RCT* rect, int n, int* x, int* width);
 // The right edge of the last column shown, for the selection box.
 int MSG_ColumnsRight(WINDOW win, const TreeNode* node, const RCT* rect);
+// The small pictures of the lines, 18 x 16 at (x, top): a service as a
+// cabinet with two drawers, a folder with its tab, a message as an
+// envelope. `filled` is the solid variant (fetched, open, unread); the
+// details inside a solid picture are drawn in `detail`.
+enum MsgLineIcon { kLineIconService, kLineIconFolder, kLineIconMessage };
+void MSG_DrawLineIcon(WINDOW win, MsgLineIcon icon, int x, int top, COLOR ink, bool filled, COLOR detail);
 // Draws text at column n, cut to the column's width; false when hidden.
 // *left and *right widen to the text drawn.
 bool MSG_DrawColumnText(WINDOW win, const TreeNode* node, const RCT* rect, int n, const char* text, int len,

@@ -190,12 +190,8 @@ void serviceDraw(WINDOW win, TreeNode* node, RCT* rect) {
     // Not fetched: an outline; fetched: filled; open elsewhere: filled gray.
     const bool elsewhere = TREE_IsOpenElsewhere(node);
     const COLOR ink = elsewhere ? COLOR_GRAY : fore;
-    CPEN pen{1, PAT_SOLID, ink};
-    xvt_dwin_set_pen(win, &pen);
-    CBRUSH brush{s->fetched_subscribed || elsewhere ? PAT_SOLID : PAT_HOLLOW, ink};
-    xvt_dwin_set_brush(win, &brush);
-    RCT box{x + 1, rect->top + 2, x + 17, rect->top + 14};
-    xvt_dwin_draw_rect(win, &box);
+    MSG_DrawLineIcon(win, kLineIconService, x, rect->top, ink, s->fetched_subscribed || elsewhere,
+                     selected ? kTreeHighlight : COLOR_WHITE);
   }
   xvt_dwin_set_font(win, MSG_SlotFont(kSlotService));
   // Offline services are gray.

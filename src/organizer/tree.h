@@ -237,6 +237,10 @@ void TREE_SuspendUpdates(WINDOW win);
 void TREE_ResumeUpdates(WINDOW win);
 void TREE_SetNodeEnabled(TreeNode* node, int enabled);
 int TREE_GetAbsOffset(const TreeNode* node);
+// Where a line's own drawing starts in its window: its offset past the
+// room the connectors or triangles take (what the node's draw function is
+// given as the rectangle's left, before scrolling).
+int TREE_GetLineStart(WINDOW win, const TreeNode* node);
 // Lines of the whole open tree (what the vertical bar spans).
 int TREE_EntriesVisible(WINDOW win);
 

@@ -589,6 +589,11 @@ void TREE_SetNodeEnabled(TreeNode* node, int enabled) {
 
 int TREE_GetAbsOffset(const TreeNode* node) { return node ? node->abs_offset : 0; }
 
+int TREE_GetLineStart(WINDOW win, const TreeNode* node) {
+  TreeInfo* info = TREE_GetInfo(win);
+  return TREE_GetAbsOffset(node) + (info ? info->margin : 0);
+}
+
 int TREE_EntriesVisible(WINDOW win) {
   TreeInfo* info = TREE_GetInfo(win);
   return info ? info->entries_visible : 0;

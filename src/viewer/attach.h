@@ -85,6 +85,13 @@ std::string AttachWriteTempFile(const std::string& name, std::string_view data);
 // when no complete block is found or a line is malformed.
 bool AttachUudecode(std::string_view text, std::string* out, std::string* name);
 
+// Decodes a BinHex 4.0 text: the data fork of the first block after its
+// "(This file" line, with the name from its header (made safe). The
+// resource fork is read for its check and dropped. False with the reason in
+// *error when the block is missing, holds a foreign character, ends early
+// or fails a check.
+bool AttachBinhexDecode(std::string_view text, std::string* out, std::string* name, std::string* error);
+
 // Writes data to path without replacing an existing file unless the user
 // agrees; never with the execute bit. 1 saved, 0 failed (told), -1 declined.
 int AttachSaveBytes(const std::string& path, std::string_view data);

@@ -15,6 +15,7 @@
 #include "src/base/window_list.h"
 #include "src/compose/compose.h"
 #include "src/options/options.h"
+#include "src/organizer/desktop.h"
 #include "src/viewer/attach.h"
 #include "src/viewer/viewer_internal.h"
 
@@ -42,6 +43,7 @@ const MENU_ITEM kFileMenu[] = {
     {M_VIEW_SAVE, "~Save Text As...", true, false, false, nullptr},
     {M_VIEW_SAVE_ATTACHMENT, "Save ~Attachment As...", true, false, false, nullptr},
     {M_VIEW_OPEN_ATTACHMENT, "~Open Attachment", true, false, false, nullptr},
+    {M_VIEW_EXTRACT, "~Extract Enclosures", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_VIEW_PRINT, "~Print...", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
@@ -126,6 +128,8 @@ int Lines(const std::string& text) {
   return n + (!text.empty() && text.back() != '\n');
 }
 
+constexpr int kGap = 6;  // between panes: where a separator is grabbed
+
 void Layout(ViewerInfo* v) {
   RCT r;
   xvt_vobj_get_client_rect(v->window, &r);
@@ -133,16 +137,23 @@ void Layout(ViewerInfo* v) {
   const int panes = v->content.panes;
   int first = 0, second = 100;
   int y1, y2;
-  if (SeparatorValues(panes, &first, &second)) {
+  if (v->dragging) {
+    y1 = h * v->drag_first / 100;
+    y2 = panes == 3 ? h * v->drag_second / 100 : h;
+  } else if (SeparatorValues(panes, &first, &second)) {
     y1 = h * first / 100;
     y2 = panes == 3 ? h * second / 100 : h;
   } else {
     constexpr int kLine = 18;
-    y1 = std::clamp((Lines(v->header_text) + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 2 / 5));
+    // A line more than the text holds, and the frame: no scroll bar for a
+    // header that fits.
+    y1 = std::clamp((Lines(v->header_text) + 1) * kLine + 8, 3 * kLine, std::max(3 * kLine, h * 2 / 5));
     const int rows = static_cast<int>(v->content.rows.size());
     y2 = panes == 3 ? h - std::clamp((rows + 1) * kLine, 3 * kLine, std::max(3 * kLine, h * 3 / 10)) : h;
   }
-  const int gap = 4;
+  const int gap = kGap;
+  v->sep_y1 = y1;
+  v->sep_y2 = panes == 3 ? y2 : -1;
   RCT hr{0, 0, w, y1};
   xvt_vobj_move(v->header_pane, &hr);
   const bool text = v->content.has_text;
@@ -162,12 +173,54 @@ void Layout(ViewerInfo* v) {
 }
 
 void FillPanes(ViewerInfo* v) {
+  // Sized first: a text set into a pane that then grows may be left
+  // scrolled away from its first line.
+  Layout(v);
   xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
   xvt_vobj_set_title(v->text_pane, v->content.text.c_str());
   xvt_list_suspend(v->attachment_pane);
   xvt_list_clear(v->attachment_pane);
   for (const AttachRow& row : v->content.rows) xvt_list_add(v->attachment_pane, -1, row.label.c_str());
   xvt_list_resume(v->attachment_pane);
+}
+
+// Separators: a press in the gap below a pane grabs it, moves follow the
+// pointer within the limits the saved values keep, and the release saves
+// the positions for every viewer with that many panes.
+bool StartDrag(ViewerInfo* v, int y) {
+  int which = 0;
+  if (y >= v->sep_y1 && y < v->sep_y1 + kGap) which = 1;
+  if (v->sep_y2 >= 0 && y >= v->sep_y2 && y < v->sep_y2 + kGap) which = 2;
+  if (!which) return false;
+  RCT r;
+  xvt_vobj_get_client_rect(v->window, &r);
+  const int h = std::max(1, r.bottom - r.top);
+  v->drag_first = v->sep_y1 * 100 / h;
+  v->drag_second = v->sep_y2 >= 0 ? v->sep_y2 * 100 / h : 0;
+  v->dragging = which;
+  xvt_win_trap_pointer(v->window);
+  return true;
+}
+
+void Drag(ViewerInfo* v, int y) {
+  RCT r;
+  xvt_vobj_get_client_rect(v->window, &r);
+  const int h = std::max(1, r.bottom - r.top);
+  const int at = y * 100 / h;
+  if (v->dragging == 1)
+    v->drag_first = std::clamp(at, 5, v->content.panes == 3 ? v->drag_second - 6 : 90);
+  else
+    v->drag_second = std::clamp(at, v->drag_first + 6, 95);
+  Layout(v);
+}
+
+void EndDrag(ViewerInfo* v) {
+  xvt_win_release_pointer();
+  const bool three = v->content.panes == 3;
+  char value[40];
+  std::snprintf(value, sizeof value, "%d %d %d", v->drag_first, three ? v->drag_second : 0, 0);
+  Opt_AssignString(three ? "SepPosn.Viewer2" : "SepPosn.Viewer1", value, kOptPermanent, 0);
+  v->dragging = 0;
   Layout(v);
 }
 
@@ -204,6 +257,7 @@ int ViewerWant(ModelEvent* ev, void* data) {
   auto* v = static_cast<ViewerInfo*>(data);
   switch (ev->type) {
     case E_ABANDON_SHIP:
+    case E_SAVE_DESKTOP:
     case E_MAIL_TIMER: return 1;
     case E_FOLDER_CLOSED:
     case E_FOLDER_INVALID: return ev->folder == MM_UMIFolder(v->umi);
@@ -234,6 +288,7 @@ void ViewerHandle(ModelEvent* ev, void* data) {
       CloseLater(v);
       return;
     case E_MAIL_TIMER: AttachReapChildren(); return;
+    case E_SAVE_DESKTOP: saveWindowGeometry(kSlotViewer, v->window); return;
     case E_VIEW_POSITION:
       v->msg_avail_state = std::clamp(static_cast<int>(ev->value), kAvailNone, kAvailBoth);
       setMenus(v->window);
@@ -247,12 +302,28 @@ void ViewerHandle(ModelEvent* ev, void* data) {
 void DisplayMessage(ViewerInfo* v) {
   v->building = true;
   v->header_style = OptionIs("Viewer.HeaderStyle", "raw") ? kHeaderRaw : kHeaderShort;
+  // Fetching the text may mark the message read on its own, without a
+  // word to the windows: whether it was unread is asked first.
+  const bool unread = !MM_MsgIsShadowMessage(v->umi) && !MM_MsgIsRead(v->umi);
   v->header_text = ViewerHeaderText(v->umi, v->header_style);
   v->content = ViewerBuildContent(v->umi);
-  // Reading a message is what marks it read.
-  if (!MM_MsgIsShadowMessage(v->umi) && !MM_MsgIsRead(v->umi)) MM_MsgSetFlag(v->umi, "\\Seen");
+  // Reading a message is what marks it read, and every window hears of it.
+  if (unread) MM_MsgSetFlag(v->umi, "\\Seen");
   FillPanes(v);
   v->building = false;
+}
+
+// The viewer lives in the program's window: it is moved, and shrunk if it
+// must, so that none of it lies outside that window's area.
+void FitInto(WINDOW parent, RCT* r) {
+  RCT area{};
+  if (!parent || !xvt_vobj_get_client_rect(parent, &area) || area.right <= area.left) return;
+  const int w = std::min(r->right - r->left, area.right - area.left);
+  const int h = std::min(r->bottom - r->top, area.bottom - area.top);
+  r->left = std::clamp(r->left, area.left, area.right - w);
+  r->top = std::clamp(r->top, area.top, area.bottom - h);
+  r->right = r->left + w;
+  r->bottom = r->top + h;
 }
 
 WINDOW createViewerWin(UMI umi, TreeNode* container) {
@@ -261,10 +332,23 @@ WINDOW createViewerWin(UMI umi, TreeNode* container) {
   v->umi = umi;
   v->folder_node = container;
   v->folder_id = MM_UMIFolder(umi);
+  // Where the last viewer stood, brought onto a smaller screen once per run.
   RCT r{60, 40, 60 + 720, 40 + 560};
+  char state[20] = "Norm";
+  getWindowGeometry(kSlotViewer, &r, state, sizeof state);
+  short resized = 0;
+  if (screenWasDownsized() && !(Opt_LookupBoolean("General.ViewerWinResized", &resized, kOptSession) && resized)) {
+    Opt_AssignInt("General.ViewerWinResized", 1, kOptSession, 0);
+    RCT screen{};
+    xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
+    scaleWindowForScreen(&screen, &r, &r);
+  }
+  fitWindowToScreen(&r);
+  FitInto(TASK_WIN, &r);
   const std::string title = ViewerTitle(umi, container);
-  WINDOW win = xvt_win_create(W_DOC, &r, title.c_str(), kViewerMenuBar, TASK_WIN, WSF_SIZE | WSF_CLOSE | WSF_MAXIMIZABLE,
-                              EM_ALL, viewer_eh, reinterpret_cast<intptr_t>(v));
+  WINDOW win = xvt_win_create(W_DOC, &r, title.c_str(), kViewerMenuBar, TASK_WIN,
+                              WSF_SIZE | WSF_CLOSE | WSF_MAXIMIZABLE | windowAttrForState(state), EM_ALL, viewer_eh,
+                              reinterpret_cast<intptr_t>(v));
   if (!win) {
     Trace(kTraceAttach, kTraceCritical, "createViewerWin: the window could not be made\n");
     delete v;
@@ -275,6 +359,10 @@ WINDOW createViewerWin(UMI umi, TreeNode* container) {
   RCT zero{0, 0, 10, 10};
   v->header_pane = xvt_ctl_create(WC_TEXTEDIT, &zero, "", win, CTL_FLAG_READONLY, kHeaderPaneId);
   v->text_pane = xvt_ctl_create(WC_TEXTEDIT, &zero, "", win, CTL_FLAG_READONLY, kTextPaneId);
+  // The header's names are padded to one width: its values line up only in
+  // a fixed-pitch face.
+  static XVT_FNTID fixed = xvt_font_create("fixed", 13, XVT_FS_NONE);
+  xvt_dwin_set_font(v->header_pane, fixed);
   v->attachment_pane = xvt_ctl_create(WC_LBOX, &zero, "", win, CTL_FLAG_DEFAULT & 0, kAttachPaneId);
   xvt_win_set_describe(win, Describe);
   v->notifier = MM_NotRegister(ViewerWant, ViewerHandle, v, "viewer.c : viewer");
@@ -474,6 +562,7 @@ void setMenus(WINDOW win) {
   xvt_menu_set_item_enabled(win, M_VIEW_SAVE_ATTACHMENT, any_part);
   xvt_menu_set_item_enabled(win, M_VIEW_OPEN_ATTACHMENT, any_part);
   xvt_menu_set_item_enabled(win, M_VIEW_SAVE, v->content.has_text);
+  xvt_menu_set_item_enabled(win, M_VIEW_EXTRACT, v->content.has_text && !v->content.extracted);
   for (int tag : {M_VIEW_COMPOSE, M_VIEW_REPLY, M_VIEW_REPLY_ALL, M_VIEW_FORWARD, M_VIEW_RESTART})
     xvt_menu_set_item_enabled(win, tag, true);
   // Print and the security commands arrive with their windows.
@@ -515,6 +604,12 @@ void doMenu(WINDOW win, int command) {
     case M_VIEW_REPLY_ALL: compose_reply(v->umi, 1); break;
     case M_VIEW_FORWARD: compose_forward(v->umi, -1); break;
     case M_VIEW_RESTART: compose_restart(v->umi); break;
+    case M_VIEW_EXTRACT:
+      if (ViewerExtractEnclosures(v) > 0)
+        FillPanes(v);
+      else
+        xvt_dm_post_note("The text holds no uuencoded or BinHex enclosures.");
+      break;
     case M_VIEW_SAVE_ATTACHMENT:
     case M_VIEW_OPEN_ATTACHMENT: {
       const int row = SelectedRow(v);
@@ -528,7 +623,10 @@ void doMenu(WINDOW win, int command) {
         ViewerOpenRow(v, static_cast<size_t>(row));
       break;
     }
-    case M_VIEW_CLOSE: xvt_vobj_destroy(win); break;
+    case M_VIEW_CLOSE:
+      saveWindowGeometry(kSlotViewer, win);
+      xvt_vobj_destroy(win);
+      break;
     default:
       // The program's own commands (Exit, Options) belong to the task window.
       if (TASK_WIN && win != TASK_WIN) {
@@ -558,8 +656,20 @@ long viewer_eh(WINDOW win, EVENT* ev) {
     case E_SIZE:
       if (v && v->header_pane) Layout(v);
       break;
-    case E_CLOSE: xvt_vobj_destroy(win); break;
+    case E_CLOSE:
+      saveWindowGeometry(kSlotViewer, win);
+      xvt_vobj_destroy(win);
+      break;
     case E_COMMAND: doMenu(win, ev->v.cmd.tag); break;
+    case E_MOUSE_DOWN:
+      if (v && ev->v.mouse.button == 0) StartDrag(v, ev->v.mouse.where.v);
+      break;
+    case E_MOUSE_MOVE:
+      if (v && v->dragging) Drag(v, ev->v.mouse.where.v);
+      break;
+    case E_MOUSE_UP:
+      if (v && v->dragging) EndDrag(v);
+      break;
     case E_CHAR:
       if (ev->v.chr.ch == K_DEL) doMenu(win, M_VIEW_DELETE);
       if (ev->v.chr.control && (ev->v.chr.ch == 'w' || ev->v.chr.ch == 'W')) doMenu(win, M_VIEW_CLOSE);

@@ -212,6 +212,57 @@ int ViewerOpenRow(ViewerInfo* v, size_t index) {
   return r;
 }
 
+int ViewerExtractEnclosures(ViewerInfo* v) {
+  if (!v || !v->content.has_text || v->content.extracted) return 0;
+  v->content.extracted = true;
+  const std::string& text = v->content.text;
+  int added = 0;
+  size_t line = 0;
+  auto add = [&](int kind, const char* mime, const std::string& name, size_t from, size_t to) {
+    AttachRow row;
+    row.section = v->content.text_section;
+    row.kind = kind;
+    row.mime = mime;
+    row.name = name.empty() ? std::string("enclosure") : name;
+    row.enclosure = text.substr(from, to - from);
+    row.label = row.name + "  (" + row.mime + ", from the text)";
+    v->content.rows.push_back(std::move(row));
+    ++added;
+  };
+  constexpr int kMaxEnclosures = 100;
+  while (line < text.size() && added < kMaxEnclosures) {
+    size_t end = text.find('\n', line);
+    if (end == std::string::npos) end = text.size();
+    const std::string_view l(text.data() + line, end - line);
+    size_t next = end + 1;
+    if (l.substr(0, 6) == "begin ") {
+      // To its "end" line; a block without one is not listed.
+      const size_t stop = text.find("\nend", end);
+      if (stop != std::string::npos) {
+        const size_t eol = text.find('\n', stop + 1);
+        const size_t after = eol == std::string::npos ? text.size() : eol + 1;
+        std::string decoded, name;
+        if (AttachUudecode(std::string_view(text).substr(line, after - line), &decoded, &name))
+          add(kAttachUuencode, "application/x-uuencode", name, line, after);
+        next = after;
+      }
+    } else if (l.substr(0, 10) == "(This file") {
+      // To the colon that closes the data, after the one that opens it.
+      const size_t open = text.find(':', end);
+      const size_t close = open == std::string::npos ? open : text.find(':', open + 1);
+      if (close != std::string::npos) {
+        std::string decoded, name, why;
+        if (AttachBinhexDecode(std::string_view(text).substr(line, close + 1 - line), &decoded, &name, &why))
+          add(kAttachBinhex, "application/mac-binhex40", name, line, close + 1);
+        next = close + 1;
+      }
+    }
+    line = next;
+  }
+  if (added) v->content.panes = 3;
+  return added;
+}
+
 int ViewerSaveRow(ViewerInfo* v, size_t index) {
   if (!v || index >= v->content.rows.size()) return 0;
   const AttachRow& row = v->content.rows[index];
@@ -219,8 +270,8 @@ int ViewerSaveRow(ViewerInfo* v, size_t index) {
   char path[4096];
   std::snprintf(path, sizeof path, "%s", row.name.c_str());
   if (!xvt_dm_post_file_save("Save attachment as:", path, sizeof path)) return 0;
-  std::string bytes;
-  if (!AttachPartBytes(v->umi, row.section, &bytes)) {
+  std::string bytes = row.enclosure;
+  if (row.enclosure.empty() && !AttachPartBytes(v->umi, row.section, &bytes)) {
     xvt_dm_post_error("The attachment could not be fetched; it was not saved.");
     return 0;
   }
@@ -228,6 +279,15 @@ int ViewerSaveRow(ViewerInfo* v, size_t index) {
     std::string decoded;
     if (!AttachUudecode(bytes, &decoded, nullptr)) {
       xvt_dm_post_error("Error in decoding the UUEcoded file; the attachment was not saved!");
+      return 0;
+    }
+    bytes.swap(decoded);
+  }
+  if (row.kind == kAttachBinhex) {
+    std::string decoded, why;
+    if (!AttachBinhexDecode(bytes, &decoded, nullptr, &why)) {
+      Trace(kTraceAttach, kTraceCritical, "ViewerSaveRow: %s\n", why.c_str());
+      xvt_dm_post_error("Error in decoding the BinHex file; the attachment was not saved!");
       return 0;
     }
     bytes.swap(decoded);

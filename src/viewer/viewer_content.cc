@@ -75,6 +75,14 @@ std::string SizeText(unsigned long bytes) {
   return buf;
 }
 
+// What the part holds once decoded: base64 carries 57 bytes in each line
+// of 76 characters and its line end; the size on the wire would overstate
+// an attachment by more than a third.
+unsigned long DecodedSize(const BodyPart* b) {
+  if (b->encoding != ENCBASE64) return b->size_bytes;
+  return static_cast<unsigned long>(static_cast<unsigned long long>(b->size_bytes) * 57 / 78);
+}
+
 void AddRows(const BodyPart* b, const std::string& section, int depth, const std::string& skip,
              std::vector<AttachRow>* rows) {
   if (!b || depth > kMaxDepth || rows->size() >= static_cast<size_t>(kMaxRows)) return;
@@ -106,7 +114,7 @@ void AddRows(const BodyPart* b, const std::string& section, int depth, const std
   if (Is(b, TYPEAPPLICATION, "MAC-BINHEX40")) row.kind = kAttachBinhex;
   if (Is(b, TYPEAPPLICATION, "X-UUENCODE")) row.kind = kAttachUuencode;
   row.name = AttachPartName(b);
-  row.label = indent + row.name + "  (" + row.mime + ", " + SizeText(b->size_bytes) + ")";
+  row.label = indent + row.name + "  (" + row.mime + ", " + SizeText(DecodedSize(b)) + ")";
   rows->push_back(row);
 }
 

@@ -29,6 +29,7 @@ constexpr int M_VIEW_PRINT = 32008;
 constexpr int M_VIEW_RAW_HEADER = 14620;
 constexpr int M_VIEW_OPEN_ATTACHMENT = 14621;
 constexpr int M_VIEW_SAVE_ATTACHMENT = 14622;
+constexpr int M_VIEW_EXTRACT = 14615;
 constexpr int M_VIEW_PGP_DECRYPT = 14701;
 constexpr int M_VIEW_PGP_VERIFY = 14702;
 constexpr int M_VIEW_PGP_CAPTURE = 14703;
@@ -57,6 +58,7 @@ struct AttachRow {
   int depth = 0;
   bool container = false;  // a multipart: nothing to open or save
   bool opened = false;
+  std::string enclosure;   // an enclosure found in the text: its own encoded lines
 };
 
 // What a message shows: the text pane's text and the attachment rows.
@@ -66,6 +68,7 @@ struct ViewerContent {
   std::string text;               // UTF-8
   std::string text_section;       // the part shown as text
   bool from_html = false;         // the text was rendered from HTML
+  bool extracted = false;         // the text's enclosures are listed
   std::vector<AttachRow> rows;
 };
 
@@ -80,9 +83,18 @@ struct ViewerInfo {
   int msg_avail_state = kAvailNone;
   int notifier = -1;
   bool building = false;
+  // The panes' separators in pixels from the top, as last laid out, and the
+  // one the user drags (1 or 2; 0 none) with where it is now, in percent.
+  int sep_y1 = 0, sep_y2 = 0;
+  int dragging = 0;
+  int drag_first = 0, drag_second = 0;
   std::string header_text;
   ViewerContent content;
 };
+
+// Lists the uuencoded and BinHex blocks of the text as attachments to save.
+// The number of rows added.
+int ViewerExtractEnclosures(ViewerInfo* v);
 
 // The registry of open viewers, in the order they were opened.
 void viewerRegister(UMI umi, WINDOW win);

@@ -1,7 +1,7 @@
 // The viewer's renderers on arbitrary bytes: HTML to plain text, the
-// uudecoder and the attachment name cleaner. Whatever comes in, the text is
-// valid UTF-8 with no control characters but LF and TAB and of bounded
-// size, and a name is safe to create in a directory.
+// uudecoder, the BinHex decoder and the attachment name cleaner. Whatever
+// comes in, the text is valid UTF-8 with no control characters but LF and
+// TAB and of bounded size, and a name is safe to create in a directory.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -39,6 +39,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   std::string decoded, name;
   if (AttachUudecode(input, &decoded, &name)) Check(decoded.size() <= input.size());
+  // A BinHex run may repeat a byte up to 255 times, never more.
+  std::string why;
+  if (AttachBinhexDecode(input, &decoded, &name, &why)) {
+    Check(decoded.size() <= 255 * input.size());
+    CheckText(name, false);
+  } else {
+    Check(decoded.empty() && !why.empty());
+  }
 
   const std::string safe = AttachSafeName(input);
   CheckText(safe, false);

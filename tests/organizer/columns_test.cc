@@ -175,9 +175,11 @@ TEST_F(ColumnSelect, TheFirstSelectedLineChoosesTheLayout) {
     }
     CM_INFO* info = CM_Create(NULL_WIN, nullptr, kCMWindowTop);
     MSG_CM_LayoutCreate(info);
+    // The strip starts where the line's own drawing does: its offset in the
+    // tree, past the 20 pixels the connectors take.
     const std::tuple<std::vector<int>, int, int> cases[] = {
-        {{}, kCMLayoutNone, 0},      {{0}, kCMLayoutMsgService, 0},        {{2}, kCMLayoutMessage, 20},
-        {{4, 1}, kCMLayoutSearchMessage, 10}, {{1, 4}, kCMLayoutFolder, 10},
+        {{}, kCMLayoutNone, 0},      {{0}, kCMLayoutMsgService, 20},        {{2}, kCMLayoutMessage, 40},
+        {{4, 1}, kCMLayoutSearchMessage, 30}, {{1, 4}, kCMLayoutFolder, 30},
     };
     for (auto& [select, layout, offset] : cases) {
       TREE_ClearSelections(w);
@@ -237,7 +239,7 @@ TEST_F(ColumnOptions, DefaultsAreWrittenAndLayoutsComeBack) {
   EXPECT_EQ(Option("desktop.colman.topms.Message.Subject.size"), "260");
   EXPECT_EQ(Option("desktop.colman.topms.Message.Date.offset"), "437");
   std::string saved = treetest::Geometry(info, message);
-  EXPECT_EQ(saved, "Icon:0+27 From:27+150 Subject:177+260 Date:437+90 Size:- Folder:527+170");
+  EXPECT_EQ(saved, "Icon:0+27 From:27+150 Subject:177+260 Date:437+120 Size:- Folder:557+170");
   CM_Destroy(info);
   info = CM_Create(NULL_WIN, nullptr, kCMWindowTop);
   MSG_CM_LayoutCreate(info);
@@ -259,14 +261,14 @@ TEST_F(ColumnOptions, TheManagerWindowShowsHidesAndMovesColumns) {
       // what, a click on line n (-1) or a key (-2) or a button, n or the key, the list, the options
       {"opened", kCMNone, 0, "[x]Icon [x]From [x]Subject [x]Date [x]Size [x]Folder", ""},
       {"a click hides Size", -1, 4, "[x]Icon [x]From [x]Subject [x]Date [ ]Size [x]Folder",
-       "Size.visible=0 Folder.offset=467"},
+       "Size.visible=0 Folder.offset=497"},
       {"Space shows it", -2, ' ', "[x]Icon [x]From [x]Subject [x]Date [x]Size [x]Folder",
-       "Size.visible=1 Folder.offset=507"},
+       "Size.visible=1 Folder.offset=547"},
       {"Enter hides it", -2, K_ENTER, "[x]Icon [x]From [x]Subject [x]Date [ ]Size [x]Folder", "Size.visible=0"},
       {"Move Up", kCMManagerUp, 1, "[x]Icon [x]From [x]Subject [ ]Size [x]Date [x]Folder",
        "Size.offset=377 Date.offset=377"},
       {"Move Down twice", kCMManagerDown, 2, "[x]Icon [x]From [x]Subject [x]Date [x]Folder [ ]Size",
-       "Folder.offset=467 Size.offset=637"},
+       "Folder.offset=497 Size.offset=667"},
       {"Move Down at the end", kCMManagerDown, 1, "[x]Icon [x]From [x]Subject [x]Date [x]Folder [ ]Size", ""},
       {"a click on From hides it", -1, 1, "[x]Icon [ ]From [x]Subject [x]Date [x]Folder [ ]Size",
        "From.visible=0 Subject.offset=27"},

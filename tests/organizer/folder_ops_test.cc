@@ -304,11 +304,11 @@ TEST_F(FolderOpsTest, ServiceAndFolderLinesDrawTheirState) {
       const XvtDrawOp* name = text(step.service_text);
       ASSERT_NE(name, nullptr) << step.what;
       EXPECT_EQ(name->fore, step.service_color) << step.what;
-      EXPECT_EQ(name->rct.left - TREE_GetAbsOffset(svc), 32 + 2) << step.what;  // the name column
+      EXPECT_EQ(name->rct.left - TREE_GetLineStart(tree_, svc), 32 + 2) << step.what;  // the name column
       const XvtDrawOp* counts = *step.count_text ? text(step.count_text) : nullptr;
       EXPECT_EQ(counts != nullptr, *step.count_text != 0) << step.what;
       if (counts) {
-        EXPECT_EQ(counts->rct.left - TREE_GetAbsOffset(box), 22 + 150 + 2) << step.what;
+        EXPECT_EQ(counts->rct.left - TREE_GetLineStart(tree_, box), 22 + 150 + 2) << step.what;
       }
       EXPECT_EQ(text("[Read Only]") != nullptr, step.read_only) << step.what;
       EXPECT_EQ(red_lines(), step.red) << step.what;

@@ -409,14 +409,14 @@ TEST_F(NodesTest, LinesDrawAtTheirColumns) {
       std::function<void()> change;
       const char* want;  // x of From, Subject, Date, Size from the line's start; - for not drawn
     } steps[] = {
-        {"defaults", [] {}, "29 179 379 469"},
-        {"subject hidden", [&] { CM_ColumnSetVisible(info, layout, 3, false); }, "29 - 179 269"},
-        {"size first", [&] { CM_ColumnMoveSelected(info, layout, 5, 2); }, "69 - 219 29"},
-        {"from wider", [&] { CM_ColumnSetSize(info, layout, 2, 300); }, "69 - 369 29"},
+        {"defaults", [] {}, "29 179 379 499"},
+        {"subject hidden", [&] { CM_ColumnSetVisible(info, layout, 3, false); }, "29 - 179 299"},
+        {"size first", [&] { CM_ColumnMoveSelected(info, layout, 5, 2); }, "79 - 229 29"},
+        {"from wider", [&] { CM_ColumnSetSize(info, layout, 2, 300); }, "79 - 379 29"},
     };
     for (const Step& step : steps) {
       step.change();
-      const int at = TREE_GetAbsOffset(line);
+      const int at = TREE_GetLineStart(tree_, line);
       std::string got;
       const std::string texts[] = {"Ann", "hello", "Nov  2 10:00 2026", size};
       const XvtDrawOp* from = nullptr;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "src/search/search_dialog.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
+#include "src/viewer/viewer_internal.h"
 #include "tests/model/model_fixture.h"
 
 namespace {
@@ -352,6 +354,46 @@ TEST_F(OrganizerWindowsTest, GeometryIsSavedWithTheFrameState) {
   EXPECT_EQ(Opt_LookupText("WinPosn.TopMS.Border", kOptSession), "20 30 520 430 Max");
   Run([&] {
     EXPECT_EQ(xvt_vobj_get_attr(MSG_TopWindow(), ATTR_WIN_MAXIMIZED), 1);
+  });
+}
+
+// Flags changed while the folder shows in a window of its own reach that
+// window's lines and the folder's counts, whoever changes them: the model,
+// or a viewer that marks what it shows read.
+TEST_F(OrganizerWindowsTest, AFolderWindowsLinesFollowTheirFlags) {
+  Run([&] {
+    TreeNode* work = Folder("work");
+    TREE_SelectOnlyNode(work);
+    Command(Top(), M_MSG_OPEN_WINDOW);
+    WINDOW win = MSG_NodeWindow(work);
+    ASSERT_NE(win, NULL_WIN);
+    const int folder = FOL_Info(work)->folder_id;
+    const UMI first = MM_UMIFromMsgno(folder, 1), second = MM_UMIFromMsgno(folder, 2);
+    struct Step {
+      const char* what;
+      std::function<void()> change;
+      const char* marks;  // each row's mark, in the window's order
+      long unread;
+    } steps[] = {
+        {"as opened", [] {}, "unread unread", 2},
+        {"read in a viewer", [&] { spawnViewer(first, work); }, "unread -", 1},
+        {"deleted", [&] { MM_MsgSetFlag(second, "\\Deleted"); }, "deleted -", 1},
+        {"marked unread again", [&] { MM_MsgClearFlag(first, "\\Seen"); }, "deleted unread", 2},
+    };
+    for (const Step& step : steps) {
+      step.change();
+      std::string rows, marks;
+      MSG_DescribeTree(MSG_WinInfo(win)->tree, &rows);
+      std::istringstream lines(rows);
+      for (std::string line; std::getline(lines, line);) {
+        const size_t open = line.rfind(" [");
+        marks += (marks.empty() ? "" : " ") +
+                 (open == std::string::npos ? std::string("-") : line.substr(open + 2, line.size() - open - 3));
+      }
+      EXPECT_EQ(marks, step.marks) << step.what << "\n" << rows;
+      EXPECT_EQ(FOL_Info(work)->unread, step.unread) << step.what;
+    }
+    while (WINDOW v = viewerFindAny()) xvt_vobj_destroy(v);
   });
 }
 

@@ -35,7 +35,7 @@ void DrawLine(WINDOW win, TreeNode* node, RCT* rect) {
   for (int n = 1; n <= 2; ++n) {
     int off = 0, size = 0;
     if (CM_ColumnGetDimension(g_strip, layout, CM_ColumnGetColumnByN(g_strip, layout, n), &off, &size)) continue;
-    int x = rect->left - 20 + off;  // columns count from the line's offset, the text from the margin
+    int x = rect->left + off;  // columns count from the line's own start, past the connectors
     RCT clip{x, rect->top, x + size - 4, rect->bottom};
     xvt_dwin_set_clip(win, &clip);
     xvt_dwin_draw_text(win, x + 2, baseline, (n == 1 ? d->from : d->subject).c_str(), -1);
@@ -44,7 +44,7 @@ void DrawLine(WINDOW win, TreeNode* node, RCT* rect) {
 }
 
 int LineWidth(WINDOW, TreeNode* node, RCT*) {
-  return static_cast<Line*>(TREE_GetData(node))->type == kNodeDataTypeMessage ? 27 + 150 + 200 - 20 : 120;
+  return static_cast<Line*>(TREE_GetData(node))->type == kNodeDataTypeMessage ? 27 + 150 + 200 : 120;
 }
 
 // Counts dark pixels in a rectangle of the picture.
@@ -95,8 +95,8 @@ TEST_F(XvtQt, TreeWithColumnsIsDrawnAndFollowsADraggedBorder) {
     std::string dir = std::string(VELMAR_TEST_BINARY_DIR) + "/";
     EXPECT_TRUE(img.save(QString::fromStdString(dir + "tree_gui.png"), "PNG")) << dir;
 
-    // The highlight of line 2, from the text's start.
-    int left = msgs[0]->abs_offset, line2 = 20 + 2 * kLine, line3 = line2 + kLine;
+    // The highlight of line 2, from the line's own start past the connectors.
+    int left = TREE_GetLineStart(tree, msgs[0]), line2 = 20 + 2 * kLine, line3 = line2 + kLine;
     int highlight = 0;
     for (int x = left + 21; x < left + 320; ++x)
       for (int y = line2 + 1; y < line3 - 1; ++y) highlight += img.pixel(x, y) == (0xFF000000u | kTreeHighlight);
@@ -110,7 +110,7 @@ TEST_F(XvtQt, TreeWithColumnsIsDrawnAndFollowsADraggedBorder) {
     EXPECT_EQ(DarkIn(img, left + 27 + 150 + 200 + 2, line3, 590, line3 + kLine), 0) << "beyond the last column";
     EXPECT_GT(DarkIn(img, left + 27 + 150 + 2, 2, left + 27 + 150 + 60, 18), 10) << "the Subject title";
     int gray = 0;  // the dotted gray connector in the messages' column
-    for (int y = line3; y < line3 + kLine; ++y) gray += img.pixel(left + 10, y) == 0xFF808080u;
+    for (int y = line3; y < line3 + kLine; ++y) gray += img.pixel(msgs[0]->abs_offset + 10, y) == 0xFF808080u;
     EXPECT_GT(gray, 2);
 
     // Press on From's right border (27 + 150), drag, release 43 px further.

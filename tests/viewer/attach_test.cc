@@ -137,6 +137,45 @@ TEST(AttachUudecode, DecodesTheFirstBlockAndRefusesBrokenOnes) {
   }
 }
 
+// Made by an encoder written after the format's description: a name with a
+// directory, a literal 0x90 twice, a run of 300 bytes, a resource fork.
+const std::string kBinhex =
+    "(This file must be converted with BinHex 4.0)\r\n"
+    ":$5iZ,h*PF'pbG#jdH(3!9%9B9(4dH(3!N!3\"1`#3!`5L#%KPE'a[N!#3!L\"hEh*\r\n"
+    "XC!T\"N2p\"N#d+5U&58e*$MlF:\r\n";
+const std::string kBinhexData = "Hello\x90\x90 world\n" + std::string(300, 'A') + "\n";
+
+TEST(AttachBinhexDecode, DecodesTheDataForkAndRefusesBrokenBlocks) {
+  auto changed = [](std::string t, const std::string& from, const std::string& to) {
+    return t.replace(t.find(from), from.size(), to);
+  };
+  struct Case {
+    std::string text;
+    bool ok;
+    std::string why;  // the start of the reason
+  } cases[] = {
+      {"Some words before.\r\n" + kBinhex, true, ""},
+      {changed(kBinhex, "XC!T", "XC!U"), false, "CRC error"},         // a changed byte in the data
+      {changed(kBinhex, ":$5iZ", ":$5jZ"), false, "CRC error"},       // in the header
+      {changed(kBinhex, "MlF:", "MlF"), false, "Unexpected end"},     // no closing colon
+      {changed(kBinhex, "Eh*", "Eo*"), false, "A character that"},    // 'o' is not in the alphabet
+      {changed(kBinhex, "(This file", "(That file"), false, "No BinHex"},
+      {"(This file\n:!!!!:\n", false, "The BinHex header"},           // a name of length 0
+      {"(This file\n:\"3!!:\n", false, "Unexpected end"},           // a name of 5, then nothing
+  };
+  for (const Case& c : cases) {
+    std::string out = "stale", name, why;
+    EXPECT_EQ(AttachBinhexDecode(c.text, &out, &name, &why), c.ok) << c.text;
+    if (c.ok) {
+      EXPECT_EQ(out, kBinhexData);
+      EXPECT_EQ(name, "report.txt");
+    } else {
+      EXPECT_EQ(why.rfind(c.why, 0), 0u) << why;
+      EXPECT_EQ(out, "");
+    }
+  }
+}
+
 class AttachOptionsTest : public ModelTest {};
 
 TEST_F(AttachOptionsTest, HelpersAreFoundByTypeThenByExtension) {

@@ -187,6 +187,121 @@ TEST_F(ViewerTest, PanesOfTheCommonKindsOfMail) {
   });
 }
 
+void MouseAt(WINDOW win, EVENT_TYPE type, int y) {
+  EVENT ev{};
+  ev.type = type;
+  ev.v.mouse.where = PNT{100, y};
+  xvt_win_dispatch_event(win, &ev);
+}
+
+int Bottom(WINDOW pane) {
+  RCT r{};
+  xvt_vobj_get_outer_rect(pane, &r);
+  return r.bottom;
+}
+
+// A separator dragged with the mouse moves the panes, stays within its
+// limits, and is kept for every viewer with that many panes.
+TEST_F(ViewerTest, DraggedSeparatorsMoveThePanesAndAreKept) {
+  struct Case {
+    unsigned long msgno;  // 1: header and text; 2: header, text and attachments
+    int which;            // the separator grabbed
+    int to_percent;       // where it is let go
+    const char* option;
+    int first, second;  // saved; -1: where it was, -2: just below the first
+  } cases[] = {
+      {1, 1, 50, "SepPosn.Viewer1", 50, 0},
+      {1, 1, 99, "SepPosn.Viewer1", 90, 0},  // the text keeps some room
+      {2, 1, 30, "SepPosn.Viewer2", 30, -1},
+      {2, 2, 10, "SepPosn.Viewer2", -1, -2},  // never above the first
+  };
+  int round = 0;
+  for (const Case& c : cases) {
+    Run([&] {
+      TreeNode* node = Folder("drag" + std::to_string(round++), {Plain("one", "body"), WithPng()});
+      ASSERT_TRUE(node);
+      spawnViewer(Umi(node, c.msgno), node);
+      ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+      ASSERT_TRUE(v);
+      RCT client{};
+      xvt_vobj_get_client_rect(v->window, &client);
+      const int h = client.bottom - client.top;
+      const int grab = c.which == 1 ? v->sep_y1 : v->sep_y2;
+      const int first_before = v->sep_y1 * 100 / h, second_before = v->sep_y2 * 100 / h;
+      MouseAt(v->window, E_MOUSE_DOWN, grab + 2);
+      MouseAt(v->window, E_MOUSE_MOVE, h * c.to_percent / 100);
+      MouseAt(v->window, E_MOUSE_UP, h * c.to_percent / 100);
+      const std::string saved = Opt_LookupText(c.option, kOptPermanent);
+      int first = 0, second = 0, third = 0;
+      ASSERT_EQ(std::sscanf(saved.c_str(), "%d %d %d", &first, &second, &third), 3) << saved;
+      EXPECT_EQ(first, c.first == -1 ? first_before : c.first) << saved;
+      EXPECT_EQ(second, c.second == -1 ? second_before : c.second == -2 ? first + 6 : c.second) << saved;
+      EXPECT_EQ(third, 0) << saved;
+      EXPECT_EQ(Bottom(v->header_pane), h * first / 100) << saved;
+      if (v->content.panes == 3) {
+        EXPECT_GT(second, first + 5) << saved;
+        EXPECT_EQ(Bottom(v->text_pane), h * second / 100) << saved;
+      }
+      // A press away from the separators grabs nothing.
+      MouseAt(v->window, E_MOUSE_DOWN, 2);
+      MouseAt(v->window, E_MOUSE_MOVE, h / 2);
+      MouseAt(v->window, E_MOUSE_UP, h / 2);
+      EXPECT_EQ(Opt_LookupText(c.option, kOptPermanent), saved);
+      // The next viewer with as many panes starts with them.
+      xvt_vobj_destroy(v->window);
+      spawnViewer(Umi(node, c.msgno), node);
+      v = ViewerInfoOf(viewerFindAny());
+      ASSERT_TRUE(v);
+      EXPECT_EQ(Bottom(v->header_pane), h * first / 100);
+      while (WINDOW w = viewerFindAny()) xvt_vobj_destroy(w);
+      Opt_AssignString(c.option, "", kOptPermanent, 0);
+    });
+  }
+}
+
+// Where the user left a viewer is where the next one opens, on screen.
+TEST_F(ViewerTest, TheViewersPlaceIsKeptAndBroughtOnScreen) {
+  struct Case {
+    RCT moved_to;
+    std::function<void(WINDOW)> leave;
+    RCT next;  // where the next viewer stands
+  } cases[] = {
+      {{100, 120, 600, 520}, [](WINDOW w) { doMenu(w, M_VIEW_CLOSE); }, {100, 120, 600, 520}},
+      {{30, 40, 530, 440}, [](WINDOW) { MM_NotPostSimple(E_SAVE_DESKTOP); }, {30, 40, 530, 440}},
+      {{5000, 5000, 5500, 5400}, [](WINDOW w) { doMenu(w, M_VIEW_CLOSE); }, {0, 0, 0, 0}},
+  };
+  int round = 0;
+  for (const Case& c : cases) {
+    Run([&] {
+      TreeNode* node = Folder("place" + std::to_string(round++), {Plain("one", "body")});
+      ASSERT_TRUE(node);
+      spawnViewer(Umi(node, 1), node);
+      WINDOW win = viewerFindAny();
+      ASSERT_TRUE(win);
+      xvt_vobj_move(win, &c.moved_to);
+      c.leave(win);
+      while (WINDOW w = viewerFindAny()) xvt_vobj_destroy(w);
+      spawnViewer(Umi(node, 1), node);
+      win = viewerFindAny();
+      ASSERT_TRUE(win);
+      RCT r{}, screen{};
+      xvt_vobj_get_outer_rect(win, &r);
+      xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
+      if (c.next.right) {
+        EXPECT_EQ(r.left, c.next.left);
+        EXPECT_EQ(r.top, c.next.top);
+        EXPECT_EQ(r.right, c.next.right);
+        EXPECT_EQ(r.bottom, c.next.bottom);
+      }
+      EXPECT_GE(r.left, screen.left);
+      EXPECT_GE(r.top, screen.top);
+      EXPECT_LE(r.right, screen.right);
+      EXPECT_LE(r.bottom, screen.bottom);
+      while (WINDOW w = viewerFindAny()) xvt_vobj_destroy(w);
+    });
+  }
+}
+
 TEST_F(ViewerTest, SavingAnAttachmentWritesItsDecodedBytesAndNeverOverwritesSilently) {
   Run([&] {
     TreeNode* node = Folder("save", {WithPng()});
@@ -212,6 +327,50 @@ TEST_F(ViewerTest, SavingAnAttachmentWritesItsDecodedBytesAndNeverOverwritesSile
     xvt_test_push_answer(RESP_DEFAULT);
     EXPECT_EQ(ViewerSaveRow(v, 0), 1);
     EXPECT_EQ(ReadFile(target), kPngBytes);
+  });
+}
+
+// Enclosures in the text become rows that save decoded; once listed, the
+// command is spent.
+TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {
+  const std::string binhex =
+      "(This file must be converted with BinHex 4.0)\r\n"
+      ":$5iZ,h*PF'pbG#jdH(3!9%9B9(4dH(3!N!3\"1`#3!`5L#%KPE'a[N!#3!L\"hEh*\r\n"
+      "XC!T\"N2p\"N#d+5U&58e*$MlF:\r\n";
+  const std::string body = "See the two files.\r\nbegin 644 ../cat.txt\r\n#0V%T\r\n`\r\nend\r\nand\r\n" + binhex +
+                           "begin 644 broken\r\nM0V\r\nend\r\nbegin 600 dog.txt\r\n#1&]G\r\n`\r\nend\r\nbye";
+  Run([&] {
+    TreeNode* node = Folder("enclosures", {Plain("files", body), Plain("none", "just words")});
+    ASSERT_TRUE(node);
+    spawnViewer(Umi(node, 1), node);
+    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+    ASSERT_TRUE(v);
+    EXPECT_EQ(v->content.panes, 2);
+    EXPECT_TRUE(xvt_menu_get_item_enabled(v->window, M_VIEW_EXTRACT));
+    doMenu(v->window, M_VIEW_EXTRACT);
+    EXPECT_EQ(v->content.panes, 3);
+    struct Want {
+      std::string name, bytes;
+    } wants[] = {{"cat.txt", "Cat"}, {"report.txt", "Hello\x90\x90 world\n" + std::string(300, 'A') + "\n"},
+                 {"dog.txt", "Dog"}};
+    ASSERT_EQ(v->content.rows.size(), std::size(wants)) << "the broken block is not listed";
+    for (size_t i = 0; i < std::size(wants); ++i) {
+      EXPECT_EQ(v->content.rows[i].name, wants[i].name);
+      const std::string target = home_ + "/extracted" + std::to_string(i);
+      xvt_test_push_text(target.c_str());
+      EXPECT_EQ(ViewerSaveRow(v, i), 1);
+      EXPECT_EQ(ReadFile(target), wants[i].bytes) << wants[i].name;
+    }
+    EXPECT_FALSE(xvt_menu_get_item_enabled(v->window, M_VIEW_EXTRACT));
+    EXPECT_EQ(ViewerExtractEnclosures(v), 0);
+    EXPECT_EQ(v->content.rows.size(), std::size(wants));
+    // A text without enclosures says so, and lists nothing.
+    doMenu(v->window, M_VIEW_NEXT);
+    xvt_test_clear_posts();
+    doMenu(v->window, M_VIEW_EXTRACT);
+    EXPECT_TRUE(v->content.rows.empty());
+    EXPECT_NE(Posts().find("no uuencoded or BinHex"), std::string::npos) << Posts();
+    xvt_vobj_destroy(v->window);
   });
 }
 

@@ -177,6 +177,7 @@ void FreeApplication() {
   ClearDrawCaches();
   s.answers.clear();
   s.dialogs.clear();
+  s.files.clear();
   s.dismiss = 0;
   s.by_widget.clear();
   if (s.own_app) {

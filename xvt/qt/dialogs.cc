@@ -63,6 +63,14 @@ struct OpenDialog {
 };
 std::vector<OpenDialog> g_open_dialogs;
 
+// File choosers waiting for the user, innermost last, and the path a script
+// chose for one of them.
+struct OpenChooser {
+  QPointer<QFileDialog> dlg;
+  QString scripted;
+};
+std::vector<OpenChooser> g_open_choosers;
+
 // Builds the dialog and its controls; E_CREATE comes once all exist.
 xvt_object* BuildDialog(const WIN_DEF* defs, EVENT_HANDLER eh, intptr_t app_data) {
   auto& s = S();
@@ -199,6 +207,14 @@ void TooLong(QWidget* parent, size_t size) {
 bool ChooseFile(const char* kind, const char* prompt, char* path, size_t size, bool save) {
   Report(kind, prompt ? prompt : "");
   if (!QCoreApplication::instance() || !path || size == 0) return false;
+  // A path the script gave beforehand is taken as typed and accepted.
+  if (std::string scripted; TakeScriptedFile(&scripted)) {
+    const QString chosen = FromUtf8(scripted.c_str());
+    if (!Fits(chosen, size)) return false;
+    std::fprintf(stderr, "xvt: chose file %s\n", scripted.c_str());
+    CopyOut(chosen, path, size);
+    return true;
+  }
   Guarded<QFileDialog> dlg(DialogParent(), FromUtf8(prompt));
   dlg->setOption(QFileDialog::DontUseNativeDialog, true);
   dlg->setAcceptMode(save ? QFileDialog::AcceptSave : QFileDialog::AcceptOpen);
@@ -213,8 +229,13 @@ bool ChooseFile(const char* kind, const char* prompt, char* path, size_t size, b
       dlg->selectFile(fi.fileName());
     }
   }
-  while (dlg.Exec() == QDialog::Accepted) {
-    QString chosen = dlg->selectedFiles().value(0);
+  for (;;) {
+    g_open_choosers.push_back(OpenChooser{dlg.get(), QString()});
+    const int result = dlg.Exec();
+    const QString scripted = g_open_choosers.back().scripted;
+    g_open_choosers.pop_back();
+    if (result != QDialog::Accepted) break;
+    QString chosen = scripted.isEmpty() ? dlg->selectedFiles().value(0) : scripted;
     if (chosen.isEmpty()) return false;
     if (Fits(chosen, size)) {
       CopyOut(chosen, path, size);
@@ -232,6 +253,18 @@ bool AnswerOpenQuestion(int answer) {
     if (it->kind != "ask" || !it->box || it->buttons.empty()) continue;
     size_t i = static_cast<size_t>(std::clamp(answer, 1, static_cast<int>(it->buttons.size()))) - 1;
     it->buttons[i]->click();
+    return true;
+  }
+  return false;
+}
+
+bool ChooseInOpenFileDialog(const std::string& path) {
+  for (auto it = g_open_choosers.rbegin(); it != g_open_choosers.rend(); ++it) {
+    if (!it->dlg) continue;
+    std::fprintf(stderr, "xvt: chose file %s\n", path.c_str());
+    it->scripted = FromUtf8(path.c_str());
+    // done(), not accept(): the chooser's own check wants a typed name.
+    static_cast<QDialog*>(it->dlg.data())->done(QDialog::Accepted);
     return true;
   }
   return false;
@@ -259,6 +292,10 @@ bool DriveOpenDialog(int rid, const std::vector<int>& clicks) {
 
 void Report(const char* kind, const std::string& text) {
   if (!S().scripted) return;
+  // A box that the program's start-up brings up (a server that fails, a
+  // first-run question) waits before the script would otherwise start:
+  // it starts now, so that the box can be answered.
+  StartScript();
   std::string one = text;
   for (char& c : one)
     if (c == '\n' || c == '\r') c = ' ';

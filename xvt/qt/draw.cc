@@ -172,6 +172,8 @@ void xvt_dwin_set_font(WINDOW win, XVT_FNTID font) {
   win->font = ToQFont(font);
   win->has_font = true;
   if (QPainter* p = Painter(win)) p->setFont(win->font);
+  // A control shows its text in the font set on it.
+  if (IsControl(win->type) && win->outer) win->outer->setFont(win->font);
 }
 
 void xvt_dwin_set_clip(WINDOW win, const RCT* rct) {

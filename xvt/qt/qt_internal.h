@@ -140,6 +140,7 @@ struct State {
     std::vector<int> clicks;
   };
   std::deque<ScriptedDialog> dialogs;
+  std::deque<std::string> files;  // paths for the next file choosers
 
   int signal_fds[2] = {-1, -1};
 };
@@ -229,6 +230,7 @@ void Report(const char* kind, const std::string& text);
 bool AnswerOpenQuestion(int answer);
 bool DismissOpenNotice();
 bool DriveOpenDialog(int rid, const std::vector<int>& clicks);
+bool ChooseInOpenFileDialog(const std::string& path);
 
 // --- Automation ------------------------------------------------------------
 void StartScript();
@@ -236,5 +238,6 @@ void StopScript();
 bool TakeScriptedAnswer(int* answer);
 bool TakeScriptedDismiss();
 bool TakeScriptedDialog(int rid, std::vector<int>* clicks);
+bool TakeScriptedFile(std::string* path);
 
 }  // namespace xvtqt

@@ -3,14 +3,18 @@
 // runs without a user can exercise the real windows:
 //
 //   wait MS                 continue after MS milliseconds
-//   screenshot PATH [screen]  the task window (or the whole screen) as PNG
-//   command TAG             a menu choice: E_COMMAND to the task window
+//   screenshot PATH [screen|TITLE]  the task window (or the whole screen,
+//                           or the window titled TITLE) as PNG
+//   command TAG [TITLE]     a menu choice: E_COMMAND to the task window, or
+//                           to the window titled TITLE from its menu bar
 //   close                   the task window's close box: E_CLOSE
 //   quit                    a request to quit: E_QUIT (not a query)
 //   answer N                the next question (post_ask) answers button N
 //   dismiss                 the next error/note/message box is not shown
 //   dialog RID ID...        the next modal dialog RID gets these controls
 //                           clicked, in order, once it is up (RID 0: any)
+//   file PATH               the next file chooser (open or save) returns
+//                           PATH, as if the user typed it and pressed OK
 //   log TEXT                TEXT to stderr
 //   key [MOD+]...NAME       a key press to the focused widget: a character,
 //                           or Up Down Left Right PageUp PageDown Home End
@@ -24,7 +28,8 @@
 //
 // A line runs even while a box or modal dialog that an earlier line brought
 // up waits for the user; "answer", "dismiss" and "dialog" then concern that
-// box or dialog if it is of their kind, and otherwise the next one to come.
+// box or dialog if it is of their kind, and otherwise the next one to come;
+// so does "file" for a file chooser.
 // Empty lines and lines starting with '#' are skipped; a line that cannot be
 // understood is reported on stderr and skipped. After the last line the
 // program simply goes on running.
@@ -53,10 +58,11 @@ namespace xvtqt {
 struct ScriptLine {
   enum Kind {
     kWait, kScreenshot, kCommand, kClose, kQuit, kAnswer, kDismiss, kDialog, kLog,
-    kKey, kClick, kDoubleClick, kType, kDump
+    kKey, kClick, kDoubleClick, kType, kDump, kFile
   } kind;
   long number = 0;  // wait: ms, command: tag, answer: N, dialog: rid
   std::string text;  // screenshot: path, log: text
+  std::string title;  // screenshot, command: the window meant
   bool screen = false;
   std::vector<int> ids;
   int key = 0;  // key: the Qt key
@@ -95,6 +101,18 @@ std::string Trim(const std::string& s) {
   if (b == std::string::npos) return std::string();
   size_t e = s.find_last_not_of(" \t\r\n");
   return s.substr(b, e - b + 1);
+}
+
+// The line after its first `words` words, trimmed: a title or a path may
+// hold blanks.
+std::string RestAfter(const std::string& line, int words) {
+  size_t at = 0;
+  for (int i = 0; i < words; ++i) {
+    at = line.find_first_not_of(" \t", at);
+    at = line.find_first_of(" \t", at);
+    if (at == std::string::npos) return std::string();
+  }
+  return Trim(line.substr(at));
 }
 
 // "ctrl+shift+Down", "F5", "a": the key and its modifiers.
@@ -155,14 +173,21 @@ bool Parse(const std::string& line, ScriptLine* out) {
   }
   if (verb == "screenshot") {
     out->kind = ScriptLine::kScreenshot;
-    if (n < 2 || n > 3 || (n == 3 && w[2] != "screen")) return false;
+    if (n < 2) return false;
     out->text = w[1];
-    out->screen = n == 3;
+    out->screen = n == 3 && w[2] == "screen";
+    if (n > 2 && !out->screen) out->title = RestAfter(line, 2);
     return true;
   }
   if (verb == "command") {
     out->kind = ScriptLine::kCommand;
-    return n == 2 && ToLong(w[1], &out->number);
+    if (n > 2) out->title = RestAfter(line, 2);
+    return n >= 2 && ToLong(w[1], &out->number);
+  }
+  if (verb == "file") {
+    out->kind = ScriptLine::kFile;
+    out->text = RestAfter(line, 1);
+    return n >= 2;
   }
   if (verb == "close" || verb == "quit" || verb == "dismiss") {
     out->kind = verb == "close" ? ScriptLine::kClose : verb == "quit" ? ScriptLine::kQuit : ScriptLine::kDismiss;
@@ -217,17 +242,6 @@ bool Parse(const std::string& line, ScriptLine* out) {
   return false;
 }
 
-void Screenshot(const std::string& path, bool whole_screen) {
-  auto& s = S();
-  QPixmap pix;
-  if (whole_screen) {
-    if (QScreen* screen = QGuiApplication::primaryScreen()) pix = screen->grabWindow(0);
-  } else if (s.task_window) {
-    pix = s.task_window->grab();
-  }
-  if (pix.isNull() || !pix.save(QString::fromStdString(path), "PNG"))
-    std::fprintf(stderr, "xvt: screenshot %s failed\n", path.c_str());
-}
 
 // The focused widget; without a window manager the program's window may
 // never become active, and then the widget that would have the focus.
@@ -294,6 +308,23 @@ void Click(const ScriptLine& l, bool dbl) {
   }
 }
 
+void Screenshot(const ScriptLine& l) {
+  auto& s = S();
+  QPixmap pix;
+  if (l.screen) {
+    if (QScreen* screen = QGuiApplication::primaryScreen()) pix = screen->grabWindow(0);
+  } else if (!l.title.empty()) {
+    xvt_object* rec = WindowTitled(l.title);
+    QWidget* frame = rec ? (rec == R().task ? static_cast<QWidget*>(s.task_window) : rec->outer.data()) : nullptr;
+    if (!frame) std::fprintf(stderr, "xvt: script: no window titled \"%s\"\n", l.title.c_str());
+    if (frame) pix = frame->grab();
+  } else if (s.task_window) {
+    pix = s.task_window->grab();
+  }
+  if (pix.isNull() || !pix.save(QString::fromStdString(l.text), "PNG"))
+    std::fprintf(stderr, "xvt: screenshot %s failed\n", l.text.c_str());
+}
+
 bool TopLevel(const xvt_object* o) {
   auto& r = R();
   if (IsControl(o->type) || o == r.task || o == r.screen || o == r.mdi) return false;
@@ -331,19 +362,27 @@ void Execute(const ScriptLine& l) {
   auto& s = S();
   switch (l.kind) {
     case ScriptLine::kWait: break;
-    case ScriptLine::kScreenshot: Screenshot(l.text, l.screen); break;
+    case ScriptLine::kScreenshot: Screenshot(l); break;
     case ScriptLine::kCommand: {
-      if (!Live(R().task)) break;
+      xvt_object* to = l.title.empty() ? R().task : WindowTitled(l.title);
+      if (!to || !Live(to)) {
+        std::fprintf(stderr, "xvt: script: no window titled \"%s\"; command %ld not sent\n", l.title.c_str(),
+                     l.number);
+        break;
+      }
       // As a menu choice: an item the program disabled cannot be chosen.
-      if (MenuItem* m = FindMenuItem(R().task, static_cast<int>(l.number)); m && !m->enabled) {
+      if (MenuItem* m = FindMenuItem(to, static_cast<int>(l.number)); m && !m->enabled) {
         std::fprintf(stderr, "xvt: script: command %ld is disabled; not sent\n", l.number);
         break;
       }
       EVENT ev = MakeEvent(E_COMMAND);
       ev.v.cmd.tag = static_cast<int>(l.number);
-      Send(R().task, &ev);
+      Send(to, &ev);
       break;
     }
+    case ScriptLine::kFile:
+      if (!ChooseInOpenFileDialog(l.text)) s.files.push_back(l.text);
+      break;
     case ScriptLine::kClose: TaskEvent(E_CLOSE); break;
     case ScriptLine::kQuit: TaskEvent(E_QUIT); break;
     case ScriptLine::kAnswer:
@@ -433,6 +472,14 @@ bool TakeScriptedDismiss() {
   auto& s = S();
   if (s.dismiss <= 0) return false;
   --s.dismiss;
+  return true;
+}
+
+bool TakeScriptedFile(std::string* path) {
+  auto& s = S();
+  if (s.files.empty()) return false;
+  *path = s.files.front();
+  s.files.pop_front();
   return true;
 }
 

@@ -193,5 +193,47 @@ TEST_F(XvtQt, ScriptAnswersBoxesThatAreAlreadyUp) {
   EXPECT_NE(err.find("xvt: dismissed note: Noted"), std::string::npos) << err;
 }
 
+long TitledEh(WINDOW win, EVENT* ev) {
+  if (ev->type == E_COMMAND) {
+    char title[64];
+    g_log.push_back(std::string(xvt_vobj_get_title(win, title, sizeof title)) + " got " + std::to_string(ev->v.cmd.tag));
+  }
+  return 0;
+}
+
+// A file chooser takes the script's path whether the line comes before it
+// or while it waits; a command with a title goes to that window's menu
+// bar, and to no other.
+TEST_F(XvtQt, ScriptChoosesFilesAndSendsCommandsToTitledWindows) {
+  struct Case {
+    const char* lines;
+    std::vector<std::string> log;
+    const char* said;  // on stderr
+  } cases[] = {
+      {"file /tmp/a b.txt\ncommand 1\n", {"save /tmp/a b.txt"}, "xvt: chose file /tmp/a b.txt"},
+      {"command 2\nfile /tmp/later.txt\n", {"open /tmp/later.txt"}, "xvt: chose file /tmp/later.txt"},
+      {"command 7 Report : figures\n", {"Report : figures got 7"}, ""},
+      {"command 7 Nobody here\n", {}, "no window titled \"Nobody here\""},
+  };
+  for (const Case& c : cases) {
+    std::string err = RunScripted(c.lines, [] {
+      RCT r{20, 20, 300, 200};
+      xvt_win_create(W_DOC, &r, "Report : figures", 0, TASK_WIN, WSF_CLOSE, EM_ALL, TitledEh, 0);
+      g_on_command = [](int tag) {
+        char path[256] = "start.txt";
+        if (tag == 1) g_log.push_back(xvt_dm_post_file_save("Save as", path, sizeof path) ? "save " + std::string(path) : "none");
+        if (tag == 2) g_log.push_back(xvt_dm_post_file_open("Open", path, sizeof path) ? "open " + std::string(path) : "none");
+        g_log.push_back("task got " + std::to_string(tag));
+      };
+      WaitFor([] { return false; }, 600);
+    });
+    std::vector<std::string> want = c.log;
+    if (std::string(c.lines).find("command 1") != std::string::npos) want.push_back("task got 1");
+    if (std::string(c.lines).find("command 2") != std::string::npos) want.push_back("task got 2");
+    EXPECT_EQ(g_log, want) << c.lines << err;
+    EXPECT_NE(err.find(c.said), std::string::npos) << c.lines << err;
+  }
+}
+
 }  // namespace
 }  // namespace xvt_qt_test
