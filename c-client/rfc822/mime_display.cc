@@ -33,56 +33,11 @@ constexpr unsigned short kCp1252High[32] = {
     0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
 
-void AppendCodePoint(std::string& out, unsigned long cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
-}
-
-// Length of the well-formed UTF-8 sequence at s (shortest form, no
-// surrogates, at most U+10FFFF), 0 if there is none.
-size_t Utf8Length(const unsigned char* s, size_t n) {
-  if (!n) return 0;
-  const unsigned char c = s[0];
-  if (c < 0x80) return 1;
-  size_t len;
-  unsigned char lo = 0x80, hi = 0xBF;
-  if (c >= 0xC2 && c <= 0xDF) {
-    len = 2;
-  } else if (c >= 0xE0 && c <= 0xEF) {
-    len = 3;
-    if (c == 0xE0) lo = 0xA0;
-    if (c == 0xED) hi = 0x9F;
-  } else if (c >= 0xF0 && c <= 0xF4) {
-    len = 4;
-    if (c == 0xF0) lo = 0x90;
-    if (c == 0xF4) hi = 0x8F;
-  } else {
-    return 0;
-  }
-  if (n < len || s[1] < lo || s[1] > hi) return 0;
-  for (size_t i = 2; i < len; ++i) {
-    if (s[i] < 0x80 || s[i] > 0xBF) return 0;
-  }
-  return len;
-}
 
 bool IsUtf8(std::string_view s) {
   const unsigned char* p = reinterpret_cast<const unsigned char*>(s.data());
   for (size_t i = 0; i < s.size();) {
-    const size_t len = Utf8Length(p + i, s.size() - i);
+    const size_t len = utf8_length(p + i, s.size() - i);
     if (!len) return false;
     i += len;
   }
@@ -95,12 +50,12 @@ void AppendCp1252(std::string& out, std::string_view s) {
       out += static_cast<char>(c);
     } else if (c < 0xA0) {
       if (kCp1252High[c - 0x80]) {
-        AppendCodePoint(out, kCp1252High[c - 0x80]);
+        utf8_append(out, kCp1252High[c - 0x80]);
       } else {
         out += kReplacement;
       }
     } else {
-      AppendCodePoint(out, c);
+      utf8_append(out, c);
     }
   }
 }
@@ -212,7 +167,7 @@ std::string Clean(std::string_view s) {
       ++i;
       continue;
     }
-    const size_t len = Utf8Length(p + i, s.size() - i);
+    const size_t len = utf8_length(p + i, s.size() - i);
     if (!len) {
       out += kReplacement;
       ++i;
@@ -348,6 +303,50 @@ void DecodeHeader(std::string_view s, std::string& out) {
 
 }  // namespace
 
+void utf8_append(std::string& out, unsigned long cp) {
+  if (cp < 0x80) {
+    out += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    out += static_cast<char>(0xC0 | (cp >> 6));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    out += static_cast<char>(0xE0 | (cp >> 12));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (cp >> 18));
+    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+}
+
+size_t utf8_length(const unsigned char* s, size_t n) {
+  if (!n) return 0;
+  const unsigned char c = s[0];
+  if (c < 0x80) return 1;
+  size_t len;
+  unsigned char lo = 0x80, hi = 0xBF;
+  if (c >= 0xC2 && c <= 0xDF) {
+    len = 2;
+  } else if (c >= 0xE0 && c <= 0xEF) {
+    len = 3;
+    if (c == 0xE0) lo = 0xA0;
+    if (c == 0xED) hi = 0x9F;
+  } else if (c >= 0xF0 && c <= 0xF4) {
+    len = 4;
+    if (c == 0xF0) lo = 0x90;
+    if (c == 0xF4) hi = 0x8F;
+  } else {
+    return 0;
+  }
+  if (n < len || s[1] < lo || s[1] > hi) return 0;
+  for (size_t i = 2; i < len; ++i) {
+    if (s[i] < 0x80 || s[i] > 0xBF) return 0;
+  }
+  return len;
+}
+
 std::string mime_display_text(const char* raw) {
   if (!raw) return {};
   std::string out;
@@ -380,7 +379,7 @@ std::string mime_display_body(std::string_view bytes, const char* charset) {
       ++i;
       continue;
     }
-    const size_t len = Utf8Length(p + i, converted.size() - i);
+    const size_t len = utf8_length(p + i, converted.size() - i);
     if (!len) {
       out += kReplacement;
       ++i;
@@ -411,7 +410,7 @@ std::string mime_file_name(const BodyPart* part) {
   std::string safe;
   const unsigned char* p = reinterpret_cast<const unsigned char*>(name.data());
   for (size_t i = 0; i < name.size();) {
-    const size_t len = Utf8Length(p + i, name.size() - i);  // always > 0: the text is clean
+    const size_t len = utf8_length(p + i, name.size() - i);  // always > 0: the text is clean
     const bool c1 = len == 2 && p[i] == 0xC2 && p[i + 1] < 0xA0;
     if (!len || p[i] < 0x20 || p[i] == 0x7F || c1) {
       safe += '_';

@@ -12,6 +12,12 @@
 // Header text for display, in UTF-8: encoded words decoded, raw bytes
 // taken as UTF-8 when they are valid UTF-8, else as Windows-1252.
 std::string mime_display_text(const char* raw);
+// UTF-8 helpers every reader of display text shares: a code point
+// appended (the caller has checked it), and the length of the well-formed
+// sequence at s (shortest form, no surrogates, at most U+10FFFF), 0 when
+// there is none.
+void utf8_append(std::string& out, unsigned long cp);
+size_t utf8_length(const unsigned char* s, size_t n);
 // A body part's text in UTF-8 from the bytes in its charset (iconv for
 // the charsets this file does not know itself; unlabelled bytes as in
 // mime_display_text). Line breaks become LF; TABs stay; other control

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "c-client/rfc822/mime_display.h"
+
 namespace {
 
 constexpr size_t kMaxEntityName = 32;
@@ -49,47 +51,7 @@ void AppendCodePoint(std::string& out, unsigned long cp) {
     return;
   }
   if (cp == 0xA0) cp = ' ';  // a non-breaking blank reads as a blank in plain text
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
-}
-
-// Length of the well-formed UTF-8 sequence at s, 0 if there is none.
-size_t Utf8Length(const unsigned char* s, size_t n) {
-  if (!n) return 0;
-  const unsigned char c = s[0];
-  if (c < 0x80) return 1;
-  size_t len;
-  unsigned char lo = 0x80, hi = 0xBF;
-  if (c >= 0xC2 && c <= 0xDF) {
-    len = 2;
-  } else if (c >= 0xE0 && c <= 0xEF) {
-    len = 3;
-    if (c == 0xE0) lo = 0xA0;
-    if (c == 0xED) hi = 0x9F;
-  } else if (c >= 0xF0 && c <= 0xF4) {
-    len = 4;
-    if (c == 0xF0) lo = 0x90;
-    if (c == 0xF4) hi = 0x8F;
-  } else {
-    return 0;
-  }
-  if (n < len || s[1] < lo || s[1] > hi) return 0;
-  for (size_t i = 2; i < len; ++i)
-    if (s[i] < 0x80 || s[i] > 0xBF) return 0;
-  return len;
+  utf8_append(out, cp);
 }
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f'; }
@@ -383,7 +345,7 @@ std::string HtmlToText(std::string_view input) {
     // Text: valid UTF-8 passes, anything else becomes U+FFFD; control
     // characters other than blanks are dropped.
     const auto* p = reinterpret_cast<const unsigned char*>(html.data());
-    const size_t len = Utf8Length(p + i, html.size() - i);
+    const size_t len = utf8_length(p + i, html.size() - i);
     if (!len) {
       w.Raw(kReplacement);
       ++i;
