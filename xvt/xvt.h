@@ -301,6 +301,9 @@ void xvt_app_create(int argc, char** argv, unsigned long flags, EVENT_HANDLER ta
 void xvt_app_destroy(void);
 // Answers an E_QUIT query with "yes, the application may quit".
 void xvt_app_allow_quit(void);
+// True once the session is ending (a termination signal came): nobody is
+// there to answer a question, so the program ends without asking.
+bool xvt_app_session_ending(void);
 // Runs pending events, timers included, and returns.
 void xvt_app_process_pending_events(void);
 WINDOW xvt_task_win(void);

@@ -243,6 +243,8 @@ long task_eh(WINDOW win, EVENT* ev) {
       Trace(kTraceFrame, kTraceLow, "main.c : task_eh - E_QUIT\n");
       if (ev->v.query)
         xvt_app_allow_quit();
+      else if (xvt_app_session_ending())
+        Shutdown();  // nobody is there to answer the exit question
       else
         Shutdown_Prompt();
       break;

@@ -3,6 +3,7 @@
 # in the build tree.  offscreen_run.sh VELMAR BUILD_DIR MODE
 #   setup  an empty home: the setup window comes up and closes.
 #   exit   a user's home: the organizer, File > Exit, the exit question, and the shutdown traces in order.
+#   term   the same home with the exit question left unanswered: SIGTERM still ends the program in order.
 set -euo pipefail
 velmar=$1 build=$2 mode=$3
 home=$(mktemp -d)
@@ -11,22 +12,38 @@ shot="$build/velmar-$mode.png"
 rm -f "$shot"
 vhome=$home/velmar
 printf 'wait 500\nscreenshot %s\nclose\nanswer 1\n' "$shot" > "$home/script"
-if [[ $mode == exit ]]; then
+if [[ $mode == exit || $mode == term ]]; then
   vhome=$home
   printf 'option General.Fullname "Test User"\noption General.MailAddress test@example.org\n%s\n' \
     'option Debugging.Level all' > "$home/default.tcl"
   printf 'wait 500\nscreenshot %s\ncommand 32009\nanswer 1\n' "$shot" > "$home/script"
+  [[ $mode == exit ]] || printf 'wait 500\nscreenshot %s\ncommand 32009\n' "$shot" > "$home/script"
 fi
 fail() { echo "$1"; cat "$home/stderr" "$home/debug.txt" 2>/dev/null; exit 1; }
 status=0
-VELMAR_HOME="$vhome" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" \
-  timeout 60 "$velmar" -b 2>"$home/stderr" || status=$?
+if [[ $mode == term ]]; then
+  VELMAR_HOME="$vhome" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" "$velmar" -b 2>"$home/stderr" &
+  pid=$!
+  # The question is up once it is on stderr; then the session ends.
+  for _ in $(seq 100); do grep -q 'xvt: ask: Are you sure' "$home/stderr" 2>/dev/null && break; sleep 0.1; done
+  kill -TERM "$pid"
+  for _ in $(seq 150); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+  if kill -0 "$pid" 2>/dev/null; then kill -KILL "$pid"; fail "SIGTERM did not end the program while a question was up"; fi
+  wait "$pid" || status=$?
+else
+  VELMAR_HOME="$vhome" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" \
+    timeout 60 "$velmar" -b 2>"$home/stderr" || status=$?
+fi
 [[ $status -eq 0 ]] || fail "velmar exited with status $status"
 [[ -s "$shot" ]] || fail "no screenshot at $shot"
 ! grep -q 'xvt: error' "$home/stderr" || fail "an error was shown"
 [[ $mode == exit ]] || { echo "ok: setup window at $shot"; exit 0; }
 grep -q 'xvt: ask: Are you sure you want to exit Velmar?' "$home/stderr" || fail "the exit question was not asked"
 last=0
+[[ $mode == exit ]] || for line in "ShutdownWorkspace : posting E_ABANDON_SHIP" "ShutdownWorkspace : posting E_SHIP_SUNK"; do
+  grep -q -F "$line" "$home/debug.txt" || fail "no orderly shutdown after SIGTERM: $line"
+done
+[[ $mode == exit ]] || { echo "ok: SIGTERM ended the program in order with a question up"; exit 0; }
 for line in "Shutdown_Prompt: function entry" "ShutdownWorkspace : posting E_ABANDON_SHIP" \
             "ShutdownWorkspace : posting E_SHIP_SUNK" "main.c : task_eh - E_DESTROY" "Debug tracing terminated at"; do
   n=$(grep -n -F "$line" "$home/debug.txt" | head -1 | cut -d: -f1)

@@ -153,6 +153,7 @@ using namespace xvtrec;
 WINDOW xvt_task_win(void) { return R().task; }
 WINDOW xvt_screen_win(void) { return R().screen; }
 void xvt_app_allow_quit(void) { R().quit_allowed = true; }
+bool xvt_app_session_ending(void) { return R().session_ending; }
 
 void xvt_vobj_destroy(WINDOW win) {
   auto& s = R();

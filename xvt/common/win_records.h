@@ -54,6 +54,7 @@ struct Records {
   xvt_object* mdi = nullptr;  // the document area, a child of the task window
   bool destroyed = false;     // xvt_app_destroy has run
   bool quit_allowed = false;
+  bool session_ending = false;  // a termination signal came
   XVT_ERRMSG_HANDLER errmsg = nullptr;
   XVT_NATIVE_HOOK native = nullptr;
   // Told of a record once it has had E_DESTROY and is no longer live, just

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QDialog>
 #include <QIcon>
 #include <QMdiArea>
 #include <QMdiSubWindow>
@@ -12,6 +13,7 @@
 #include <QScreen>
 #include <QSessionManager>
 #include <QStyle>
+#include <QTimer>
 #include <QSocketNotifier>
 #include <QVBoxLayout>
 #include <cerrno>
@@ -57,11 +59,31 @@ void InstallSignalPipe() {
     int quits = 0;
     while ((n = read(st.signal_fds[0], buf, sizeof buf)) > 0) quits += static_cast<int>(n);
     // However many signals came in, the program is asked once.
-    if (quits > 0 && Live(R().task) && !R().destroyed) {
+    if (quits == 0 || !Live(R().task) || R().destroyed) return;
+    R().session_ending = true;
+    auto quit = [] {
+      if (!Live(R().task) || R().destroyed) return;
       EVENT ev = MakeEvent(E_QUIT);
       ev.v.query = false;
       Send(R().task, &ev);
+    };
+    // A box waiting for an answer would hold the quit back until someone
+    // answers it, which may be never (a session ending): it is cancelled,
+    // and the quit comes once the code that asked has unwound.
+    // (Without a window manager no window is active, so the modal one is
+    // also looked for among the shown top-level windows.)
+    QWidget* modal = QApplication::activeModalWidget();
+    for (QWidget* w : QApplication::topLevelWidgets())
+      if (!modal && w->isVisible() && w->isModal()) modal = w;
+    if (modal) {
+      if (auto* dialog = qobject_cast<QDialog*>(modal))
+        dialog->reject();
+      else
+        modal->close();
+      QTimer::singleShot(0, quit);
+      return;
     }
+    quit();
   });
   struct sigaction sa;
   std::memset(&sa, 0, sizeof sa);
