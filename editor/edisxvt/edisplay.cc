@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "editor/elib/elib_trace.h"
+#include "editor/elib/graph.h"
 #include "editor/elib/itext.h"
 #include "editor/elib/marks.h"
 #include "editor/elib/u8.h"
@@ -83,14 +84,17 @@ const char* ExpText(EditBuffer* buf, LINE* lin) {
 }
 
 // The rows of one line: word-wrapped at `cols` cells when wrapping, one row
-// otherwise. A word longer than a row is cut where the row ends.
+// otherwise. A word longer than a row is cut where the row ends, but never
+// inside a character: a wide one that does not fit goes to the next row.
 void LineRows(const EDisplay* dis, EditBuffer* buf, BLOCK* blk, LINE* lin, std::vector<EDisRow>* out) {
   const char* s = ExpText(buf, lin);
   long len = static_cast<long>(std::strlen(s));
   long cols = Wraps(dis) ? Cols(dis) : 0;
   long b0 = 0, c0 = 0, b = 0, c = 0, brk_b = -1, brk_c = -1, sub = 0;
   while (b < len) {
-    if (cols && c - c0 == cols) {
+    long nb = static_cast<long>(graph_next(s, static_cast<size_t>(len), static_cast<size_t>(b)));
+    long w = graph_width(s, static_cast<size_t>(len), static_cast<size_t>(b), static_cast<size_t>(nb));
+    if (cols && c > c0 && c - c0 + w > cols) {
       long nb = brk_b > b0 ? brk_b : b, nc = brk_b > b0 ? brk_c : c;
       out->push_back(EDisRow{blk, lin, sub++, b0, nb, c0, nc, false});
       b0 = nb;
@@ -99,8 +103,8 @@ void LineRows(const EDisplay* dis, EditBuffer* buf, BLOCK* blk, LINE* lin, std::
       continue;
     }
     bool space = s[b] == ' ';
-    b = static_cast<long>(u8_next(s, static_cast<size_t>(len), static_cast<size_t>(b)));
-    ++c;
+    b = nb;
+    c += w;
     if (space) {
       brk_b = b;
       brk_c = c;
@@ -277,16 +281,29 @@ void DrawRow(E_DATA* ed, int i, const EDisRow& row) {
     if (c_end <= b) continue;
     long e = std::min(c_end, row.b1);
     // Columns left of the horizontal scroll position are not drawn.
+    // A character is stepped whole: its marks are drawn with it, in the
+    // style of the run that holds its base.
+    auto step = [&](long from, long* width) {
+      long to = static_cast<long>(graph_next(s, static_cast<size_t>(len), static_cast<size_t>(from)));
+      *width = graph_width(s, static_cast<size_t>(len), static_cast<size_t>(from), static_cast<size_t>(to));
+      return to;
+    };
+    long cw = 0;
     while (b < e && col < hoac) {
-      b = static_cast<long>(u8_next(s, static_cast<size_t>(len), static_cast<size_t>(b)));
-      ++col;
+      b = step(b, &cw);
+      col += cw;
+    }
+    // A wide character cut by the left edge leaves its right half blank.
+    if (x == 0 && hoac > 0 && col > hoac) {
+      x = static_cast<int>(col - hoac) * dis->avg_width;
+      FillRect(win, RCT{0, top, x, top + dis->height}, kPaper);
     }
     if (b >= e || col >= last_col) continue;
     // Nothing right of the window is drawn.
     long cells = 0, j = b;
     while (j < e && col + cells < last_col) {
-      j = static_cast<long>(u8_next(s, static_cast<size_t>(len), static_cast<size_t>(j)));
-      ++cells;
+      j = step(j, &cw);
+      cells += cw;
     }
     e = j;
     COLOR fg, bg;
@@ -303,8 +320,8 @@ void DrawRow(E_DATA* ed, int i, const EDisRow& row) {
       // comes from another face): each character goes to its own cell, so
       // that the text, the caret and the mouse agree on the columns.
       int cx = x;
-      for (long j = b; j < e; cx += dis->avg_width) {
-        long n = static_cast<long>(u8_next(s, static_cast<size_t>(len), static_cast<size_t>(j)));
+      for (long j = b; j < e; cx += static_cast<int>(cw) * dis->avg_width) {
+        long n = step(j, &cw);
         xvt_dwin_draw_text(win, cx, base, s + j, static_cast<int>(n - j));
         j = n;
       }
@@ -711,13 +728,31 @@ int edis_point_from_xy(E_DATA* ed, PNT where, BLOCK** pblk, LINE** plin, long* o
     return rc;
   }
   long hoac = Wraps(dis) ? 0 : dis->cur_hoac;
-  // The nearest boundary between two cells.
+  // The nearest side of the character under the click: a wide one is split
+  // at its middle, not at a cell edge. A click past the end of a row that
+  // wraps stays on that row.
+  const char* text = r.lin->text->text;
+  const size_t len = static_cast<size_t>(itext_length(r.lin->text));
+  const long avg = dis->avg_width;
   long x = std::max(0, where.h);
-  long col = r.col0 + hoac + (x + dis->avg_width / 2) / dis->avg_width;
-  long limit = r.last ? r.col1 : std::max(r.col0, r.col1 - 1);
-  col = std::min(col, limit);
+  long first = r.col0 + hoac;
+  long cell = first + x / avg;
   long off = 0;
-  if (exp_to_unexp(r.lin->text->text, col, buf->tab_width, &off) != RC_OK) return RC_FAIL;
+  if (r.last && cell >= r.col1) {
+    if (exp_to_unexp(text, r.col1, buf->tab_width, &off) != RC_OK) return RC_FAIL;
+  } else {
+    cell = std::min(cell, std::max(r.col0, r.col1 - 1));
+    if (exp_to_unexp(text, cell, buf->tab_width, &off) != RC_OK) return RC_FAIL;
+    long next = static_cast<long>(graph_next(text, len, static_cast<size_t>(off)));
+    long cs = 0, ce = 0;
+    unexp_to_exp(text, off, buf->tab_width, &cs);
+    unexp_to_exp(text, next, buf->tab_width, &ce);
+    // A tab keeps the cell rule: a click on its cells lands before it
+    // unless it is nearer the next character's edge.
+    bool after = text[off] == '\t' ? (first * avg + x + avg / 2) / avg >= ce
+                                    : 2 * (first * avg + x) >= (cs + ce) * avg;
+    if (after && next > off && (r.last || ce < r.col1)) off = next;
+  }
   *pblk = r.blk;
   *plin = r.lin;
   *offset = off;

@@ -6,6 +6,7 @@
 
 #include "editor/elib/ecmd_internal.h"
 #include "editor/elib/elib_trace.h"
+#include "editor/elib/graph.h"
 #include "editor/elib/u8.h"
 #include "rclib/rc.h"
 
@@ -206,7 +207,9 @@ long BreakAt(const ITEXT* t, int margin, int tab_width) {
   size_t len = static_cast<size_t>(itext_length(t));
   long col = 0, best = -1, pending = -1;
   bool text_seen = false;
-  for (size_t i = 0; i < len; i = u8_next(s, len, i)) {
+  // Columns are screen cells: wide characters take two, marks none.
+  for (size_t i = 0, next = 0; i < len; i = next) {
+    next = graph_next(s, len, i);
     if (Blank(s[i]) && text_seen && col <= margin && (i == 0 || !Blank(s[i - 1]))) pending = static_cast<long>(i);
     // Blanks count as a break only with text behind them: trailing blanks
     // the user just typed stay.
@@ -214,7 +217,7 @@ long BreakAt(const ITEXT* t, int margin, int tab_width) {
       if (pending >= 0) best = pending;
       text_seen = true;
     }
-    col = s[i] == '\t' && tab_width > 0 ? (col / tab_width + 1) * tab_width : col + 1;
+    col = s[i] == '\t' && tab_width > 0 ? (col / tab_width + 1) * tab_width : col + graph_width(s, len, i, next);
   }
   return col > margin ? best : -1;
 }

@@ -1,5 +1,5 @@
 // The named commands and the table that finds them. Moving commands step
-// by character (code point); the editing ones go through the undo log.
+// by character (a base and its marks); the editing ones go through the undo log.
 #include <cstring>
 
 #include "editor/elib/ecmd_internal.h"
@@ -112,29 +112,29 @@ int GotoEol(E_DATA* ed) {
   return mark_move(ed->buf, p, p->blk, p->lin, line_last_offset(p->lin));
 }
 
-long CodePoints(const ITEXT* t, long upto) {
-  long n = 0;
-  size_t len = static_cast<size_t>(itext_length(t));
-  for (size_t i = 0; i < static_cast<size_t>(upto) && i < len; i = u8_next(t->text, len, i)) ++n;
-  return n;
+// Goal columns count screen cells, so that moving up and down keeps to
+// what the eye lines up: wide characters take two, marks none.
+long Column(const EditBuffer* buf, const ITEXT* t, long upto) {
+  long col = 0;
+  unexp_to_exp(t->text, upto, buf->tab_width, &col);
+  return col;
 }
 
-long OffsetOfColumn(const ITEXT* t, long column) {
-  size_t len = static_cast<size_t>(itext_length(t));
-  size_t i = 0;
-  for (long n = 0; n < column && i < len; ++n) i = u8_next(t->text, len, i);
-  return static_cast<long>(i);
+long OffsetOfColumn(const EditBuffer* buf, const ITEXT* t, long column) {
+  long off = 0;
+  exp_to_unexp(t->text, column, buf->tab_width, &off);
+  return off;
 }
 
 int GotoLine(E_DATA* ed, int direction) {
   EditBuffer* buf = ed->buf;
   MARK* p = Point(ed);
-  long goal = ed->cmd && ed->cmd->goal_column >= 0 ? ed->cmd->goal_column : CodePoints(p->lin->text, p->offset);
+  long goal = ed->cmd && ed->cmd->goal_column >= 0 ? ed->cmd->goal_column : Column(buf, p->lin->text, p->offset);
   BLOCK* blk = p->blk;
   LINE* lin = p->lin;
   if (line_step(buf, &blk, &lin, direction) != RC_OK || lin == p->lin || (lin->flags & kLineEob)) return RC_FAIL;
   if (ed->cmd) ed->cmd->goal_column = goal;
-  return mark_move(buf, p, blk, lin, OffsetOfColumn(lin->text, goal));
+  return mark_move(buf, p, blk, lin, OffsetOfColumn(buf, lin->text, goal));
 }
 int GotoLineFwd(E_DATA* ed) { return GotoLine(ed, kStepFwd); }
 int GotoLineRev(E_DATA* ed) { return GotoLine(ed, kStepBack); }

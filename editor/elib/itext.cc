@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "editor/elib/elib_trace.h"
+#include "editor/elib/graph.h"
 #include "editor/elib/u8.h"
 #include "rclib/rc.h"
 
@@ -207,10 +208,15 @@ int itext_expand(ITEXT* item, int tab_width) {
         while (++column % tab_width);
         ++in;
       } else {
-        long next = static_cast<long>(u8_next(item->text, len, in));
+        // Tab stops count cells, as the screen does; a cluster cut by a
+        // style change counts once, in the run that holds its base.
+        long at = in;
+        long next = static_cast<long>(graph_next(item->text, len, in));
         if (next > end) next = end;
         while (in < next) exp[out++] = item->text[in++];
-        ++column;
+        size_t ulen = static_cast<size_t>(len), uat = static_cast<size_t>(at);
+        if (graph_prev(item->text, ulen, static_cast<size_t>(next)) == uat)
+          column += graph_width(item->text, ulen, uat, static_cast<size_t>(next));
       }
     }
     c.length_exp = out - begin;
@@ -226,8 +232,11 @@ int unexp_to_exp(const char* text, long offset, int tab_width, long* column) {
   size_t len = std::strlen(text);
   if (static_cast<size_t>(offset) > len) return RC_FAIL;
   long col = 0;
-  for (size_t i = 0; i < static_cast<size_t>(offset); i = u8_next(text, len, i))
-    col = text[i] == '\t' ? (col / tab_width + 1) * tab_width : col + 1;
+  for (size_t i = 0; i < static_cast<size_t>(offset);) {
+    size_t j = graph_next(text, len, i);
+    col = text[i] == '\t' ? (col / tab_width + 1) * tab_width : col + graph_width(text, len, i, j);
+    i = j;
+  }
   *column = col;
   return RC_OK;
 }
@@ -238,10 +247,11 @@ int exp_to_unexp(const char* text, long column, int tab_width, long* offset) {
   long col = 0;
   size_t i = 0;
   while (i < len) {
-    long next = text[i] == '\t' ? (col / tab_width + 1) * tab_width : col + 1;
+    size_t j = graph_next(text, len, i);
+    long next = text[i] == '\t' ? (col / tab_width + 1) * tab_width : col + graph_width(text, len, i, j);
     if (column < next) break;
     col = next;
-    i = u8_next(text, len, i);
+    i = j;
   }
   *offset = static_cast<long>(i);
   return RC_OK;

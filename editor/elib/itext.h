@@ -81,8 +81,9 @@ uint32_t dispi_style_to_toolkit(uint32_t style);
 // The tab-expanded form for display; tab stops count from the line start.
 int itext_expand(ITEXT* item, int tab_width);
 void itext_unexpand(ITEXT* item);
-// Column of a stored offset (one per character, tabs to the next stop),
-// and the stored offset of the character covering a column.
+// Column of a stored offset (cells per character: none for a mark riding
+// on its base, two for a wide one, tabs to the next stop), and the stored
+// offset of the character covering a column.
 int unexp_to_exp(const char* text, long offset, int tab_width, long* column);
 int exp_to_unexp(const char* text, long column, int tab_width, long* offset);
 

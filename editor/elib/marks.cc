@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "editor/elib/elib_trace.h"
+#include "editor/elib/graph.h"
 #include "editor/elib/u8.h"
 #include "rclib/rc.h"
 
@@ -173,12 +174,13 @@ int elib_mark_step_char(EditBuffer* buf, MARK* mark, int direction) {
   if (!buf || !mark || !mark->lin) return RC_FAIL;
   const ITEXT* t = mark->lin->text;
   long len = itext_length(t);
+  // A character here is what the reader sees as one: a base and its marks.
   if (direction == kStepFwd && mark->offset < len) {
-    mark->offset = static_cast<long>(u8_next(t->text, len, mark->offset));
+    mark->offset = static_cast<long>(graph_next(t->text, len, mark->offset));
     return RC_OK;
   }
   if (direction == kStepBack && mark->offset > 0) {
-    mark->offset = static_cast<long>(u8_prev(t->text, len, mark->offset));
+    mark->offset = static_cast<long>(graph_prev(t->text, len, mark->offset));
     return RC_OK;
   }
   BLOCK* blk = mark->blk;
@@ -244,7 +246,7 @@ int elib_delete_char_fwd(EditBuffer* buf, MARK* at) {
   long len = itext_length(t);
   if (at->offset < len) {
     long from = at->offset;
-    long to = static_cast<long>(u8_next(t->text, len, from));
+    long to = static_cast<long>(graph_next(t->text, len, from));
     if (itext_delete_range(t, from, to) != RC_OK) return RC_FAIL;
     ShiftAfterDelete(at->lin, from, to);
     Touch(buf, at->blk, at->lin);
@@ -258,7 +260,7 @@ int elib_delete_char_rev(EditBuffer* buf, MARK* at) {
   ITEXT* t = at->lin->text;
   if (at->offset > 0) {
     long to = at->offset;
-    long from = static_cast<long>(u8_prev(t->text, itext_length(t), to));
+    long from = static_cast<long>(graph_prev(t->text, itext_length(t), to));
     if (itext_delete_range(t, from, to) != RC_OK) return RC_FAIL;
     ShiftAfterDelete(at->lin, from, to);
     Touch(buf, at->blk, at->lin);

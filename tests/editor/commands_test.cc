@@ -10,6 +10,13 @@
 
 namespace {
 
+// Marks that draw nothing of their own, spelled out so the cases read.
+#define ACUTE "\xCC\x81"
+#define DOT_BELOW "\xCC\xA3"
+#define VS1 "\xEF\xB8\x80"
+#define VS16 "\xEF\xB8\x8F"
+#define ZWJ "\xE2\x80\x8D"
+
 struct CommandCase {
   const char* before;
   const char* command;
@@ -19,7 +26,7 @@ struct CommandCase {
 };
 
 const CommandCase kCommands[] = {
-    // Moving by code point: é is two bytes, 中 three.
+    // Moving by character: é is two bytes, 中 three.
     {"a|éb", "point-goto-char-fwd", false, "aé|b", RC_OK},
     {"aé|b", "point-goto-char-rev", false, "a|éb", RC_OK},
     {"中|", "point-goto-char-rev", false, "|中", RC_OK},
@@ -35,6 +42,18 @@ const CommandCase kCommands[] = {
     {"ab|cd\néé\nx", "point-goto-line-fwd", false, "abcd\néé|\nx", RC_OK},
     {"abcd\nx\nab|cd", "point-goto-line-rev", false, "abcd\nx|\nabcd", RC_OK},
     {"ab|", "point-goto-line-fwd", false, "ab|", RC_FAIL},
+    // A character is a base with its marks; columns count screen cells.
+    {"a|e" ACUTE "b", "point-goto-char-fwd", false, "ae" ACUTE "|b", RC_OK},
+    {"ae" ACUTE "|b", "point-goto-char-rev", false, "a|e" ACUTE "b", RC_OK},
+    {"|e" ACUTE DOT_BELOW VS16 "x", "point-goto-char-fwd", false, "e" ACUTE DOT_BELOW VS16 "|x", RC_OK},
+    {"|👍🏽x", "point-goto-char-fwd", false, "👍🏽|x", RC_OK},
+    {"x👩" ZWJ "💻|", "point-goto-char-rev", false, "x|👩" ZWJ "💻", RC_OK},
+    {ACUTE "|a", "point-goto-char-rev", false, "|" ACUTE "a", RC_OK},
+    {"ab|" ACUTE "\ncd", "point-goto-char-fwd", false, "ab" ACUTE "|\ncd", RC_OK},
+    {"中|ab\nabcd", "point-goto-line-fwd", false, "中ab\nab|cd", RC_OK},
+    {"abc|d\n中中x", "point-goto-line-fwd", false, "abcd\n中|中x", RC_OK},
+    {"ae" ACUTE "|x\nabcd", "point-goto-line-fwd", false, "ae" ACUTE "x\nab|cd", RC_OK},
+    {"a\tb|\n123456789x", "point-goto-line-fwd", false, "a\tb\n123456789|x", RC_OK},
     // Words: letters, ' and -, and every non-ASCII character; digits not.
     {"|  don't-go x", "point-goto-word-fwd", false, "  don't-go| x", RC_OK},
     {"|ab12cd", "point-goto-word-fwd", false, "ab|12cd", RC_OK},
@@ -50,9 +69,13 @@ const CommandCase kCommands[] = {
     {"a|", "point-at-bob?", false, "a|", RC_FAIL},
     {"a\nb|", "point-at-eob?", false, "a\nb|", RC_OK},
     {"a|\nb", "point-at-eob?", false, "a|\nb", RC_FAIL},
-    // Deleting by code point; line ends join.
+    // Deleting by character; line ends join.
     {"a|éb", "char-kill-fwd", false, "a|b", RC_OK},
     {"aé|b", "char-kill-rev", false, "a|b", RC_OK},
+    {"a|e" ACUTE "b", "char-kill-fwd", false, "a|b", RC_OK},
+    {"ae" ACUTE "|b", "char-kill-rev", false, "a|b", RC_OK},
+    {"a👩" ZWJ "💻|b", "char-kill-rev", false, "a|b", RC_OK},
+    {"a|中" VS1 "b", "char-kill-fwd", false, "a|b", RC_OK},
     {"ab|\ncd", "char-kill-fwd", false, "ab|cd", RC_OK},
     {"ab\n|cd", "char-kill-rev", false, "ab|cd", RC_OK},
     {"ab\ncd|", "char-kill-fwd", false, "ab\ncd|", RC_FAIL},

@@ -217,6 +217,10 @@ TEST(EditorWrapTest, TypingPastTheMarginBreaksAtTheLastBlank) {
       {"  indented|", "x", "  indentedx|"},  // nor leading blanks
       {"aa bb|cc dd ee", "x", "aa bbx|cc\ndd ee"},
       {"a b c d e f g|", "h", "a b c d e\nf gh|"},
+      // The margin counts cells: two for a wide character, none for a mark.
+      {"中中中 中中|", "x", "中中中\n中中x|"},
+      {"e\xCC\x81" "e\xCC\x81" "e\xCC\x81" "e\xCC\x81" "e\xCC\x81" " ab|", "c",
+       "e\xCC\x81" "e\xCC\x81" "e\xCC\x81" "e\xCC\x81" "e\xCC\x81" " abc|"},
   };
   for (const Case& c : table) {
     SCOPED_TRACE(c.before);

@@ -349,6 +349,80 @@ TEST(EditorDisplay, AClickLandsOnTheNearestCharacterBoundary) {
   }
 }
 
+// Where each character of the first rows was drawn: "row:cell:text", and
+// where the caret stands with the point at `point`.
+struct CellCase {
+  const char* name;
+  int cols;
+  bool wrap;
+  std::string text;
+  long point;
+  std::vector<std::string> drawn;
+  int caret_x, caret_y;
+};
+
+TEST(EditorDisplay, CharactersTakeTheirCells) {
+  const std::string acute = "\xCC\x81", zwj = "\xE2\x80\x8D";
+  const std::vector<CellCase> cases = {
+      {"a mark shares its base's cell", 10, true, "e" + acute + "b", 3, {"0:0:e" + acute, "0:1:b"}, 8, 0},
+      {"a wide character takes two cells", 10, true, "中b", 3, {"0:0:中", "0:2:b"}, 16, 0},
+      {"caret after a wide one then a narrow one", 10, true, "中b", 4, {"0:0:中", "0:2:b"}, 24, 0},
+      {"a joined emoji is one wide character", 10, true, "👩" + zwj + "💻x", 11,
+       {"0:0:👩" + zwj + "💻", "0:2:x"}, 16, 0},
+      {"a mark alone at the start keeps a cell", 10, true, acute + "a", 2, {"0:0:" + acute + "a"}, 8, 0},
+      {"a tab stop counts cells", 10, true, "中\tx", 4,
+       {"0:0:中", "0:2: ", "0:3: ", "0:4: ", "0:5: ", "0:6: ", "0:7: ", "0:8:x"}, 64, 0},
+      {"wrap never cuts a wide character", 5, true, "ab中中中", 5,
+       {"0:0:a", "0:1:b", "0:2:中", "1:0:中", "1:2:中"}, 0, 16},
+      {"wrap never cuts a mark from its base", 3, true, "abce" + acute + "f", 6,
+       {"0:0:abc", "1:0:e" + acute, "1:1:f"}, 8, 16},
+      {"scrolled sideways past half a wide one", 4, false, "abc中中de", 9, {"0:1:中", "0:3:d"}, 24, 0},
+  };
+  for (const CellCase& c : cases) {
+    RunApp([&] {
+      WINDOW w = Editor(c.cols, 2, c.text, c.wrap);
+      E_DATA* ed = edit_data(w);
+      mark_move(ed->buf, ed->buf->the_point, nullptr, nullptr, c.point);
+      edis_layout(ed, true);
+      if (!c.wrap) edis_hscroll_to(ed, 4);
+      std::vector<std::string> drawn;
+      for (const XvtDrawOp& op : xvt_test_paint(w))
+        // The end-of-text marker is not part of the cases (one text row
+        // when not wrapping).
+        if (op.op == "text" && op.rct.top / 16 < (c.wrap ? 2 : 1) && op.text.find('<') == std::string::npos)
+          drawn.push_back(std::to_string(op.rct.top / 16) + ":" + std::to_string(op.rct.left / 8) + ":" + op.text);
+      EXPECT_EQ(drawn, c.drawn) << c.name;
+      RCT caret{};
+      ASSERT_TRUE(xvt_test_caret(w, &caret, nullptr)) << c.name;
+      EXPECT_EQ(caret.left, c.caret_x) << c.name;
+      EXPECT_EQ(caret.top, c.caret_y) << c.name;
+    });
+  }
+}
+
+TEST(EditorDisplay, AClickOnAWideCharacterTakesTheNearerSide) {
+  // "a中b": 中 covers pixels 8 to 23; its middle is 16.
+  const std::vector<ClickCase> cases = {
+      {"left half of its left cell", true, 9, 3, 1, 1},
+      {"right half of its left cell", true, 14, 3, 1, 1},
+      {"left half of its right cell", true, 16, 3, 1, 4},
+      {"right half of its right cell", true, 22, 3, 1, 4},
+      {"on the next character", true, 25, 3, 1, 4},
+      {"a mark goes with its base", true, 45, 3, 1, 9},
+  };
+  for (const ClickCase& c : cases) {
+    RunApp([&] {
+      WINDOW w = Editor(10, 3, "a中be\xCC\x81x", c.wrap);
+      E_DATA* ed = edit_data(w);
+      EVENT down = Mouse(E_MOUSE_DOWN, c.x, c.y);
+      EVENT up = Mouse(E_MOUSE_UP, c.x, c.y);
+      xvt_test_user_event(w, &down);
+      xvt_test_user_event(w, &up);
+      EXPECT_EQ(PointAt(ed), std::make_pair(c.line, c.offset)) << c.name;
+    });
+  }
+}
+
 TEST(EditorDisplay, DraggingAndDoubleClickSelect) {
   RunApp([] {
     WINDOW w = Editor(20, 3, "hello brave world");

@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "editor/elib/graph.h"
 #include "editor/elib/itext.h"
 #include "editor/elib/u8.h"
 #include "rclib/rc.h"
@@ -39,6 +40,8 @@ TEST(Itext, TabColumnsCountFromTheLineStart) {
       {"é\tx", 3, 8, "é       x"},  // two bytes, one column
       {"\t\t", 2, 16, "                "},
       {"plain", 5, 5, "plain"},
+      {"中\tx", 4, 8, "中      x"},                      // two cells
+      {"e\xCC\x81\tx", 4, 8, "e\xCC\x81       x"},   // the mark takes none
   };
   for (const TabCase& c : cases) {
     SCOPED_TRACE(c.text);
@@ -197,6 +200,60 @@ TEST(Utf8, StepsAgreeOnArbitraryBytes) {
     ASSERT_EQ(fwd, back);
     for (size_t i = 0; i <= s.size(); ++i)
       ASSERT_EQ(u8_is_boundary(s.data(), s.size(), i), std::find(fwd.begin(), fwd.end(), i) != fwd.end());
+  }
+}
+
+struct ClusterCase {
+  const char* name;
+  std::string text;
+  std::vector<size_t> starts;  // where each character starts, then the end
+  long cells;
+};
+
+TEST(Graph, CharactersAndTheirCells) {
+  const std::vector<ClusterCase> cases = {
+      {"plain", "ab", {0, 1, 2}, 2},
+      {"marks ride on their base", "e\xCC\x81\xCC\xA3x", {0, 5, 6}, 2},
+      {"ends of the mark blocks", "a\xCD\xAF" "b\xE1\xAB\xBF" "c\xEF\xB8\xAF", {0, 3, 7, 11}, 3},
+      {"not marks: U+0370, U+20CF", "\xCD\xB0\xE2\x83\x8F", {0, 2, 5}, 2},
+      {"variation selectors", "\xE2\x9D\xA4\xEF\xB8\x8Fx\xF3\xA0\x84\x80", {0, 6, 11}, 2},
+      {"joiner takes the next one", "\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x92\xBBx", {0, 11, 12}, 3},
+      {"skin tone", "\xF0\x9F\x91\x8D\xF0\x9F\x8F\xBF", {0, 8}, 2},
+      {"a mark with no base stands alone", "\xCC\x81" "a", {0, 2, 3}, 2},
+      {"wide edges: U+115F, U+1160", "\xE1\x85\x9F\xE1\x85\xA0", {0, 3, 6}, 3},
+      {"wide edges: U+FF60, U+FF61", "\xEF\xBD\xA0\xEF\xBD\xA1", {0, 3, 6}, 3},
+      {"wide edges: U+D7A3, U+D7A4", "\xED\x9E\xA3\xED\x9E\xA4", {0, 3, 6}, 3},
+      {"wide: U+20000", "\xF0\xA0\x80\x80", {0, 4}, 2},
+      {"bytes that are not UTF-8", "\xFF\xCC", {0, 1, 2}, 2},
+  };
+  for (const ClusterCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const char* s = c.text.c_str();
+    size_t len = c.text.size();
+    std::vector<size_t> fwd{0}, back{len};
+    for (size_t i = 0; i < len;) fwd.push_back(i = graph_next(s, len, i));
+    for (size_t i = len; i > 0;) back.insert(back.begin(), i = graph_prev(s, len, i));
+    EXPECT_EQ(fwd, c.starts);
+    EXPECT_EQ(back, c.starts);
+    long cells = -1;
+    ASSERT_EQ(unexp_to_exp(s, static_cast<long>(len), 8, &cells), RC_OK);
+    EXPECT_EQ(cells, c.cells);
+  }
+}
+
+// Both directions find the same characters in any mix of marks, joiners,
+// wide characters and stray bytes.
+TEST(Graph, StepsAgreeOnArbitraryText) {
+  std::mt19937 rng(7);
+  const char* alphabet[] = {"a", "\xCC\x81", "\xE2\x80\x8D", "\xE4\xB8\xAD", "\xF0\x9F\x8F\xBB", "\xFF", "\x80", "\n"};
+  for (int round = 0; round < 2000; ++round) {
+    std::string s;
+    for (int n = rng() % 10; n > 0; --n) s += alphabet[rng() % 8];
+    std::vector<size_t> fwd{0}, back{s.size()};
+    for (size_t i = 0; i < s.size();) fwd.push_back(i = graph_next(s.data(), s.size(), i));
+    for (size_t i = s.size(); i > 0;) back.insert(back.begin(), i = graph_prev(s.data(), s.size(), i));
+    ASSERT_EQ(fwd, back) << s;
+    for (size_t i : fwd) ASSERT_TRUE(u8_is_boundary(s.data(), s.size(), i)) << s;
   }
 }
 
