@@ -116,7 +116,7 @@ std::string RestAfter(const std::string& line, int words) {
 }
 
 // "ctrl+shift+Down", "F5", "a": the key and its modifiers.
-bool ParseKey(const std::string& spec, ScriptLine* out) {
+bool ParseKey(const std::string& words, ScriptLine* out) {
   static const std::pair<const char*, int> kNames[] = {
       {"Up", Qt::Key_Up},         {"Down", Qt::Key_Down},       {"Left", Qt::Key_Left},
       {"Right", Qt::Key_Right},   {"PageUp", Qt::Key_PageUp},   {"PageDown", Qt::Key_PageDown},
@@ -125,7 +125,7 @@ bool ParseKey(const std::string& spec, ScriptLine* out) {
       {"Backtab", Qt::Key_Backtab}, {"Delete", Qt::Key_Delete}, {"Backspace", Qt::Key_Backspace},
       {"Insert", Qt::Key_Insert}, {"Space", Qt::Key_Space},
   };
-  std::string rest = spec;
+  std::string rest = words;
   out->modifiers = Qt::NoModifier;
   for (size_t plus; (plus = rest.find('+')) != std::string::npos && plus + 1 < rest.size();) {
     QString mod = QString::fromStdString(rest.substr(0, plus)).toLower();
