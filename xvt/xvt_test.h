@@ -88,6 +88,9 @@ WINDOW xvt_test_find_window(const char* title);
 WINDOW xvt_test_trapped_window(void);
 CURSOR xvt_test_cursor(void);  // the cursor last set (busy cursor: CURSOR_WAIT)
 bool xvt_test_app_running(void);
+// The session ends as a termination signal would end it: the program is
+// told to quit with nobody there to answer.
+void xvt_test_end_session(void);
 
 struct XvtDrawOp {
   std::string op;  // "clear", "line", "rect", "3d", "text", "icon", "image"

@@ -12,6 +12,7 @@
 #include "rclib/safe_file.h"
 #include "c-client/auth/auth.h"
 #include "src/base/cenv.h"
+#include "src/base/critical.h"
 #include "src/base/errors.h"
 #include "src/base/filenames.h"
 #include "src/base/fs.h"
@@ -66,6 +67,7 @@ struct Process {
   bool icon_set = false;
   WINDOW mdi_client = NULL_WIN;
   int lock_fd = -1;
+  long end_timer = 0;  // the session's end, waiting for a network call to return
 };
 
 Process& P() {
@@ -223,6 +225,21 @@ void OnCommand(WINDOW win, EVENT* ev) {
 int VelmarArgc() { return static_cast<int>(P().args.size()); }
 char** VelmarArgv() { return P().argv.data(); }
 
+namespace {
+
+// The session is ending and nobody is there to answer the exit question.
+// A network call may be under way below us (a box it raised was just
+// cancelled): the program ends once that call has returned, never under it.
+void EndSession(WINDOW win) {
+  if (!WIN_in_critical()) {
+    Shutdown();
+    return;
+  }
+  if (!P().end_timer) P().end_timer = xvt_timer_create(win, 250);
+}
+
+}  // namespace
+
 long task_eh(WINDOW win, EVENT* ev) {
   switch (ev->type) {
     case E_CREATE: OnCreate(win); break;
@@ -244,9 +261,16 @@ long task_eh(WINDOW win, EVENT* ev) {
       if (ev->v.query)
         xvt_app_allow_quit();
       else if (xvt_app_session_ending())
-        Shutdown();  // nobody is there to answer the exit question
+        EndSession(win);
       else
         Shutdown_Prompt();
+      break;
+    case E_TIMER:
+      if (ev->v.timer.id == P().end_timer) {
+        xvt_timer_destroy(P().end_timer);
+        P().end_timer = 0;
+        EndSession(win);
+      }
       break;
     case E_USER:
       if (WINDOW target = DndList_Head()) {

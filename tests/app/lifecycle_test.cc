@@ -97,6 +97,21 @@ TEST_F(Lifecycle, ExitCanBeVetoedOrCancelled) {
   });
 }
 
+// The session ends while a network call is under way: nobody is asked, and
+// the program ends once the call has returned, never under it.
+TEST_F(Lifecycle, SessionEndWaitsForTheCallUnderWay) {
+  Run({"-b"}, [&] {
+    WIN_start_critical();
+    xvt_test_end_session();
+    xvt_test_advance_ms(1000);
+    EXPECT_TRUE(xvt_test_app_running());
+    WIN_end_critical();
+    xvt_test_advance_ms(300);
+    EXPECT_FALSE(xvt_test_app_running());
+    EXPECT_EQ(Posts().find("ask:"), std::string::npos) << Posts();
+  });
+}
+
 TEST_F(Lifecycle, ExitCleanWordsAreKeptOrRewrittenToPrompt) {
   const std::pair<const char*, const char*> cases[] = {
       {"Never", "Never"}, {"always", "always"}, {"Sometimes", "Prompt"}, {nullptr, "Prompt"}};

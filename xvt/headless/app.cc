@@ -140,6 +140,14 @@ void xvt_test_set_screen_size(int width, int height) {
 
 bool xvt_test_app_running(void) { return R().task != nullptr && !R().destroyed; }
 
+void xvt_test_end_session(void) {
+  if (!R().task || R().destroyed) return;
+  R().session_ending = true;
+  EVENT ev = MakeEvent(E_QUIT);
+  ev.v.query = false;
+  xvt_win_dispatch_event(R().task, &ev);
+}
+
 std::vector<WINDOW> xvt_test_windows(void) { return R().objects; }
 
 WINDOW xvt_test_find_window(const char* title) {
