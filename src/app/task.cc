@@ -37,18 +37,6 @@ const MENU_ITEM kFileMenu[] = {
     {0, nullptr, false, false, false, nullptr},
 };
 
-const MENU_ITEM kOptionsMenu[] = {
-    {M_OPTIONS_LOAD, "~Load...", true, false, false, nullptr},
-    {M_OPTIONS_SAVE, "~Save", true, false, false, nullptr},
-    {0, nullptr, false, false, false, nullptr},
-};
-
-const MENU_ITEM kHelpMenu[] = {
-    {M_HELP_CONTENTS, "~Contents", true, false, false, nullptr},
-    {M_HELP_ABOUT, "~About Velmar...", true, false, false, nullptr},
-    {0, nullptr, false, false, false, nullptr},
-};
-
 const MENU_ITEM kTaskMenuBarItems[] = {
     {14100, "~File", true, false, false, kFileMenu},
     {20800, "~Options", true, false, false, kOptionsMenu},

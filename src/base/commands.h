@@ -2,6 +2,8 @@
 // window passes on to the task window.
 #pragma once
 
+#include "xvt/xvt.h"
+
 constexpr int kTaskMenuBar = 14000;
 constexpr int kAboutBox = 9050;
 constexpr int kToolbarHeight = 42;
@@ -15,3 +17,8 @@ constexpr int M_OPTIONS_LOAD = 20801;
 constexpr int M_OPTIONS_SAVE = 20802;
 constexpr int M_HELP_CONTENTS = 32301;
 constexpr int M_HELP_ABOUT = 32302;
+
+// The Options and Help menus every window's menu bar carries; their
+// commands go to the task window.
+extern const MENU_ITEM kOptionsMenu[];
+extern const MENU_ITEM kHelpMenu[];

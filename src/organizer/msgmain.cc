@@ -102,18 +102,6 @@ const MENU_ITEM kSearchMenu[] = {
     {0, nullptr, false, false, false, nullptr},
 };
 
-const MENU_ITEM kOptionsMenu[] = {
-    {M_OPTIONS_LOAD, "~Load...", true, false, false, nullptr},
-    {M_OPTIONS_SAVE, "~Save", true, false, false, nullptr},
-    {0, nullptr, false, false, false, nullptr},
-};
-
-const MENU_ITEM kHelpMenu[] = {
-    {M_HELP_CONTENTS, "~Contents", true, false, false, nullptr},
-    {M_HELP_ABOUT, "~About Velmar...", true, false, false, nullptr},
-    {0, nullptr, false, false, false, nullptr},
-};
-
 const MENU_ITEM kMsgMenuBarItems[] = {
     {14100, "~File", true, false, false, kFileMenu},
     {14200, "~Edit", true, false, false, kEditMenu},
