@@ -10,49 +10,13 @@
 #include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "tests/model/model_fixture.h"
+#include "tests/send/smtp_sink.h"
 
 namespace {
 
 // The message text as the user left it (the editor control holds it; the
 // program's own setting would also mark it as saved).
 void SetBody(WINDOW win, const char* text) { txedit_set_text(ComposeInfoOf(win)->text_pane, text); }
-
-struct SmtpSink {
-  std::map<std::string, std::string> env;
-  std::string dir;
-  std::string Run(const std::string& args) {
-    std::string out;
-    if (FILE* p = ::popen(("bash '" VELMAR_TEST_DATA_DIR "/../peers/smtp-aiosmtpd.sh' " + args + " 2>&1").c_str(), "r")) {
-      char buffer[512];
-      while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
-      ::pclose(p);
-    }
-    return out;
-  }
-  bool Start() {
-    char name[] = "/tmp/velmar-smtp-XXXXXX";
-    dir = ::mkdtemp(name) ? name : "/nonexistent";
-    std::istringstream lines(Run("start '" + dir + "'"));
-    for (std::string line; std::getline(lines, line);)
-      if (size_t eq = line.find('='); eq != std::string::npos && eq > 0) env[line.substr(0, eq)] = line.substr(eq + 1);
-    return env.count("PORT") != 0;
-  }
-  ~SmtpSink() {
-    if (dir.empty()) return;
-    Run("stop '" + dir + "'");
-    std::filesystem::remove_all(dir);
-  }
-  std::vector<std::string> Delivered(const char* ext) const {
-    std::vector<std::string> out;
-    for (int n = 1;; ++n) {
-      char file[32];
-      std::snprintf(file, sizeof file, "%06d.%s", n, ext);
-      if (!std::filesystem::exists(dir + "/mail/" + file)) break;
-      out.push_back(ReadFile(dir + "/mail/" + file));
-    }
-    return out;
-  }
-};
 
 const char kOriginal[] =
     "From: Ann Example <ann@example.org>\r\nTo: me@example.org\r\nSubject: Plans\r\n"
@@ -62,7 +26,7 @@ class ComposePeer : public ModelTest {
  protected:
   void SetUp() override {
     ModelTest::SetUp();
-    ASSERT_TRUE(sink_.Start()) << "smtp-aiosmtpd.sh could not start (package python3-aiosmtpd)";
+    ASSERT_TRUE(sink_.Start());
     Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
     Opt_AssignString("General.Fullname", "Me Myself", kOptPermanent, 0);
     Opt_AssignString("General.DeliveryHost", ("127.0.0.1:" + sink_.env["PORT"] + "/notls").c_str(), kOptPermanent, 0);
