@@ -22,6 +22,7 @@
 #include <string>
 
 #include "bench/bench_rng.h"
+#include "bench/bench_text_file.h"
 #include "editor/elib/buffer.h"
 #include "editor/elib/marks.h"
 #include "rclib/rc.h"
@@ -174,20 +175,11 @@ void InChild(Fn fn) {
 }  // namespace
 
 int main() {
-  std::string dir = (std::filesystem::temp_directory_path() / "editor_bench.XXXXXX").string();
-  if (!mkdtemp(dir.data())) return 1;
-  std::string spill = dir + "/spill";
-  std::filesystem::create_directory(spill);
-  std::string path = dir + "/text.txt";
-  {
-    std::string text = MakeText();
-    FILE* f = std::fopen(path.c_str(), "wb");
-    std::fwrite(text.data(), 1, text.size(), f);
-    std::fclose(f);
-    std::printf("text: %zu bytes, generated\n", text.size());
-  }
+  BenchTextFile file;
+  if (!file.Write("editor_bench", MakeText())) return 1;
+  const std::string& path = file.path;
+  const std::string& spill = file.spill;
   InChild([&] { EditorSide(path, spill); });
   InChild([&] { BaselineSide(path); });
-  std::filesystem::remove_all(dir);
   return 0;
 }

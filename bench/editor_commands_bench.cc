@@ -16,6 +16,7 @@
 #include <string>
 
 #include "bench/bench_rng.h"
+#include "bench/bench_text_file.h"
 #include "editor/elib/ecmd.h"
 #include "editor/elib/marks.h"
 #include "rclib/rc.h"
@@ -53,16 +54,10 @@ std::string MakeText(size_t target) {
 }  // namespace
 
 int main() {
-  std::string dir = (std::filesystem::temp_directory_path() / "ecmd_bench.XXXXXX").string();
-  if (!mkdtemp(dir.data())) return 1;
-  std::string path = dir + "/text.txt";
-  {
-    std::string text = MakeText(20u << 20);
-    FILE* f = std::fopen(path.c_str(), "wb");
-    std::fwrite(text.data(), 1, text.size(), f);
-    std::fclose(f);
-    std::printf("text: %zu bytes, generated\n", text.size());
-  }
+  BenchTextFile file;
+  if (!file.Write("ecmd_bench", MakeText(20u << 20))) return 1;
+  const std::string& path = file.path;
+  const std::string& dir = file.dir;
   E_DATA ed;
   elib_buffer_create(&ed.buf);
   elib_set_spill_dir(ed.buf, dir.c_str());
@@ -111,6 +106,5 @@ int main() {
               ed.buf->max_resident, ed.buf->max_blks);
   ecmd_state_destroy(&ed.cmd);
   elib_buffer_destroy(&ed.buf);
-  std::filesystem::remove_all(dir);
   return 0;
 }

@@ -19,6 +19,7 @@
 #include <string>
 
 #include "bench/bench_rng.h"
+#include "bench/bench_text_file.h"
 #include "editor/edisxvt/edisplay.h"
 #include "editor/edisxvt/edit_window.h"
 #include "editor/elib/marks.h"
@@ -141,21 +142,12 @@ void Run(const std::string& path, const std::string& spill) {
 }  // namespace
 
 int main() {
-  std::string dir = (std::filesystem::temp_directory_path() / "edis_bench.XXXXXX").string();
-  if (!mkdtemp(dir.data())) return 1;
-  std::string spill = dir + "/spill";
-  std::filesystem::create_directory(spill);
-  std::string path = dir + "/text.txt";
-  {
-    std::string text = MakeText();
-    FILE* f = std::fopen(path.c_str(), "wb");
-    std::fwrite(text.data(), 1, text.size(), f);
-    std::fclose(f);
-    std::printf("text: %zu bytes, generated\n", text.size());
-  }
+  BenchTextFile file;
+  if (!file.Write("edis_bench", MakeText())) return 1;
+  const std::string& path = file.path;
+  const std::string& spill = file.spill;
   XVT_CONFIG config{0, 0, "bench", "Bench", "bench", 0};
   xvt_test_set_run_hook([&] { Run(path, spill); });
   xvt_app_create(0, nullptr, 0, task_eh, &config);
-  std::filesystem::remove_all(dir);
   return 0;
 }
