@@ -156,8 +156,6 @@ TEST(UmiIndexTest, FollowsAMapThroughPutsAndErasures) {
 
 // --- A folder in the tree --------------------------------------------------------
 
-std::string Msg(const std::string& headers) { return headers + "\r\nbody\r\n"; }
-
 // Four messages whose orders all differ. 3 answers 2 by In-Reply-To, 4
 // answers 1 by References and has no subject of its own.
 const std::vector<std::string> kFour = {
@@ -378,7 +376,7 @@ TEST_F(NodesTest, GroupsPickMessagesAndFollowChanges) {
     // New mail lands in its group.
     Append("Box", Msg("From: d@x\r\nSubject: urgent again\r\n"));
     MSG_MailTimerTick();
-    EXPECT_EQ(Lines(node), "[Boss:] [Urgent: 5 4] [Main: 2] [Deleted: 3 1]");
+    EXPECT_EQ(Lines(node), "[(Boss:)] [Urgent: 5 4] [Main: 2] [Deleted: 3 1]");
     ExpectCounts(node, 5, 3);
   });
 }
