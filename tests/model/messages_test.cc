@@ -1,10 +1,12 @@
 // Messages by UMI: header values, priority, flags with their events,
-// whole messages in files, copy and move.
+// whole messages in files, copy and move, one at a time or many at once,
+// and the fetch hook under them.
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "c-client/core/mail.h"
 #include "rclib/safe_file.h"
 #include "src/options/options.h"
 #include "tests/model/model_fixture.h"
@@ -129,6 +131,118 @@ TEST_F(Messages, CopyAndMoveBetweenFolders) {
     EXPECT_EQ(MM_MsgIsFlagged(u) * 2 + MM_MsgIsDeleted(u), n == 1 ? 2 : 0) << n;
     EXPECT_EQ(ReadFile(MM_MsgToFile(u)), Numbered(n)) << n;
   }
+}
+
+// --- Many messages at once ------------------------------------------------------
+// The sequence sets, one flag change per folder for a whole selection
+// with an event per message, and copies of a selection.
+
+TEST(SequenceSet, RunsSortedWithoutRepeats) {
+  const std::pair<std::vector<unsigned long>, const char*> cases[] = {
+      {{}, ""},
+      {{7}, "7"},
+      {{1, 2, 3}, "1:3"},
+      {{5, 1, 2, 3, 9, 10, 3}, "1:3,5,9:10"},
+      {{0, 4, 0}, "4"},
+      {{100000, 99999, 1}, "1,99999:100000"},
+  };
+  for (const auto& [numbers, want] : cases) EXPECT_EQ(MM_SequenceSet(numbers), want);
+}
+
+TEST_F(ModelTest, FlagsOnManyMessagesGoAsOneSetPerFolder) {
+  MakeFolder("A", 6);
+  MakeFolder("B", 2);
+  const int a = MM_FolOpen(local_, "A"), b = MM_FolOpen(local_, "B");
+  ASSERT_NE(a, INVALID_FOLDER);
+  ASSERT_NE(b, INVALID_FOLDER);
+  std::vector<UMI> umis;
+  for (unsigned long n : {5ul, 1ul, 2ul, 3ul}) umis.push_back(MM_UMIFromMsgno(a, n));
+  umis.push_back(MM_UMIFromMsgno(b, 2));
+  umis.push_back(0);  // no message: skipped
+  seen_.clear();
+  EXPECT_EQ(MM_MsgSetFlagMany(umis, "\\Seen"), 5);
+  EXPECT_TRUE(Traced("set \\Seen on 1:3,5\n"));
+  EXPECT_TRUE(Traced("set \\Seen on 2\n"));
+  EXPECT_EQ(Types({E_SEEN_FLAG_SET}).size(), 5u);
+  const int read[] = {1, 1, 1, 0, 1, 0};
+  for (unsigned long n = 1; n <= 6; ++n) EXPECT_EQ(MM_MsgIsRead(MM_UMIFromMsgno(a, n)), read[n - 1]) << n;
+  EXPECT_EQ(MM_MsgIsRead(MM_UMIFromMsgno(b, 1)), 0);
+  EXPECT_EQ(MM_MsgIsRead(MM_UMIFromMsgno(b, 2)), 1);
+
+  seen_.clear();
+  EXPECT_EQ(MM_MsgClearFlagMany({MM_UMIFromMsgno(a, 2)}, "\\Seen"), 1);
+  EXPECT_EQ(Types({E_SEEN_FLAG_CLEARED}).size(), 1u);
+  EXPECT_EQ(MM_MsgIsRead(MM_UMIFromMsgno(a, 2)), 0);
+  EXPECT_EQ(MM_MsgSetFlagMany({MM_UMIFromMsgno(a, 4)}, "\\Deleted"), 1);
+  EXPECT_TRUE(MM_NeedsExpunge());
+
+  // The flags reach the disk: a fresh reader sees them.
+  MM_FolClose(a, 1);
+  MailStream* s = mail_open(nullptr, "A", OP_READONLY);
+  ASSERT_NE(s, nullptr);
+  EXPECT_TRUE(mail_elt(s, 1)->seen);
+  EXPECT_FALSE(mail_elt(s, 2)->seen);
+  EXPECT_TRUE(mail_elt(s, 4)->deleted);
+  mail_close(s);
+
+  // Copies of a selection arrive whole, in order.
+  const int b2 = MM_FolOpen(local_, "B");
+  EXPECT_EQ(MM_MsgCopyMany({MM_UMIFromMsgno(b2, 2), MM_UMIFromMsgno(b2, 1)}, local_, "A"), 2);
+  EXPECT_EQ(CountOnDisk("A"), 8);
+  const int a2 = MM_FolOpen(local_, "A");
+  EXPECT_EQ(Subject(MM_UMIFromMsgno(a2, 7)), "message 1");
+  EXPECT_EQ(Subject(MM_UMIFromMsgno(a2, 8)), "message 2");
+}
+
+// --- The fetch hook ---------------------------------------------------------------
+// Memory mode's cap keeps the reader in step, and a fetch inside a fetch
+// is refused. (File mode is met in the sections' tests.)
+
+struct Reader { std::string data; size_t pos = 0; };
+
+long Read(void* handle, unsigned long size, char* buffer) {
+  auto* r = static_cast<Reader*>(handle);
+  if (r->pos + size > r->data.size()) return 0;
+  std::memcpy(buffer, r->data.data() + r->pos, size);
+  r->pos += size;
+  return 1;
+}
+
+using Mailgets = ModelTest;
+
+TEST_F(Mailgets, MemoryModeCutsAt65000AndKeepsTheReaderInStep) {
+  for (const auto& [size, kept] : {std::pair{0, 0}, {65000, 65000}, {65001, 65000}, {200000, 65000}}) {
+    std::string data;
+    for (int i = 0; i < size; ++i) data.push_back(static_cast<char>('a' + (i * 7) % 26));
+    Reader r{data + "NEXT"};
+    MailText* text = MM_Mailgets(Read, &r, size);
+    ASSERT_NE(text, nullptr) << size;
+    EXPECT_EQ(std::string(text->data, text->size), data.substr(0, kept)) << size;
+    EXPECT_EQ(r.data.substr(r.pos), "NEXT") << size << ": what follows is read right";
+    mail_free_text(&text);
+  }
+  // Through the model: the header in memory is cut, the files are whole.
+  const std::string header = "From: a@example.org\r\nX-Big: " + std::string(70000, 'h') + "\r\n\r\n";
+  MakeFolder("big", {header + "the body\r\n"});
+  const UMI umi = MM_UMIFromMsgno(MM_FolOpen(local_, "big"), 1);
+  EXPECT_EQ(MM_MsgRawHeaders(umi), header.substr(0, kMailgetsMemoryCap));
+  EXPECT_EQ(ReadFile(MM_MsgRawBodyToFile(umi)), "the body\r\n");
+  EXPECT_EQ(ReadFile(MM_MsgRawHeadersToFile(umi)), header);
+}
+
+TEST_F(Mailgets, AFetchInsideAFetchIsRefused) {
+  static MailText* inner = reinterpret_cast<MailText*>(1);
+  Reader r{"outer"};
+  MailText* text = MM_Mailgets(
+      [](void* handle, unsigned long size, char* buffer) {
+        Reader nested{"inner"};
+        inner = MM_Mailgets(Read, &nested, 5);
+        return Read(handle, size, buffer);
+      },
+      &r, 5);
+  EXPECT_EQ(std::string(text->data, text->size), "outer");
+  EXPECT_EQ(inner, nullptr);
+  mail_free_text(&text);
 }
 
 }  // namespace

@@ -5,39 +5,11 @@
 
 #include <string>
 
-#include "c-client/net/tcp.h"
-#include "src/options/options.h"
-#include "tests/c-client/imap/dovecot_peer.h"
-#include "tests/model/model_fixture.h"
+#include "tests/model/imap_service_fixture.h"
 
 namespace {
 
-using imap_test::Dovecot;
-
-class ModelImap : public ModelTest {
- protected:
-  void SetUp() override {
-    ModelTest::SetUp();
-    ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
-    tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
-    const std::pair<const char*, std::string> options[] = {
-        {"Name", "Work"},          {"Type", "imap"},
-        {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
-        {"Userid", server_.env["USER"]},   {"Password", server_.env["PASSWORD"]},
-    };
-    for (const auto& [key, value] : options)
-      Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
-    ms_ = MM_MSNew(2);
-  }
-  void TearDown() override {
-    ModelTest::TearDown();  // closes the streams while the server is there
-    tcp_tls_set_ca_file(nullptr);
-    server_.Remove();
-  }
-
-  Dovecot server_;
-  int ms_ = INVALID_SERVICE;
-};
+using ModelImap = ImapServiceTest<ModelTest>;
 
 TEST_F(ModelImap, FoldersMessagesFlagsCopiesAndADyingServer) {
   server_.Seed(5, "INBOX");

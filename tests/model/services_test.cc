@@ -100,10 +100,9 @@ TEST_F(Services, TypesStreamNamesAndCanonicalNames) {
       {"imap", "", "", "", ""},  // none can be made
       {"p7", "x400.example.org", "", "", ""}};
   for (const auto& n : names) {
-    SetOption(10, "Type", n.type);
-    SetOption(10, "Hostname", n.host);
-    SetOption(10, "Port", n.port);
-    SetOption(10, "Security", n.security);
+    const std::pair<const char*, const char*> options[] = {
+        {"Type", n.type}, {"Hostname", n.host}, {"Port", n.port}, {"Security", n.security}};
+    for (const auto& [key, value] : options) SetOption(10, key, value);
     const int id = MM_MSNew(10);
     std::string name;
     EXPECT_EQ(MM_CCGenSvcName(id, &name), *n.name ? 1 : 0) << n.type << " " << n.host;

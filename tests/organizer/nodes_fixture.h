@@ -18,7 +18,11 @@ inline long TaskEh(WINDOW, EVENT* ev) {
   return 0;
 }
 
-// "3 1 2" of the message lines under node; groups show as "[Name: ...]".
+// A message of the given header lines and a one-line body.
+inline std::string Msg(const std::string& headers) { return headers + "\r\nbody\r\n"; }
+
+// "3 1 2" of the message lines under node; groups show as "[Name: ...]",
+// and a hidden line in parentheses: "[(Empty:)]".
 inline std::string Lines(TreeNode* node) {
   std::string out;
   for (TreeNode* k = TREE_GetFirstKid(node); k; k = TREE_GetNext(k)) {
@@ -26,12 +30,22 @@ inline std::string Lines(TreeNode* node) {
     if (MessageNodeInfo* m = MSG_Info(k)) {
       part = std::to_string(MM_UMIMsgno(m->umi));
     } else if (GroupNodeInfo* g = GRP_Info(k)) {
-      part = "[" + g->name + ":" + (Lines(k).empty() ? "" : " " + Lines(k)) + "]";
+      part = g->name + ":" + (Lines(k).empty() ? "" : " " + Lines(k));
     } else {
       continue;
     }
+    if (TREE_IsHidden(k)) part = "(" + part + ")";
+    if (GRP_Info(k)) part = "[" + part + "]";
     out += (out.empty() ? "" : " ") + part;
   }
+  return out;
+}
+
+// The questions asked since the posts were cleared, each cut to width.
+inline std::string Asked(size_t width = std::string::npos) {
+  std::string out;
+  for (const XvtPost& p : xvt_test_posts())
+    if (p.kind == "ask") out += std::string(out.empty() ? "" : " | ") + p.text.substr(0, width);
   return out;
 }
 

@@ -8,16 +8,12 @@
 #include <filesystem>
 #include <fstream>
 
-#include "c-client/net/tcp.h"
 #include "c-client/rfc822/strsrc.h"
-#include "src/options/options.h"
-#include "tests/c-client/imap/dovecot_peer.h"
+#include "tests/model/imap_service_fixture.h"
 #include "tests/organizer/nodes_fixture.h"
 
 namespace nodestest {
 namespace {
-
-using imap_test::Dovecot;
 
 // Ends the server's IMAP sessions (children of the master we started),
 // by their ids: the connections drop while the server stays up.
@@ -41,39 +37,14 @@ int KillSessions(const std::string& master) {
   return killed;
 }
 
-class NodesImap : public NodesTest {
+class NodesImap : public ImapServiceTest<NodesTest> {
  protected:
-  void SetUp() override {
-    NodesTest::SetUp();
-    ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
-    tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
-    const std::pair<const char*, std::string> options[] = {
-        {"Name", "Work"},
-        {"Type", "imap"},
-        {"Hostname", server_.env["HOST"]},
-        {"Port", server_.env["PORT"]},
-        {"Userid", server_.env["USER"]},
-        {"Password", server_.env["PASSWORD"]},
-    };
-    for (const auto& [key, value] : options)
-      Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
-    ms_ = MM_MSNew(2);
-  }
-  void TearDown() override {
-    NodesTest::TearDown();
-    tcp_tls_set_ca_file(nullptr);
-    server_.Remove();
-  }
-
   // Another client of the same mailbox, logged in as the same user.
   MailStream* OtherClient(std::string* full) {
     if (!MM_CCGenFolName(ms_, "INBOX", full)) return nullptr;
     MM_MSInitAuthInfo(ms_);
     return mail_open(nullptr, full->c_str(), 0);
   }
-
-  Dovecot server_;
-  int ms_ = INVALID_SERVICE;
 };
 
 TEST_F(NodesImap, AnotherClientsMailAndFlagsShowAndALostConnectionReopens) {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "src/base/critical.h"
@@ -240,30 +241,6 @@ TEST_F(OrganizerWindowsTest, DeleteWhileADeleteDialogIsUpDoesNothing) {
   EXPECT_EQ(CountOnDisk("work"), 2);
 }
 
-TEST_F(OrganizerWindowsTest, AFolderWindowTakesTheLinesAndGivesThemBack) {
-  Run([&] {
-    TreeNode* work = Folder("work");
-    TREE_SelectOnlyNode(work);
-    Command(Top(), M_MSG_OPEN_WINDOW);
-    WINDOW win = MSG_NodeWindow(work);
-    ASSERT_NE(win, NULL_WIN);
-    char title[100];
-    EXPECT_STREQ(xvt_vobj_get_title(win, title, sizeof title), "work - Local");
-    EXPECT_TRUE(TREE_IsOpenElsewhere(work));
-    EXPECT_EQ(TREE_GetFirstKid(work), nullptr);
-    std::string rows;
-    MSG_DescribeTree(MSG_WinInfo(win)->tree, &rows);
-    EXPECT_EQ(std::count(rows.begin(), rows.end(), '\n'), 2) << rows;
-    EXPECT_NE(rows.find("message 2"), std::string::npos) << rows;
-    // Ctrl+W closes it; the folder closes with it and its line stays.
-    Key(win, 'w', true);
-    EXPECT_FALSE(xvt_vobj_is_valid(win));
-    EXPECT_FALSE(TREE_IsOpenElsewhere(work));
-    EXPECT_EQ(FOL_Info(work)->folder_id, INVALID_FOLDER);
-    EXPECT_EQ(MSG_ContextWindows().size(), 0u);
-  });
-}
-
 TEST_F(OrganizerWindowsTest, TypeAheadMovesToTheNextFolderOfThatLetter) {
   struct Case {
     const char* from;
@@ -335,9 +312,9 @@ TEST_F(OrganizerWindowsTest, GeometryFromABiggerScreenIsBroughtOntoTheScreen) {
       compareScreenSize();
       RCT r{};
       xvt_vobj_get_outer_rect(MSG_TopWindow(), &r);
-      EXPECT_TRUE(r.left == c.expect.left && r.top == c.expect.top && r.right == c.expect.right &&
-                  r.bottom == c.expect.bottom)
-          << c.saved << ": " << r.left << " " << r.top << " " << r.right << " " << r.bottom;
+      EXPECT_EQ(std::tie(r.left, r.top, r.right, r.bottom),
+                std::tie(c.expect.left, c.expect.top, c.expect.right, c.expect.bottom))
+          << c.saved;
     });
     xvt_test_reset();
     xvt_test_set_unexpected_handler([this](const XvtPost& p) { unexpected_.push_back(p.kind + ": " + p.text); });
@@ -357,16 +334,21 @@ TEST_F(OrganizerWindowsTest, GeometryIsSavedWithTheFrameState) {
   });
 }
 
-// Flags changed while the folder shows in a window of its own reach that
-// window's lines and the folder's counts, whoever changes them: the model,
-// or a viewer that marks what it shows read.
-TEST_F(OrganizerWindowsTest, AFolderWindowsLinesFollowTheirFlags) {
+// A folder window takes the folder's lines from the tree. Flags changed
+// while it shows reach its lines and the folder's counts, whoever changes
+// them: the model, or a viewer that marks what it shows read. Ctrl+W
+// closes it with the folder, and the folder's line stays.
+TEST_F(OrganizerWindowsTest, AFolderWindowTakesTheLinesFollowsTheirFlagsAndGivesThemBack) {
   Run([&] {
     TreeNode* work = Folder("work");
     TREE_SelectOnlyNode(work);
     Command(Top(), M_MSG_OPEN_WINDOW);
     WINDOW win = MSG_NodeWindow(work);
     ASSERT_NE(win, NULL_WIN);
+    char title[100];
+    EXPECT_STREQ(xvt_vobj_get_title(win, title, sizeof title), "work - Local");
+    EXPECT_TRUE(TREE_IsOpenElsewhere(work));
+    EXPECT_EQ(TREE_GetFirstKid(work), nullptr);
     const int folder = FOL_Info(work)->folder_id;
     const UMI first = MM_UMIFromMsgno(folder, 1), second = MM_UMIFromMsgno(folder, 2);
     struct Step {
@@ -388,12 +370,19 @@ TEST_F(OrganizerWindowsTest, AFolderWindowsLinesFollowTheirFlags) {
       for (std::string line; std::getline(lines, line);) {
         const size_t open = line.rfind(" [");
         marks += (marks.empty() ? "" : " ") +
-                 (open == std::string::npos ? std::string("-") : line.substr(open + 2, line.size() - open - 3));
+                 (open == std::string::npos ? std::string("-")
+                                            : line.substr(open + 2, line.size() - open - 3));
       }
       EXPECT_EQ(marks, step.marks) << step.what << "\n" << rows;
+      EXPECT_NE(rows.find("message 2"), std::string::npos) << rows;
       EXPECT_EQ(FOL_Info(work)->unread, step.unread) << step.what;
     }
     while (WINDOW v = viewerFindAny()) xvt_vobj_destroy(v);
+    Key(win, 'w', true);
+    EXPECT_FALSE(xvt_vobj_is_valid(win));
+    EXPECT_FALSE(TREE_IsOpenElsewhere(work));
+    EXPECT_EQ(FOL_Info(work)->folder_id, INVALID_FOLDER);
+    EXPECT_EQ(MSG_ContextWindows().size(), 0u);
   });
 }
 
@@ -409,10 +398,8 @@ TEST_F(OrganizerWindowsTest, DesktopReloadSkipsWhatHasGoneAndSavesWhatIsOpen) {
   int n = 1;
   for (auto& r : records) {
     const std::string k = "SaveMsg." + std::to_string(n++) + ".";
-    Opt_AssignString((k + "ms").c_str(), r[0], kOptPermanent, 0);
-    Opt_AssignString((k + "folder").c_str(), r[1], kOptPermanent, 0);
-    Opt_AssignString((k + "group").c_str(), r[2], kOptPermanent, 0);
-    Opt_AssignString((k + "state").c_str(), r[3], kOptPermanent, 0);
+    const char* fields[] = {"ms", "folder", "group", "state"};
+    for (int f = 0; f < 4; ++f) Opt_AssignString((k + fields[f]).c_str(), r[f], kOptPermanent, 0);
   }
   Run([&] {
     EXPECT_TRUE(TREE_IsOpen(Service()));
@@ -452,13 +439,12 @@ TEST_F(OrganizerWindowsTest, SavedStateWordsReadBack) {
 }
 
 TEST_F(OrganizerWindowsTest, ForgettingTheDesktopTakesBothSpellingsOfTheGeometryKeys) {
-  for (const char* k : {"WinPosn.TopMS.Border", "Winposn.Viewer.Border", "SaveMsg.1.ms", "Desktop.x"})
-    Opt_AssignString(k, "1", kOptPermanent, 0);
-  Opt_AssignString("General.Keep", "1", kOptPermanent, 0);
+  const std::pair<const char*, const char*> keys[] = {
+      {"WinPosn.TopMS.Border", ""}, {"Winposn.Viewer.Border", ""}, {"SaveMsg.1.ms", ""},
+      {"Desktop.x", ""},            {"General.Keep", "1"}};
+  for (const auto& [key, after] : keys) Opt_AssignString(key, "1", kOptPermanent, 0);
   DesktopForget();
-  for (const char* k : {"WinPosn.TopMS.Border", "Winposn.Viewer.Border", "SaveMsg.1.ms", "Desktop.x"})
-    EXPECT_EQ(Opt_LookupText(k, kOptSession), "") << k;
-  EXPECT_EQ(Opt_LookupText("General.Keep", kOptSession), "1");
+  for (const auto& [key, after] : keys) EXPECT_EQ(Opt_LookupText(key, kOptSession), after) << key;
 }
 
 }  // namespace

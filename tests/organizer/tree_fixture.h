@@ -82,7 +82,7 @@ inline void Mouse(WINDOW w, PNT at, bool shift = false, bool ctrl = false, int b
   Mouse(w, E_MOUSE_UP, at, shift, ctrl, button);
 }
 inline void Key(WINDOW w, int ch, bool shift = false, bool ctrl = false) {
-  Send(w, E_CHAR, [&](EVENT& e) { e.v.chr = {ch, shift, ctrl}; });
+  Send(w, E_CHAR, [&](EVENT& e) { e.v.chr = {ch, shift, ctrl, false}; });
 }
 inline void Bar(WINDOW w, SCROLL_CONTROL what, int pos = 0, bool horizontal = false) {
   Send(w, horizontal ? E_HSCROLL : E_VSCROLL, [&](EVENT& e) { e.v.scroll = {what, pos}; });
@@ -152,7 +152,6 @@ class TreeTest : public ::testing::Test {
     Mouse(w, {on_box ? n->abs_offset + 10 : n->abs_offset + TREE_GetInfo(w)->margin + 4, n->display_line * 16 + 5},
           shift, ctrl, button);
   }
-
 };
 
 }  // namespace treetest
