@@ -8,6 +8,7 @@
 #include "editor/ekeys/key_event.h"
 #include "editor/ekeys/key_names.h"
 #include "tests/editor/keys_fixture.h"
+#include "xvt/common/win_records.h"
 
 namespace {
 
@@ -215,8 +216,7 @@ TEST(KeysEvent, FacadeKeysToSymbols) {
       {0, false, false, RC_FAIL, 0, ""},
   };
   for (const Case& c : cases) {
-    EVENT ev{};
-    ev.type = E_CHAR;
+    EVENT ev = xvtrec::MakeEvent(E_CHAR);
     ev.v.chr.ch = c.ch;
     ev.v.chr.shift = c.shift;
     ev.v.chr.control = c.control;
@@ -230,16 +230,14 @@ TEST(KeysEvent, FacadeKeysToSymbols) {
   }
   // A typed letter whose number is also a key code's (U+012D is K_UP's
   // number) types itself when the toolkit says it was typed.
-  EVENT typed{};
-  typed.type = E_CHAR;
+  EVENT typed = xvtrec::MakeEvent(E_CHAR);
   typed.v.chr.ch = K_UP;
   typed.v.chr.text = true;
   KM_KEY letter;
   EXPECT_EQ(km_key_from_event(&typed, &letter), RC_OK);
   EXPECT_EQ(letter.sym, kKsymText);
   EXPECT_EQ(std::string(letter.text, letter.text_len), "\xC4\xAD");
-  EVENT other{};
-  other.type = E_COMMAND;
+  EVENT other = xvtrec::MakeEvent(E_COMMAND);
   KM_KEY key;
   EXPECT_EQ(km_key_from_event(&other, &key), RC_FAIL);
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -60,12 +61,7 @@ TEST(KeysShipped, SetupFailuresGiveTheUserMessage) {
   };
   for (const Case& c : cases) {
     std::string path = *c.path ? dir + c.path : "";
-    if (c.text) {
-      FILE* f = std::fopen(path.c_str(), "w");
-      ASSERT_NE(f, nullptr);
-      std::fputs(c.text, f);
-      std::fclose(f);
-    }
+    if (c.text) std::ofstream(path) << c.text;
     KeyState k;
     std::string error;
     EXPECT_EQ(km_state_setup(k.s, path.c_str(), &error), RC_FAIL) << c.path;
