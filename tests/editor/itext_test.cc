@@ -71,12 +71,6 @@ TEST(Itext, TabColumnsCountFromTheLineStart) {
   }
 }
 
-TEST(Itext, ColumnInsideATabMapsToTheTab) {
-  long offset = -1;
-  ASSERT_EQ(exp_to_unexp("a\tb", 5, 8, &offset), RC_OK);
-  EXPECT_EQ(offset, 1);
-}
-
 struct EditCase {
   const char* name;
   const char* start;
