@@ -21,7 +21,8 @@ std::string Text(const ITEXT* item) { return std::string(item->text, itext_lengt
 
 // Where steps forward and steps back stop, each from its own end of s.
 template <class Step>
-std::pair<std::vector<size_t>, std::vector<size_t>> Stops(const std::string& s, Step next, Step prev) {
+std::pair<std::vector<size_t>, std::vector<size_t>> Stops(const std::string& s, Step next,
+                                                           Step prev) {
   std::vector<size_t> fwd{0}, back{s.size()};
   for (size_t i = 0; i < s.size();) fwd.push_back(i = next(s.data(), s.size(), i));
   for (size_t i = s.size(); i > 0;) back.insert(back.begin(), i = prev(s.data(), s.size(), i));

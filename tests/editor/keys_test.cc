@@ -161,7 +161,8 @@ TEST(KeysLoad, RefusalsAndWhatSurvivesThem) {
   std::string long_word(40, 'q');
   std::string long_line = "A undo " + std::string(600, '#');
   std::string many_maps;
-  for (int i = 0; i <= kKmMapsMax; ++i) many_maps += "keymap m" + std::to_string(i) + " undo\nend_keymap\n";
+  for (int i = 0; i <= kKmMapsMax; ++i)
+    many_maps += "keymap m" + std::to_string(i) + " undo\nend_keymap\n";
   std::string many_keys = "keymap m undo\n";
   for (int i = 0; i <= kKmTuplesMax; ++i) many_keys += "0x" + std::to_string(1000 + i) + " redo\n";
   many_keys += "end_keymap\n";

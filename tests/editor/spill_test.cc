@@ -96,8 +96,8 @@ TEST(Spill, RoundTripKeepsEveryLine) {
       EXPECT_EQ(b->flags, a->flags);
       ASSERT_EQ(b->text->chunks.size(), a->text->chunks.size());
       auto fields = [](const CHUNK& c) {
-        return std::tuple(c.length_ac, c.metric_a, c.h_px, c.dispi.flags, c.dispi.mask, c.dispi.style,
-                          c.dispi.fg, c.dispi.bg);
+        return std::tuple(c.length_ac, c.metric_a, c.h_px, c.dispi.flags, c.dispi.mask,
+                          c.dispi.style, c.dispi.fg, c.dispi.bg);
       };
       for (size_t i = 0; i < a->text->chunks.size(); ++i)
         EXPECT_EQ(fields(b->text->chunks[i]), fields(a->text->chunks[i])) << "run " << i;

@@ -173,12 +173,14 @@ long TitledEh(WINDOW win, EVENT* ev) {
 // The task's menu choices: 1 save, 2 open, 3 ask, 4 a note, 5 an error, 6 the dialog.
 void TaskCommand(int tag) {
   char path[256] = "start.txt";
-  if (tag == 1)
-    g_log.push_back(xvt_dm_post_file_save("Save as", path, sizeof path) ? "save " + std::string(path) : "none");
-  if (tag == 2)
-    g_log.push_back(xvt_dm_post_file_open("Open", path, sizeof path) ? "open " + std::string(path) : "none");
-  if (tag == 3)
-    g_log.push_back("ask " + std::to_string(xvt_dm_post_ask("~Keep", "~Discard", "Cancel", "Keep %d drafts?", 3)));
+  if (tag == 1 && xvt_dm_post_file_save("Save as", path, sizeof path))
+    g_log.push_back("save " + std::string(path));
+  if (tag == 2 && xvt_dm_post_file_open("Open", path, sizeof path))
+    g_log.push_back("open " + std::string(path));
+  if (tag == 3) {
+    ASK_RESPONSE r = xvt_dm_post_ask("~Keep", "~Discard", "Cancel", "Keep %d drafts?", 3);
+    g_log.push_back("ask " + std::to_string(r));
+  }
   if (tag == 4) xvt_dm_post_note("Noted");
   if (tag == 5) xvt_dm_post_error("Disk %s", "full");
   if (tag == 6) xvt_dlg_create_res(W_MODAL, kScriptDialog, EM_ALL, ScriptDialogEh, 0);
@@ -195,14 +197,17 @@ TEST_F(XvtQt, ScriptAnswersQuestionsChoosesFilesAndSendsCommands) {
     std::vector<std::string> log;
     std::vector<const char*> said;  // on stderr
   } cases[] = {
-      {"# a comment\nanswer 2\nfrobnicate 3\ndismiss\ndialog 7101 1 2\ncommand 3\ncommand 5\ncommand 6\n"
-       "log script done\n",
-       {"ask 2", "task got 3", "task got 5", "control 1 checked 1", "control 2 checked 1", "task got 6"},
-       {"xvt: ask: Keep 3 drafts?", "xvt: dismissed error: Disk full", "frobnicate", "script done"}},
+      {"# a comment\nanswer 2\nfrobnicate 3\ndismiss\ndialog 7101 1 2\ncommand 3\ncommand 5\n"
+       "command 6\nlog script done\n",
+       {"ask 2", "task got 3", "task got 5", "control 1 checked 1", "control 2 checked 1",
+        "task got 6"},
+       {"xvt: ask: Keep 3 drafts?", "xvt: dismissed error: Disk full", "frobnicate",
+        "script done"}},
       {"command 3\nanswer 3\ncommand 4\ndismiss\ncommand 6\ndialog 7101 2\n",
        {"ask 3", "task got 3", "task got 4", "control 2 checked 0", "task got 6"},
        {"xvt: dismissed note: Noted"}},
-      {"file /tmp/a b.txt\ncommand 1\n", {"save /tmp/a b.txt", "task got 1"}, {"xvt: chose file /tmp/a b.txt"}},
+      {"file /tmp/a b.txt\ncommand 1\n", {"save /tmp/a b.txt", "task got 1"},
+       {"xvt: chose file /tmp/a b.txt"}},
       {"command 2\nfile /tmp/later.txt\n", {"open /tmp/later.txt", "task got 2"},
        {"xvt: chose file /tmp/later.txt"}},
       {"command 7 Report : figures\n", {"Report : figures got 7"}, {}},
@@ -218,7 +223,8 @@ TEST_F(XvtQt, ScriptAnswersQuestionsChoosesFilesAndSendsCommands) {
       WaitFor([] { return false; }, 200);
     });
     EXPECT_EQ(g_log, c.log) << err;
-    for (const char* said : c.said) EXPECT_NE(err.find(said), std::string::npos) << said << "\n" << err;
+    for (const char* said : c.said)
+      EXPECT_NE(err.find(said), std::string::npos) << said << "\n" << err;
   }
 }
 
