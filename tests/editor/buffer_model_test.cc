@@ -10,6 +10,7 @@
 
 namespace {
 
+const char* const kOps[] = {"insert", "delete", "split", "join", "cut", "file"};
 const char* const kPieces[] = {"a", "xyz", "\t", "é", "€uro", "𝄞", "line\nbreak", "\n", "\n\n", "ünï\ncode"};
 
 struct Model {
@@ -69,11 +70,11 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
     MARK* point = buf->the_point;
     size_t a = m.Boundary();
     ASSERT_EQ(PlaceMark(buf, point, a), RC_OK);
-    std::string what;
-    switch (m.Pick(5)) {
+    const size_t op = m.Pick(5);
+    const char* what = kOps[op];
+    switch (op) {
       case 0: {
         std::string t = m.RandomText();
-        what = "insert";
         ASSERT_EQ(elib_insert(buf, point, t), RC_OK);
         m.text.insert(a, t);
         inserted(a, t.size());
@@ -81,7 +82,6 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
       }
       case 1: {
         size_t b = m.Boundary();
-        what = "delete";
         ASSERT_EQ(PlaceMark(buf, other, b), RC_OK);
         ASSERT_EQ(elib_delete_range(buf, point, other), RC_OK);
         m.text.erase(std::min(a, b), a > b ? a - b : b - a);
@@ -89,7 +89,6 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
         break;
       }
       case 2:
-        what = "split";
         ASSERT_EQ(elib_split_line(buf, point), RC_OK);
         m.text.insert(a, "\n");
         inserted(a, 1);
@@ -97,7 +96,6 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
       case 3: {
         // Join: delete the line end before a line start, or fail at the top.
         size_t nl = m.text.rfind('\n', a ? a - 1 : 0);
-        what = "join";
         if (nl == std::string::npos || a == 0) {
           ASSERT_EQ(PlaceMark(buf, point, 0), RC_OK);
           EXPECT_EQ(elib_delete_char_rev(buf, point), RC_FAIL);
@@ -112,7 +110,6 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
       case 4: {
         size_t b = m.Boundary();
         if (a == b) break;
-        what = "cut";
         REGION* region = nullptr;
         region_new(&region);
         MARK* bor = nullptr;
@@ -128,7 +125,6 @@ TEST_P(BufferModel, RandomEditsKeepTheText) {
       }
       case 5: {
         std::string t = m.RandomText() + "\nfrom a file\n";
-        what = "file";
         ASSERT_EQ(elib_file_read(WriteTemp(input, "piece.txt", t).c_str(), buf), RC_OK);
         std::string body = t.substr(0, t.size() - 1);
         std::string added = a == m.text.size() ? body : body + "\n";

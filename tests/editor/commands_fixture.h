@@ -11,6 +11,7 @@
 #include "editor/elib/ecmd.h"
 #include "tests/editor/etext_util.h"
 #include "tests/editor/keys_fixture.h"
+#include "xvt/common/win_records.h"
 
 struct EdFixture {
   E_DATA* ed = nullptr;
@@ -90,8 +91,7 @@ struct EdFixture {
 
   // A key as the facade reports it.
   int Key(int ch, bool shift = false, bool control = false) {
-    EVENT ev{};
-    ev.type = E_CHAR;
+    EVENT ev = xvtrec::MakeEvent(E_CHAR);
     ev.v.chr.ch = ch;
     ev.v.chr.shift = shift;
     ev.v.chr.control = control;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/editor/commands_fixture.h"
+#include "xvt/common/win_records.h"
 #include "xvt/xvt_test.h"
 
 namespace {
@@ -17,11 +18,7 @@ struct PagingEd {
   SpillDir dir;
   EdFixture f;
   explicit PagingEd(int lines) {
-    elib_set_spill_dir(f.buf, dir.path.c_str());
-    f.buf->max_blks_step = 1;
-    f.buf->blk_hint = 0;
-    elib_set_max_blks(f.buf, 3);
-    elib_set_max_lines(f.buf, 5);
+    MakeTiny(f.buf, dir);
     std::string text;
     for (int i = 0; i < lines; ++i) text += "line " + std::to_string(i) + " wörd_x don't-stop 42\n";
     EXPECT_EQ(elib_file_read(WriteTemp(dir, "in.txt", text).c_str(), f.buf), RC_OK);
@@ -106,12 +103,10 @@ TEST(EditorUndoTest, StepsAndThePoint) {
   f.Key(K_ENTER);
   f.Type("ef");
   EXPECT_EQ(f.Render(), "abcd\nef|");
-  f.Run("undo");
-  EXPECT_EQ(f.Render(), "abcd\n|");
-  f.Run("undo");
-  EXPECT_EQ(f.Render(), "abcd|");
-  f.Run("undo");
-  EXPECT_EQ(f.Render(), "ab|");
+  for (const char* after : {"abcd\n|", "abcd|", "ab|"}) {
+    EXPECT_EQ(f.Run("undo"), RC_OK);
+    EXPECT_EQ(f.Render(), after);
+  }
   EXPECT_EQ(f.Run("undo"), RC_FAIL);
   f.Run("redo");
   EXPECT_EQ(f.Render(), "abcd|");
@@ -264,8 +259,7 @@ long Handler(E_DATA* ed, WINDOW win, EVENT* ev) {
   }
   if (g_reenter) {
     g_reenter = false;
-    EVENT again{};
-    again.type = E_UPDATE;
+    EVENT again = xvtrec::MakeEvent(E_UPDATE);
     EXPECT_EQ(ehserial(ed, win, &again, Handler), 0);  // queued, not handled yet
     again.type = E_CREATE;
     ehserial(ed, win, &again, Handler);  // creation always goes through
@@ -278,8 +272,7 @@ TEST(EditorEventQueueTest, EventsWhileBusyWaitTheirTurn) {
   EdFixture f;
   g_seen.clear();
   g_reenter = true;
-  EVENT ev{};
-  ev.type = E_VSCROLL;
+  EVENT ev = xvtrec::MakeEvent(E_VSCROLL);
   EXPECT_EQ(ehserial(f.ed, NULL_WIN, &ev, Handler), 1);
   EXPECT_EQ(g_seen, (std::vector<int>{E_VSCROLL, E_CREATE, E_UPDATE}));
   EXPECT_EQ(f.ed->flags & kEdataBusy, 0u);
@@ -292,16 +285,13 @@ TEST(EditorEventQueueTest, CloseStopsTheLoopWhenTheRecordIsGone) {
   g_seen.clear();
   g_destroy_on_close = true;
   ed->flags |= kEdataBusy;
-  EVENT close{};
-  close.type = E_COMMAND;
+  EVENT close = xvtrec::MakeEvent(E_COMMAND);
   close.v.cmd.tag = kMenuClose;
-  EVENT later{};
-  later.type = E_UPDATE;
+  EVENT later = xvtrec::MakeEvent(E_UPDATE);
   ehserial(ed, NULL_WIN, &close, Handler);
   ehserial(ed, NULL_WIN, &later, Handler);
   ed->flags &= ~kEdataBusy;
-  EVENT first{};
-  first.type = E_FOCUS;
+  EVENT first = xvtrec::MakeEvent(E_FOCUS);
   ehserial(ed, NULL_WIN, &first, Handler);  // works off the queue, closes
   g_destroy_on_close = false;
   EXPECT_EQ(g_seen, (std::vector<int>{E_FOCUS, kMenuClose}));

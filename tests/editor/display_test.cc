@@ -11,6 +11,7 @@
 #include "editor/edisxvt/edit_window.h"
 #include "editor/elib/marks.h"
 #include "rclib/rc.h"
+#include "xvt/common/win_records.h"
 #include "xvt/xvt_test.h"
 
 namespace {
@@ -70,6 +71,16 @@ Grid GridOf(const std::vector<XvtDrawOp>& ops, int rows) {
 
 std::vector<std::string> Paint(WINDOW w, int rows) { return GridOf(xvt_test_paint(w), rows).text; }
 
+// Sends E_UPDATE for r; what it drew.
+std::vector<XvtDrawOp> Update(WINDOW w, RCT r) {
+  size_t before = xvt_test_display_list(w).size();
+  EVENT ev = xvtrec::MakeEvent(E_UPDATE);
+  ev.v.update.rct = r;
+  xvt_win_dispatch_event(w, &ev);
+  const auto& ops = xvt_test_display_list(w);
+  return std::vector<XvtDrawOp>(ops.begin() + static_cast<long>(before), ops.end());
+}
+
 // Paints what was invalidated since the last paint; the rows drawn.
 std::vector<int> PaintInvalid(WINDOW w) {
   std::vector<RCT> inv = xvt_test_invalidated(w);
@@ -82,31 +93,23 @@ std::vector<int> PaintInvalid(WINDOW w) {
     u.right = std::max(u.right, r.right);
     u.bottom = std::max(u.bottom, r.bottom);
   }
-  size_t before = xvt_test_display_list(w).size();
-  EVENT ev{};
-  ev.type = E_UPDATE;
-  ev.v.update.rct = u;
-  xvt_win_dispatch_event(w, &ev);
-  const auto& ops = xvt_test_display_list(w);
-  for (size_t i = before; i < ops.size(); ++i)
+  for (const XvtDrawOp& op : Update(w, u))
     // Every row drawn fills its own band, text or not.
-    if ((ops[i].op == "text" || ops[i].op == "rect") && ops[i].rct.bottom - ops[i].rct.top == 16 &&
-        (drawn.empty() || drawn.back() != ops[i].rct.top / 16))
-      drawn.push_back(ops[i].rct.top / 16);
+    if ((op.op == "text" || op.op == "rect") && op.rct.bottom - op.rct.top == 16 &&
+        (drawn.empty() || drawn.back() != op.rct.top / 16))
+      drawn.push_back(op.rct.top / 16);
   return drawn;
 }
 
 EVENT Char(int ch, bool text) {
-  EVENT ev{};
-  ev.type = E_CHAR;
+  EVENT ev = xvtrec::MakeEvent(E_CHAR);
   ev.v.chr.ch = ch;
   ev.v.chr.text = text;
   return ev;
 }
 
 EVENT Mouse(EVENT_TYPE type, int x, int y, bool shift = false) {
-  EVENT ev{};
-  ev.type = type;
+  EVENT ev = xvtrec::MakeEvent(type);
   ev.v.mouse.where = PNT{x, y};
   ev.v.mouse.shift = shift;
   return ev;
@@ -124,49 +127,86 @@ std::pair<long, long> PointAt(E_DATA* ed) {
   return {cv_ptrs_voac(ed->buf, p->blk, p->lin), p->offset};
 }
 
+// What a window of cols x rows shows with the point at `point` (-1: the end
+// of the text): its rows, or where each character of the first rows was
+// drawn ("row:cell:text") when `cells`; and where the caret stands. When
+// not wrapping, the view is then scrolled `hscroll` cells sideways.
 struct ShowCase {
   const char* name;
   int cols, rows;
   bool wrap;
   std::string text;
-  std::function<void(E_DATA*)> act;
-  std::vector<std::string> screen;
+  long point;
+  int hscroll;
+  bool cells;
+  std::vector<std::string> shown;
   int caret_x, caret_y;
 };
 
 TEST(EditorDisplay, ScreensShowWhatTheTextHolds) {
+  const std::string acute = "\xCC\x81", zwj = "\xE2\x80\x8D";
   const std::vector<ShowCase> cases = {
-      {"empty buffer", 20, 3, true, "", nullptr, {"", "<End of Message>", ""}, 0, 0},
-      {"tabs every 8", 20, 3, true, "a\tb\n\tc\nab\t\tx", nullptr,
+      {"empty buffer", 20, 3, true, "", 0, 0, false, {"", "<End of Message>", ""}, 0, 0},
+      {"tabs every 8", 20, 3, true, "a\tb\n\tc\nab\t\tx", 0, 0, false,
        {"a       b", "        c", "ab              x"}, 0, 0},
-      {"utf-8 cells", 20, 2, true, "caf\xC3\xA9\tx", nullptr, {"caf\xC3\xA9    x", "<End of Message>"}, 0, 0},
-      {"point centred at the end", 10, 5, true, Lines(30),
-       [](E_DATA* ed) { elib_mark_goto_eob(ed->buf, ed->buf->the_point); },
+      {"utf-8 cells", 20, 2, true, "caf\xC3\xA9\tx", 0, 0, false,
+       {"caf\xC3\xA9    x", "<End of Message>"}, 0, 0},
+      {"point centred at the end", 10, 5, true, Lines(30), -1, 0, false,
        {"L28", "L29", "L30", "<End of ", "Message>"}, 24, 32},
-      {"soft wrap at spaces", 10, 4, true, "the quick brown fox jumps", nullptr,
+      {"soft wrap at spaces", 10, 4, true, "the quick brown fox jumps", 0, 0, false,
        {"the quick ", "brown fox ", "jumps", "<End of "}, 0, 0},
-      {"a word longer than a row is cut", 4, 3, true, "abcdefghij", nullptr, {"abcd", "efgh", "ij"}, 0, 0},
-      {"wrapped caret on its row", 10, 4, true, "the quick brown fox",
-       [](E_DATA* ed) { mark_move(ed->buf, ed->buf->the_point, nullptr, nullptr, 12); },
+      {"a word longer than a row is cut", 4, 3, true, "abcdefghij", 0, 0, false,
+       {"abcd", "efgh", "ij"}, 0, 0},
+      {"wrapped caret on its row", 10, 4, true, "the quick brown fox", 12, 0, false,
        {"the quick ", "brown fox", "<End of ", "Message>"}, 16, 16},
-      {"horizontal scroll past the right edge", 10, 2, false, "abcdefghijklmnopqrstuvwxyz0123\nshort",
-       [](E_DATA* ed) { mark_move(ed->buf, ed->buf->the_point, nullptr, nullptr, 30); },
-       {"vwxyz0123", ""}, 72, 0},
+      {"horizontal scroll past the right edge", 10, 2, false,
+       "abcdefghijklmnopqrstuvwxyz0123\nshort", 30, 0, false, {"vwxyz0123", ""}, 72, 0},
+      {"a mark shares its base's cell", 10, 2, true, "e" + acute + "b", 3, 0, true,
+       {"0:0:e" + acute, "0:1:b"}, 8, 0},
+      {"a wide character takes two cells", 10, 2, true, "中b", 3, 0, true,
+       {"0:0:中", "0:2:b"}, 16, 0},
+      {"caret after a wide one then a narrow one", 10, 2, true, "中b", 4, 0, true,
+       {"0:0:中", "0:2:b"}, 24, 0},
+      {"a joined emoji is one wide character", 10, 2, true, "👩" + zwj + "💻x", 11, 0, true,
+       {"0:0:👩" + zwj + "💻", "0:2:x"}, 16, 0},
+      {"a mark alone at the start keeps a cell", 10, 2, true, acute + "a", 2, 0, true,
+       {"0:0:" + acute + "a"}, 8, 0},
+      {"a tab stop counts cells", 10, 2, true, "中\tx", 4, 0, true,
+       {"0:0:中", "0:2: ", "0:3: ", "0:4: ", "0:5: ", "0:6: ", "0:7: ", "0:8:x"}, 64, 0},
+      {"wrap never cuts a wide character", 5, 2, true, "ab中中中", 5, 0, true,
+       {"0:0:a", "0:1:b", "0:2:中", "1:0:中", "1:2:中"}, 0, 16},
+      {"wrap never cuts a mark from its base", 3, 2, true, "abce" + acute + "f", 6, 0, true,
+       {"0:0:abc", "1:0:e" + acute, "1:1:f"}, 8, 16},
+      {"scrolled sideways past half a wide one", 4, 2, false, "abc中中de", 9, 4, true,
+       {"0:1:中", "0:3:d"}, 24, 0},
   };
   for (const ShowCase& c : cases) {
+    SCOPED_TRACE(c.name);
     RunApp([&] {
       WINDOW w = Editor(c.cols, c.rows, c.text, c.wrap);
       E_DATA* ed = edit_data(w);
-      if (c.act) {
-        c.act(ed);
-        edis_layout(ed, true);
+      if (c.point < 0) elib_mark_goto_eob(ed->buf, ed->buf->the_point);
+      else mark_move(ed->buf, ed->buf->the_point, nullptr, nullptr, c.point);
+      edis_layout(ed, true);
+      if (c.hscroll) edis_hscroll_to(ed, c.hscroll);
+      if (!c.cells) {
+        EXPECT_EQ(Paint(w, c.rows), c.shown);
+      } else {
+        std::vector<std::string> drawn;
+        for (const XvtDrawOp& op : xvt_test_paint(w)) {
+          // The end-of-text marker is not part of the cases (one text row
+          // when not wrapping).
+          int row = op.rct.top / 16, cell = op.rct.left / 8;
+          if (op.op == "text" && row < (c.wrap ? 2 : 1) && op.text.find('<') == std::string::npos)
+            drawn.push_back(std::to_string(row) + ":" + std::to_string(cell) + ":" + op.text);
+        }
+        EXPECT_EQ(drawn, c.shown);
       }
-      EXPECT_EQ(Paint(w, c.rows), c.screen) << c.name;
       RCT caret{};
-      ASSERT_TRUE(xvt_test_caret(w, &caret, nullptr)) << c.name;
-      EXPECT_EQ(caret.left, c.caret_x) << c.name;
-      EXPECT_EQ(caret.top, c.caret_y) << c.name;
-      EXPECT_EQ(caret.bottom - caret.top, 16) << c.name;
+      ASSERT_TRUE(xvt_test_caret(w, &caret, nullptr));
+      EXPECT_EQ(caret.left, c.caret_x);
+      EXPECT_EQ(caret.top, c.caret_y);
+      EXPECT_EQ(caret.bottom - caret.top, 16);
     });
   }
 }
@@ -177,60 +217,57 @@ struct ScrollCase {
   long voac;
   std::string first_row;
   int bar_pos;
+  long point_line;
 };
+
+// A scroll bar event of the given kind for the editor's window.
+void Bar(E_DATA* ed, EVENT_TYPE type, SCROLL_CONTROL what, int pos = 0) {
+  EVENT ev = xvtrec::MakeEvent(type);
+  ev.v.scroll.what = what;
+  ev.v.scroll.pos = pos;
+  xvt_win_dispatch_event(ed->win, &ev);
+}
 
 TEST(EditorDisplay, ScrollingMovesTheViewAndTheBars) {
   // 50 lines and the end line in a window of 5 rows: the last start that
-  // still fills the window is line 47.
+  // still fills the window is line 47. Scrolling leaves the point alone;
+  // page movement takes it along.
   const std::vector<ScrollCase> cases = {
-      {"a line down", [](E_DATA* ed) { edis_scroll_lines(ed, 1); }, 2, "L2", 2},
-      {"a line up at the top stays", [](E_DATA* ed) { edis_scroll_lines(ed, -1); }, 1, "L1", 1},
-      {"a page keeps one line", [](E_DATA* ed) { edis_scroll_page(ed, 1); }, 5, "L5", 5},
+      {"a line down", [](E_DATA* ed) { edis_scroll_lines(ed, 1); }, 2, "L2", 2, 1},
+      {"a line up at the top stays", [](E_DATA* ed) { edis_scroll_lines(ed, -1); }, 1, "L1", 1, 1},
+      {"a page keeps one line", [](E_DATA* ed) { edis_scroll_page(ed, 1); }, 5, "L5", 5, 1},
       {"two pages and one back", [](E_DATA* ed) {
          edis_scroll_page(ed, 1);
          edis_scroll_page(ed, 1);
          edis_scroll_page(ed, -1);
-       }, 5, "L5", 5},
-      {"past the end is held", [](E_DATA* ed) { edis_scroll_to(ed, 500); }, 47, "L47", 47},
-      {"the thumb", [](E_DATA* ed) {
-         EVENT ev{};
-         ev.type = E_VSCROLL;
-         ev.v.scroll.what = SC_THUMB;
-         ev.v.scroll.pos = 20;
-         xvt_win_dispatch_event(ed->win, &ev);
-       }, 20, "L20", 20},
-      {"the bar's page step", [](E_DATA* ed) {
-         EVENT ev{};
-         ev.type = E_VSCROLL;
-         ev.v.scroll.what = SC_PAGE_DOWN;
-         xvt_win_dispatch_event(ed->win, &ev);
-       }, 5, "L5", 5},
-      {"page movement takes the point", [](E_DATA* ed) { edis_point_page(ed, 1); }, 5, "L5", 5},
-      {"the key maps' window commands", [](E_DATA* ed) { edis_window_command(ed, "scroll-line-fwd"); }, 2, "L2", 2},
+       }, 5, "L5", 5, 1},
+      {"past the end is held", [](E_DATA* ed) { edis_scroll_to(ed, 500); }, 47, "L47", 47, 1},
+      {"the thumb", [](E_DATA* ed) { Bar(ed, E_VSCROLL, SC_THUMB, 20); }, 20, "L20", 20, 1},
+      {"the bar's page step", [](E_DATA* ed) { Bar(ed, E_VSCROLL, SC_PAGE_DOWN); }, 5, "L5", 5, 1},
+      {"page movement takes the point", [](E_DATA* ed) { edis_point_page(ed, 1); }, 5, "L5", 5, 5},
+      {"and brings it back", [](E_DATA* ed) {
+         edis_point_page(ed, 1);
+         edis_point_page(ed, -1);
+       }, 1, "L1", 1, 1},
+      {"the key maps' window commands",
+       [](E_DATA* ed) { edis_window_command(ed, "scroll-line-fwd"); }, 2, "L2", 2, 1},
   };
   for (const ScrollCase& c : cases) {
+    SCOPED_TRACE(c.name);
     RunApp([&] {
       WINDOW w = Editor(10, 5, Lines(50));
       E_DATA* ed = edit_data(w);
       c.act(ed);
-      EXPECT_EQ(ed->dis->cur_voac, c.voac) << c.name;
-      EXPECT_EQ(Paint(w, 5)[0], c.first_row) << c.name;
+      EXPECT_EQ(ed->dis->cur_voac, c.voac);
+      EXPECT_EQ(Paint(w, 5)[0], c.first_row);
       int lo = 0, hi = 0;
       xvt_sbar_get_range(w, VSCROLL, &lo, &hi);
-      EXPECT_EQ(lo, 1) << c.name;
-      EXPECT_EQ(hi, 47) << c.name;
-      EXPECT_EQ(xvt_sbar_get_pos(w, VSCROLL), c.bar_pos) << c.name;
+      EXPECT_EQ(lo, 1);
+      EXPECT_EQ(hi, 47);
+      EXPECT_EQ(xvt_sbar_get_pos(w, VSCROLL), c.bar_pos);
+      EXPECT_EQ(PointAt(ed).first, c.point_line);
     });
   }
-  // The page movement moved the point by the page.
-  RunApp([] {
-    WINDOW w = Editor(10, 5, Lines(50));
-    E_DATA* ed = edit_data(w);
-    edis_point_page(ed, 1);
-    EXPECT_EQ(PointAt(ed).first, 5);
-    edis_point_page(ed, -1);
-    EXPECT_EQ(PointAt(ed).first, 1);
-  });
 }
 
 TEST(EditorDisplay, HorizontalBarFollowsTheWidestLineSeen) {
@@ -240,10 +277,7 @@ TEST(EditorDisplay, HorizontalBarFollowsTheWidestLineSeen) {
     int lo = 0, hi = 0;
     xvt_sbar_get_range(w, HSCROLL, &lo, &hi);
     EXPECT_EQ(hi, 21);  // 30 cells and the caret's, less the 10 shown
-    EVENT ev{};
-    ev.type = E_HSCROLL;
-    ev.v.scroll.what = SC_LINE_DOWN;
-    xvt_win_dispatch_event(w, &ev);
+    Bar(ed, E_HSCROLL, SC_LINE_DOWN);
     EXPECT_EQ(ed->dis->cur_hoac, 1);
     EXPECT_EQ(Paint(w, 3)[0], "bcdefghijk");
     EXPECT_EQ(xvt_sbar_get_pos(w, HSCROLL), 1);
@@ -299,21 +333,16 @@ TEST(EditorDisplay, AnUpdateRectangleDrawsOnlyTheRowsItCovers) {
   RunApp([] {
     WINDOW w = Editor(10, 5, Lines(5));
     xvt_test_paint(w);
-    size_t before = xvt_test_display_list(w).size();
-    EVENT ev{};
-    ev.type = E_UPDATE;
-    ev.v.update.rct = RCT{0, 20, 40, 40};  // rows 1 and 2, in part
-    xvt_win_dispatch_event(w, &ev);
     std::vector<std::string> drawn;
-    const auto& ops = xvt_test_display_list(w);
-    for (size_t i = before; i < ops.size(); ++i)
-      if (ops[i].op == "text") drawn.push_back(ops[i].text);
+    for (const XvtDrawOp& op : Update(w, RCT{0, 20, 40, 40}))  // rows 1 and 2, in part
+      if (op.op == "text") drawn.push_back(op.text);
     EXPECT_EQ(drawn, (std::vector<std::string>{"L2", "L3"}));
   });
 }
 
 struct ClickCase {
   const char* name;
+  const std::string* text;
   bool wrap;
   int x, y;
   long line, offset;
@@ -321,104 +350,38 @@ struct ClickCase {
 
 TEST(EditorDisplay, AClickLandsOnTheNearestCharacterBoundary) {
   // Rows: "ab\tc" (tab to column 8), "caf\xC3\xA9 au lait" wrapped at 10 cells
-  // when wrapping, then "x".
+  // when wrapping, then "x"; or one row "a中be\xCC\x81x", where 中 covers
+  // pixels 8 to 23 and its middle is 16.
+  const std::string text = "ab\tc\ncaf\xC3\xA9 au lait\nx", wide = "a中be\xCC\x81x";
   const std::vector<ClickCase> cases = {
-      {"left half of a cell", true, 9, 3, 1, 1},
-      {"right half of a cell", true, 13, 3, 1, 2},
-      {"inside a tab", true, 40, 3, 1, 2},
-      {"right of a tab", true, 62, 3, 1, 3},
-      {"past the line end", true, 150, 3, 1, 4},
-      {"after a two-byte character", true, 34, 20, 2, 5},
-      {"the wrapped row", true, 12, 36, 2, 11},
-      {"end of a wrapped row stays on it", true, 79, 20, 2, 8},
-      {"below the text goes to its end", true, 5, 76, 3, 1},
-      {"left of the window", true, -5, 52, 3, 0},
-      {"scrolled sideways", false, 0, 20, 2, 0},
+      {"left half of a cell", &text, true, 9, 3, 1, 1},
+      {"right half of a cell", &text, true, 13, 3, 1, 2},
+      {"inside a tab", &text, true, 40, 3, 1, 2},
+      {"right of a tab", &text, true, 62, 3, 1, 3},
+      {"past the line end", &text, true, 150, 3, 1, 4},
+      {"after a two-byte character", &text, true, 34, 20, 2, 5},
+      {"the wrapped row", &text, true, 12, 36, 2, 11},
+      {"end of a wrapped row stays on it", &text, true, 79, 20, 2, 8},
+      {"below the text goes to its end", &text, true, 5, 76, 3, 1},
+      {"left of the window", &text, true, -5, 52, 3, 0},
+      {"scrolled sideways", &text, false, 0, 20, 2, 0},
+      {"left half of a wide one's left cell", &wide, true, 9, 3, 1, 1},
+      {"right half of its left cell", &wide, true, 14, 3, 1, 1},
+      {"left half of its right cell", &wide, true, 16, 3, 1, 4},
+      {"right half of its right cell", &wide, true, 22, 3, 1, 4},
+      {"on the next character", &wide, true, 25, 3, 1, 4},
+      {"a mark goes with its base", &wide, true, 45, 3, 1, 9},
   };
   for (const ClickCase& c : cases) {
+    SCOPED_TRACE(c.name);
     RunApp([&] {
-      WINDOW w = Editor(10, 6, "ab\tc\ncaf\xC3\xA9 au lait\nx", c.wrap);
-      E_DATA* ed = edit_data(w);
+      WINDOW w = Editor(10, 6, *c.text, c.wrap);
       EVENT down = Mouse(E_MOUSE_DOWN, c.x, c.y);
       EVENT up = Mouse(E_MOUSE_UP, c.x, c.y);
       xvt_test_user_event(w, &down);
       xvt_test_user_event(w, &up);
-      EXPECT_EQ(PointAt(ed), std::make_pair(c.line, c.offset)) << c.name;
-      EXPECT_EQ(xvt_test_trapped_window(), NULL_WIN) << c.name;
-    });
-  }
-}
-
-// Where each character of the first rows was drawn: "row:cell:text", and
-// where the caret stands with the point at `point`.
-struct CellCase {
-  const char* name;
-  int cols;
-  bool wrap;
-  std::string text;
-  long point;
-  std::vector<std::string> drawn;
-  int caret_x, caret_y;
-};
-
-TEST(EditorDisplay, CharactersTakeTheirCells) {
-  const std::string acute = "\xCC\x81", zwj = "\xE2\x80\x8D";
-  const std::vector<CellCase> cases = {
-      {"a mark shares its base's cell", 10, true, "e" + acute + "b", 3, {"0:0:e" + acute, "0:1:b"}, 8, 0},
-      {"a wide character takes two cells", 10, true, "中b", 3, {"0:0:中", "0:2:b"}, 16, 0},
-      {"caret after a wide one then a narrow one", 10, true, "中b", 4, {"0:0:中", "0:2:b"}, 24, 0},
-      {"a joined emoji is one wide character", 10, true, "👩" + zwj + "💻x", 11,
-       {"0:0:👩" + zwj + "💻", "0:2:x"}, 16, 0},
-      {"a mark alone at the start keeps a cell", 10, true, acute + "a", 2, {"0:0:" + acute + "a"}, 8, 0},
-      {"a tab stop counts cells", 10, true, "中\tx", 4,
-       {"0:0:中", "0:2: ", "0:3: ", "0:4: ", "0:5: ", "0:6: ", "0:7: ", "0:8:x"}, 64, 0},
-      {"wrap never cuts a wide character", 5, true, "ab中中中", 5,
-       {"0:0:a", "0:1:b", "0:2:中", "1:0:中", "1:2:中"}, 0, 16},
-      {"wrap never cuts a mark from its base", 3, true, "abce" + acute + "f", 6,
-       {"0:0:abc", "1:0:e" + acute, "1:1:f"}, 8, 16},
-      {"scrolled sideways past half a wide one", 4, false, "abc中中de", 9, {"0:1:中", "0:3:d"}, 24, 0},
-  };
-  for (const CellCase& c : cases) {
-    RunApp([&] {
-      WINDOW w = Editor(c.cols, 2, c.text, c.wrap);
-      E_DATA* ed = edit_data(w);
-      mark_move(ed->buf, ed->buf->the_point, nullptr, nullptr, c.point);
-      edis_layout(ed, true);
-      if (!c.wrap) edis_hscroll_to(ed, 4);
-      std::vector<std::string> drawn;
-      for (const XvtDrawOp& op : xvt_test_paint(w))
-        // The end-of-text marker is not part of the cases (one text row
-        // when not wrapping).
-        if (op.op == "text" && op.rct.top / 16 < (c.wrap ? 2 : 1) && op.text.find('<') == std::string::npos)
-          drawn.push_back(std::to_string(op.rct.top / 16) + ":" + std::to_string(op.rct.left / 8) + ":" + op.text);
-      EXPECT_EQ(drawn, c.drawn) << c.name;
-      RCT caret{};
-      ASSERT_TRUE(xvt_test_caret(w, &caret, nullptr)) << c.name;
-      EXPECT_EQ(caret.left, c.caret_x) << c.name;
-      EXPECT_EQ(caret.top, c.caret_y) << c.name;
-    });
-  }
-}
-
-TEST(EditorDisplay, AClickOnAWideCharacterTakesTheNearerSide) {
-  // "a中b": 中 covers pixels 8 to 23; its middle is 16.
-  const std::vector<ClickCase> cases = {
-      {"left half of its left cell", true, 9, 3, 1, 1},
-      {"right half of its left cell", true, 14, 3, 1, 1},
-      {"left half of its right cell", true, 16, 3, 1, 4},
-      {"right half of its right cell", true, 22, 3, 1, 4},
-      {"on the next character", true, 25, 3, 1, 4},
-      {"a mark goes with its base", true, 45, 3, 1, 9},
-  };
-  for (const ClickCase& c : cases) {
-    RunApp([&] {
-      WINDOW w = Editor(10, 3, "a中be\xCC\x81x", c.wrap);
-      E_DATA* ed = edit_data(w);
-      EVENT down = Mouse(E_MOUSE_DOWN, c.x, c.y);
-      EVENT up = Mouse(E_MOUSE_UP, c.x, c.y);
-      xvt_test_user_event(w, &down);
-      xvt_test_user_event(w, &up);
-      EXPECT_EQ(PointAt(ed), std::make_pair(c.line, c.offset)) << c.name;
+      EXPECT_EQ(PointAt(edit_data(w)), std::make_pair(c.line, c.offset));
+      EXPECT_EQ(xvt_test_trapped_window(), NULL_WIN);
     });
   }
 }
@@ -461,10 +424,7 @@ long parent_eh(WINDOW, EVENT* ev) {
   g_parent_log.push_back(std::to_string(ev->v.ctl.id) + (ev->v.ctl.ci.v.edit.focus_change ? " focus" : " change"));
   if (g_answer && !ev->v.ctl.ci.v.edit.focus_change) {
     g_answer = false;
-    EVENT k{};
-    k.type = E_CHAR;
-    k.v.chr.ch = 'Z';
-    k.v.chr.text = true;
+    EVENT k = Char('Z', true);
     xvt_win_dispatch_event(ev->v.ctl.ci.win, &k);
   }
   --g_depth;

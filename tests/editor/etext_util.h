@@ -32,15 +32,19 @@ struct SpillDir {
   }
 };
 
-// A buffer that pages all the time: 5 lines a block, 3 blocks in memory.
-inline EditBuffer* TinyBuffer(const SpillDir& dir) {
-  EditBuffer* buf = nullptr;
-  elib_buffer_create(&buf);
+// Makes buf page all the time: 5 lines a block, 3 blocks in memory.
+inline void MakeTiny(EditBuffer* buf, const SpillDir& dir) {
   elib_set_spill_dir(buf, dir.path.c_str());
   buf->max_blks_step = 1;
   buf->blk_hint = 0;  // keeps the limit where it is set
   elib_set_max_blks(buf, 3);
   elib_set_max_lines(buf, 5);
+}
+
+inline EditBuffer* TinyBuffer(const SpillDir& dir) {
+  EditBuffer* buf = nullptr;
+  elib_buffer_create(&buf);
+  MakeTiny(buf, dir);
   return buf;
 }
 

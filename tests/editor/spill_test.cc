@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <tuple>
 
 #include "rclib/rcdebug.h"
 #include "tests/editor/etext_util.h"
@@ -94,17 +95,12 @@ TEST(Spill, RoundTripKeepsEveryLine) {
       EXPECT_EQ(b->id, a->id);
       EXPECT_EQ(b->flags, a->flags);
       ASSERT_EQ(b->text->chunks.size(), a->text->chunks.size());
-      for (size_t i = 0; i < a->text->chunks.size(); ++i) {
-        const CHUNK &x = a->text->chunks[i], &y = b->text->chunks[i];
-        EXPECT_EQ(y.length_ac, x.length_ac);
-        EXPECT_EQ(y.metric_a, x.metric_a);
-        EXPECT_EQ(y.h_px, x.h_px);
-        EXPECT_EQ(y.dispi.flags, x.dispi.flags);
-        EXPECT_EQ(y.dispi.mask, x.dispi.mask);
-        EXPECT_EQ(y.dispi.style, x.dispi.style);
-        EXPECT_EQ(y.dispi.fg, x.dispi.fg);
-        EXPECT_EQ(y.dispi.bg, x.dispi.bg);
-      }
+      auto fields = [](const CHUNK& c) {
+        return std::tuple(c.length_ac, c.metric_a, c.h_px, c.dispi.flags, c.dispi.mask,
+                          c.dispi.style, c.dispi.fg, c.dispi.bg);
+      };
+      for (size_t i = 0; i < a->text->chunks.size(); ++i)
+        EXPECT_EQ(fields(b->text->chunks[i]), fields(a->text->chunks[i])) << "run " << i;
       // Typing after a reload must find room in the allocation: the size
       // read back is what was allocated, not what was written.
       EXPECT_EQ(b->text->text_size, b->text->text_len);

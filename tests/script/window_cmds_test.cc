@@ -12,6 +12,7 @@
 #include "src/base/keyed_list.h"
 #include "src/base/tcl_interp.h"
 #include "tests/support/frame_fixture.h"
+#include "xvt/common/win_records.h"
 
 namespace {
 
@@ -39,9 +40,7 @@ std::string PtrText(WINDOW w) {
 }
 
 bool SendKey(WINDOW w, int ch, bool shift = false) {
-  EVENT ev;
-  std::memset(&ev, 0, sizeof ev);
-  ev.type = E_CHAR;
+  EVENT ev = xvtrec::MakeEvent(E_CHAR);
   ev.v.chr.ch = ch;
   ev.v.chr.shift = shift;
   return xvt_test_user_event(w, &ev);
@@ -318,9 +317,7 @@ TEST_F(WindowCommands, ClosingForgetsTheWindowAndItsControls) {
     // The close box does the same, for a window made again under the name.
     ASSERT_EQ(Eval(kTestWindow).substr(0, 3), "ok:");
     WINDOW again = Named("w");
-    EVENT close;
-    std::memset(&close, 0, sizeof close);
-    close.type = E_CLOSE;
+    EVENT close = xvtrec::MakeEvent(E_CLOSE);
     xvt_test_user_event(again, &close);
     EXPECT_FALSE(xvt_vobj_is_valid(again));
     EXPECT_FALSE(Known("w"));

@@ -260,7 +260,13 @@ TEST_F(XvtQt, MenusShowTheProgramsStateAndChoicesReachTheTaskWindow) {
   });
 }
 
-TEST_F(XvtQt, TimersAndPostedEventsComeLaterAndNeverToDeadWindows) {
+int g_fd_calls;
+void OnReadable(int fd, void*) {
+  char buf[16];
+  if (read(fd, buf, sizeof buf) > 0) ++g_fd_calls;
+}
+
+TEST_F(XvtQt, TimersPostedEventsAndWatchedDescriptorsComeLaterAndNeverToDeadWindows) {
   RunApp([] {
     std::vector<EVENT>& log = NewLog();
     std::vector<EVENT>& gone_log = NewLog();
@@ -287,25 +293,16 @@ TEST_F(XvtQt, TimersAndPostedEventsComeLaterAndNeverToDeadWindows) {
     size_t ticks = OfType(log, E_TIMER).size();
     WaitFor([] { return false; }, 60);
     EXPECT_EQ(OfType(log, E_TIMER).size(), ticks);
-  });
-}
 
-int g_fd_calls;
-void OnReadable(int fd, void*) {
-  char buf[16];
-  if (read(fd, buf, sizeof buf) > 0) ++g_fd_calls;
-}
-
-TEST_F(XvtQt, DescriptorWatcherCallsBackUntilUnwatched) {
-  RunApp([] {
+    // A watched descriptor calls back until it is unwatched.
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
     g_fd_calls = 0;
-    long id = xvt_fd_watch(fds[0], OnReadable, nullptr);
-    ASSERT_GT(id, 0);
+    long watch = xvt_fd_watch(fds[0], OnReadable, nullptr);
+    ASSERT_GT(watch, 0);
     ASSERT_EQ(write(fds[1], "x", 1), 1);
     EXPECT_TRUE(WaitFor([] { return g_fd_calls == 1; }));
-    xvt_fd_unwatch(id);
+    xvt_fd_unwatch(watch);
     ASSERT_EQ(write(fds[1], "y", 1), 1);
     WaitFor([] { return false; }, 50);
     EXPECT_EQ(g_fd_calls, 1);
