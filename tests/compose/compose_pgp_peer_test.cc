@@ -1,86 +1,20 @@
 // A composed message signed and encrypted on its way out, through the real
 // wrapper and gpg in a throw-away key ring, then read back as a recipient
 // would: the signature checks and the text decrypts.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
 #include <string>
 
 #include "src/compose/compose.h"
-#include "src/security/pgp.h"
 #include "src/security/pgp_mime.h"
 #include "src/send/send.h"
-#include "tests/support/frame_fixture.h"
+#include "tests/security/gpg_ring.h"
 
 namespace {
 
-const char* const kAlicePass = "alice-pass-7Q";
-const char* const kBobPass = "bob-pass-9Z";
-const char kText[] = "Hello Bob,\nthe meeting is at ten.\n-- \nAlice\n";
-
-std::string Sh(const std::string& command) {
-  std::string out;
-  if (FILE* p = popen(command.c_str(), "r")) {
-    char buf[4096];
-    while (size_t n = std::fread(buf, 1, sizeof buf, p)) out.append(buf, n);
-    pclose(p);
-  }
-  return out;
-}
-
-class ComposePgpPeer : public UserFrameTest {
+class ComposePgpPeer : public GpgRingTest {
  protected:
-  static void SetUpTestSuite() {
-    if (Sh("command -v gpg").empty()) return;
-    char dir[] = "/tmp/vk-XXXXXX";
-    if (!mkdtemp(dir)) return;
-    keys_ = dir;
-    const std::string env = "GNUPGHOME=" + keys_ + " ";
-    Sh("printf 'allow-loopback-pinentry\\n' > " + keys_ + "/gpg-agent.conf");
-    for (const auto& [uid, pass] : {std::pair{"Alice <alice@example.org>", kAlicePass}, {"Bob <bob@example.org>", kBobPass}}) {
-      const std::string g = env + "gpg --batch --pinentry-mode loopback --passphrase-fd 0 ";
-      Sh("printf '%s\\n' '" + std::string(pass) + "' | " + g + "--quick-gen-key '" + uid + "' ed25519 sign 0 >/dev/null 2>&1");
-      const std::string listing = Sh(env + "gpg --with-colons --list-keys '" + uid + "' 2>/dev/null");
-      const size_t at = listing.find("\nfpr:");
-      if (at == std::string::npos) continue;
-      Sh("printf '%s\\n' '" + std::string(pass) + "' | " + g + "--quick-add-key " + listing.substr(at + 13, 40) +
-         " cv25519 encr 0 >/dev/null 2>&1");
-      ++made_;
-    }
-    Sh(env + "gpgconf --kill gpg-agent >/dev/null 2>&1");
-  }
-  static void TearDownTestSuite() {
-    if (!keys_.empty()) Sh("rm -rf " + keys_);
-  }
-  void SetUp() override {
-    UserFrameTest::SetUp();
-    ASSERT_EQ(made_, 2) << "gpg could not make the test keys (package gnupg)";
-    char home[] = "/tmp/vg-XXXXXX";
-    char work[] = "/tmp/vw-XXXXXX";
-    char run[] = "/tmp/vr-XXXXXX";
-    ASSERT_TRUE(mkdtemp(home) && mkdtemp(work) && mkdtemp(run));
-    gnupghome_ = home;
-    work_ = work;
-    runtime_ = run;
-    // Short names: the agent's socket path and the command length limit.
-    setenv("XDG_RUNTIME_DIR", run, 1);
-    Sh("cp -r " + keys_ + "/. " + gnupghome_ + "/");
-    WriteFile(gnupghome_ + "/gpg-agent.conf", "default-cache-ttl 0\nmax-cache-ttl 0\nallow-loopback-pinentry\n");
-    setenv("GNUPGHOME", home, 1);
-    pgp_set_wrapper_path(VELMAR_TEST_BINARY_DIR "/tools/velmar-pgpwrap");
-  }
-  void TearDown() override {
-    std::system("gpgconf --kill gpg-agent >/dev/null 2>&1");
-    std::system(("rm -rf " + gnupghome_ + " " + work_ + " " + runtime_).c_str());
-    unsetenv("GNUPGHOME");
-    unsetenv("XDG_RUNTIME_DIR");
-    pgp_set_wrapper_path("");
-    UserFrameTest::TearDown();
-  }
   static Message* NewMessage(bool multipart) {
     Message* m = mail_newmessage();
     m->envelope = mail_newenvelope();
@@ -105,13 +39,7 @@ class ComposePgpPeer : public UserFrameTest {
     FS_GIVE(&text);
     return m;
   }
-  std::string Path(const char* name) const { return work_ + "/" + name; }
-  static int made_;
-  static std::string keys_;
-  std::string gnupghome_, work_, runtime_;
 };
-int ComposePgpPeer::made_ = 0;
-std::string ComposePgpPeer::keys_;
 
 TEST_F(ComposePgpPeer, SignedAndEncryptedMessagesReadBack) {
   struct Case {

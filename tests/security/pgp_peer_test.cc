@@ -1,147 +1,43 @@
 // Signing, encryption, decryption and checks through the real wrapper and a
 // real gpg, in a throw-away key ring with two users made for each test.
-#include <dirent.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "src/security/pgp.h"
 #include "src/security/pgp_mime.h"
-#include "tests/support/frame_fixture.h"
+#include "tests/security/gpg_ring.h"
 
 namespace {
 
-const char* const kAlicePass = "alice-pass-7Q";
-const char* const kBobPass = "bob-pass-9Z";
+namespace fs = std::filesystem;
 
-std::string Sh(const std::string& command) {
-  std::string out;
-  FILE* p = popen(command.c_str(), "r");
-  if (!p) return out;
-  char buf[4096];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  pclose(p);
-  return out;
-}
-
-std::string Which(const char* name) {
-  std::string out = Sh(std::string("command -v ") + name + " 2>/dev/null");
-  while (!out.empty() && out.back() == '\n') out.pop_back();
-  return out;
-}
-
-// Every regular file under dir.
-void Walk(const std::string& dir, std::vector<std::string>* files) {
-  DIR* d = opendir(dir.c_str());
-  if (!d) return;
-  while (dirent* e = readdir(d)) {
-    std::string name = e->d_name;
-    if (name == "." || name == "..") continue;
-    std::string path = dir + "/" + name;
-    struct stat st;
-    if (lstat(path.c_str(), &st) != 0) continue;
-    if (S_ISDIR(st.st_mode)) Walk(path, files);
-    else if (S_ISREG(st.st_mode)) files->push_back(path);
-  }
-  closedir(d);
-}
-
-class PgpPeer : public UserFrameTest {
+class PgpPeer : public GpgRingTest {
  protected:
-  // Keys take seconds to make: they are made once, in a template that each
-  // test copies into its own key ring.
-  static void SetUpTestSuite() {
-    if (Which("gpg").empty()) return;
-    char dir[] = "/tmp/vk-XXXXXX";
-    if (!mkdtemp(dir)) return;
-    template_ = dir;
-    std::string env = "GNUPGHOME=" + template_ + " ";
-    Sh("printf 'allow-loopback-pinentry\\n' > " + template_ + "/gpg-agent.conf");
-    alice_ = MakeKey(env, "Alice <alice@example.org>", "alice@example.org", kAlicePass);
-    bob_ = MakeKey(env, "Bob <bob@example.org>", "bob@example.org", kBobPass);
-    Sh(env + "gpgconf --kill gpg-agent >/dev/null 2>&1");
-  }
-
-  static void TearDownTestSuite() {
-    if (!template_.empty()) Sh("rm -rf " + template_);
-  }
-
   void SetUp() override {
-    UserFrameTest::SetUp();
-    std::string gpg = Which("gpg");
-    ASSERT_FALSE(gpg.empty()) << "gpg not found: install the gnupg package (scripts/install-deps)";
-    ASSERT_EQ(alice_.size(), 40u) << "the test keys could not be made";
-    ASSERT_EQ(bob_.size(), 40u);
-    // Short names: the agent's socket path must fit its limit, and commands
-    // with file names must stay under the command length limit.
-    char home[] = "/tmp/vg-XXXXXX";
-    char run[] = "/tmp/vr-XXXXXX";
-    char work[] = "/tmp/vw-XXXXXX";
-    ASSERT_TRUE(mkdtemp(home) && mkdtemp(run) && mkdtemp(work));
-    gnupghome_ = home;
-    runtime_ = run;
-    work_ = work;
-    Sh("cp " + template_ + "/pubring.kbx " + template_ + "/trustdb.gpg " + gnupghome_ + "/ && cp -r " + template_ +
-       "/private-keys-v1.d " + gnupghome_ + "/");
-    setenv("GNUPGHOME", home, 1);
-    setenv("XDG_RUNTIME_DIR", run, 1);
-    WriteFile(gnupghome_ + "/gpg-agent.conf", "default-cache-ttl 0\nmax-cache-ttl 0\nallow-loopback-pinentry\n");
-    // gpg as the wrapper runs it, with its command line written down.
+    GpgRingTest::SetUp();
+    if (HasFatalFailure()) return;
+    // gpg as the wrapper runs it, with its command line written down, found
+    // first on the PATH as the program looks for gpg there.
+    std::string gpg = Sh("command -v gpg");
+    gpg.pop_back();
     spy_log_ = gnupghome_ + "/argv.log";
-    std::string spy = gnupghome_ + "/gpg";
+    const std::string spy = gnupghome_ + "/gpg";
     WriteFile(spy, "#!/bin/sh\nprintf '%s\\n' \"$*\" >> " + spy_log_ + "\nexec " + gpg + " \"$@\"\n");
     chmod(spy.c_str(), 0755);
-    // Found first on the PATH, as the program looks for gpg there.
     old_path_ = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
     setenv("PATH", (gnupghome_ + ":" + old_path_).c_str(), 1);
-    pgp_set_wrapper_path(VELMAR_TEST_BINARY_DIR "/tools/velmar-pgpwrap");
   }
-
   void TearDown() override {
-    std::system("gpgconf --kill gpg-agent >/dev/null 2>&1");
-    std::system(("rm -rf " + gnupghome_ + " " + runtime_ + " " + work_).c_str());
-    unsetenv("GNUPGHOME");
-    unsetenv("XDG_RUNTIME_DIR");
     if (!old_path_.empty()) setenv("PATH", old_path_.c_str(), 1);
-    pgp_set_wrapper_path("");
-    UserFrameTest::TearDown();
+    GpgRingTest::TearDown();
   }
-
-  static std::string MakeKey(const std::string& env, const std::string& uid, const std::string& email,
-                             const char* pass) {
-    std::string g = env + "gpg --batch --pinentry-mode loopback --passphrase-fd 0 ";
-    Sh("printf '%s\\n' '" + std::string(pass) + "' | " + g + "--quick-gen-key '" + uid +
-       "' ed25519 sign 0 >/dev/null 2>&1");
-    std::string listing = Sh(env + "gpg --with-colons --list-keys " + email + " 2>/dev/null");
-    size_t at = listing.find("\nfpr:");
-    if (at == std::string::npos) return "";
-    std::string fpr = listing.substr(at + 13, 40);
-    Sh("printf '%s\\n' '" + std::string(pass) + "' | " + g + "--quick-add-key " + fpr +
-       " cv25519 encr 0 >/dev/null 2>&1");
-    return fpr;
-  }
-
-  std::string Path(const char* name) const { return work_ + "/" + name; }
-
-  // The private files of every operation are gone once it returns.
+  // The private files and directories of every operation are gone once it
+  // returns.
   void ExpectNothingLeft() {
-    std::vector<std::string> files;
-    Walk(runtime_, &files);
-    EXPECT_TRUE(files.empty()) << files.size() << " files left, first " << (files.empty() ? "" : files[0]);
-    DIR* d = opendir(runtime_.c_str());
-    int entries = 0;
-    while (dirent* e = readdir(d))
-      if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") ++entries;
-    closedir(d);
-    EXPECT_EQ(entries, 0) << "a private directory was left in " << runtime_;
+    EXPECT_TRUE(fs::is_empty(runtime_)) << "left in " << runtime_ << ": "
+                                        << fs::directory_iterator(runtime_)->path();
   }
-
   // Runs f inside the started program, where the options live.
   void Login();
   void InProgram(const std::function<void()>& f) {
@@ -151,13 +47,9 @@ class PgpPeer : public UserFrameTest {
     });
   }
 
-  static std::string template_, alice_, bob_;
-  std::string gnupghome_, runtime_, spy_log_, work_, old_path_;
+  std::string spy_log_, old_path_;
 };
 
-std::string PgpPeer::template_, PgpPeer::alice_, PgpPeer::bob_;
-
-const char kText[] = "Hello Bob,\nthe meeting is at ten.\n-- \nAlice\n";
 
 TEST_F(PgpPeer, InlineMessagesRoundTrip) {
   struct Case {
@@ -327,11 +219,10 @@ TEST_F(PgpPeer, PassPhraseNeverLeavesTheProgramButThroughAPipe) {
   }
   std::string gpg_argv = ReadFile(spy_log_);
   EXPECT_NE(gpg_argv.find("--passphrase-fd"), std::string::npos) << gpg_argv;
-  std::vector<std::string> files;
-  Walk(home_, &files);
-  Walk(runtime_, &files);
-  Walk(work_, &files);
-  files.push_back(spy_log_);
+  std::vector<std::string> files = {spy_log_};
+  for (const std::string& dir : {home_, runtime_, work_})
+    for (const fs::directory_entry& e : fs::recursive_directory_iterator(dir))
+      if (e.is_regular_file()) files.push_back(e.path());
   for (const std::string& f : files) {
     std::string text = ReadFile(f);
     EXPECT_EQ(text.find(kAlicePass), std::string::npos) << f;
