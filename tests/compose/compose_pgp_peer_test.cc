@@ -10,33 +10,15 @@
 #include "src/security/pgp_mime.h"
 #include "src/send/send.h"
 #include "tests/security/gpg_ring.h"
+#include "tests/send/message_records.h"
 
 namespace {
 
 class ComposePgpPeer : public GpgRingTest {
  protected:
-  static Message* NewMessage(bool multipart) {
-    Message* m = mail_newmessage();
-    m->envelope = mail_newenvelope();
-    m->envelope->to = mail_newaddr();
-    m->envelope->to->mailbox = cpystr("bob");
-    m->envelope->to->host = cpystr("example.org");
-    m->envelope->subject = cpystr("Meeting");
-    BodyPart* text = mail_newbody();
-    text->type = TYPETEXT;
-    text->subtype = cpystr("PLAIN");
-    text->contents = mail_newtext();
-    mail_text_set(text->contents, kTextInMemory, kText, sizeof kText - 1);
-    if (!multipart) {
-      m->body = text;
-      return m;
-    }
-    m->body = mail_newbody();
-    m->body->type = TYPEMULTIPART;
-    m->body->subtype = cpystr("MIXED");
-    m->body->parts = mail_newbody_part();
-    m->body->parts->body = *text;
-    FS_GIVE(&text);
+  static Message* NewMessage(bool attachment) {
+    Message* m = TextMessage(kText, Addr("bob", "example.org"), "Meeting");
+    if (attachment) AddAttachment(m, kTextInMemory, "agenda");
     return m;
   }
 };
@@ -45,14 +27,14 @@ TEST_F(ComposePgpPeer, SignedAndEncryptedMessagesReadBack) {
   struct Case {
     const char* what;
     int encrypt, sign, mime;
-    bool multipart;
+    bool attachment;
     int result;
   } cases[] = {
       {"inline signed", 0, 1, 0, false, 1},
       {"inline encrypted", 1, 0, 0, false, 1},
       {"MIME signed, with an attachment", 0, 1, 1, true, 1},
       {"MIME signed and encrypted", 1, 1, 1, false, 1},
-      {"inline cannot take a multipart", 0, 1, 0, true, 0},
+      {"inline cannot take an attachment", 0, 1, 0, true, 0},
   };
   Run({"-b"}, [&] {
     Opt_AssignString("General.MailAddress", "alice@example.org", kOptSession, 0);
@@ -64,7 +46,7 @@ TEST_F(ComposePgpPeer, SignedAndEncryptedMessagesReadBack) {
           xvt_test_click(d, 3133);
         });
       xvt_test_clear_posts();
-      Message* m = NewMessage(c.multipart);
+      Message* m = NewMessage(c.attachment);
       ASSERT_EQ(COMP_ProcessPGP(m, kComposeNew, c.encrypt, c.sign, c.mime), c.result) << c.what << "\n" << Posts();
       if (!c.result) {
         EXPECT_NE(Posts().find("Unable to encrypt/sign multipart message."), std::string::npos) << Posts();

@@ -13,28 +13,13 @@
 #include "src/send/send.h"
 #include "src/send/smtp.h"
 #include "src/send/writer_codec.h"
+#include "tests/send/message_records.h"
 
 namespace {
 
-MailAddress* Addr(const char* mailbox, const char* host, const char* personal = nullptr) {
-  MailAddress* a = mail_newaddr();
-  a->mailbox = cpystr(mailbox);
-  a->host = cpystr(host);
-  if (personal) a->personal = cpystr(personal);
-  return a;
-}
-
-Message* TextMessage(const std::string& text) {
-  Message* m = mail_newmessage();
-  m->envelope = mail_newenvelope();
+Message* HelloMessage(const std::string& text) {
+  Message* m = TextMessage(text, Addr("you", "example.net"), "Hello");
   m->envelope->from = Addr("me", "example.org");
-  m->envelope->to = Addr("you", "example.net");
-  m->envelope->subject = cpystr("Hello");
-  m->body = mail_newbody();
-  m->body->type = TYPETEXT;
-  m->body->subtype = cpystr("PLAIN");
-  m->body->contents = mail_newtext();
-  mail_text_set(m->body->contents, kTextInMemory, text.data(), text.size());
   return m;
 }
 
@@ -57,7 +42,7 @@ TEST(Writer, TextEncodingIsChosenByContent) {
       {std::string(1200, 'x') + "\n", "Content-Transfer-Encoding: QUOTED-PRINTABLE", "CHARSET=US-ASCII"},
   };
   for (const Case& c : cases) {
-    Message* m = TextMessage(c.text);
+    Message* m = HelloMessage(c.text);
     const std::string file = Write(m);
     EXPECT_NE(file.find(c.charset), std::string::npos) << file.substr(0, 400);
     if (c.encoding_line.empty()) {
@@ -77,7 +62,7 @@ TEST(Writer, TextEncodingIsChosenByContent) {
 }
 
 TEST(Writer, HeadersComeInOrderWithBccKeptAndNonAsciiEncoded) {
-  Message* m = TextMessage("x\n");
+  Message* m = HelloMessage("x\n");
   m->envelope->bcc = Addr("hidden", "example.com");
   m->envelope->cc = Addr("cc", "example.com", "J\xc3\xbcrgen");
   FS_GIVE(&m->envelope->subject);
@@ -112,20 +97,8 @@ TEST(Writer, AttachmentFromFileDecodesToItsBytes) {
   for (int i = 0; i < 3001 * 3; ++i) bytes += static_cast<char>(i * 7 % 256);
   ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   close(fd);
-  Message* m = TextMessage("see attached\n");
-  BodyPart* text = m->body;
-  m->body = mail_newbody();
-  m->body->type = TYPEMULTIPART;
-  m->body->subtype = cpystr("MIXED");
-  m->body->parts = mail_newbody_part();
-  m->body->parts->body = *text;
-  FS_GIVE(&text);
-  BodyPartNode* att = mail_newbody_part();
-  m->body->parts->next = att;
-  att->body.type = TYPEAPPLICATION;
-  att->body.subtype = cpystr("OCTET-STREAM");
-  att->body.contents = mail_newtext();
-  mail_text_set(att->body.contents, kTextFile, name, std::strlen(name));
+  Message* m = HelloMessage("see attached\n");
+  AddAttachment(m, kTextFile, name);
   const std::string file = Write(m);
   const size_t head = file.find("BASE64\r\n\r\n");
   ASSERT_NE(head, std::string::npos) << file.substr(0, 800);
