@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 
 #include "src/security/pgp.h"
@@ -16,6 +17,9 @@
 inline const char* const kAlicePass = "alice-pass-7Q";
 inline const char* const kBobPass = "bob-pass-9Z";
 inline const char kText[] = "Hello Bob,\nthe meeting is at ten.\n-- \nAlice\n";
+
+// The text of the last operation's error, for failure messages.
+inline std::string LastPgpError() { return pgp_error_text(pgp_get_last_error()); }
 
 inline std::string Sh(const std::string& command) {
   std::string out;
@@ -65,6 +69,7 @@ class GpgRingTest : public UserFrameTest {
     WriteFile(gnupghome_ + "/gpg-agent.conf",
               "default-cache-ttl 0\nmax-cache-ttl 0\nallow-loopback-pinentry\n");
     pgp_set_wrapper_path(VELMAR_TEST_BINARY_DIR "/tools/velmar-pgpwrap");
+    WriteFile(Path("msg.txt"), kText);
   }
   void TearDown() override {
     std::system("gpgconf --kill gpg-agent >/dev/null 2>&1");
@@ -86,8 +91,12 @@ class GpgRingTest : public UserFrameTest {
     Sh(phrase + g + "--quick-add-key " + fpr + " cv25519 encr 0 >/dev/null 2>&1");
     return fpr;
   }
-  std::string Path(const char* name) const { return work_ + "/" + name; }
+  // The file name in the work directory, kept for the test as the calls take it.
+  const char* Path(const char* name) {
+    return paths_.try_emplace(name, work_ + "/" + name).first->second.c_str();
+  }
 
   static inline std::string template_, alice_, bob_;
   std::string gnupghome_, runtime_, work_;
+  std::map<std::string, std::string> paths_;
 };
