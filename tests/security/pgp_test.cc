@@ -22,10 +22,7 @@ std::string Join(const std::vector<std::string>& v) {
   return s;
 }
 
-class PgpClient : public UserFrameTest {
- protected:
-  void Recipients();
-};
+class PgpClient : public UserFrameTest {};
 
 TEST_F(PgpClient, CommandsSplitIntoWords) {
   struct Case {
@@ -125,7 +122,7 @@ TEST_F(PgpClient, StatusesMapToCodesWithTexts) {
 
 TEST_F(PgpClient, MessageTypeIsTheFirstArmourLine) {
   struct Case {
-    const char* text;
+    std::string text;
     int type;
   } cases[] = {
       {"Hi\n-----BEGIN PGP MESSAGE-----\nxx\n", kPgpTypeEncrypted},
@@ -135,15 +132,13 @@ TEST_F(PgpClient, MessageTypeIsTheFirstArmourLine) {
       {"> -----BEGIN PGP MESSAGE-----\nplain\n", kPgpTypeNone},
       {"", kPgpTypeNone},
       // The armour line must start a line, even after a very long one.
-      {"", kPgpTypeNone},
+      {std::string(300, 'x') + "-----BEGIN PGP MESSAGE-----\n", kPgpTypeNone},
   };
-  std::string long_line = std::string(300, 'x') + "-----BEGIN PGP MESSAGE-----\n";
-  for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
-    std::string text = i == 6 ? long_line : cases[i].text;
-    SCOPED_TRACE(text);
-    std::string path = home_ + "/m.txt";
-    WriteFile(path, text);
-    EXPECT_EQ(pgp_get_message_type(path.c_str()), cases[i].type);
+  const std::string path = home_ + "/m.txt";
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    WriteFile(path, c.text);
+    EXPECT_EQ(pgp_get_message_type(path.c_str()), c.type);
   }
   EXPECT_EQ(pgp_get_message_type((home_ + "/missing").c_str()), kPgpTypeError);
   EXPECT_EQ(pgp_get_last_error(), kPgpErrFileType);
@@ -171,39 +166,36 @@ TEST_F(PgpClient, TooLongCommandsNeverReachTheWrapper) {
   }
 }
 
+// Inside the started program, where the options live.
 TEST_F(PgpClient, RecipientsComeFromToCcBccOnceWithSelf) {
   Run({"-b"}, [&] {
-    Recipients();
+    Opt_AssignString(kPgpUserIdOption, "me@example.org", kOptSession, 0);
+    struct Case {
+      const char *to, *cc, *bcc;
+      bool self;
+      const char* list;
+    } cases[] = {
+        {"a@x.org, B <b@y.org>", "c@z.org", "d@w.org", true, "a@x.org b@y.org c@z.org !d@w.org me@example.org"},
+        {"a@x.org", "", "a@x.org, e@v.org", false, "a@x.org !e@v.org"},
+        {"a@x.org", "A@X.ORG", "", true, "a@x.org me@example.org"},
+        {"a@x.org, me@EXAMPLE.org", "", "", true, "a@x.org me@EXAMPLE.org"},
+        {"a@x.org", "", "", false, "a@x.org"},
+        {"\"odd name\"@x.org", "", "", false, "\"odd name@x.org\""},
+        {"", "", "", true, ""},
+    };
+    for (const Case& c : cases) {
+      SCOPED_TRACE(c.to);
+      Opt_AssignString(kPgpEncryptToSelfOption, c.self ? "ON" : "OFF", kOptSession, 0);
+      Envelope* env = mail_newenvelope();
+      std::string to = c.to, cc = c.cc, bcc = c.bcc;
+      rfc822_parse_adrlist(&env->to, to.data(), "local");
+      rfc822_parse_adrlist(&env->cc, cc.data(), "local");
+      rfc822_parse_adrlist(&env->bcc, bcc.data(), "local");
+      EXPECT_EQ(form_pgp_recip_list(env), c.list);
+      mail_free_envelope(&env);
+    }
     Exit();
   });
-}
-
-void PgpClient::Recipients() {
-  Opt_AssignString(kPgpUserIdOption, "me@example.org", kOptSession, 0);
-  struct Case {
-    const char *to, *cc, *bcc;
-    bool self;
-    const char* list;
-  } cases[] = {
-      {"a@x.org, B <b@y.org>", "c@z.org", "d@w.org", true, "a@x.org b@y.org c@z.org !d@w.org me@example.org"},
-      {"a@x.org", "", "a@x.org, e@v.org", false, "a@x.org !e@v.org"},
-      {"a@x.org", "A@X.ORG", "", true, "a@x.org me@example.org"},
-      {"a@x.org, me@EXAMPLE.org", "", "", true, "a@x.org me@EXAMPLE.org"},
-      {"a@x.org", "", "", false, "a@x.org"},
-      {"\"odd name\"@x.org", "", "", false, "\"odd name@x.org\""},
-      {"", "", "", true, ""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.to);
-    Opt_AssignString(kPgpEncryptToSelfOption, c.self ? "ON" : "OFF", kOptSession, 0);
-    Envelope* env = mail_newenvelope();
-    std::string to = c.to, cc = c.cc, bcc = c.bcc;
-    rfc822_parse_adrlist(&env->to, to.data(), "local");
-    rfc822_parse_adrlist(&env->cc, cc.data(), "local");
-    rfc822_parse_adrlist(&env->bcc, bcc.data(), "local");
-    EXPECT_EQ(form_pgp_recip_list(env), c.list);
-    mail_free_envelope(&env);
-  }
 }
 
 TEST_F(PgpClient, WipingOverwritesAndRemoves) {
