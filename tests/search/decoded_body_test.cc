@@ -9,25 +9,9 @@
 
 #include "src/model/local_search.h"
 #include "tests/model/model_fixture.h"
+#include "tests/search/base64_lines.h"
 
 namespace {
-
-std::string Base64(const std::string& in, size_t line) {
-  static const char* kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  for (size_t i = 0; i < in.size(); i += 3) {
-    unsigned v = static_cast<unsigned char>(in[i]) << 16;
-    if (i + 1 < in.size()) v |= static_cast<unsigned char>(in[i + 1]) << 8;
-    if (i + 2 < in.size()) v |= static_cast<unsigned char>(in[i + 2]);
-    out += kAlphabet[(v >> 18) & 63];
-    out += kAlphabet[(v >> 12) & 63];
-    out += i + 1 < in.size() ? kAlphabet[(v >> 6) & 63] : '=';
-    out += i + 2 < in.size() ? kAlphabet[v & 63] : '=';
-  }
-  std::string lines;
-  for (size_t i = 0; i < out.size(); i += line) lines += out.substr(i, line) + "\r\n";
-  return lines;
-}
 
 std::string Message(const std::string& subject, const std::string& type_and_body) {
   return "From: a@example.org\r\nSubject: " + subject + "\r\nDate: Mon, 3 Jun 2024 12:00:00 +0000\r\n" +
