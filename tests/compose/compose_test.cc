@@ -15,7 +15,7 @@
 #include "src/options/options.h"
 #include "src/send/send.h"
 #include "src/viewer/viewer_internal.h"
-#include "tests/model/model_fixture.h"
+#include "tests/organizer/nodes_fixture.h"
 
 namespace {
 
@@ -30,10 +30,10 @@ const char kOriginal[] =
     "Subject: Plans\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\nMessage-ID: <plans.2@example.org>\r\n"
     "References: <start.1@example.org>\r\n\r\nFirst line\r\nSecond line\r\n";
 
-class ComposeTest : public ModelTest {
+class ComposeTest : public nodestest::NodesTest {
  protected:
   void SetUp() override {
-    ModelTest::SetUp();
+    NodesTest::SetUp();
     Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
     Opt_AssignString("General.Fullname", "Me Myself", kOptPermanent, 0);
     Opt_AssignString("Compose.DraftFolder", "Local!drafts", kOptPermanent, 0);
@@ -44,7 +44,7 @@ class ComposeTest : public ModelTest {
   void TearDown() override {
     for (WINDOW w : ComposeWindows()) xvt_vobj_destroy(w);
     ComposeSetAliasLookup(nullptr);
-    ModelTest::TearDown();
+    NodesTest::TearDown();
   }
   UMI Original(const std::string& raw = kOriginal) {
     const std::string name = "in" + std::to_string(++folders_);
@@ -70,12 +70,6 @@ class ComposeTest : public ModelTest {
     if (fill_envelope(win, m->envelope) && fill_body(win, &m->body)) write_message(&out, m, nullptr, nullptr);
     mail_free_message(&m);
     return out;
-  }
-  // Runs body with the toolkit up, as windows need it.
-  void Run(std::function<void()> body) {
-    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
-    xvt_test_set_run_hook([&] { body(); });
-    xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
   }
   static bool Has(const std::string& s, const std::string& part) { return s.find(part) != std::string::npos; }
   int folders_ = 0;
