@@ -294,33 +294,6 @@ TEST_F(ViewerTest, TheViewersPlaceIsKeptAndBroughtOnScreen) {
   }
 }
 
-TEST_F(ViewerTest, SavingAnAttachmentWritesItsDecodedBytesAndNeverOverwritesSilently) {
-  Run([&] {
-    TreeNode* node = Folder("save", {WithPng()});
-    ASSERT_TRUE(node);
-    ViewerInfo* v = Show(node, 1);
-    ASSERT_TRUE(v);
-    const std::string target = home_ + "/saved.png";
-    xvt_test_push_text(target.c_str());
-    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
-    EXPECT_EQ(ReadFile(target), kPngBytes);
-    struct stat st;
-    ASSERT_EQ(::stat(target.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0111, 0u);
-
-    // Again to the same name: declined keeps the file, agreed replaces it.
-    std::ofstream(target) << "mine";
-    xvt_test_push_text(target.c_str());
-    xvt_test_push_answer(RESP_2);
-    EXPECT_EQ(ViewerSaveRow(v, 0), 0);
-    EXPECT_EQ(ReadFile(target), "mine");
-    xvt_test_push_text(target.c_str());
-    xvt_test_push_answer(RESP_DEFAULT);
-    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
-    EXPECT_EQ(ReadFile(target), kPngBytes);
-  });
-}
-
 // Enclosures in the text become rows that save decoded; once listed, the
 // command is spent.
 TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {
@@ -364,7 +337,9 @@ TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {
   });
 }
 
-TEST_F(ViewerTest, OpeningAnAttachmentHandsAPrivateCopyToTheHelper) {
+// A saved attachment is its decoded bytes, and never replaces a file
+// silently; an opened one is a private copy handed to a helper.
+TEST_F(ViewerTest, AttachmentsAreSavedDecodedAndOpenedAsPrivateCopies) {
   Run([&] {
     Opt_AssignString("Viewers.IDLIST", "4", kOptSession, 0);
     Opt_AssignString("Viewers.4.Name", "Pictures", kOptSession, 0);
@@ -376,18 +351,35 @@ TEST_F(ViewerTest, OpeningAnAttachmentHandsAPrivateCopyToTheHelper) {
       runs.push_back(argv);
       return 4242;
     });
-    TreeNode* node = Folder("open", {WithPng(), HtmlOnly()});
+    TreeNode* node = Folder("attachments", {WithPng(), HtmlOnly()});
     ASSERT_TRUE(node);
     ViewerInfo* v = Show(node, 1);
     ASSERT_TRUE(v);
+    struct stat st;
+    const std::string target = home_ + "/saved.png";
+    xvt_test_push_text(target.c_str());
+    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
+    EXPECT_EQ(ReadFile(target), kPngBytes);
+    ASSERT_EQ(::stat(target.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0111, 0u);
+
+    // Again to the same name: declined keeps the file, agreed replaces it.
+    std::ofstream(target) << "mine";
+    xvt_test_push_text(target.c_str());
+    xvt_test_push_answer(RESP_2);
+    EXPECT_EQ(ViewerSaveRow(v, 0), 0);
+    EXPECT_EQ(ReadFile(target), "mine");
+    xvt_test_push_text(target.c_str());
+    xvt_test_push_answer(RESP_DEFAULT);
+    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
+    EXPECT_EQ(ReadFile(target), kPngBytes);
+    // Opened, a private copy goes to the helper for its type.
     EXPECT_EQ(ViewerOpenRow(v, 0), 1);
     ASSERT_EQ(runs.size(), 1u);
     ASSERT_EQ(runs[0].size(), 3u);
-    EXPECT_EQ(runs[0][0], "/usr/bin/picture-viewer");
-    EXPECT_EQ(runs[0][1], "--new");
+    EXPECT_EQ(runs[0][0] + " " + runs[0][1], "/usr/bin/picture-viewer --new");
     const std::string file = runs[0][2];
     EXPECT_EQ(ReadFile(file), kPngBytes);
-    struct stat st;
     ASSERT_EQ(::stat(file.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     ASSERT_EQ(::stat(AttachTempDir().c_str(), &st), 0);
