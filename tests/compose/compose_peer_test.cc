@@ -3,8 +3,6 @@
 // bytes that arrive are what the window held, and the sent-mail folder
 // keeps the same message.
 #include <filesystem>
-#include <map>
-#include <sstream>
 
 #include "editor/edisxvt/edit_window.h"
 #include "src/compose/compose.h"

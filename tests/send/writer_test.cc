@@ -7,9 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "c-client/rfc822/rfc822_write.h"
 #include "src/base/base64.h"
-#include "src/options/options.h"
 #include "src/send/send.h"
 #include "src/send/smtp.h"
 #include "src/send/writer_codec.h"
