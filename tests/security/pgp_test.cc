@@ -121,10 +121,7 @@ TEST_F(PgpClient, StatusesMapToCodesWithTexts) {
 }
 
 TEST_F(PgpClient, MessageTypeIsTheFirstArmourLine) {
-  struct Case {
-    std::string text;
-    int type;
-  } cases[] = {
+  const std::pair<std::string, int> cases[] = {
       {"Hi\n-----BEGIN PGP MESSAGE-----\nxx\n", kPgpTypeEncrypted},
       {"-----BEGIN PGP SIGNED MESSAGE-----\r\nHash: SHA256\r\n", kPgpTypeSigned},
       {"-----BEGIN PGP PUBLIC KEY BLOCK-----  \n", kPgpTypeKey},
@@ -135,10 +132,10 @@ TEST_F(PgpClient, MessageTypeIsTheFirstArmourLine) {
       {std::string(300, 'x') + "-----BEGIN PGP MESSAGE-----\n", kPgpTypeNone},
   };
   const std::string path = home_ + "/m.txt";
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text);
-    WriteFile(path, c.text);
-    EXPECT_EQ(pgp_get_message_type(path.c_str()), c.type);
+  for (const auto& [text, type] : cases) {
+    SCOPED_TRACE(text);
+    WriteFile(path, text);
+    EXPECT_EQ(pgp_get_message_type(path.c_str()), type);
   }
   EXPECT_EQ(pgp_get_message_type((home_ + "/missing").c_str()), kPgpTypeError);
   EXPECT_EQ(pgp_get_last_error(), kPgpErrFileType);
@@ -259,19 +256,16 @@ TEST(PgpMimeSplit, PartsAreTheExactBytesBetweenDelimiters) {
 }
 
 TEST(PgpMimeSplit, PartBodiesAreDecoded) {
-  struct Case {
-    std::string part;
-    const char* body;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"Content-Type: application/octet-stream\r\n\r\n-----BEGIN PGP MESSAGE-----\r\n", "-----BEGIN PGP MESSAGE-----\r\n"},
       {"Content-Transfer-Encoding: base64\n\nLS0tLS1CRUdJTg==\n", "-----BEGIN"},
       {"Content-Transfer-Encoding: Quoted-Printable\n\na=3Db=\nc\n", "a=bc\n"},
       {"\r\nno header\r\n", "no header\r\n"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [part, want] : cases) {
     std::string body, error;
-    ASSERT_TRUE(pgp_mime_part_body(c.part, &body, &error)) << error;
-    EXPECT_EQ(body, c.body);
+    ASSERT_TRUE(pgp_mime_part_body(part, &body, &error)) << error;
+    EXPECT_EQ(body, want);
   }
   EXPECT_EQ(pgp_mime_canonical("a\nb\r\nc\n\n"), "a\r\nb\r\nc\r\n\r\n");
 }

@@ -109,53 +109,46 @@ TEST(Writer, AttachmentFromFileDecodesToItsBytes) {
 }
 
 TEST(Writer, CanonicalLineEndsSurviveBlockBoundaries) {
-  struct Case {
-    std::vector<std::string> blocks;
-    std::string want;
-  } cases[] = {
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"a\r", "\nb"}, "a\r\nb"},
       {{"a\n", "\rb\r"}, "a\r\n\r\nb\r\n"},
       {{"a\r\r", "\n"}, "a\r\n\r\n"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [blocks, want] : cases) {
     Canonicalizer state;
     std::string out;
-    for (const std::string& b : c.blocks) state.Feed(b.data(), b.size(), &out);
+    for (const std::string& b : blocks) state.Feed(b.data(), b.size(), &out);
     state.Finish(&out);
-    EXPECT_EQ(out, c.want);
+    EXPECT_EQ(out, want);
   }
 }
 
 TEST(Writer, QuotedPrintableKeepsTrailingBlanksAndSplitsLongLines) {
-  struct Case {
-    std::string in, want;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"a \r\nb", "a=20\r\nb=\r\n"},
       {".x\r\n", "=2Ex\r\n"},
       {"caf\xc3\xa9\r\n", "caf=C3=A9\r\n"},
       {std::string(80, 'y'), std::string(75, 'y') + "=\r\n" + std::string(5, 'y') + "=\r\n"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [in, want] : cases) {
     QPEncoder qp;
     std::string out;
-    for (char ch : c.in) qp.Feed(&ch, 1, &out);  // byte by byte: state carries
+    for (char ch : in) qp.Feed(&ch, 1, &out);  // byte by byte: state carries
     qp.Finish(&out);
-    EXPECT_EQ(out, c.want);
+    EXPECT_EQ(out, want);
   }
 }
 
 TEST(Smtp, BccFieldsGoWithTheirContinuationLines) {
-  struct Case {
-    std::string in, want;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"From: a\r\nBcc: x@y,\r\n    z@w\r\nTo: b\r\n\r\n", "From: a\r\nTo: b\r\n\r\n"},
       {"bcc : x\r\nResent-Bcc: y\r\n\tmore\r\nSubject: s\r\n\r\n", "Subject: s\r\n\r\n"},
       {"BccX: kept\r\nTo: b\r\n\r\n", "BccX: kept\r\nTo: b\r\n\r\n"},
   };
-  for (const Case& c : cases) {
-    std::string header = c.in;
+  for (const auto& [in, want] : cases) {
+    std::string header = in;
     smtp_strip_bcc(&header);
-    EXPECT_EQ(header, c.want);
+    EXPECT_EQ(header, want);
   }
 }
 

@@ -28,9 +28,7 @@ BodyParameter* Params(const std::vector<std::pair<const char*, const char*>>& li
 }
 
 TEST(AttachNames, HostileNamesAreMadeSafe) {
-  struct Case {
-    std::string raw, want;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"report.pdf", "report.pdf"},
       {"../../.bashrc", "bashrc"},
       {"/etc/passwd", "passwd"},
@@ -45,7 +43,7 @@ TEST(AttachNames, HostileNamesAreMadeSafe) {
       {std::string(300, 'x') + ".jpeg", std::string(195, 'x') + ".jpeg"},
       {"bad\xFF.txt", "bad\xC3\xBF.txt"},  // not UTF-8: read as Windows-1252
   };
-  for (const Case& c : cases) EXPECT_EQ(AttachSafeName(c.raw), c.want) << c.raw;
+  for (const auto& [raw, want] : cases) EXPECT_EQ(AttachSafeName(raw), want) << raw;
 }
 
 TEST(AttachNames, DispositionThenTypeNameThenType) {
