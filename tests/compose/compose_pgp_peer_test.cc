@@ -3,7 +3,6 @@
 // would: the signature checks and the text decrypts.
 #include <unistd.h>
 
-#include <algorithm>
 #include <string>
 
 #include "src/compose/compose.h"
@@ -53,26 +52,21 @@ TEST_F(ComposePgpPeer, SignedAndEncryptedMessagesReadBack) {
         mail_free_message(&m);
         continue;
       }
-      const std::string file = Path("sent.eml"), back = Path("back.txt");
+      const char* file = Path("sent.eml");
+      const char* back = Path("back.txt");
       SendOptions options;
-      ASSERT_EQ(dump_message(m, file.c_str(), nullptr, &options), 1) << c.what;
+      ASSERT_EQ(dump_message(m, file, nullptr, &options), 1) << c.what;
       mail_free_message(&m);
       const std::string sent = ReadFile(file);
       EXPECT_EQ(sent.find("the meeting is at ten") == std::string::npos, c.encrypt != 0) << c.what << "\n" << sent;
-      int ok = 0;
-      if (c.mime && c.encrypt)
-        ok = pgp_mime_decrypt(file.c_str(), back.c_str(), kBobPass);
-      else if (c.mime)
-        ok = pgp_mime_verify(file.c_str(), back.c_str());
-      else if (c.encrypt)
-        ok = pgp_decrypt(file.c_str(), back.c_str(), kBobPass, 1);
-      else
-        ok = pgp_verify_signature(file.c_str(), back.c_str(), "");
-      EXPECT_EQ(ok, 1) << c.what << ": " << pgp_error_text(pgp_get_last_error()) << "\n" << sent;
+      // Read back as the recipient does.
+      const int ok = c.mime ? (c.encrypt ? pgp_mime_decrypt(file, back, kBobPass) : pgp_mime_verify(file, back))
+                            : (c.encrypt ? pgp_decrypt(file, back, kBobPass, 1) : pgp_verify_signature(file, back, ""));
+      EXPECT_EQ(ok, 1) << c.what << ": " << LastPgpError() << "\n" << sent;
       std::string text = ReadFile(back);
-      text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+      std::erase(text, '\r');
       EXPECT_NE(text.find("the meeting is at ten."), std::string::npos) << c.what << "\n" << text;
-      ::unlink(back.c_str());
+      ::unlink(back);
     }
     Exit();
   });
