@@ -3,13 +3,11 @@
 // bytes that arrive are what the window held, and the sent-mail folder
 // keeps the same message.
 #include <filesystem>
-#include <map>
-#include <sstream>
 
 #include "editor/edisxvt/edit_window.h"
 #include "src/compose/compose.h"
 #include "src/options/options.h"
-#include "tests/model/model_fixture.h"
+#include "tests/organizer/nodes_fixture.h"
 #include "tests/send/smtp_sink.h"
 
 namespace {
@@ -22,10 +20,10 @@ const char kOriginal[] =
     "From: Ann Example <ann@example.org>\r\nTo: me@example.org\r\nSubject: Plans\r\n"
     "Date: Mon, 2 Nov 2026 10:00:00 +0000\r\nMessage-ID: <plans.2@example.org>\r\n\r\nShall we?\r\n";
 
-class ComposePeer : public ModelTest {
+class ComposePeer : public nodestest::NodesTest {
  protected:
   void SetUp() override {
-    ModelTest::SetUp();
+    NodesTest::SetUp();
     ASSERT_TRUE(sink_.Start());
     Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
     Opt_AssignString("General.Fullname", "Me Myself", kOptPermanent, 0);
@@ -39,11 +37,6 @@ class ComposePeer : public ModelTest {
   long Count(const char* folder) {
     std::string full;
     return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
-  }
-  void Run(std::function<void()> body) {
-    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
-    xvt_test_set_run_hook([&] { body(); });
-    xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
   }
   SmtpSink sink_;
 };

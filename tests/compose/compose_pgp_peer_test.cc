@@ -1,130 +1,39 @@
 // A composed message signed and encrypted on its way out, through the real
 // wrapper and gpg in a throw-away key ring, then read back as a recipient
 // would: the signature checks and the text decrypts.
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
 #include <string>
 
 #include "src/compose/compose.h"
-#include "src/security/pgp.h"
 #include "src/security/pgp_mime.h"
 #include "src/send/send.h"
-#include "tests/support/frame_fixture.h"
+#include "tests/security/gpg_ring.h"
+#include "tests/send/message_records.h"
 
 namespace {
 
-const char* const kAlicePass = "alice-pass-7Q";
-const char* const kBobPass = "bob-pass-9Z";
-const char kText[] = "Hello Bob,\nthe meeting is at ten.\n-- \nAlice\n";
-
-std::string Sh(const std::string& command) {
-  std::string out;
-  if (FILE* p = popen(command.c_str(), "r")) {
-    char buf[4096];
-    while (size_t n = std::fread(buf, 1, sizeof buf, p)) out.append(buf, n);
-    pclose(p);
-  }
-  return out;
-}
-
-class ComposePgpPeer : public UserFrameTest {
+class ComposePgpPeer : public GpgRingTest {
  protected:
-  static void SetUpTestSuite() {
-    if (Sh("command -v gpg").empty()) return;
-    char dir[] = "/tmp/vk-XXXXXX";
-    if (!mkdtemp(dir)) return;
-    keys_ = dir;
-    const std::string env = "GNUPGHOME=" + keys_ + " ";
-    Sh("printf 'allow-loopback-pinentry\\n' > " + keys_ + "/gpg-agent.conf");
-    for (const auto& [uid, pass] : {std::pair{"Alice <alice@example.org>", kAlicePass}, {"Bob <bob@example.org>", kBobPass}}) {
-      const std::string g = env + "gpg --batch --pinentry-mode loopback --passphrase-fd 0 ";
-      Sh("printf '%s\\n' '" + std::string(pass) + "' | " + g + "--quick-gen-key '" + uid + "' ed25519 sign 0 >/dev/null 2>&1");
-      const std::string listing = Sh(env + "gpg --with-colons --list-keys '" + uid + "' 2>/dev/null");
-      const size_t at = listing.find("\nfpr:");
-      if (at == std::string::npos) continue;
-      Sh("printf '%s\\n' '" + std::string(pass) + "' | " + g + "--quick-add-key " + listing.substr(at + 13, 40) +
-         " cv25519 encr 0 >/dev/null 2>&1");
-      ++made_;
-    }
-    Sh(env + "gpgconf --kill gpg-agent >/dev/null 2>&1");
-  }
-  static void TearDownTestSuite() {
-    if (!keys_.empty()) Sh("rm -rf " + keys_);
-  }
-  void SetUp() override {
-    UserFrameTest::SetUp();
-    ASSERT_EQ(made_, 2) << "gpg could not make the test keys (package gnupg)";
-    char home[] = "/tmp/vg-XXXXXX";
-    char work[] = "/tmp/vw-XXXXXX";
-    char run[] = "/tmp/vr-XXXXXX";
-    ASSERT_TRUE(mkdtemp(home) && mkdtemp(work) && mkdtemp(run));
-    gnupghome_ = home;
-    work_ = work;
-    runtime_ = run;
-    // Short names: the agent's socket path and the command length limit.
-    setenv("XDG_RUNTIME_DIR", run, 1);
-    Sh("cp -r " + keys_ + "/. " + gnupghome_ + "/");
-    WriteFile(gnupghome_ + "/gpg-agent.conf", "default-cache-ttl 0\nmax-cache-ttl 0\nallow-loopback-pinentry\n");
-    setenv("GNUPGHOME", home, 1);
-    pgp_set_wrapper_path(VELMAR_TEST_BINARY_DIR "/tools/velmar-pgpwrap");
-  }
-  void TearDown() override {
-    std::system("gpgconf --kill gpg-agent >/dev/null 2>&1");
-    std::system(("rm -rf " + gnupghome_ + " " + work_ + " " + runtime_).c_str());
-    unsetenv("GNUPGHOME");
-    unsetenv("XDG_RUNTIME_DIR");
-    pgp_set_wrapper_path("");
-    UserFrameTest::TearDown();
-  }
-  static Message* NewMessage(bool multipart) {
-    Message* m = mail_newmessage();
-    m->envelope = mail_newenvelope();
-    m->envelope->to = mail_newaddr();
-    m->envelope->to->mailbox = cpystr("bob");
-    m->envelope->to->host = cpystr("example.org");
-    m->envelope->subject = cpystr("Meeting");
-    BodyPart* text = mail_newbody();
-    text->type = TYPETEXT;
-    text->subtype = cpystr("PLAIN");
-    text->contents = mail_newtext();
-    mail_text_set(text->contents, kTextInMemory, kText, sizeof kText - 1);
-    if (!multipart) {
-      m->body = text;
-      return m;
-    }
-    m->body = mail_newbody();
-    m->body->type = TYPEMULTIPART;
-    m->body->subtype = cpystr("MIXED");
-    m->body->parts = mail_newbody_part();
-    m->body->parts->body = *text;
-    FS_GIVE(&text);
+  static Message* NewMessage(bool attachment) {
+    Message* m = TextMessage(kText, Addr("bob", "example.org"), "Meeting");
+    if (attachment) AddAttachment(m, kTextInMemory, "agenda");
     return m;
   }
-  std::string Path(const char* name) const { return work_ + "/" + name; }
-  static int made_;
-  static std::string keys_;
-  std::string gnupghome_, work_, runtime_;
 };
-int ComposePgpPeer::made_ = 0;
-std::string ComposePgpPeer::keys_;
 
 TEST_F(ComposePgpPeer, SignedAndEncryptedMessagesReadBack) {
   struct Case {
     const char* what;
     int encrypt, sign, mime;
-    bool multipart;
+    bool attachment;
     int result;
   } cases[] = {
       {"inline signed", 0, 1, 0, false, 1},
       {"inline encrypted", 1, 0, 0, false, 1},
       {"MIME signed, with an attachment", 0, 1, 1, true, 1},
       {"MIME signed and encrypted", 1, 1, 1, false, 1},
-      {"inline cannot take a multipart", 0, 1, 0, true, 0},
+      {"inline cannot take an attachment", 0, 1, 0, true, 0},
   };
   Run({"-b"}, [&] {
     Opt_AssignString("General.MailAddress", "alice@example.org", kOptSession, 0);
@@ -136,33 +45,28 @@ TEST_F(ComposePgpPeer, SignedAndEncryptedMessagesReadBack) {
           xvt_test_click(d, 3133);
         });
       xvt_test_clear_posts();
-      Message* m = NewMessage(c.multipart);
+      Message* m = NewMessage(c.attachment);
       ASSERT_EQ(COMP_ProcessPGP(m, kComposeNew, c.encrypt, c.sign, c.mime), c.result) << c.what << "\n" << Posts();
       if (!c.result) {
         EXPECT_NE(Posts().find("Unable to encrypt/sign multipart message."), std::string::npos) << Posts();
         mail_free_message(&m);
         continue;
       }
-      const std::string file = Path("sent.eml"), back = Path("back.txt");
+      const char* file = Path("sent.eml");
+      const char* back = Path("back.txt");
       SendOptions options;
-      ASSERT_EQ(dump_message(m, file.c_str(), nullptr, &options), 1) << c.what;
+      ASSERT_EQ(dump_message(m, file, nullptr, &options), 1) << c.what;
       mail_free_message(&m);
       const std::string sent = ReadFile(file);
       EXPECT_EQ(sent.find("the meeting is at ten") == std::string::npos, c.encrypt != 0) << c.what << "\n" << sent;
-      int ok = 0;
-      if (c.mime && c.encrypt)
-        ok = pgp_mime_decrypt(file.c_str(), back.c_str(), kBobPass);
-      else if (c.mime)
-        ok = pgp_mime_verify(file.c_str(), back.c_str());
-      else if (c.encrypt)
-        ok = pgp_decrypt(file.c_str(), back.c_str(), kBobPass, 1);
-      else
-        ok = pgp_verify_signature(file.c_str(), back.c_str(), "");
-      EXPECT_EQ(ok, 1) << c.what << ": " << pgp_error_text(pgp_get_last_error()) << "\n" << sent;
+      // Read back as the recipient does.
+      const int ok = c.mime ? (c.encrypt ? pgp_mime_decrypt(file, back, kBobPass) : pgp_mime_verify(file, back))
+                            : (c.encrypt ? pgp_decrypt(file, back, kBobPass, 1) : pgp_verify_signature(file, back, ""));
+      EXPECT_EQ(ok, 1) << c.what << ": " << LastPgpError() << "\n" << sent;
       std::string text = ReadFile(back);
-      text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+      std::erase(text, '\r');
       EXPECT_NE(text.find("the meeting is at ten."), std::string::npos) << c.what << "\n" << text;
-      ::unlink(back.c_str());
+      ::unlink(back);
     }
     Exit();
   });

@@ -15,7 +15,7 @@
 #include "src/options/options.h"
 #include "src/send/send.h"
 #include "src/viewer/viewer_internal.h"
-#include "tests/model/model_fixture.h"
+#include "tests/organizer/nodes_fixture.h"
 
 namespace {
 
@@ -30,10 +30,10 @@ const char kOriginal[] =
     "Subject: Plans\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\nMessage-ID: <plans.2@example.org>\r\n"
     "References: <start.1@example.org>\r\n\r\nFirst line\r\nSecond line\r\n";
 
-class ComposeTest : public ModelTest {
+class ComposeTest : public nodestest::NodesTest {
  protected:
   void SetUp() override {
-    ModelTest::SetUp();
+    NodesTest::SetUp();
     Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
     Opt_AssignString("General.Fullname", "Me Myself", kOptPermanent, 0);
     Opt_AssignString("Compose.DraftFolder", "Local!drafts", kOptPermanent, 0);
@@ -44,18 +44,13 @@ class ComposeTest : public ModelTest {
   void TearDown() override {
     for (WINDOW w : ComposeWindows()) xvt_vobj_destroy(w);
     ComposeSetAliasLookup(nullptr);
-    ModelTest::TearDown();
+    NodesTest::TearDown();
   }
   UMI Original(const std::string& raw = kOriginal) {
     const std::string name = "in" + std::to_string(++folders_);
     MakeFolder(name, std::vector<std::string>{raw});
     const int id = MM_FolOpen(local_, name.c_str());
     return MM_UMIFromMsgno(id, 1);
-  }
-  UMI Last(const char* folder) {
-    const int id = MM_FolOpen(local_, folder);
-    MM_FolCheckNewMail(id, 0);
-    return MM_UMIFromMsgno(id, static_cast<unsigned long>(MM_FolGetNumMsgs(id)));
   }
   long Count(const char* folder) {
     std::string full;
@@ -70,12 +65,6 @@ class ComposeTest : public ModelTest {
     if (fill_envelope(win, m->envelope) && fill_body(win, &m->body)) write_message(&out, m, nullptr, nullptr);
     mail_free_message(&m);
     return out;
-  }
-  // Runs body with the toolkit up, as windows need it.
-  void Run(std::function<void()> body) {
-    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
-    xvt_test_set_run_hook([&] { body(); });
-    xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
   }
   static bool Has(const std::string& s, const std::string& part) { return s.find(part) != std::string::npos; }
   int folders_ = 0;
@@ -136,6 +125,16 @@ TEST_F(ComposeTest, ReplyAddressesThreadingAndQuotedText) {
                          "> First line\r\n> Second line\r\n")) << m;
       xvt_vobj_destroy(win);
     }
+    // Reply to all where every address is the user's own asks nothing (an
+    // unanswered question fails the test).
+    const UMI umi = Original(
+        "From: Me <ME@example.org>\r\nTo: me@example.org\r\nCc: me@Example.ORG\r\nSubject: note\r\n\r\nhi\r\n");
+    Opt_AssignString("Reply.All", "", kOptSession, 0);
+    Opt_AssignString("Reply.Text", "Never", kOptSession, 0);
+    WINDOW win = compose_reply(umi, -1);
+    ASSERT_TRUE(win);
+    EXPECT_EQ(ComposeGetFields(ComposeInfoOf(win)).cc, "");
+    EXPECT_EQ(Text(win), "\n");
   });
 }
 
@@ -168,52 +167,32 @@ TEST_F(ComposeTest, ViewerCommandsOpenComposeWindows) {
   });
 }
 
-TEST_F(ComposeTest, ReplyToAllWhereEveryAddressIsOwnAsksNothing) {
-  Run([&] {
-    const UMI umi = Original(
-        "From: Me <ME@example.org>\r\nTo: me@example.org\r\nCc: me@Example.ORG\r\nSubject: note\r\n\r\nhi\r\n");
-    Opt_AssignString("Reply.Text", "Never", kOptSession, 0);
-    WINDOW win = compose_reply(umi, -1);  // an unanswered question fails the test
-    ASSERT_TRUE(win);
-    EXPECT_EQ(ComposeGetFields(ComposeInfoOf(win)).cc, "");
-    EXPECT_EQ(Text(win), "\n");
-  });
-}
-
 TEST_F(ComposeTest, QuotingPrefixAndWrap) {
   struct Case {
     const char* prefix;
-    const char* wrap_original;
-    int width;
+    int width;  // 150 when the original is not wrapped
     const char* text;
     const char* expected;
   } cases[] = {
-      {"> ", nullptr, 0, "a\nb\n", "> a\n> b\n"},
-      {"| ", nullptr, 0, "a\r\n\r\nb", "| a\n| \n| b\n"},
-      {"> ", "TRUE", 12, "one two three four five", "> one two\n> three four\n> five\n"},
-      {"> ", "FALSE", 12, "one two three four five", "> one two three four five\n"},
+      {"> ", 150, "a\nb\n", "> a\n> b\n"},
+      {"| ", 150, "a\r\n\r\nb", "| a\n| \n| b\n"},
+      {"> ", 12, "one two three four five", "> one two\n> three four\n> five\n"},
+      {"> ", 150, "one two three four five", "> one two three four five\n"},
   };
-  for (const Case& c : cases) {
-    int width = c.wrap_original && std::string(c.wrap_original) == "TRUE" ? c.width : 150;
-    EXPECT_EQ(ComposeQuoteText(c.text, c.prefix, width), c.expected) << c.text;
-  }
+  for (const Case& c : cases) EXPECT_EQ(ComposeQuoteText(c.text, c.prefix, c.width), c.expected) << c.text;
 }
 
 TEST_F(ComposeTest, ForwardInlineAndAsAttachment) {
   Run([&] {
-    struct Case {
-      int as_attachment;
-      const char* title;
-    } cases[] = {{0, "Forward"}, {1, "Forward"}};
-    for (const Case& c : cases) {
+    for (int as_attachment : {0, 1}) {
       const UMI umi = Original();
-      WINDOW win = compose_forward(umi, c.as_attachment);
+      WINDOW win = compose_forward(umi, as_attachment);
       ASSERT_TRUE(win);
       ComposeInfo* info = ComposeInfoOf(win);
       EXPECT_EQ(ComposeGetFields(info).subject, "fwd: Plans");
       ASSERT_TRUE(xvt_test_type(win, kComposeToId, "dave@example.net"));
       const std::string m = Built(win);
-      if (c.as_attachment) {
+      if (as_attachment) {
         EXPECT_EQ(info->options.kind, kComposeNew);
         ASSERT_EQ(info->attachment_list.size(), 1u);
         EXPECT_TRUE(Has(m, "Content-Type: MESSAGE/RFC822")) << m;
@@ -234,21 +213,16 @@ TEST_F(ComposeTest, ForwardInlineAndAsAttachment) {
 
 TEST_F(ComposeTest, EmptyOrUnreadableToStopsSendAndKeepsTheText) {
   Run([&] {
-    struct Case {
-      const char* to;
-      const char* post;
-    } cases[] = {{"", "The <To:> field is invalid"}, {"  ,  ", "The <To:> field is invalid"},
-               {"<<<", "The <To:> field is invalid"}};
-    for (const Case& c : cases) {
+    for (const char* to : {"", "  ,  ", "<<<"}) {
       WINDOW win = compose_new();
       ASSERT_TRUE(win);
-      xvt_test_type(win, kComposeToId, c.to);
+      xvt_test_type(win, kComposeToId, to);
       SetBody(win, "precious words");
       xvt_test_clear_posts();
-      EXPECT_EQ(send_mail(win), 0) << c.to;
-      ASSERT_TRUE(ComposeInfoOf(win)) << c.to;
+      EXPECT_EQ(send_mail(win), 0) << to;
+      ASSERT_TRUE(ComposeInfoOf(win)) << to;
       EXPECT_EQ(Text(win), "precious words");
-      EXPECT_NE(Posts().find(c.post), std::string::npos) << c.to << "\n" << Posts();
+      EXPECT_NE(Posts().find("The <To:> field is invalid"), std::string::npos) << to << "\n" << Posts();
       xvt_test_push_answer(RESP_2);  // let it go
       EXPECT_EQ(compose_close(win), 1);
     }
@@ -274,7 +248,7 @@ TEST_F(ComposeTest, DraftSaveAndRestartRoundTrip) {
     EXPECT_FALSE(ComposeIsModified(ComposeInfoOf(win)));
     xvt_vobj_destroy(win);
     EXPECT_EQ(Count("drafts"), 1);
-    const UMI draft = Last("drafts");
+    const UMI draft = MM_UMIFromMsgno(MM_FolOpen(local_, "drafts"), 1);
     ASSERT_TRUE(draft);
     EXPECT_TRUE(MM_MsgIsDraft(draft));
 
@@ -296,53 +270,50 @@ TEST_F(ComposeTest, DraftSaveAndRestartRoundTrip) {
     ASSERT_EQ(send_mail(again), 1) << Posts();
     EXPECT_TRUE(MM_MsgIsDeleted(draft));
     EXPECT_EQ(Count("outbox"), 1);
-    const std::string file_kept = ReadFile(file);
-    EXPECT_EQ(file_kept, bytes) << "the user's own file is never touched";
+    EXPECT_EQ(ReadFile(file), bytes) << "the user's own file is never touched";
   });
 }
 
 TEST_F(ComposeTest, ExitQuestionCanVetoShutdown) {
   Run([&] {
     struct Case {
+      const char* text;  // null: an untouched window, which asks nothing and lets the program go
       ASK_RESPONSE answer;
-      bool window_stays;
-      short exit_goes_on;
+      bool window_stays;  // and the exit is called off
       long drafts;
-    } cases[] = {{RESP_3, true, 0, 0}, {RESP_2, false, 1, 0}, {RESP_DEFAULT, false, 1, 1}};
+    } cases[] = {{"unsent thoughts", RESP_3, true, 0},
+                 {"unsent thoughts", RESP_2, false, 0},
+                 {"unsent thoughts", RESP_DEFAULT, false, 1},
+                 {nullptr, RESP_DEFAULT, false, 0}};
     long drafts_before = 0;
     for (const Case& c : cases) {
+      SCOPED_TRACE(std::string(c.text ? "answer " : "untouched ") + std::to_string(c.answer));
       WINDOW win = compose_new();
       ASSERT_TRUE(win);
-      xvt_test_type(win, kComposeToId, "dave@example.net");
-      SetBody(win, "unsent thoughts");
+      if (c.text) {
+        xvt_test_type(win, kComposeToId, "dave@example.net");
+        SetBody(win, c.text);
+        xvt_test_push_answer(c.answer);
+      }
       const std::string autosave_dir = ComposeAutosaveDir();
       Opt_AssignInt("General.ExitVelmar", 1, kOptSession, 0);
-      xvt_test_push_answer(c.answer);
       MM_NotPostSimple(E_EXIT_QUERY);
       short go_on = -1;
       Opt_LookupBoolean("General.ExitVelmar", &go_on, kOptSession);
-      EXPECT_EQ(go_on, c.exit_goes_on) << c.answer;
-      EXPECT_EQ(ComposeInfoOf(win) != nullptr, c.window_stays) << c.answer;
+      EXPECT_EQ(go_on, c.window_stays ? 0 : 1);
+      EXPECT_EQ(ComposeInfoOf(win) != nullptr, c.window_stays);
       const long drafts = Count("drafts");
-      EXPECT_EQ(drafts - drafts_before, c.drafts) << c.answer;
+      EXPECT_EQ(drafts - drafts_before, c.drafts);
       drafts_before = drafts;
       if (c.window_stays) {
         // The text waits on disk while the window does.
         ASSERT_FALSE(ComposeInfoOf(win)->autosave_file.empty());
-        EXPECT_NE(ReadFile(ComposeInfoOf(win)->autosave_file).find("unsent thoughts"), std::string::npos);
+        EXPECT_NE(ReadFile(ComposeInfoOf(win)->autosave_file).find(c.text), std::string::npos);
         xvt_test_push_answer(RESP_2);
         ASSERT_EQ(compose_close(win), 1);
       }
-      EXPECT_TRUE(!fs::exists(autosave_dir) || fs::is_empty(autosave_dir)) << c.answer;
+      EXPECT_TRUE(!fs::exists(autosave_dir) || fs::is_empty(autosave_dir));
     }
-    // An untouched window asks nothing and lets the program go.
-    WINDOW quiet = compose_new();
-    Opt_AssignInt("General.ExitVelmar", 1, kOptSession, 0);
-    MM_NotPostSimple(E_EXIT_QUERY);
-    short go_on = -1;
-    Opt_LookupBoolean("General.ExitVelmar", &go_on, kOptSession);
-    EXPECT_EQ(go_on, 1);
-    EXPECT_FALSE(ComposeInfoOf(quiet));
   });
 }
 

@@ -4,11 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "src/options/options.h"
 #include "src/search/search_rules.h"
-#include "tests/model/model_fixture.h"
+#include "tests/organizer/nodes_fixture.h"
 #include "xvt/xvt_test.h"
 
 namespace {
@@ -35,14 +33,7 @@ int IndexOf(WINDOW dlg, int id, const std::string& item) {
   return -1;
 }
 
-class SearchDialog : public ModelTest {
- protected:
-  void Run(std::function<void()> body) {
-    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
-    xvt_test_set_run_hook([&] { body(); });
-    xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
-  }
-};
+class SearchDialog : public nodestest::NodesTest {};
 
 TEST_F(SearchDialog, ARuleBuiltInTheDialogFindsItsMessages) {
   MakeFolder("Box", 12);

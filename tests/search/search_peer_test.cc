@@ -2,6 +2,7 @@
 // (searched here) and in a private Dovecot (searched by the server) find
 // the same messages.
 #include <gtest/gtest.h>
+#include <iconv.h>
 
 #include <ctime>
 
@@ -12,6 +13,7 @@
 #include "src/search/search_run.h"
 #include "tests/c-client/imap/dovecot_peer.h"
 #include "tests/model/model_fixture.h"
+#include "tests/search/base64_lines.h"
 
 namespace {
 
@@ -25,22 +27,6 @@ const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr"};
 struct Generated {
   std::string raw, flags;
 };
-
-std::string Base64(const std::string& in, size_t line) {
-  static const char* kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out, lines;
-  for (size_t i = 0; i < in.size(); i += 3) {
-    unsigned v = static_cast<unsigned char>(in[i]) << 16;
-    if (i + 1 < in.size()) v |= static_cast<unsigned char>(in[i + 1]) << 8;
-    if (i + 2 < in.size()) v |= static_cast<unsigned char>(in[i + 2]);
-    out += kAlphabet[(v >> 18) & 63];
-    out += kAlphabet[(v >> 12) & 63];
-    out += i + 1 < in.size() ? kAlphabet[(v >> 6) & 63] : '=';
-    out += i + 2 < in.size() ? kAlphabet[v & 63] : '=';
-  }
-  for (size_t i = 0; i < out.size(); i += line) lines += out.substr(i, line) + "\r\n";
-  return lines;
-}
 
 // Quoted-printable with a soft line break every `every` characters, so
 // that words are cut across encoded lines.
@@ -74,29 +60,21 @@ std::string QuotedPrintable(const std::string& in, size_t every) {
 
 // The text in a one-byte charset; characters it lacks become '?'.
 std::string Recode(const std::string& utf8, const char* charset) {
-  std::string out;
-  for (size_t i = 0; i < utf8.size();) {
-    const unsigned char c = static_cast<unsigned char>(utf8[i]);
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-      ++i;
-      continue;
-    }
-    const size_t len = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : 2;
-    const unsigned cp = len == 2 ? ((c & 0x1F) << 6) | (utf8[i + 1] & 0x3F) : 0;
-    i += len;
-    if (std::string(charset) == "iso-8859-1") {
-      out += cp && cp < 0x100 ? static_cast<char>(cp) : '?';
-      continue;
-    }
-    // KOI8-R: the Cyrillic small and capital letters this corpus uses.
-    static const std::pair<unsigned, unsigned char> kKoi8[] = {
-        {0x41F, 0xF0}, {0x440, 0xD2}, {0x438, 0xC9}, {0x432, 0xD7}, {0x435, 0xC5}, {0x442, 0xD4}, {0x418, 0xE9}};
-    char mapped = '?';
-    for (const auto& [u, k] : kKoi8)
-      if (u == cp) mapped = static_cast<char>(k);
-    out += mapped;
+  iconv_t cd = iconv_open(charset, "UTF-8");
+  std::string out(utf8.size(), '\0');
+  char* in = const_cast<char*>(utf8.data());
+  char* to = out.data();
+  size_t in_left = utf8.size(), out_left = out.size();
+  while (in_left && iconv(cd, &in, &in_left, &to, &out_left) == static_cast<size_t>(-1)) {
+    *to++ = '?';
+    --out_left;
+    size_t skip = 1;  // the character's continuation bytes go with it
+    while (skip < in_left && (in[skip] & 0xC0) == 0x80) ++skip;
+    in += skip;
+    in_left -= skip;
   }
+  iconv_close(cd);
+  out.resize(out.size() - out_left);
   return out;
 }
 

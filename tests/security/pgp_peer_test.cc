@@ -1,163 +1,46 @@
 // Signing, encryption, decryption and checks through the real wrapper and a
 // real gpg, in a throw-away key ring with two users made for each test.
-#include <dirent.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "src/security/pgp.h"
 #include "src/security/pgp_mime.h"
-#include "tests/support/frame_fixture.h"
+#include "tests/security/gpg_ring.h"
 
 namespace {
 
-const char* const kAlicePass = "alice-pass-7Q";
-const char* const kBobPass = "bob-pass-9Z";
+namespace fs = std::filesystem;
 
-std::string Sh(const std::string& command) {
-  std::string out;
-  FILE* p = popen(command.c_str(), "r");
-  if (!p) return out;
-  char buf[4096];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  pclose(p);
-  return out;
-}
-
-std::string Which(const char* name) {
-  std::string out = Sh(std::string("command -v ") + name + " 2>/dev/null");
-  while (!out.empty() && out.back() == '\n') out.pop_back();
-  return out;
-}
-
-// Every regular file under dir.
-void Walk(const std::string& dir, std::vector<std::string>* files) {
-  DIR* d = opendir(dir.c_str());
-  if (!d) return;
-  while (dirent* e = readdir(d)) {
-    std::string name = e->d_name;
-    if (name == "." || name == "..") continue;
-    std::string path = dir + "/" + name;
-    struct stat st;
-    if (lstat(path.c_str(), &st) != 0) continue;
-    if (S_ISDIR(st.st_mode)) Walk(path, files);
-    else if (S_ISREG(st.st_mode)) files->push_back(path);
-  }
-  closedir(d);
-}
-
-class PgpPeer : public UserFrameTest {
+class PgpPeer : public GpgRingTest {
  protected:
-  // Keys take seconds to make: they are made once, in a template that each
-  // test copies into its own key ring.
-  static void SetUpTestSuite() {
-    if (Which("gpg").empty()) return;
-    char dir[] = "/tmp/vk-XXXXXX";
-    if (!mkdtemp(dir)) return;
-    template_ = dir;
-    std::string env = "GNUPGHOME=" + template_ + " ";
-    Sh("printf 'allow-loopback-pinentry\\n' > " + template_ + "/gpg-agent.conf");
-    alice_ = MakeKey(env, "Alice <alice@example.org>", "alice@example.org", kAlicePass);
-    bob_ = MakeKey(env, "Bob <bob@example.org>", "bob@example.org", kBobPass);
-    Sh(env + "gpgconf --kill gpg-agent >/dev/null 2>&1");
-  }
-
-  static void TearDownTestSuite() {
-    if (!template_.empty()) Sh("rm -rf " + template_);
-  }
-
   void SetUp() override {
-    UserFrameTest::SetUp();
-    std::string gpg = Which("gpg");
-    ASSERT_FALSE(gpg.empty()) << "gpg not found: install the gnupg package (scripts/install-deps)";
-    ASSERT_EQ(alice_.size(), 40u) << "the test keys could not be made";
-    ASSERT_EQ(bob_.size(), 40u);
-    // Short names: the agent's socket path must fit its limit, and commands
-    // with file names must stay under the command length limit.
-    char home[] = "/tmp/vg-XXXXXX";
-    char run[] = "/tmp/vr-XXXXXX";
-    char work[] = "/tmp/vw-XXXXXX";
-    ASSERT_TRUE(mkdtemp(home) && mkdtemp(run) && mkdtemp(work));
-    gnupghome_ = home;
-    runtime_ = run;
-    work_ = work;
-    Sh("cp " + template_ + "/pubring.kbx " + template_ + "/trustdb.gpg " + gnupghome_ + "/ && cp -r " + template_ +
-       "/private-keys-v1.d " + gnupghome_ + "/");
-    setenv("GNUPGHOME", home, 1);
-    setenv("XDG_RUNTIME_DIR", run, 1);
-    WriteFile(gnupghome_ + "/gpg-agent.conf", "default-cache-ttl 0\nmax-cache-ttl 0\nallow-loopback-pinentry\n");
-    // gpg as the wrapper runs it, with its command line written down.
+    GpgRingTest::SetUp();
+    if (HasFatalFailure()) return;
+    // gpg as the wrapper runs it, with its command line written down, found
+    // first on the PATH as the program looks for gpg there.
+    std::string gpg = Sh("command -v gpg");
+    gpg.pop_back();
     spy_log_ = gnupghome_ + "/argv.log";
-    std::string spy = gnupghome_ + "/gpg";
+    const std::string spy = gnupghome_ + "/gpg";
     WriteFile(spy, "#!/bin/sh\nprintf '%s\\n' \"$*\" >> " + spy_log_ + "\nexec " + gpg + " \"$@\"\n");
     chmod(spy.c_str(), 0755);
-    // Found first on the PATH, as the program looks for gpg there.
     old_path_ = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
     setenv("PATH", (gnupghome_ + ":" + old_path_).c_str(), 1);
-    pgp_set_wrapper_path(VELMAR_TEST_BINARY_DIR "/tools/velmar-pgpwrap");
   }
-
   void TearDown() override {
-    std::system("gpgconf --kill gpg-agent >/dev/null 2>&1");
-    std::system(("rm -rf " + gnupghome_ + " " + runtime_ + " " + work_).c_str());
-    unsetenv("GNUPGHOME");
-    unsetenv("XDG_RUNTIME_DIR");
     if (!old_path_.empty()) setenv("PATH", old_path_.c_str(), 1);
-    pgp_set_wrapper_path("");
-    UserFrameTest::TearDown();
+    GpgRingTest::TearDown();
   }
-
-  static std::string MakeKey(const std::string& env, const std::string& uid, const std::string& email,
-                             const char* pass) {
-    std::string g = env + "gpg --batch --pinentry-mode loopback --passphrase-fd 0 ";
-    Sh("printf '%s\\n' '" + std::string(pass) + "' | " + g + "--quick-gen-key '" + uid +
-       "' ed25519 sign 0 >/dev/null 2>&1");
-    std::string listing = Sh(env + "gpg --with-colons --list-keys " + email + " 2>/dev/null");
-    size_t at = listing.find("\nfpr:");
-    if (at == std::string::npos) return "";
-    std::string fpr = listing.substr(at + 13, 40);
-    Sh("printf '%s\\n' '" + std::string(pass) + "' | " + g + "--quick-add-key " + fpr +
-       " cv25519 encr 0 >/dev/null 2>&1");
-    return fpr;
-  }
-
-  std::string Path(const char* name) const { return work_ + "/" + name; }
-
-  // The private files of every operation are gone once it returns.
+  // The private files and directories of every operation are gone once it
+  // returns.
   void ExpectNothingLeft() {
-    std::vector<std::string> files;
-    Walk(runtime_, &files);
-    EXPECT_TRUE(files.empty()) << files.size() << " files left, first " << (files.empty() ? "" : files[0]);
-    DIR* d = opendir(runtime_.c_str());
-    int entries = 0;
-    while (dirent* e = readdir(d))
-      if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") ++entries;
-    closedir(d);
-    EXPECT_EQ(entries, 0) << "a private directory was left in " << runtime_;
+    EXPECT_TRUE(fs::is_empty(runtime_)) << "left in " << runtime_ << ": "
+                                        << fs::directory_iterator(runtime_)->path();
   }
 
-  // Runs f inside the started program, where the options live.
-  void Login();
-  void InProgram(const std::function<void()>& f) {
-    Run({"-b"}, [&] {
-      f();
-      Exit();
-    });
-  }
-
-  static std::string template_, alice_, bob_;
-  std::string gnupghome_, runtime_, spy_log_, work_, old_path_;
+  std::string spy_log_, old_path_;
 };
-
-std::string PgpPeer::template_, PgpPeer::alice_, PgpPeer::bob_;
-
-const char kText[] = "Hello Bob,\nthe meeting is at ten.\n-- \nAlice\n";
 
 TEST_F(PgpPeer, InlineMessagesRoundTrip) {
   struct Case {
@@ -179,16 +62,15 @@ TEST_F(PgpPeer, InlineMessagesRoundTrip) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    WriteFile(Path("msg.txt"), kText);
-    ASSERT_EQ(c.make(Path("msg.txt").c_str(), Path("msg.asc").c_str()), 1) << pgp_error_text(pgp_get_last_error());
-    EXPECT_EQ(pgp_get_message_type(Path("msg.asc").c_str()), c.type);
-    ASSERT_EQ(c.read(Path("msg.asc").c_str(), Path("plain.txt").c_str()), 1) << pgp_error_text(pgp_get_last_error());
+    ASSERT_EQ(c.make(Path("msg.txt"), Path("msg.asc")), 1) << LastPgpError();
+    EXPECT_EQ(pgp_get_message_type(Path("msg.asc")), c.type);
+    ASSERT_EQ(c.read(Path("msg.asc"), Path("plain.txt")), 1) << LastPgpError();
     // A clear signature does not cover blanks at line ends: the text comes
     // back without them.
     std::string expected = kText;
     if (c.type == kPgpTypeSigned) expected.replace(expected.find("-- \n"), 4, "--\n");
     EXPECT_EQ(ReadFile(Path("plain.txt")), expected);
-    if (c.type == kPgpTypeSigned || std::string(c.what).find("signed") == 0) {
+    if (std::string(c.what).find("signed") == 0) {
       EXPECT_NE(pgp_get_last_capture().find("Good signature from \"Alice <alice@example.org>\""), std::string::npos)
           << pgp_get_last_capture();
     }
@@ -201,46 +83,36 @@ TEST_F(PgpPeer, OpenPgpMimePartsRoundTrip) {
       "Content-Type: text/plain; charset=us-ascii\r\nContent-Transfer-Encoding: 7bit\r\n\r\n"
       "Hello Bob,\r\nthe meeting is at ten.\r\n";
   WriteFile(Path("part.txt"), part);
+  const char* in = Path("part.txt");
+  const char* out = Path("out.eml");
   struct Case {
     const char* what;
     std::function<int()> make;
     int type;
   } cases[] = {
-      {"signed",
-       [&] { return pgp_mime_sign(Path("part.txt").c_str(), Path("out.eml").c_str(), "alice@example.org", kAlicePass); },
-       kPgpMimeSigned},
-      {"encrypted",
-       [&] {
-         return pgp_mime_encrypt(Path("part.txt").c_str(), Path("out.eml").c_str(), "bob@example.org", "", "", 0);
-       },
-       kPgpMimeEncrypted},
+      {"signed", [&] { return pgp_mime_sign(in, out, "alice@example.org", kAlicePass); }, kPgpMimeSigned},
+      {"encrypted", [&] { return pgp_mime_encrypt(in, out, "bob@example.org", "", "", 0); }, kPgpMimeEncrypted},
       {"signed and encrypted",
-       [&] {
-         return pgp_mime_encrypt(Path("part.txt").c_str(), Path("out.eml").c_str(), "bob@example.org",
-                                 "alice@example.org", kAlicePass, 1);
-       },
+       [&] { return pgp_mime_encrypt(in, out, "bob@example.org", "alice@example.org", kAlicePass, 1); },
        kPgpMimeEncrypted},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    ASSERT_EQ(c.make(), 1) << pgp_error_text(pgp_get_last_error());
+    ASSERT_EQ(c.make(), 1) << LastPgpError();
     // As a message on the wire: headers of its own, then the protected part.
-    WriteFile(Path("msg.eml"), "From: alice@example.org\r\nSubject: t\r\nMIME-Version: 1.0\r\n" +
-                                   ReadFile(Path("out.eml")));
-    ASSERT_EQ(pgp_mime_get_type(Path("msg.eml").c_str()), c.type);
+    WriteFile(Path("msg.eml"), "From: alice@example.org\r\nSubject: t\r\nMIME-Version: 1.0\r\n" + ReadFile(out));
+    ASSERT_EQ(pgp_mime_get_type(Path("msg.eml")), c.type);
     if (c.type == kPgpMimeSigned) {
-      ASSERT_EQ(pgp_mime_verify(Path("msg.eml").c_str(), Path("back.txt").c_str()), 1)
-          << pgp_error_text(pgp_get_last_error());
+      ASSERT_EQ(pgp_mime_verify(Path("msg.eml"), Path("back.txt")), 1) << LastPgpError();
       EXPECT_EQ(ReadFile(Path("back.txt")), part);
       // Stored with LF line ends, as a local folder keeps it, it still checks.
       std::string lf;
       for (char ch : ReadFile(Path("msg.eml")))
         if (ch != '\r') lf.push_back(ch);
       WriteFile(Path("msg-lf.eml"), lf);
-      EXPECT_EQ(pgp_mime_verify(Path("msg-lf.eml").c_str(), nullptr), 1) << pgp_error_text(pgp_get_last_error());
+      EXPECT_EQ(pgp_mime_verify(Path("msg-lf.eml"), nullptr), 1) << LastPgpError();
     } else {
-      ASSERT_EQ(pgp_mime_decrypt(Path("msg.eml").c_str(), Path("back.txt").c_str(), kBobPass), 1)
-          << pgp_error_text(pgp_get_last_error());
+      ASSERT_EQ(pgp_mime_decrypt(Path("msg.eml"), Path("back.txt"), kBobPass), 1) << LastPgpError();
       EXPECT_EQ(ReadFile(Path("back.txt")), part);
     }
     ExpectNothingLeft();
@@ -248,43 +120,48 @@ TEST_F(PgpPeer, OpenPgpMimePartsRoundTrip) {
 }
 
 TEST_F(PgpPeer, FailuresGiveTheirCodesAndMessages) {
-  WriteFile(Path("msg.txt"), kText);
-  ASSERT_EQ(pgp_encrypt(Path("msg.txt").c_str(), Path("enc.asc").c_str(), "bob@example.org", "", "", 0), 1);
-  ASSERT_EQ(pgp_mime_sign(Path("msg.txt").c_str(), Path("bad.eml").c_str(), "a", "x"), 0)
-      << "a text without a MIME header is not a part";
-  const std::string part = "Content-Type: text/plain\r\n\r\nPay 10 dollars.\r\n";
-  WriteFile(Path("part.txt"), part);
-  ASSERT_EQ(pgp_mime_sign(Path("part.txt").c_str(), Path("signed.eml").c_str(), "alice@example.org", kAlicePass), 1);
+  const char* msg = Path("msg.txt");
+  const char* enc = Path("enc.asc");
+  ASSERT_EQ(pgp_encrypt(msg, enc, "bob@example.org", "", "", 0), 1);
+  ASSERT_EQ(pgp_sign(msg, Path("good.asc"), "alice@example.org", kAlicePass), 1);
+  ASSERT_EQ(pgp_mime_sign(msg, Path("bad.eml"), "a", "x"), 0) << "a text without a MIME header is not a part";
+  WriteFile(Path("part.txt"), "Content-Type: text/plain\r\n\r\nPay 10 dollars.\r\n");
+  ASSERT_EQ(pgp_mime_sign(Path("part.txt"), Path("signed.eml"), "alice@example.org", kAlicePass), 1);
   std::string tampered = ReadFile(Path("signed.eml"));
   tampered.replace(tampered.find("Pay 10"), 6, "Pay 99");
   WriteFile(Path("tampered.eml"), tampered);
+  const char* out = Path("out.txt");
   struct Case {
     const char* what;
     std::function<int()> run;
     int code;
     const char* message;
   } cases[] = {
-      {"wrong pass phrase on sign",
-       [&] { return pgp_sign(Path("msg.txt").c_str(), Path("s.asc").c_str(), "alice@example.org", "wrong"); }, 54,
+      {"wrong pass phrase on sign", [&] { return pgp_sign(msg, out, "alice@example.org", "wrong"); }, 54,
        "Incorrect pass phrase."},
-      {"wrong pass phrase on decrypt",
-       [&] { return pgp_decrypt(Path("enc.asc").c_str(), Path("p.txt").c_str(), "wrong", 1); }, 54,
+      {"wrong pass phrase on decrypt", [&] { return pgp_decrypt(enc, out, "wrong", 1); }, 54,
        "Incorrect pass phrase."},
-      {"no key for the recipient",
-       [&] { return pgp_encrypt(Path("msg.txt").c_str(), Path("e.asc").c_str(), "carol@example.org", "", "", 0); },
-       57, "Could not find the recipient's public key."},
-      {"no secret key for the signer",
-       [&] { return pgp_sign(Path("msg.txt").c_str(), Path("s.asc").c_str(), "carol@example.org", "x"); }, 55,
+      {"no key for the recipient", [&] { return pgp_encrypt(msg, out, "carol@example.org", "", "", 0); }, 57,
+       "Could not find the recipient's public key."},
+      {"no secret key for the signer", [&] { return pgp_sign(msg, out, "carol@example.org", "x"); }, 55,
        "No secret key found for user."},
-      {"no pass phrase to decrypt",
-       [&] { return pgp_decrypt(Path("enc.asc").c_str(), Path("p.txt").c_str(), "", 1); }, 54,
-       "Incorrect pass phrase."},
-      {"nothing signed", [&] { return pgp_verify_signature(Path("msg.txt").c_str(), Path("p.txt").c_str(), ""); }, 50,
-       "No signature found."},
-      {"tampered signed part", [&] { return pgp_mime_verify(Path("tampered.eml").c_str(), nullptr); }, 51,
+      {"no pass phrase to decrypt", [&] { return pgp_decrypt(enc, out, "", 1); }, 54, "Incorrect pass phrase."},
+      {"nothing signed", [&] { return pgp_verify_signature(msg, out, ""); }, 50, "No signature found."},
+      {"tampered signed part", [&] { return pgp_mime_verify(Path("tampered.eml"), nullptr); }, 51,
        "Bad signature found."},
-      {"no keys in the file", [&] { return pgp_capture_key(Path("msg.txt").c_str(), "", ""); }, 12,
-       "No public keys found in message."},
+      {"no keys in the file", [&] { return pgp_capture_key(msg, "", ""); }, 12, "No public keys found in message."},
+      {"without Bob's secret key his mail cannot be read",
+       [&] {
+         Sh("gpg --batch --yes --delete-secret-keys " + bob_ + " 2>/dev/null");
+         return pgp_decrypt(enc, out, kBobPass, 1);
+       },
+       58, "You do not have the secret key to decrypt this message."},
+      {"nor can a signature of a key that is unknown be checked",
+       [&] {
+         Sh("gpg --batch --yes --delete-secret-and-public-keys " + alice_ + " 2>/dev/null");
+         return pgp_verify_signature(Path("good.asc"), out, "");
+       },
+       52, "Could not find the correct public key."},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -296,42 +173,24 @@ TEST_F(PgpPeer, FailuresGiveTheirCodesAndMessages) {
     EXPECT_EQ(xvt_test_posts().back().text, c.message);
     ExpectNothingLeft();
   }
-  // Without Bob's secret key his mail cannot be read.
-  Sh("gpg --batch --yes --delete-secret-keys " + bob_ + " 2>/dev/null");
-  EXPECT_EQ(pgp_decrypt(Path("enc.asc").c_str(), Path("p.txt").c_str(), kBobPass, 1), 0);
-  EXPECT_EQ(pgp_get_last_error(), 58);
-  EXPECT_EQ(pgp_error_text(58), "You do not have the secret key to decrypt this message.");
-  // Nor can a signature of a key that is unknown be checked.
-  WriteFile(Path("msg.txt"), kText);
-  ASSERT_EQ(pgp_sign(Path("msg.txt").c_str(), Path("s.asc").c_str(), "alice@example.org", kAlicePass), 1);
-  Sh("gpg --batch --yes --delete-secret-and-public-keys " + alice_ + " 2>/dev/null");
-  EXPECT_EQ(pgp_verify_signature(Path("s.asc").c_str(), Path("p.txt").c_str(), ""), 0);
-  EXPECT_EQ(pgp_get_last_error(), 52);
 }
 
 TEST_F(PgpPeer, PassPhraseNeverLeavesTheProgramButThroughAPipe) {
-  WriteFile(Path("msg.txt"), kText);
-  ASSERT_EQ(pgp_encrypt(Path("msg.txt").c_str(), Path("e.asc").c_str(), "bob@example.org", "alice@example.org",
-                        kAlicePass, 1),
-            1);
-  ASSERT_EQ(pgp_decrypt(Path("e.asc").c_str(), Path("p.txt").c_str(), kBobPass, 1), 1);
+  ASSERT_EQ(pgp_encrypt(Path("msg.txt"), Path("e.asc"), "bob@example.org", "alice@example.org", kAlicePass, 1), 1);
+  ASSERT_EQ(pgp_decrypt(Path("e.asc"), Path("p.txt"), kBobPass, 1), 1);
   // A Bcc recipient's key is not named in the message, and can still read it.
-  ASSERT_EQ(pgp_encrypt(Path("msg.txt").c_str(), Path("h.asc").c_str(), "!bob@example.org", "", "", 0), 1);
-  EXPECT_NE(Sh("gpg --list-packets " + Path("h.asc") + " 2>/dev/null").find("keyid 0000000000000000"),
+  ASSERT_EQ(pgp_encrypt(Path("msg.txt"), Path("h.asc"), "!bob@example.org", "", "", 0), 1);
+  EXPECT_NE(Sh("gpg --list-packets " + std::string(Path("h.asc")) + " 2>/dev/null").find("keyid 0000000000000000"),
             std::string::npos);
-  ASSERT_EQ(pgp_decrypt(Path("h.asc").c_str(), Path("p.txt").c_str(), kBobPass, 1), 1)
-      << pgp_error_text(pgp_get_last_error());
+  ASSERT_EQ(pgp_decrypt(Path("h.asc"), Path("p.txt"), kBobPass, 1), 1) << LastPgpError();
   EXPECT_EQ(ReadFile(Path("p.txt")), kText);
-  for (const std::string& arg : pgp_last_wrapper_args()) {
-    EXPECT_EQ(arg.find(kBobPass), std::string::npos) << arg;
-  }
+  for (const std::string& arg : pgp_last_wrapper_args()) EXPECT_EQ(arg.find(kBobPass), std::string::npos) << arg;
   std::string gpg_argv = ReadFile(spy_log_);
   EXPECT_NE(gpg_argv.find("--passphrase-fd"), std::string::npos) << gpg_argv;
-  std::vector<std::string> files;
-  Walk(home_, &files);
-  Walk(runtime_, &files);
-  Walk(work_, &files);
-  files.push_back(spy_log_);
+  std::vector<std::string> files = {spy_log_};
+  for (const std::string& dir : {home_, runtime_, work_})
+    for (const fs::directory_entry& e : fs::recursive_directory_iterator(dir))
+      if (e.is_regular_file()) files.push_back(e.path());
   for (const std::string& f : files) {
     std::string text = ReadFile(f);
     EXPECT_EQ(text.find(kAlicePass), std::string::npos) << f;
@@ -343,10 +202,9 @@ TEST_F(PgpPeer, PassPhraseNeverLeavesTheProgramButThroughAPipe) {
 TEST_F(PgpPeer, ProofOfThePassPhraseIsNotAnsweredFromTheAgentsMemory) {
   WriteFile(gnupghome_ + "/gpg-agent.conf", "default-cache-ttl 600\nmax-cache-ttl 600\nallow-loopback-pinentry\n");
   Sh("gpgconf --reload gpg-agent");
-  WriteFile(Path("msg.txt"), kText);
-  ASSERT_EQ(pgp_sign(Path("msg.txt").c_str(), Path("s.asc").c_str(), "alice@example.org", kAlicePass), 1);
+  ASSERT_EQ(pgp_sign(Path("msg.txt"), Path("s.asc"), "alice@example.org", kAlicePass), 1);
   // The agent now remembers: a plain signature takes any phrase.
-  ASSERT_EQ(pgp_sign(Path("msg.txt").c_str(), Path("s.asc").c_str(), "alice@example.org", "wrong"), 1);
+  ASSERT_EQ(pgp_sign(Path("msg.txt"), Path("s.asc"), "alice@example.org", "wrong"), 1);
   int ok = -1;
   ASSERT_EQ(pgp_auth_user("alice@example.org", "wrong", &ok), 1);
   EXPECT_EQ(ok, 0);
@@ -356,69 +214,63 @@ TEST_F(PgpPeer, ProofOfThePassPhraseIsNotAnsweredFromTheAgentsMemory) {
   ExpectNothingLeft();
 }
 
+// Inside the started program, where the options live.
 TEST_F(PgpPeer, LoginAsksUntilThePassPhraseIsRight) {
-  InProgram([&] { Login(); });
-}
-
-void PgpPeer::Login() {
-  Opt_AssignString("General.MailAddress", "alice@example.org", kOptSession, 0);
-  struct Case {
-    std::vector<const char*> typed;
-    int result, error;
-  } cases[] = {
-      {{"wrong", kAlicePass}, 1, 0},
-      {{"one", "two", "three"}, 0, kPgpErrTooManyLogins},
-      {{nullptr}, 0, kPgpErrAborted},
-  };
-  for (const Case& c : cases) {
-    for (const char* t : c.typed) {
-      xvt_test_push_dialog(0, [t](WINDOW d) {
-        if (!t) {
-          xvt_test_click(d, 3134);
-          return;
-        }
-        xvt_test_type(d, 3132, t);
-        xvt_test_click(d, 3133);
-      });
+  Run({"-b"}, [&] {
+    Opt_AssignString("General.MailAddress", "alice@example.org", kOptSession, 0);
+    struct Case {
+      std::vector<const char*> typed;  // null: Cancel
+      int result, error;
+    } cases[] = {
+        {{"wrong", kAlicePass}, 1, 0},
+        {{"one", "two", "three"}, 0, kPgpErrTooManyLogins},
+        {{nullptr}, 0, kPgpErrAborted},
+    };
+    for (const Case& c : cases) {
+      for (const char* t : c.typed) {
+        xvt_test_push_dialog(0, [t](WINDOW d) {
+          if (t) xvt_test_type(d, 3132, t);
+          xvt_test_click(d, t ? 3133 : 3134);
+        });
+      }
+      std::string user, phrase;
+      EXPECT_EQ(pgp_login(&user, &phrase), c.result);
+      EXPECT_EQ(user, "alice@example.org");
+      if (c.result) {
+        EXPECT_EQ(phrase, kAlicePass);
+      } else {
+        EXPECT_EQ(pgp_get_last_error(), c.error);
+      }
     }
+    EXPECT_EQ(Option(kPgpUserIdOption, kOptPermanent), "alice@example.org");
+    // A missing user id is said before anything is asked.
+    Opt_Delete(kPgpUserIdOption);
+    Opt_Delete("General.MailAddress");
     std::string user, phrase;
-    EXPECT_EQ(pgp_login(&user, &phrase), c.result);
-    EXPECT_EQ(user, "alice@example.org");
-    if (c.result) {
-      EXPECT_EQ(phrase, kAlicePass);
-    } else {
-      EXPECT_EQ(pgp_get_last_error(), c.error);
-    }
-  }
-  EXPECT_EQ(Option(kPgpUserIdOption, kOptPermanent), "alice@example.org");
-  // A missing user id is said before anything is asked.
-  Opt_Delete(kPgpUserIdOption);
-  Opt_Delete("General.MailAddress");
-  std::string user, phrase;
-  EXPECT_EQ(pgp_login(&user, &phrase), 0);
-  EXPECT_EQ(pgp_get_last_error(), kPgpErrNoUserId);
+    EXPECT_EQ(pgp_login(&user, &phrase), 0);
+    EXPECT_EQ(pgp_get_last_error(), kPgpErrNoUserId);
+    Exit();
+  });
 }
 
 TEST_F(PgpPeer, CapturedKeyCanBeEncryptedToOnceCertified) {
-  Sh("gpg --armor --export bob@example.org > " + Path("bob.asc"));
+  const char* bob = Path("bob.asc");
+  Sh("gpg --armor --export bob@example.org > " + std::string(bob));
   Sh("gpg --batch --yes --delete-secret-and-public-keys " + bob_ + " 2>/dev/null");
-  ASSERT_EQ(pgp_get_message_type(Path("bob.asc").c_str()), kPgpTypeKey);
-  WriteFile(Path("msg.txt"), kText);
+  ASSERT_EQ(pgp_get_message_type(bob), kPgpTypeKey);
   // Taken without certification, the key is there but not trusted.
-  ASSERT_EQ(pgp_capture_key(Path("bob.asc").c_str(), "", ""), 1) << pgp_error_text(pgp_get_last_error());
-  EXPECT_EQ(pgp_encrypt(Path("msg.txt").c_str(), Path("e.asc").c_str(), "bob@example.org", "", "", 0), 0);
+  ASSERT_EQ(pgp_capture_key(bob, "", ""), 1) << LastPgpError();
+  EXPECT_EQ(pgp_encrypt(Path("msg.txt"), Path("e.asc"), "bob@example.org", "", "", 0), 0);
   EXPECT_EQ(pgp_get_last_error(), 57);
   // Certifying needs the user's own pass phrase.
-  EXPECT_EQ(pgp_capture_key(Path("bob.asc").c_str(), "alice@example.org", "wrong"), 0);
+  EXPECT_EQ(pgp_capture_key(bob, "alice@example.org", "wrong"), 0);
   EXPECT_EQ(pgp_get_last_error(), 54);
-  ASSERT_EQ(pgp_capture_key(Path("bob.asc").c_str(), "alice@example.org", kAlicePass), 1)
-      << pgp_error_text(pgp_get_last_error());
-  EXPECT_EQ(pgp_encrypt(Path("msg.txt").c_str(), Path("e.asc").c_str(), "bob@example.org", "", "", 0), 1)
-      << pgp_error_text(pgp_get_last_error());
+  ASSERT_EQ(pgp_capture_key(bob, "alice@example.org", kAlicePass), 1) << LastPgpError();
+  EXPECT_EQ(pgp_encrypt(Path("msg.txt"), Path("e.asc"), "bob@example.org", "", "", 0), 1) << LastPgpError();
   // The user's own key can be handed out.
-  ASSERT_EQ(pgp_publish_key("alice@example.org", Path("alice.asc").c_str()), 1);
-  EXPECT_EQ(pgp_get_message_type(Path("alice.asc").c_str()), kPgpTypeKey);
-  EXPECT_EQ(pgp_publish_key("nobody@example.org", Path("n.asc").c_str()), 0);
+  ASSERT_EQ(pgp_publish_key("alice@example.org", Path("alice.asc")), 1);
+  EXPECT_EQ(pgp_get_message_type(Path("alice.asc")), kPgpTypeKey);
+  EXPECT_EQ(pgp_publish_key("nobody@example.org", Path("n.asc")), 0);
   EXPECT_EQ(pgp_get_last_error(), 55);
   ExpectNothingLeft();
 }

@@ -22,10 +22,7 @@ std::string Join(const std::vector<std::string>& v) {
   return s;
 }
 
-class PgpClient : public UserFrameTest {
- protected:
-  void Recipients();
-};
+class PgpClient : public UserFrameTest {};
 
 TEST_F(PgpClient, CommandsSplitIntoWords) {
   struct Case {
@@ -124,10 +121,7 @@ TEST_F(PgpClient, StatusesMapToCodesWithTexts) {
 }
 
 TEST_F(PgpClient, MessageTypeIsTheFirstArmourLine) {
-  struct Case {
-    const char* text;
-    int type;
-  } cases[] = {
+  const std::pair<std::string, int> cases[] = {
       {"Hi\n-----BEGIN PGP MESSAGE-----\nxx\n", kPgpTypeEncrypted},
       {"-----BEGIN PGP SIGNED MESSAGE-----\r\nHash: SHA256\r\n", kPgpTypeSigned},
       {"-----BEGIN PGP PUBLIC KEY BLOCK-----  \n", kPgpTypeKey},
@@ -135,15 +129,13 @@ TEST_F(PgpClient, MessageTypeIsTheFirstArmourLine) {
       {"> -----BEGIN PGP MESSAGE-----\nplain\n", kPgpTypeNone},
       {"", kPgpTypeNone},
       // The armour line must start a line, even after a very long one.
-      {"", kPgpTypeNone},
+      {std::string(300, 'x') + "-----BEGIN PGP MESSAGE-----\n", kPgpTypeNone},
   };
-  std::string long_line = std::string(300, 'x') + "-----BEGIN PGP MESSAGE-----\n";
-  for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
-    std::string text = i == 6 ? long_line : cases[i].text;
+  const std::string path = home_ + "/m.txt";
+  for (const auto& [text, type] : cases) {
     SCOPED_TRACE(text);
-    std::string path = home_ + "/m.txt";
     WriteFile(path, text);
-    EXPECT_EQ(pgp_get_message_type(path.c_str()), cases[i].type);
+    EXPECT_EQ(pgp_get_message_type(path.c_str()), type);
   }
   EXPECT_EQ(pgp_get_message_type((home_ + "/missing").c_str()), kPgpTypeError);
   EXPECT_EQ(pgp_get_last_error(), kPgpErrFileType);
@@ -151,59 +143,47 @@ TEST_F(PgpClient, MessageTypeIsTheFirstArmourLine) {
 
 TEST_F(PgpClient, TooLongCommandsNeverReachTheWrapper) {
   pgp_set_wrapper_path("/bin/true");
-  std::string in = "/t/i", out = "/t/o";
   // "+for "/t/i" -o "/t/o" -eat " is 27 characters, " +bat" 5: the
   // recipients make the rest, 127 in all passes the length check.
-  struct Case {
-    size_t recipients;
-    int error;
-  } cases[] = {{127 - 32, 0}, {128 - 32, kPgpErrCommandTooLong}, {400, kPgpErrCommandTooLong}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.recipients);
-    std::string r(c.recipients, 'r');
+  const std::pair<size_t, bool> cases[] = {{127 - 32, false}, {128 - 32, true}, {400, true}};
+  for (const auto& [recipients, too_long] : cases) {
+    SCOPED_TRACE(recipients);
     pgp_set_last_error(0);
-    pgp_encrypt(in.c_str(), out.c_str(), r.c_str(), "me", "", 0);
-    if (c.error) {
-      EXPECT_EQ(pgp_get_last_error(), c.error);
-    } else {
-      EXPECT_NE(pgp_get_last_error(), kPgpErrCommandTooLong);
-    }
+    pgp_encrypt("/t/i", "/t/o", std::string(recipients, 'r').c_str(), "me", "", 0);
+    EXPECT_EQ(pgp_get_last_error() == kPgpErrCommandTooLong, too_long);
   }
 }
 
+// Inside the started program, where the options live.
 TEST_F(PgpClient, RecipientsComeFromToCcBccOnceWithSelf) {
   Run({"-b"}, [&] {
-    Recipients();
+    Opt_AssignString(kPgpUserIdOption, "me@example.org", kOptSession, 0);
+    struct Case {
+      const char *to, *cc, *bcc;
+      bool self;
+      const char* list;
+    } cases[] = {
+        {"a@x.org, B <b@y.org>", "c@z.org", "d@w.org", true, "a@x.org b@y.org c@z.org !d@w.org me@example.org"},
+        {"a@x.org", "", "a@x.org, e@v.org", false, "a@x.org !e@v.org"},
+        {"a@x.org", "A@X.ORG", "", true, "a@x.org me@example.org"},
+        {"a@x.org, me@EXAMPLE.org", "", "", true, "a@x.org me@EXAMPLE.org"},
+        {"a@x.org", "", "", false, "a@x.org"},
+        {"\"odd name\"@x.org", "", "", false, "\"odd name@x.org\""},
+        {"", "", "", true, ""},
+    };
+    for (const Case& c : cases) {
+      SCOPED_TRACE(c.to);
+      Opt_AssignString(kPgpEncryptToSelfOption, c.self ? "ON" : "OFF", kOptSession, 0);
+      Envelope* env = mail_newenvelope();
+      std::string to = c.to, cc = c.cc, bcc = c.bcc;
+      rfc822_parse_adrlist(&env->to, to.data(), "local");
+      rfc822_parse_adrlist(&env->cc, cc.data(), "local");
+      rfc822_parse_adrlist(&env->bcc, bcc.data(), "local");
+      EXPECT_EQ(form_pgp_recip_list(env), c.list);
+      mail_free_envelope(&env);
+    }
     Exit();
   });
-}
-
-void PgpClient::Recipients() {
-  Opt_AssignString(kPgpUserIdOption, "me@example.org", kOptSession, 0);
-  struct Case {
-    const char *to, *cc, *bcc;
-    bool self;
-    const char* list;
-  } cases[] = {
-      {"a@x.org, B <b@y.org>", "c@z.org", "d@w.org", true, "a@x.org b@y.org c@z.org !d@w.org me@example.org"},
-      {"a@x.org", "", "a@x.org, e@v.org", false, "a@x.org !e@v.org"},
-      {"a@x.org", "A@X.ORG", "", true, "a@x.org me@example.org"},
-      {"a@x.org, me@EXAMPLE.org", "", "", true, "a@x.org me@EXAMPLE.org"},
-      {"a@x.org", "", "", false, "a@x.org"},
-      {"\"odd name\"@x.org", "", "", false, "\"odd name@x.org\""},
-      {"", "", "", true, ""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.to);
-    Opt_AssignString(kPgpEncryptToSelfOption, c.self ? "ON" : "OFF", kOptSession, 0);
-    Envelope* env = mail_newenvelope();
-    std::string to = c.to, cc = c.cc, bcc = c.bcc;
-    rfc822_parse_adrlist(&env->to, to.data(), "local");
-    rfc822_parse_adrlist(&env->cc, cc.data(), "local");
-    rfc822_parse_adrlist(&env->bcc, bcc.data(), "local");
-    EXPECT_EQ(form_pgp_recip_list(env), c.list);
-    mail_free_envelope(&env);
-  }
 }
 
 TEST_F(PgpClient, WipingOverwritesAndRemoves) {
@@ -267,19 +247,16 @@ TEST(PgpMimeSplit, PartsAreTheExactBytesBetweenDelimiters) {
 }
 
 TEST(PgpMimeSplit, PartBodiesAreDecoded) {
-  struct Case {
-    std::string part;
-    const char* body;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"Content-Type: application/octet-stream\r\n\r\n-----BEGIN PGP MESSAGE-----\r\n", "-----BEGIN PGP MESSAGE-----\r\n"},
       {"Content-Transfer-Encoding: base64\n\nLS0tLS1CRUdJTg==\n", "-----BEGIN"},
       {"Content-Transfer-Encoding: Quoted-Printable\n\na=3Db=\nc\n", "a=bc\n"},
       {"\r\nno header\r\n", "no header\r\n"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [part, want] : cases) {
     std::string body, error;
-    ASSERT_TRUE(pgp_mime_part_body(c.part, &body, &error)) << error;
-    EXPECT_EQ(body, c.body);
+    ASSERT_TRUE(pgp_mime_part_body(part, &body, &error)) << error;
+    EXPECT_EQ(body, want);
   }
   EXPECT_EQ(pgp_mime_canonical("a\nb\r\nc\n\n"), "a\r\nb\r\nc\r\n\r\n");
 }

@@ -149,6 +149,13 @@ TEST(TranslateCommand, ClassicCommandsBecomeGpgOptions) {
   }
 }
 
+// A status transcript: each line with gpg's prefix and a line end.
+std::string Status(std::initializer_list<const char*> lines) {
+  std::string text;
+  for (const char* line : lines) text += std::string("[GNUPG:] ") + line + "\n";
+  return text;
+}
+
 // Status transcripts as gpg 2.2 writes them, and the code each must give.
 TEST(StatusCodes, TranscriptsGiveTheirCodes) {
   struct Case {
@@ -156,67 +163,59 @@ TEST(StatusCodes, TranscriptsGiveTheirCodes) {
     PgpOp op;
     bool verify;
     int exit;
-    const char* status;
+    std::string status;
     int code;
     bool phrase = true;
   } cases[] = {
       {"good clear signature", PgpOp::kSign, false, 0,
-       "[GNUPG:] KEY_CONSIDERED 7BB8 2\n[GNUPG:] BEGIN_SIGNING H8\n[GNUPG:] SIG_CREATED C 22 8 01 1795 7BB8\n", 0},
-      {"wrong pass phrase on sign", PgpOp::kSign, false, 2,
-       "[GNUPG:] BEGIN_SIGNING H8\n[GNUPG:] FAILURE sign 67108875\n", kCodeBadPassphrase},
-      {"unknown signer", PgpOp::kSign, false, 2, "[GNUPG:] INV_SGNR 9 nobody@x\n[GNUPG:] FAILURE sign 17\n",
+       Status({"KEY_CONSIDERED 7BB8 2", "BEGIN_SIGNING H8", "SIG_CREATED C 22 8 01 1795 7BB8"}), 0},
+      {"wrong pass phrase on sign", PgpOp::kSign, false, 2, Status({"BEGIN_SIGNING H8", "FAILURE sign 67108875"}),
+       kCodeBadPassphrase},
+      {"unknown signer", PgpOp::kSign, false, 2, Status({"INV_SGNR 9 nobody@x", "FAILURE sign 17"}),
        kCodeNoSecretKey},
-      {"no pass phrase given", PgpOp::kDetachSign, false, 2, "[GNUPG:] MISSING_PASSPHRASE\n", kCodeBadPassphrase},
-      {"sign ended without a signature", PgpOp::kSign, false, 0, "[GNUPG:] BEGIN_SIGNING H8\n", kCodeSignFailed},
-      {"encrypted", PgpOp::kEncrypt, false, 0, "[GNUPG:] BEGIN_ENCRYPTION 2 9\n[GNUPG:] END_ENCRYPTION\n", 0},
-      {"unknown recipient", PgpOp::kEncrypt, false, 2,
-       "[GNUPG:] INV_RECP 0 carol@x\n[GNUPG:] FAILURE encrypt 167772380\n", kCodeNoRecipientKey},
-      {"recipient not trusted", PgpOp::kEncrypt, false, 2, "[GNUPG:] INV_RECP 10 carol@x\n", kCodeNoRecipientKey},
-      {"encrypt killed", PgpOp::kEncrypt, false, 130, "[GNUPG:] BEGIN_ENCRYPTION 2 9\n", kCodeEncryptFailed},
+      {"no pass phrase given", PgpOp::kDetachSign, false, 2, Status({"MISSING_PASSPHRASE"}), kCodeBadPassphrase},
+      {"sign ended without a signature", PgpOp::kSign, false, 0, Status({"BEGIN_SIGNING H8"}), kCodeSignFailed},
+      {"encrypted", PgpOp::kEncrypt, false, 0, Status({"BEGIN_ENCRYPTION 2 9", "END_ENCRYPTION"}), 0},
+      {"unknown recipient", PgpOp::kEncrypt, false, 2, Status({"INV_RECP 0 carol@x", "FAILURE encrypt 167772380"}),
+       kCodeNoRecipientKey},
+      {"recipient not trusted", PgpOp::kEncrypt, false, 2, Status({"INV_RECP 10 carol@x"}), kCodeNoRecipientKey},
+      {"encrypt killed", PgpOp::kEncrypt, false, 130, Status({"BEGIN_ENCRYPTION 2 9"}), kCodeEncryptFailed},
       {"decrypt without a pass phrase", PgpOp::kDecrypt, false, 2,
-       "[GNUPG:] ENC_TO 21 1 0\n[GNUPG:] NEED_PASSPHRASE 21 BA 1 0\n[GNUPG:] BEGIN_DECRYPTION\n"
-       "[GNUPG:] DECRYPTION_FAILED\n",
+       Status({"ENC_TO 21 1 0", "NEED_PASSPHRASE 21 BA 1 0", "BEGIN_DECRYPTION", "DECRYPTION_FAILED"}),
        kCodeBadPassphrase, false},
       {"decrypted", PgpOp::kDecrypt, false, 0,
-       "[GNUPG:] ENC_TO 56 18 0\n[GNUPG:] BEGIN_DECRYPTION\n[GNUPG:] DECRYPTION_OKAY\n[GNUPG:] GOODMDC\n"
-       "[GNUPG:] END_DECRYPTION\n",
-       0},
+       Status({"ENC_TO 56 18 0", "BEGIN_DECRYPTION", "DECRYPTION_OKAY", "GOODMDC", "END_DECRYPTION"}), 0},
       {"wrong pass phrase on decrypt", PgpOp::kDecrypt, false, 2,
-       "[GNUPG:] ENC_TO 56 18 0\n[GNUPG:] ERROR pkdecrypt_failed 67108875\n[GNUPG:] BEGIN_DECRYPTION\n"
-       "[GNUPG:] DECRYPTION_FAILED\n[GNUPG:] END_DECRYPTION\n",
+       Status({"ENC_TO 56 18 0", "ERROR pkdecrypt_failed 67108875", "BEGIN_DECRYPTION", "DECRYPTION_FAILED",
+               "END_DECRYPTION"}),
        kCodeBadPassphrase},
       {"not for us", PgpOp::kDecrypt, false, 2,
-       "[GNUPG:] ENC_TO 56 18 0\n[GNUPG:] NO_SECKEY 56\n[GNUPG:] BEGIN_DECRYPTION\n[GNUPG:] DECRYPTION_FAILED\n",
-       kCodeNotForUs},
-      {"damaged", PgpOp::kDecrypt, false, 2, "[GNUPG:] BEGIN_DECRYPTION\n[GNUPG:] DECRYPTION_FAILED\n",
-       kCodeDecryptFailed},
+       Status({"ENC_TO 56 18 0", "NO_SECKEY 56", "BEGIN_DECRYPTION", "DECRYPTION_FAILED"}), kCodeNotForUs},
+      {"damaged", PgpOp::kDecrypt, false, 2, Status({"BEGIN_DECRYPTION", "DECRYPTION_FAILED"}), kCodeDecryptFailed},
       {"not PGP at all", PgpOp::kDecrypt, false, 2,
-       "[GNUPG:] NODATA 1\n[GNUPG:] NODATA 2\n[GNUPG:] FAILURE decrypt 4294967295\n", kCodeCorrupt},
+       Status({"NODATA 1", "NODATA 2", "FAILURE decrypt 4294967295"}), kCodeCorrupt},
       {"good signature", PgpOp::kDecrypt, true, 0,
-       "[GNUPG:] PLAINTEXT 74 0\n[GNUPG:] NEWSIG a@x\n[GNUPG:] GOODSIG 6BAC Alice <a@x>\n[GNUPG:] VALIDSIG 7B\n", 0},
+       Status({"PLAINTEXT 74 0", "NEWSIG a@x", "GOODSIG 6BAC Alice <a@x>", "VALIDSIG 7B"}), 0},
       {"bad signature", PgpOp::kDecrypt, true, 1,
-       "[GNUPG:] NEWSIG a@x\n[GNUPG:] BADSIG 6BAC Alice <a@x>\n[GNUPG:] FAILURE gpg-exit 33554433\n",
-       kCodeBadSignature},
+       Status({"NEWSIG a@x", "BADSIG 6BAC Alice <a@x>", "FAILURE gpg-exit 33554433"}), kCodeBadSignature},
       {"signer unknown", PgpOp::kDecrypt, true, 2,
-       "[GNUPG:] NEWSIG\n[GNUPG:] ERRSIG 6BAC 22 8 01 1795 9\n[GNUPG:] NO_PUBKEY 6BAC\n", kCodeNoPublicKey},
-      {"verify without a signature", PgpOp::kDecrypt, true, 0, "[GNUPG:] DECRYPTION_OKAY\n", kCodeNoSignature},
-      {"decrypt needs no signature", PgpOp::kDecrypt, false, 0, "[GNUPG:] DECRYPTION_OKAY\n", 0},
-      {"detached good", PgpOp::kVerifyDetached, true, 0, "[GNUPG:] NEWSIG\n[GNUPG:] GOODSIG 6B A\n", 0},
-      {"detached bad", PgpOp::kVerifyDetached, true, 1, "[GNUPG:] NEWSIG\n[GNUPG:] BADSIG 6B A\n",
-       kCodeBadSignature},
-      {"detached nothing", PgpOp::kVerifyDetached, true, 2, "[GNUPG:] NODATA 3\n", kCodeNoSignature},
-      {"expired key still signed", PgpOp::kVerifyDetached, true, 0, "[GNUPG:] NEWSIG\n[GNUPG:] EXPKEYSIG 6B A\n", 0},
+       Status({"NEWSIG", "ERRSIG 6BAC 22 8 01 1795 9", "NO_PUBKEY 6BAC"}), kCodeNoPublicKey},
+      {"verify without a signature", PgpOp::kDecrypt, true, 0, Status({"DECRYPTION_OKAY"}), kCodeNoSignature},
+      {"decrypt needs no signature", PgpOp::kDecrypt, false, 0, Status({"DECRYPTION_OKAY"}), 0},
+      {"detached good", PgpOp::kVerifyDetached, true, 0, Status({"NEWSIG", "GOODSIG 6B A"}), 0},
+      {"detached bad", PgpOp::kVerifyDetached, true, 1, Status({"NEWSIG", "BADSIG 6B A"}), kCodeBadSignature},
+      {"detached nothing", PgpOp::kVerifyDetached, true, 2, Status({"NODATA 3"}), kCodeNoSignature},
+      {"expired key still signed", PgpOp::kVerifyDetached, true, 0, Status({"NEWSIG", "EXPKEYSIG 6B A"}), 0},
       {"imported", PgpOp::kImport, false, 0,
-       "[GNUPG:] IMPORT_OK 1 0F358086678E05F504936F458A3C04896A418565\n[GNUPG:] IMPORT_RES 1 0 1 0 0 0 0 0 0 0 0 "
-       "0 0 0 0\n",
+       Status({"IMPORT_OK 1 0F358086678E05F504936F458A3C04896A418565", "IMPORT_RES 1 0 1 0 0 0 0 0 0 0 0 0 0 0 0"}),
        0},
-      {"import found nothing", PgpOp::kImport, false, 2, "[GNUPG:] NODATA 1\n[GNUPG:] IMPORT_RES 0 0 0 0 0 0\n",
+      {"import found nothing", PgpOp::kImport, false, 2, Status({"NODATA 1", "IMPORT_RES 0 0 0 0 0 0"}),
        kCodeNoKeysFound},
       {"import without a summary", PgpOp::kImport, false, 0, "", kCodeNoKeysFound},
-      {"exported", PgpOp::kExport, false, 0, "[GNUPG:] EXPORTED 0F35\n", 0},
+      {"exported", PgpOp::kExport, false, 0, Status({"EXPORTED 0F35"}), 0},
       {"export of nobody", PgpOp::kExport, false, 0, "", kCodeNoSecretKey},
-      {"key made", PgpOp::kGenerate, false, 0, "[GNUPG:] KEY_CREATED B 0F35\n", 0},
-      {"key not made", PgpOp::kGenerate, false, 2, "[GNUPG:] ERROR genkey 99\n", kCodeCancelled},
+      {"key made", PgpOp::kGenerate, false, 0, Status({"KEY_CREATED B 0F35"}), 0},
+      {"key not made", PgpOp::kGenerate, false, 2, Status({"ERROR genkey 99"}), kCodeCancelled},
       {"lines without the prefix are ignored", PgpOp::kSign, false, 0, "SIG_CREATED C 22\nGNUPG: SIG_CREATED\n",
        kCodeSignFailed},
   };
@@ -226,7 +225,7 @@ TEST(StatusCodes, TranscriptsGiveTheirCodes) {
     plan.op = c.op;
     plan.passphrase_given = c.phrase;
     StatusParser whole;
-    std::string text = c.status;
+    const std::string& text = c.status;
     whole.Feed(text.data(), text.size());
     whole.Finish();
     EXPECT_EQ(CodeFor(plan, whole.status(), c.exit, c.verify), c.code);

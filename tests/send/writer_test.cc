@@ -7,34 +7,17 @@
 #include <cstring>
 #include <string>
 
-#include "c-client/rfc822/rfc822_write.h"
 #include "src/base/base64.h"
-#include "src/options/options.h"
 #include "src/send/send.h"
 #include "src/send/smtp.h"
 #include "src/send/writer_codec.h"
+#include "tests/send/message_records.h"
 
 namespace {
 
-MailAddress* Addr(const char* mailbox, const char* host, const char* personal = nullptr) {
-  MailAddress* a = mail_newaddr();
-  a->mailbox = cpystr(mailbox);
-  a->host = cpystr(host);
-  if (personal) a->personal = cpystr(personal);
-  return a;
-}
-
-Message* TextMessage(const std::string& text) {
-  Message* m = mail_newmessage();
-  m->envelope = mail_newenvelope();
+Message* HelloMessage(const std::string& text) {
+  Message* m = TextMessage(text, Addr("you", "example.net"), "Hello");
   m->envelope->from = Addr("me", "example.org");
-  m->envelope->to = Addr("you", "example.net");
-  m->envelope->subject = cpystr("Hello");
-  m->body = mail_newbody();
-  m->body->type = TYPETEXT;
-  m->body->subtype = cpystr("PLAIN");
-  m->body->contents = mail_newtext();
-  mail_text_set(m->body->contents, kTextInMemory, text.data(), text.size());
   return m;
 }
 
@@ -57,7 +40,7 @@ TEST(Writer, TextEncodingIsChosenByContent) {
       {std::string(1200, 'x') + "\n", "Content-Transfer-Encoding: QUOTED-PRINTABLE", "CHARSET=US-ASCII"},
   };
   for (const Case& c : cases) {
-    Message* m = TextMessage(c.text);
+    Message* m = HelloMessage(c.text);
     const std::string file = Write(m);
     EXPECT_NE(file.find(c.charset), std::string::npos) << file.substr(0, 400);
     if (c.encoding_line.empty()) {
@@ -77,7 +60,7 @@ TEST(Writer, TextEncodingIsChosenByContent) {
 }
 
 TEST(Writer, HeadersComeInOrderWithBccKeptAndNonAsciiEncoded) {
-  Message* m = TextMessage("x\n");
+  Message* m = HelloMessage("x\n");
   m->envelope->bcc = Addr("hidden", "example.com");
   m->envelope->cc = Addr("cc", "example.com", "J\xc3\xbcrgen");
   FS_GIVE(&m->envelope->subject);
@@ -112,20 +95,8 @@ TEST(Writer, AttachmentFromFileDecodesToItsBytes) {
   for (int i = 0; i < 3001 * 3; ++i) bytes += static_cast<char>(i * 7 % 256);
   ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   close(fd);
-  Message* m = TextMessage("see attached\n");
-  BodyPart* text = m->body;
-  m->body = mail_newbody();
-  m->body->type = TYPEMULTIPART;
-  m->body->subtype = cpystr("MIXED");
-  m->body->parts = mail_newbody_part();
-  m->body->parts->body = *text;
-  FS_GIVE(&text);
-  BodyPartNode* att = mail_newbody_part();
-  m->body->parts->next = att;
-  att->body.type = TYPEAPPLICATION;
-  att->body.subtype = cpystr("OCTET-STREAM");
-  att->body.contents = mail_newtext();
-  mail_text_set(att->body.contents, kTextFile, name, std::strlen(name));
+  Message* m = HelloMessage("see attached\n");
+  AddAttachment(m, kTextFile, name);
   const std::string file = Write(m);
   const size_t head = file.find("BASE64\r\n\r\n");
   ASSERT_NE(head, std::string::npos) << file.substr(0, 800);
@@ -138,53 +109,46 @@ TEST(Writer, AttachmentFromFileDecodesToItsBytes) {
 }
 
 TEST(Writer, CanonicalLineEndsSurviveBlockBoundaries) {
-  struct Case {
-    std::vector<std::string> blocks;
-    std::string want;
-  } cases[] = {
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"a\r", "\nb"}, "a\r\nb"},
       {{"a\n", "\rb\r"}, "a\r\n\r\nb\r\n"},
       {{"a\r\r", "\n"}, "a\r\n\r\n"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [blocks, want] : cases) {
     Canonicalizer state;
     std::string out;
-    for (const std::string& b : c.blocks) state.Feed(b.data(), b.size(), &out);
+    for (const std::string& b : blocks) state.Feed(b.data(), b.size(), &out);
     state.Finish(&out);
-    EXPECT_EQ(out, c.want);
+    EXPECT_EQ(out, want);
   }
 }
 
 TEST(Writer, QuotedPrintableKeepsTrailingBlanksAndSplitsLongLines) {
-  struct Case {
-    std::string in, want;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"a \r\nb", "a=20\r\nb=\r\n"},
       {".x\r\n", "=2Ex\r\n"},
       {"caf\xc3\xa9\r\n", "caf=C3=A9\r\n"},
       {std::string(80, 'y'), std::string(75, 'y') + "=\r\n" + std::string(5, 'y') + "=\r\n"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [in, want] : cases) {
     QPEncoder qp;
     std::string out;
-    for (char ch : c.in) qp.Feed(&ch, 1, &out);  // byte by byte: state carries
+    for (char ch : in) qp.Feed(&ch, 1, &out);  // byte by byte: state carries
     qp.Finish(&out);
-    EXPECT_EQ(out, c.want);
+    EXPECT_EQ(out, want);
   }
 }
 
 TEST(Smtp, BccFieldsGoWithTheirContinuationLines) {
-  struct Case {
-    std::string in, want;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"From: a\r\nBcc: x@y,\r\n    z@w\r\nTo: b\r\n\r\n", "From: a\r\nTo: b\r\n\r\n"},
       {"bcc : x\r\nResent-Bcc: y\r\n\tmore\r\nSubject: s\r\n\r\n", "Subject: s\r\n\r\n"},
       {"BccX: kept\r\nTo: b\r\n\r\n", "BccX: kept\r\nTo: b\r\n\r\n"},
   };
-  for (const Case& c : cases) {
-    std::string header = c.in;
+  for (const auto& [in, want] : cases) {
+    std::string header = in;
     smtp_strip_bcc(&header);
-    EXPECT_EQ(header, c.want);
+    EXPECT_EQ(header, want);
   }
 }
 

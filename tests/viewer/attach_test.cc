@@ -2,7 +2,6 @@
 // command lines that run helpers (and one real run), and uudecoding.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <fstream>
@@ -28,9 +27,7 @@ BodyParameter* Params(const std::vector<std::pair<const char*, const char*>>& li
 }
 
 TEST(AttachNames, HostileNamesAreMadeSafe) {
-  struct Case {
-    std::string raw, want;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"report.pdf", "report.pdf"},
       {"../../.bashrc", "bashrc"},
       {"/etc/passwd", "passwd"},
@@ -45,7 +42,7 @@ TEST(AttachNames, HostileNamesAreMadeSafe) {
       {std::string(300, 'x') + ".jpeg", std::string(195, 'x') + ".jpeg"},
       {"bad\xFF.txt", "bad\xC3\xBF.txt"},  // not UTF-8: read as Windows-1252
   };
-  for (const Case& c : cases) EXPECT_EQ(AttachSafeName(c.raw), c.want) << c.raw;
+  for (const auto& [raw, want] : cases) EXPECT_EQ(AttachSafeName(raw), want) << raw;
 }
 
 TEST(AttachNames, DispositionThenTypeNameThenType) {
@@ -92,27 +89,6 @@ TEST(AttachHelpers, CommandLinesQuoteOnlyWhatHoldsABlank) {
     EXPECT_EQ(argv, c.argv) << c.command;
     EXPECT_EQ(AttachCommandLine(argv), c.line) << c.command;
   }
-}
-
-TEST(AttachHelpers, ProgramsAndScriptsAreNeverHandedToTheOpener) {
-  char dir[] = "/tmp/velmar-exe-XXXXXX";
-  ASSERT_TRUE(mkdtemp(dir));
-  struct Case {
-    const char* name;
-    const char* content;
-    bool executable;
-  } cases[] = {
-      {"notes.txt", "hello", false},  {"run.desktop", "[Desktop Entry]", true}, {"a.SH", "echo", true},
-      {"photo.jpg", "#!/bin/sh\nrm", true}, {"doc.pdf", "\x7f" "ELF....", true}, {"setup.EXE", "MZ", true},
-      {"noext", "plain", false},
-  };
-  for (const Case& c : cases) {
-    const std::string path = std::string(dir) + "/" + c.name;
-    std::ofstream(path) << c.content;
-    EXPECT_EQ(AttachLooksExecutable(path), c.executable) << c.name;
-    ::unlink(path.c_str());
-  }
-  ::rmdir(dir);
 }
 
 TEST(AttachUudecode, DecodesTheFirstBlockAndRefusesBrokenOnes) {
@@ -243,6 +219,23 @@ TEST_F(AttachOptionsTest, ARealHelperRunsWithTheFileAndIsReaped) {
   AttachRemoveTempDir();
   struct stat st;
   EXPECT_NE(::stat(file.c_str(), &st), 0);
+}
+
+TEST_F(AttachOptionsTest, ProgramsAndScriptsAreNeverHandedToTheOpener) {
+  struct Case {
+    const char* name;
+    const char* content;
+    bool executable;
+  } cases[] = {
+      {"notes.txt", "hello", false},  {"run.desktop", "[Desktop Entry]", true}, {"a.SH", "echo", true},
+      {"photo.jpg", "#!/bin/sh\nrm", true}, {"doc.pdf", "\x7f" "ELF....", true}, {"setup.EXE", "MZ", true},
+      {"noext", "plain", false},
+  };
+  for (const Case& c : cases) {
+    const std::string path = home_ + "/" + c.name;
+    std::ofstream(path) << c.content;
+    EXPECT_EQ(AttachLooksExecutable(path), c.executable) << c.name;
+  }
 }
 
 }  // namespace

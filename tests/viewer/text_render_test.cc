@@ -30,10 +30,7 @@ TEST(ViewText, BodiesInAnyCharsetBecomeUtf8WithTheirLines) {
 }
 
 TEST(ViewText, HtmlBecomesReadableText) {
-  struct Case {
-    const char* html;
-    const char* want;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"<p>Hello <b>world</b></p>", "Hello world\n"},
       {"<html><head><title>T</title><style>p{color:red}</style></head><body>Hi</body></html>", "Hi\n"},
       {"a<br>b<br/><br>c", "a\nb\n\nc\n"},
@@ -54,7 +51,7 @@ TEST(ViewText, HtmlBecomesReadableText) {
       {"unterminated <b", "unterminated <b\n"},
       {"", ""},
   };
-  for (const Case& c : cases) EXPECT_EQ(HtmlToText(c.html), c.want) << c.html;
+  for (const auto& [html, want] : cases) EXPECT_EQ(HtmlToText(html), want) << html;
 }
 
 TEST(ViewText, HugeHtmlIsCutWithANote) {

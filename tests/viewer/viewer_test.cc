@@ -62,6 +62,11 @@ class ViewerTest : public NodesTest {
     ViewerInfo* v = ViewerInfoOf(win);
     return v ? MM_UMIMsgno(v->umi) : 0;
   }
+  // The viewer of a message opened from its folder's line; null if none shows it.
+  static ViewerInfo* Show(TreeNode* node, unsigned long msgno) {
+    spawnViewer(Umi(node, msgno), node);
+    return ViewerInfoOf(viewerFind(Umi(node, msgno)));
+  }
 };
 
 TEST_F(ViewerTest, InstancesDecideWhichViewerShowsAMessage) {
@@ -71,21 +76,22 @@ TEST_F(ViewerTest, InstancesDecideWhichViewerShowsAMessage) {
     int viewers_after_fourth; // then another message of folder one
   } cases[] = {{nullptr, 1, 1}, {"One", 1, 1}, {"folder", 2, 2}, {"Message", 3, 4}};
   for (const Case& c : cases) {
+    const std::string mode = c.mode ? c.mode : "none";
+    SCOPED_TRACE(mode);
     Run([&] {
       if (c.mode) Opt_AssignString("Viewer.Instances", c.mode, kOptSession, 0);
-      TreeNode* one = Folder(std::string("one") + (c.mode ? c.mode : "none"), {Numbered(1), Numbered(2), Numbered(3)});
-      TreeNode* two = Folder(std::string("two") + (c.mode ? c.mode : "none"), {Numbered(1)});
+      TreeNode* one = Folder("one" + mode, {Numbered(1), Numbered(2), Numbered(3)});
+      TreeNode* two = Folder("two" + mode, {Numbered(1)});
       ASSERT_TRUE(one && two);
       spawnViewer(Umi(one, 1), one);
       spawnViewer(Umi(one, 2), one);
       spawnViewer(Umi(two, 1), two);
-      EXPECT_EQ(viewerCount(), c.viewers_after_three) << (c.mode ? c.mode : "none");
-      spawnViewer(Umi(one, 3), one);
-      EXPECT_EQ(viewerCount(), c.viewers_after_fourth) << (c.mode ? c.mode : "none");
-      EXPECT_TRUE(viewerExists(Umi(one, 3)));
-      // The same message again raises its viewer rather than opening one.
-      spawnViewer(Umi(one, 3), one);
-      EXPECT_EQ(viewerCount(), c.viewers_after_fourth);
+      EXPECT_EQ(viewerCount(), c.viewers_after_three);
+      // The same message twice: the second raises its viewer rather than opening one.
+      for (int twice = 0; twice < 2; ++twice) {
+        EXPECT_TRUE(Show(one, 3));
+        EXPECT_EQ(viewerCount(), c.viewers_after_fourth);
+      }
       if (!c.mode) {
         EXPECT_EQ(Opt_LookupText("Viewer.Instances", kOptPermanent), "One");
       }
@@ -122,39 +128,17 @@ TEST_F(ViewerTest, NextPreviousAndDeleteWithStepping) {
   }
 }
 
-TEST_F(ViewerTest, StepsFollowTheFolderAndMenusTellTheEnds) {
-  Run([&] {
-    TreeNode* node = Folder("walk", {Numbered(1), Numbered(2), Numbered(3)});
-    ASSERT_TRUE(node);
-    spawnViewer(Umi(node, 1), node);
-    WINDOW win = viewerFindAny();
-    ASSERT_TRUE(win);
-    EXPECT_EQ(ViewerInfoOf(win)->msg_avail_state, kAvailNext);
-    EXPECT_FALSE(xvt_menu_get_item_enabled(win, M_VIEW_PREVIOUS));
-    EXPECT_TRUE(xvt_menu_get_item_enabled(win, M_VIEW_REPLY));
-    doMenu(win, M_VIEW_NEXT);
-    EXPECT_EQ(Shown(win), 2u);
-    EXPECT_EQ(ViewerInfoOf(win)->msg_avail_state, kAvailBoth);
-    doMenu(win, M_VIEW_NEXT);
-    doMenu(win, M_VIEW_NEXT);  // no further: stays
-    EXPECT_EQ(Shown(win), 3u);
-    EXPECT_FALSE(xvt_menu_get_item_enabled(win, M_VIEW_NEXT));
-    doMenu(win, M_VIEW_PREVIOUS);
-    EXPECT_EQ(Shown(win), 2u);
-    EXPECT_EQ(viewerCount(), 1);
-    EXPECT_TRUE(MM_MsgIsRead(Umi(node, 3)));  // read by being shown
-    xvt_vobj_destroy(win);
-    EXPECT_EQ(viewerCount(), 0);
-  });
-}
-
-TEST_F(ViewerTest, PanesOfTheCommonKindsOfMail) {
+// Stepped through a folder of the common kinds of mail: the panes of each,
+// and the menus telling the folder's ends.
+TEST_F(ViewerTest, StepsThroughTheCommonKindsOfMail) {
   Run([&] {
     TreeNode* node = Folder("kinds", {Plain("=?ISO-8859-1?Q?Gr=FC=DFe?=", "plain body"), WithPng(), HtmlOnly()});
     ASSERT_TRUE(node);
-    spawnViewer(Umi(node, 1), node);
-    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+    ViewerInfo* v = Show(node, 1);
     ASSERT_TRUE(v);
+    EXPECT_EQ(v->msg_avail_state, kAvailNext);
+    EXPECT_FALSE(xvt_menu_get_item_enabled(v->window, M_VIEW_PREVIOUS));
+    EXPECT_TRUE(xvt_menu_get_item_enabled(v->window, M_VIEW_REPLY));
     EXPECT_EQ(v->content.panes, 2);
     EXPECT_EQ(v->content.text, "plain body\n");
     EXPECT_NE(v->header_text.find("Subject:    Gr\xC3\xBC\xC3\x9F" "e\n"), std::string::npos) << v->header_text;
@@ -163,6 +147,8 @@ TEST_F(ViewerTest, PanesOfTheCommonKindsOfMail) {
     EXPECT_NE(dump.find("text:\nplain body\n"), std::string::npos) << dump;
 
     doMenu(v->window, M_VIEW_NEXT);
+    EXPECT_EQ(Shown(v->window), 2u);
+    EXPECT_EQ(v->msg_avail_state, kAvailBoth);
     EXPECT_EQ(v->content.panes, 3);
     EXPECT_EQ(v->content.text, "Gr\xC3\xBC\xC3\x9F" "e");  // the line break before the boundary is the boundary's
     ASSERT_EQ(v->content.rows.size(), 1u);
@@ -170,6 +156,10 @@ TEST_F(ViewerTest, PanesOfTheCommonKindsOfMail) {
     EXPECT_EQ(v->content.rows[0].mime, "image/png");
 
     doMenu(v->window, M_VIEW_NEXT);
+    doMenu(v->window, M_VIEW_NEXT);  // no further: stays
+    EXPECT_EQ(Shown(v->window), 3u);
+    EXPECT_FALSE(xvt_menu_get_item_enabled(v->window, M_VIEW_NEXT));
+    EXPECT_TRUE(MM_MsgIsRead(Umi(node, 3)));  // read by being shown
     EXPECT_EQ(v->content.text, "Big & cheap\n");
     ASSERT_EQ(v->content.rows.size(), 1u);
     EXPECT_EQ(v->content.rows[0].mime, "text/html");
@@ -184,6 +174,12 @@ TEST_F(ViewerTest, PanesOfTheCommonKindsOfMail) {
     xvt_menu_get_item_title(v->window, M_VIEW_RAW_HEADER, label, sizeof label);
     EXPECT_STREQ(label, "Short ~Header");
     EXPECT_EQ(Opt_LookupText("Viewer.HeaderStyle", kOptPermanent), "Raw");
+
+    doMenu(v->window, M_VIEW_PREVIOUS);
+    EXPECT_EQ(Shown(v->window), 2u);
+    EXPECT_EQ(viewerCount(), 1);
+    xvt_vobj_destroy(v->window);
+    EXPECT_EQ(viewerCount(), 0);
   });
 }
 
@@ -220,8 +216,7 @@ TEST_F(ViewerTest, DraggedSeparatorsMoveThePanesAndAreKept) {
     Run([&] {
       TreeNode* node = Folder("drag" + std::to_string(round++), {Plain("one", "body"), WithPng()});
       ASSERT_TRUE(node);
-      spawnViewer(Umi(node, c.msgno), node);
-      ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+      ViewerInfo* v = Show(node, c.msgno);
       ASSERT_TRUE(v);
       RCT client{};
       xvt_vobj_get_client_rect(v->window, &client);
@@ -249,8 +244,7 @@ TEST_F(ViewerTest, DraggedSeparatorsMoveThePanesAndAreKept) {
       EXPECT_EQ(Opt_LookupText(c.option, kOptPermanent), saved);
       // The next viewer with as many panes starts with them.
       xvt_vobj_destroy(v->window);
-      spawnViewer(Umi(node, c.msgno), node);
-      v = ViewerInfoOf(viewerFindAny());
+      v = Show(node, c.msgno);
       ASSERT_TRUE(v);
       EXPECT_EQ(Bottom(v->header_pane), h * first / 100);
       while (WINDOW w = viewerFindAny()) xvt_vobj_destroy(w);
@@ -288,10 +282,8 @@ TEST_F(ViewerTest, TheViewersPlaceIsKeptAndBroughtOnScreen) {
       xvt_vobj_get_outer_rect(win, &r);
       xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
       if (c.next.right) {
-        EXPECT_EQ(r.left, c.next.left);
-        EXPECT_EQ(r.top, c.next.top);
-        EXPECT_EQ(r.right, c.next.right);
-        EXPECT_EQ(r.bottom, c.next.bottom);
+        EXPECT_EQ(std::tie(r.left, r.top, r.right, r.bottom),
+                  std::tie(c.next.left, c.next.top, c.next.right, c.next.bottom));
       }
       EXPECT_GE(r.left, screen.left);
       EXPECT_GE(r.top, screen.top);
@@ -300,34 +292,6 @@ TEST_F(ViewerTest, TheViewersPlaceIsKeptAndBroughtOnScreen) {
       while (WINDOW w = viewerFindAny()) xvt_vobj_destroy(w);
     });
   }
-}
-
-TEST_F(ViewerTest, SavingAnAttachmentWritesItsDecodedBytesAndNeverOverwritesSilently) {
-  Run([&] {
-    TreeNode* node = Folder("save", {WithPng()});
-    ASSERT_TRUE(node);
-    spawnViewer(Umi(node, 1), node);
-    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
-    ASSERT_TRUE(v);
-    const std::string target = home_ + "/saved.png";
-    xvt_test_push_text(target.c_str());
-    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
-    EXPECT_EQ(ReadFile(target), kPngBytes);
-    struct stat st;
-    ASSERT_EQ(::stat(target.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0111, 0u);
-
-    // Again to the same name: declined keeps the file, agreed replaces it.
-    std::ofstream(target) << "mine";
-    xvt_test_push_text(target.c_str());
-    xvt_test_push_answer(RESP_2);
-    EXPECT_EQ(ViewerSaveRow(v, 0), 0);
-    EXPECT_EQ(ReadFile(target), "mine");
-    xvt_test_push_text(target.c_str());
-    xvt_test_push_answer(RESP_DEFAULT);
-    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
-    EXPECT_EQ(ReadFile(target), kPngBytes);
-  });
 }
 
 // Enclosures in the text become rows that save decoded; once listed, the
@@ -342,8 +306,7 @@ TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {
   Run([&] {
     TreeNode* node = Folder("enclosures", {Plain("files", body), Plain("none", "just words")});
     ASSERT_TRUE(node);
-    spawnViewer(Umi(node, 1), node);
-    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+    ViewerInfo* v = Show(node, 1);
     ASSERT_TRUE(v);
     EXPECT_EQ(v->content.panes, 2);
     EXPECT_TRUE(xvt_menu_get_item_enabled(v->window, M_VIEW_EXTRACT));
@@ -374,7 +337,9 @@ TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {
   });
 }
 
-TEST_F(ViewerTest, OpeningAnAttachmentHandsAPrivateCopyToTheHelper) {
+// A saved attachment is its decoded bytes, and never replaces a file
+// silently; an opened one is a private copy handed to a helper.
+TEST_F(ViewerTest, AttachmentsAreSavedDecodedAndOpenedAsPrivateCopies) {
   Run([&] {
     Opt_AssignString("Viewers.IDLIST", "4", kOptSession, 0);
     Opt_AssignString("Viewers.4.Name", "Pictures", kOptSession, 0);
@@ -386,19 +351,35 @@ TEST_F(ViewerTest, OpeningAnAttachmentHandsAPrivateCopyToTheHelper) {
       runs.push_back(argv);
       return 4242;
     });
-    TreeNode* node = Folder("open", {WithPng(), HtmlOnly()});
+    TreeNode* node = Folder("attachments", {WithPng(), HtmlOnly()});
     ASSERT_TRUE(node);
-    spawnViewer(Umi(node, 1), node);
-    ViewerInfo* v = ViewerInfoOf(viewerFindAny());
+    ViewerInfo* v = Show(node, 1);
     ASSERT_TRUE(v);
+    struct stat st;
+    const std::string target = home_ + "/saved.png";
+    xvt_test_push_text(target.c_str());
+    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
+    EXPECT_EQ(ReadFile(target), kPngBytes);
+    ASSERT_EQ(::stat(target.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0111, 0u);
+
+    // Again to the same name: declined keeps the file, agreed replaces it.
+    std::ofstream(target) << "mine";
+    xvt_test_push_text(target.c_str());
+    xvt_test_push_answer(RESP_2);
+    EXPECT_EQ(ViewerSaveRow(v, 0), 0);
+    EXPECT_EQ(ReadFile(target), "mine");
+    xvt_test_push_text(target.c_str());
+    xvt_test_push_answer(RESP_DEFAULT);
+    EXPECT_EQ(ViewerSaveRow(v, 0), 1);
+    EXPECT_EQ(ReadFile(target), kPngBytes);
+    // Opened, a private copy goes to the helper for its type.
     EXPECT_EQ(ViewerOpenRow(v, 0), 1);
     ASSERT_EQ(runs.size(), 1u);
     ASSERT_EQ(runs[0].size(), 3u);
-    EXPECT_EQ(runs[0][0], "/usr/bin/picture-viewer");
-    EXPECT_EQ(runs[0][1], "--new");
+    EXPECT_EQ(runs[0][0] + " " + runs[0][1], "/usr/bin/picture-viewer --new");
     const std::string file = runs[0][2];
     EXPECT_EQ(ReadFile(file), kPngBytes);
-    struct stat st;
     ASSERT_EQ(::stat(file.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     ASSERT_EQ(::stat(AttachTempDir().c_str(), &st), 0);
