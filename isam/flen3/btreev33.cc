@@ -281,6 +281,9 @@ int lioBound(LioFile* f, int idx, const uint8_t* key, LioBound how, bool part_on
              uint32_t* rec) {
   if (lioKeyUsable(f, idx, 215) < 0) return -1;
   const LioHead& h = Head(f, idx);
+  // key_out may be key itself (a walk stepping on): search with a copy.
+  std::vector<uint8_t> probe(key, key + h.key_len);
+  key = probe.data();
   uint32_t off = static_cast<uint32_t>(h.root);
   bool found = false;
   for (int depth = 1; off; ++depth) {

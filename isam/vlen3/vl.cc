@@ -300,11 +300,12 @@ int vlWrite(VlFile* f, int n, const void* buf, int len) {
   if (ReadEntry(f, n, &off, &size) < 0) return -1;
   int rounded = vlRound(f->h, len);
   bool moved = size != static_cast<uint32_t>(len + 2);
+  uint32_t old_off = off;
   if (moved) {
-    if (size != 0) {
-      if (size < 2 || static_cast<int>(size) > f->h.max) return VL_ERR(403, kIsCorrupt);
-      if (GiveSlot(f, off, vlRound(f->h, static_cast<int>(size) - 2)) < 0) return -1;
-    }
+    if (size != 0 && (size < 2 || static_cast<int>(size) > f->h.max)) return VL_ERR(403, kIsCorrupt);
+    // The new slot is taken before the old one is given up, so that a
+    // record that changes length always moves and never overwrites its
+    // old bytes in place.
     if (TakeSlot(f, rounded, &off) < 0) return -1;
   }
   // The slot is written whole: its size word, the data, zeros behind it.
@@ -313,6 +314,7 @@ int vlWrite(VlFile* f, int n, const void* buf, int len) {
   if (len > 0) std::memcpy(slot.data() + 2, buf, static_cast<size_t>(len));
   if (!WriteAt(f->st, &f->st_size, slot.data(), slot.size(), off)) return VL_ERR(403, 5);
   if (moved && WriteEntry(f, n, off, static_cast<uint32_t>(len + 2)) < 0) return -1;
+  if (moved && size != 0 && GiveSlot(f, old_off, vlRound(f->h, static_cast<int>(size) - 2)) < 0) return -1;
   if ((f->mode & kModeWriteHeader) && WriteHead(f, kLioDirty) < 0) return -1;
   return len;
 }
