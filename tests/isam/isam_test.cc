@@ -169,6 +169,27 @@ TEST_F(IsamTest, EachKeyTypeWalksInItsOrder) {
   EXPECT_EQ(by32, (std::vector<int>{300000, 7000, 0, -2000, -300000}));
   bt3FreeBuff(buf);
   ASSERT_EQ(bt3Close(h), 0);
+
+  // A continuation segment decides when the first one ends in equal strings.
+  int16_t two[] = {0, 4, 1, 8, 4, 32, -1};
+  name = path("segments");
+  ASSERT_EQ(bt3Creat(name.c_str(), 12, two), 0);
+  h = bt3Open(name.c_str(), kModeReadWrite);
+  ASSERT_NE(h, nullptr);
+  buf = bt3GetBuff(h, 0);
+  for (const char* tail : {"zz", "aa", "mm"}) {
+    std::memset(buf, 0, 12);
+    std::memcpy(buf, "ab", 2);
+    std::memcpy(buf + 8, tail, 2);
+    ASSERT_GT(bt3Add(h, buf), 0);
+  }
+  std::string tails;
+  for (int rc = bt3Start(h, buf); rc > 0; rc = bt3Next(h, buf)) tails += std::string(buf + 8, 2);
+  EXPECT_EQ(tails, "aammzz");
+  std::memcpy(buf + 8, "aa", 2);
+  EXPECT_EQ(bt3Add(h, buf), -1);
+  bt3FreeBuff(buf);
+  ASSERT_EQ(bt3Close(h), 0);
 }
 
 int ReverseHook(const uint8_t* a, const uint8_t* b, int len, int) { return -std::memcmp(a, b, static_cast<size_t>(len)); }
