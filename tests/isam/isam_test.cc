@@ -536,6 +536,38 @@ TEST_F(IsamTest, StateLeftOpenOpensReadOnly) {
   bt3FreeBuff(buf);
 }
 
+TEST_F(IsamTest, WriteThroughModesReachTheDiskAtOnce) {
+  struct {
+    int mode;
+    bool node_on_disk, header_on_disk;
+  } cases[] = {{kModeReadWrite, false, false},
+               {kModeReadWrite | kModeWriteThrough, true, false},
+               {kModeReadWrite | kModeWriteHeader, true, true}};
+  int i = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.mode);
+    std::string name = path("w" + std::to_string(i++));
+    ASSERT_EQ(bt3Creat(name.c_str(), 64, kNameDupIdUnique), 0);
+    ISAM* h = bt3Open(name.c_str(), c.mode);
+    ASSERT_NE(h, nullptr);
+    char* buf = bt3GetBuff(h, 0);
+    Rec{buf}.set("n", 1);
+    ASSERT_EQ(bt3Add(h, buf), 1);
+    auto nx = bytes(name + ".nx");
+    uint32_t root = h->nx->heads[0].root;
+    ASSERT_GT(nx.size(), root);
+    EXPECT_EQ(nx[root] == 1, c.node_on_disk);
+    EXPECT_EQ(u32(nx, 36) == 1, c.header_on_disk);
+    EXPECT_EQ(u16(nx, 18), 38);  // open for change, whatever the mode
+    bt3FreeBuff(buf);
+    ASSERT_EQ(bt3Close(h), 0);
+    nx = bytes(name + ".nx");
+    EXPECT_EQ(nx[root], 1);
+    EXPECT_EQ(u32(nx, 36), 1u);
+    EXPECT_EQ(u16(nx, 18), 42);
+  }
+}
+
 TEST_F(IsamTest, IndexesAddedAndDroppedThroughATemporaryFile) {
   std::string name = path("x");
   int16_t one[] = {0, 40, 5 | 128, -1};
