@@ -15,7 +15,6 @@
 #include <sstream>
 #include <string>
 
-#include "c-client/auth/auth.h"
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/model/mm.h"
@@ -66,7 +65,12 @@ void AskForLogin() {
   if (!client.Transact({ChannelKind::kRequest, "GETLOGININFO", ""}, &value, kAskMs)) return;
   const size_t split = value.find(":::");
   if (split == std::string::npos) return;
-  AUTH_InitLogin(value.substr(0, split).c_str(), value.substr(split + 3).c_str());
+  // Session values: every folder open primes the login layer anew, and
+  // this process never writes its options back.
+  if (Opt_LookupText("Send.User", kOptSession).empty()) {
+    Opt_AssignString("Send.User", value.substr(0, split).c_str(), kOptSession, 0);
+    Opt_AssignString("Send.Password", value.substr(split + 3).c_str(), kOptSession, 0);
+  }
   std::fill(value.begin(), value.end(), '\0');
 }
 
@@ -153,6 +157,5 @@ int main(int argc, char** argv) {
   }
   MM_Shutdown(0);
   Opt_Shutdown();
-  AUTH_ForgetLogin();
   return status;
 }

@@ -108,9 +108,7 @@ int OUTBOX_Open() {
   const std::string target = Opt_LookupText("General.OutboxFolder", kOptSession);
   int ms = INVALID_SERVICE;
   std::string folder;
-  if (target.empty() || !MM_FolCanonNameParse(target.c_str(), &ms, &folder) || folder.empty() ||
-      MM_MSGetType(ms) == kServiceTypeNone)
-    return INVALID_FOLDER;
+  if (target.empty() || !MM_FolCanonNameParse(target.c_str(), &ms, &folder) || folder.empty()) return INVALID_FOLDER;
   std::string upper = folder;
   for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   // Deleting what was sent must never reach the user's incoming mail.
