@@ -160,8 +160,10 @@ int OUTBOX_SendMessages(int folder) {
   if (IsOffline()) return 0;
   Trace(kTraceCompose, kTraceLow, "OUTBOX_SendMessages(): %ld messages.\n", count);
   const bool own_progress = !xvt_progress_win();
-  if (own_progress) xvt_progress_open("Queued Messages", "Sending queued messages ...", true);
-  xvt_progress_set_range(count);
+  if (own_progress) {
+    xvt_progress_open("Queued Messages", "Sending queued messages ...", true);
+    xvt_progress_set_range(count);
+  }
   // UMIs first: a deletion must not move the walk.
   std::vector<UMI> umis;
   for (long n = 1; n <= count; ++n)
@@ -169,7 +171,7 @@ int OUTBOX_SendMessages(int folder) {
   int gone = 0;
   long pos = 0;
   for (UMI umi : umis) {
-    xvt_progress_set_pos(++pos);
+    if (own_progress) xvt_progress_set_pos(++pos);
     if (xvt_progress_win() && xvt_progress_cancelled()) break;
     if (MM_MsgIsDeleted(umi)) {
       ++gone;
