@@ -191,6 +191,11 @@ void Shutdown_Prompt() {
     g_in_shutdown_prompt = false;
     return;
   }
+  // Messages still in the outbox may leave now; the third answer stays.
+  if (!SUBMIT_OfferSendAtExit()) {
+    g_in_shutdown_prompt = false;
+    return;
+  }
   ASK_RESPONSE answer = xvt_dm_post_ask("Exit", "Cancel", nullptr, "%s", ErrorText(2104));
   g_in_shutdown_prompt = false;
   if (answer == RESP_DEFAULT) Shutdown();

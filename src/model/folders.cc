@@ -109,6 +109,51 @@ int MM_FolReOpen(int id) {
   return 1;
 }
 
+int MM_FolReread(int id) {
+  FolderInfo* f = FolderAt(id);
+  if (!f) return 0;
+  Trace(kTraceModel, kTraceAll, "MM_FolReread: function entry.\n");
+  // Another program changed the files: the messages we knew go, last
+  // first, as expunges do; the folder's messages as read now come back as
+  // new ones.
+  for (unsigned long n = f->count(); n >= 1; --n) {
+    ModelEvent* ev = MM_NotEventNew(E_MSG_EXPUNGED);
+    ev->umi = MM_UMIMake(id, 0, f->serials[n]);
+    ev->folder = static_cast<int16_t>(id);
+    MM_NotEventPost(ev);
+    MM_NotEventFree(ev);
+    f = FolderAt(id);
+    if (!f) return 0;
+    if (n <= f->count()) f->serials.erase(f->serials.begin() + static_cast<long>(n));
+  }
+  ShadowReleaseAll(f);
+  if (g_memo_id == id) {
+    g_memo_id = INVALID_FOLDER;
+    g_memo_stream = nullptr;
+  }
+  if (f->stream) {
+    QuietSection quiet;
+    f->stream = mail_close(f->stream);
+  }
+  f->stream = MM_CCOpenFolStream(f->service, f->name.c_str(), 0);
+  if (!f->stream) {
+    f->dead = true;
+    return 0;
+  }
+  f->dead = false;
+  f->death_reported = false;
+  const unsigned long count = f->stream->nmsgs;
+  f->serials.assign(count + 1, 0);
+  for (unsigned long n = 1; n <= count; ++n) f->serials[n] = ++f->next_serial;
+  ModelEvent* ev = MM_NotEventNew(E_NEW_MESSAGES);
+  ev->folder = static_cast<int16_t>(id);
+  ev->ms = static_cast<int16_t>(f->service);
+  ev->value = 0;
+  MM_NotEventPost(ev);
+  MM_NotEventFree(ev);
+  return 1;
+}
+
 void MM_FolClose(int id, int force) {
   if (!FolderAt(id)) return;
   Trace(kTraceModel, kTraceAll, "MM_FolClose: function entry.\n");

@@ -137,6 +137,9 @@ int MM_FolCheckByCanonName(const char* cname);
 int MM_FolOpen(int ms, const char* name);
 int MM_FolFindOpen(int ms, const char* name);
 int MM_FolReOpen(int id);
+// Reads the folder anew after another program changed it: each known
+// message is reported expunged, then the folder's messages as new ones.
+int MM_FolReread(int id);
 void MM_FolClose(int id, int force);
 int MM_FolCreate(int ms, const char* name, int subscribe);
 int MM_FolDelete(int ms, const char* name);

@@ -235,7 +235,7 @@ namespace {
 bool g_delivered = false;  // the last inject_message went out (not to a folder)
 }  // namespace
 
-int inject_message(Message* message, const char* file, int queued) {
+int inject_message(Message* message, const char* file, int queued, int from_outbox) {
   g_delivered = false;
   Trace(kTraceCompose, kTraceAll, "inject_message: function entry.\n");
   if (queued) {
@@ -251,7 +251,7 @@ int inject_message(Message* message, const char* file, int queued) {
   const int delivered = deliver_message(hosts, message, file, &cancelled);
   destroy_delivery_hostlist(&hosts);
   g_delivered = delivered != 0;
-  if (delivered || cancelled) return delivered;
+  if (delivered || cancelled || from_outbox) return delivered;
   if (xvt_dm_post_ask("Yes", "No", nullptr, "%s", ErrorText(2077)) != RESP_DEFAULT) return 0;
   if (append_message_to_draft(file)) return 1;
   // Neither sent nor in drafts: the outbox keeps it, or else a file.
@@ -275,7 +275,11 @@ int send_message(Message* message, SendOptions* options) {
   if (!options->draft) {
     if (!verify_message(message, &authenticated)) return 0;
     Trace(kTraceCompose, kTraceLow, "send_message(): verified message content.\n");
-    if (IsOffline()) options->queued = 1;
+    if (IsOffline()) {
+      // What waits in the outbox must not be queued a second time.
+      if (options->from_outbox) return 0;
+      options->queued = 1;
+    }
   }
   if (Cancelled()) return 0;
   const std::string file = NewTempName();
@@ -291,7 +295,7 @@ int send_message(Message* message, SendOptions* options) {
     return 0;
   }
   if (!options->draft) {
-    if (!inject_message(message, file.c_str(), options->queued)) {
+    if (!inject_message(message, file.c_str(), options->queued, options->from_outbox)) {
       ::unlink(file.c_str());
       return 0;
     }

@@ -20,6 +20,7 @@ struct SendOptions {
   int16_t delivery_receipt = 0;
   int16_t draft = 0;             // save to the draft folder, send nothing
   int32_t priority = 1;          // 0 low, 1 normal, 2 high
+  int16_t from_outbox = 0;       // the message is already in the outbox
 };
 
 // --- The message file ---------------------------------------------------------
@@ -61,8 +62,9 @@ int verify_message(Message* message, int* authenticated);
 // Delivers now (queued 0) or puts the file in the outbox (queued 1). A
 // failed delivery offers the draft folder; a message that can go nowhere
 // is kept in the outbox or, failing that, in the user directory, and the
-// user is told where.
-int inject_message(Message* message, const char* file, int queued);
+// user is told where. A message sent from the outbox (from_outbox) stays
+// there when delivery fails: no other place is offered.
+int inject_message(Message* message, const char* file, int queued, int from_outbox = 0);
 
 // Delivery hosts: General.DeliveryHost, then common.delivery.hosts, at
 // most kMaxDeliveryHosts; the default mail host when empty. Each entry is

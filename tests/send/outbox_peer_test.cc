@@ -1,0 +1,224 @@
+// The outbox emptied through a real SMTP server (tests/peers/smtp-aiosmtpd.sh):
+// in the foreground, and by the background sender started for real.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "c-client/auth/auth.h"
+#include "c-client/net/tcp.h"
+#include "src/base/filenames.h"
+#include "src/options/options.h"
+#include "src/send/channel.h"
+#include "src/send/send.h"
+#include "src/send/submit.h"
+#include "tests/model/model_fixture.h"
+#include "tests/send/smtp_sink.h"
+
+namespace {
+
+MailAddress* Addr(const char* mailbox, const char* host) {
+  MailAddress* a = mail_newaddr();
+  a->mailbox = cpystr(mailbox);
+  a->host = cpystr(host);
+  return a;
+}
+
+class OutboxPeer : public ModelTest {
+ protected:
+  void SetUp() override {
+    ModelTest::SetUp();
+    ASSERT_TRUE(sink_.Start());
+    tcp_tls_set_ca_file(sink_.env["CAFILE"].c_str());
+    Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
+    Opt_AssignString("General.DeliveryHost", ("127.0.0.1:" + sink_.env["PORT"]).c_str(), kOptPermanent, 0);
+    Opt_AssignString("Compose.SentmailFolder", "Local!sent", kOptPermanent, 0);
+    Opt_AssignString("Compose.DraftFolder", "Local!drafts", kOptPermanent, 0);
+    Opt_AssignString("General.OutboxFolder", "Local!outbox", kOptPermanent, 0);
+    for (const char* f : {"sent", "drafts", "outbox"}) ASSERT_TRUE(MM_FolCreate(local_, f, 1)) << f;
+  }
+  void TearDown() override {
+    SDDE_StopServer();
+    SUBMIT_SetProgramForTest("");
+    SDDE_SetWaitsForTest(0, 0);
+    AUTH_ForgetLogin();
+    tcp_tls_set_ca_file(nullptr);
+    ModelTest::TearDown();
+  }
+  long Count(const char* folder) {
+    std::string full;
+    return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
+  }
+  // Puts a message in the outbox the way the compose window does.
+  void Queue(const char* subject, const char* to, int save, int priority = 1, int receipt = 0) {
+    Message* m = mail_newmessage();
+    m->envelope = mail_newenvelope();
+    m->envelope->to = Addr(to, "example.net");
+    m->envelope->subject = cpystr(subject);
+    m->body = mail_newbody();
+    m->body->type = TYPETEXT;
+    m->body->subtype = cpystr("PLAIN");
+    m->body->contents = mail_newtext();
+    const std::string words = std::string("Text of ") + subject + "\n.dot line\n";
+    mail_text_set(m->body->contents, kTextInMemory, words.data(), words.size());
+    SendOptions options;
+    options.queued = 1;
+    options.save_outgoing = static_cast<int16_t>(save);
+    options.priority = priority;
+    options.read_receipt = static_cast<int16_t>(receipt);
+    ASSERT_EQ(send_message(m, &options), 1) << Posts();
+    mail_free_message(&m);
+  }
+  std::string AllDelivered() {
+    std::string all;
+    for (const std::string& e : sink_.Delivered("eml")) all += e + "\n=====\n";
+    return all;
+  }
+
+  SmtpSink sink_;
+};
+
+TEST_F(OutboxPeer, EachQueuedMessageLeavesOrStays) {
+  struct Queued {
+    const char* subject;
+    const char* to;
+    int save;
+    bool deleted;
+  };
+  struct Case {
+    const char* name;
+    std::vector<Queued> queued;
+    int gone;
+    std::vector<std::string> delivered;  // subjects, in order
+    long left;                           // in the outbox afterwards
+    long sent_copies;
+  };
+  const Case cases[] = {
+      {"deleted counts as gone, unsent", {{"Withdrawn", "you", 0, true}}, 1, {}, 0, 0},
+      {"asked-for copy made as it leaves", {{"Keep a copy", "you", 1, false}}, 1, {"Keep a copy"}, 0, 1},
+      {"a refused recipient stays, the next goes",
+       {{"To nobody", "reject", 1, false}, {"To you", "you", 0, false}},
+       1,
+       {"To you"},
+       1,
+       0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const size_t before = sink_.Delivered("eml").size();
+    const long sent_before = Count("sent");
+    for (const Queued& q : c.queued) Queue(q.subject, q.to, q.save);
+    ASSERT_EQ(Count("outbox"), static_cast<long>(c.queued.size()));
+    const int id = OUTBOX_Open();
+    ASSERT_NE(id, INVALID_FOLDER);
+    for (size_t i = 0; i < c.queued.size(); ++i)
+      if (c.queued[i].deleted) MM_MsgSetFlag(MM_UMIFromMsgno(id, i + 1), "\\Deleted");
+    OUTBOX_Close(id);
+    xvt_test_clear_posts();
+    EXPECT_EQ(Mob_ProcessOutbox(), c.gone) << Posts();
+    const auto eml = sink_.Delivered("eml");
+    ASSERT_EQ(eml.size() - before, c.delivered.size()) << AllDelivered();
+    for (size_t i = 0; i < c.delivered.size(); ++i) {
+      const std::string& got = eml[before + i];
+      EXPECT_NE(got.find("Subject: " + c.delivered[i] + "\r\n"), std::string::npos) << got;
+      EXPECT_NE(got.find("Text of " + c.delivered[i] + "\r\n.dot line\r\n"), std::string::npos) << got;
+      EXPECT_EQ(got.find("X-Save-Outgoing"), std::string::npos) << got;
+    }
+    EXPECT_EQ(Count("outbox"), c.left);
+    EXPECT_EQ(Count("sent") - sent_before, c.sent_copies);
+    // What stayed is whole and still waits, marked as before.
+    if (c.left) {
+      const int again = OUTBOX_Open();
+      ASSERT_NE(again, INVALID_FOLDER);
+      EXPECT_EQ(Subject(MM_UMIFromMsgno(again, 1)), "To nobody");
+      EXPECT_FALSE(MM_MsgIsDeleted(MM_UMIFromMsgno(again, 1)));
+      MM_MsgSetFlag(MM_UMIFromMsgno(again, 1), "\\Deleted");
+      MM_FolExpunge(again);
+      OUTBOX_Close(again);
+    }
+  }
+}
+
+TEST_F(OutboxPeer, PriorityAndReceiptsSurviveTheWait) {
+  Queue("Urgent", "you", 0, 2, 1);
+  Queue("Whenever", "you", 0, 0, 0);
+  EXPECT_EQ(Mob_ProcessOutbox(), 2) << Posts();
+  const auto eml = sink_.Delivered("eml");
+  ASSERT_EQ(eml.size(), 2u);
+  EXPECT_NE(eml[0].find("Priority: HIGH\r\n"), std::string::npos) << eml[0];
+  EXPECT_NE(eml[1].find("Priority: LOW\r\n"), std::string::npos) << eml[1];
+  EXPECT_NE(eml[0].find("\r\nRead-Receipt-To: me@example.org\r\n"), std::string::npos) << eml[0];
+  EXPECT_EQ(eml[0].find("Read-Receipt-To", eml[0].find("Read-Receipt-To") + 1), std::string::npos) << eml[0];
+  EXPECT_EQ(eml[1].find("Read-Receipt-To"), std::string::npos) << eml[1];
+  // The message leaves with a date and an id of its own leaving, once.
+  for (const std::string& e : eml) {
+    const size_t at = e.find("\r\nMessage-ID: ");
+    ASSERT_NE(at, std::string::npos) << e;
+    EXPECT_EQ(e.find("\r\nMessage-ID: ", at + 1), std::string::npos) << e;
+    EXPECT_EQ(e.find("MIME-Version: 1.0\r\nMIME-Version"), std::string::npos) << e;
+  }
+}
+
+TEST_F(OutboxPeer, TheExitQuestionSendsWhatWaits) {
+  Queue("At exit", "you", 0);
+  Opt_AssignInt("General.TCPConnectOk", 1, kOptSession, 0);
+  struct Case {
+    ASK_RESPONSE answer;
+    int goes_on;
+    size_t delivered;
+  };
+  const Case cases[] = {{RESP_3, 0, 0}, {RESP_2, 1, 0}, {RESP_DEFAULT, 1, 1}};
+  for (const Case& c : cases) {
+    xvt_test_clear_posts();
+    xvt_test_push_answer(c.answer);
+    EXPECT_EQ(SUBMIT_OfferSendAtExit(), c.goes_on);
+    EXPECT_NE(Posts().find("There are unsent messages in your outbox. Do you want to send them now"),
+              std::string::npos);
+    EXPECT_EQ(sink_.Delivered("eml").size(), c.delivered);
+  }
+  // Nothing left: no question.
+  xvt_test_clear_posts();
+  EXPECT_EQ(SUBMIT_OfferSendAtExit(), 1);
+  EXPECT_EQ(Posts(), "");
+}
+
+// velmar-submit started for real: it asks us for the login, sends the
+// outbox to the server, and tells us; our open outbox then shows it empty.
+TEST_F(OutboxPeer, BackgroundSenderFlushesAndTellsTheProgram) {
+  Queue("First", "you", 0);
+  Queue("Second", "you", 1);
+  ASSERT_EQ(Opt_SaveToTCL(), 1);
+  SUBMIT_SetProgramForTest(VELMAR_TEST_BINARY_DIR "/tools/velmar-submit");
+  setenv("VELMAR_SUBMIT_TRACE", (home_ + "/submit-trace.txt").c_str(), 1);
+  setenv("SSL_CERT_FILE", sink_.env["CAFILE"].c_str(), 1);
+  ASSERT_EQ(SDDE_StartServer(), 1);
+  const int id = OUTBOX_Open();
+  ASSERT_NE(id, INVALID_FOLDER);
+  ASSERT_EQ(MM_FolGetNumMsgs(id), 2);
+  // The session's login, as a successful open leaves it.
+  AUTH_InitLogin("testuser", "secret");
+  seen_.clear();
+  ASSERT_EQ(SUBMIT_FlushOutbox(), 1) << Posts();
+  // The background sender goes on after its answer; we keep serving.
+  for (int i = 0; i < 600 && MM_FolGetNumMsgs(id) != 0; ++i) SDDE_Pump(50);
+  EXPECT_EQ(MM_FolGetNumMsgs(id), 0) << ReadFile(home_ + "/submit-trace.txt");
+  EXPECT_FALSE(Types({E_MSG_EXPUNGED}).empty());
+  EXPECT_EQ(Count("outbox"), 0);
+  EXPECT_EQ(Count("sent"), 1);
+  const auto json = sink_.Delivered("json");
+  ASSERT_EQ(json.size(), 2u);
+  // The login reached it over the channel; it never was on a command line.
+  EXPECT_NE(json[0].find("testuser"), std::string::npos) << json[0];
+  OUTBOX_Close(id);
+  // Asked to go down (Send.Background unset), it ends and takes its socket.
+  const std::string socket = ChannelPath(GetUserDir(), "SUBMIT");
+  for (int i = 0; i < 100 && std::filesystem::exists(socket); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(std::filesystem::exists(socket));
+  unsetenv("VELMAR_SUBMIT_TRACE");
+  unsetenv("SSL_CERT_FILE");
+}
+
+}  // namespace
