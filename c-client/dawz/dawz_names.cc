@@ -79,7 +79,8 @@ void ListDir(const std::string& dir, const std::string& prefix, const std::strin
     struct stat st;
     if (::lstat(path.c_str(), &st) != 0) continue;
     if (S_ISDIR(st.st_mode)) {
-      if (depth < kMaxListDepth) ListDir(path, name + "\\", pattern, depth + 1, listed);
+      // An mh folder's files (its empty cache among them) are not ours.
+      if (depth < kMaxListDepth && !Exists(path + "/mh_index.dat")) ListDir(path, name + "\\", pattern, depth + 1, listed);
     } else if (S_ISREG(st.st_mode) && local_pattern_match(name.c_str(), pattern.c_str(), '\\') &&
                dawz_is_mailbox(path)) {
       ++*listed;
