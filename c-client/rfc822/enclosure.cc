@@ -7,7 +7,10 @@
 // characters), docrc.
 #include "c-client/rfc822/enclosure.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 namespace {
@@ -346,6 +349,18 @@ uint16_t docrc(uint16_t crc, unsigned char byte) {
 uint16_t make_buffer_crc(std::string_view bytes, uint16_t crc) {
   for (unsigned char c : bytes) crc = docrc(crc, c);
   return crc;
+}
+
+bool make_file_crc(int fd, uint16_t* crc) {
+  *crc = 0;
+  char buffer[8192];
+  for (;;) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return false;
+    if (n == 0) return true;
+    *crc = make_buffer_crc(std::string_view(buffer, static_cast<size_t>(n)), *crc);
+  }
 }
 
 bool binhex_decode(std::string_view text, BinhexFile* out, std::string* error) {

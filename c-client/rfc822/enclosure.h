@@ -41,6 +41,8 @@ struct BinhexFile {
 // one byte into a running CRC; make_buffer_crc a whole buffer.
 uint16_t docrc(uint16_t crc, unsigned char byte);
 uint16_t make_buffer_crc(std::string_view bytes, uint16_t crc = 0);
+// The CRC of what is left of an open file, read in pieces; false on a read error.
+bool make_file_crc(int fd, uint16_t* crc);
 
 // Decodes the first block after a line that begins "(This file". False
 // with the reason in *error ("CRC error in encoded Binhex file!", "bad char:

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <tuple>
 
@@ -93,6 +94,16 @@ TEST(Binhex, FailuresSayWhy) {
     EXPECT_TRUE(back.data.empty());
   }
   EXPECT_EQ(make_buffer_crc("123456789"), 0x31C3);  // the check value of this CRC
+  // The file's CRC over a file larger than one read.
+  const std::string big = AllBytes(20000);
+  FILE* f = std::tmpfile();
+  ASSERT_NE(f, nullptr);
+  std::fwrite(big.data(), 1, big.size(), f);
+  std::rewind(f);
+  uint16_t crc = 0;
+  EXPECT_TRUE(make_file_crc(fileno(f), &crc));
+  EXPECT_EQ(crc, make_buffer_crc(big));
+  std::fclose(f);
 }
 
 }  // namespace
