@@ -1,4 +1,4 @@
-// Searching an mh folder: the criteria are taken one keyword at a time, and
+// Searching a local folder (mh, dawz): the criteria are taken one keyword at a time, and
 // each keyword clears the mark of every message that fails it; the marked
 // messages that remain are the hits.
 //
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "c-client/core/mail_core.h"
+#include "c-client/mh/local_search.h"
 #include "c-client/mh/mh_internal.h"
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/rfc822_write.h"
@@ -24,6 +25,7 @@ enum class Arg { kNone, kString, kDate };
 struct Criterion {
   std::string text;  // string argument
   unsigned long date = 0;  // date argument, as DateKey gives it
+  const LocalSearchOps* ops = nullptr;  // the driver's text reader
 };
 
 unsigned long DateKey(unsigned year, unsigned month, unsigned day) { return year * 512ul + month * 32ul + day; }
@@ -51,12 +53,12 @@ bool InText(const MailText* text, const std::string& needle) {
 
 Envelope* EnvelopeOf(MailStream* stream, unsigned long msgno) { return mail_fetchstructure(stream, msgno, nullptr); }
 
-bool InAddresses(MailStream* stream, MailAddress* list, const std::string& needle) {
+bool InAddresses(MailStream*, MailAddress* list, const std::string& needle) {
   if (!list) return false;
-  MhLocal* local = mh_local(stream);
-  local->buffer[0] = '\0';
-  rfc822_write_address_limited(local->buffer, local->buffer_size + 1, list);
-  return Contains(local->buffer, std::strlen(local->buffer), needle);
+  char buffer[kMhBufferSize + 1];
+  buffer[0] = '\0';
+  rfc822_write_address_limited(buffer, sizeof buffer, list);
+  return Contains(buffer, std::strlen(buffer), needle);
 }
 
 bool InHeader(MailStream* stream, unsigned long msgno, const std::string& needle) {
@@ -65,7 +67,8 @@ bool InHeader(MailStream* stream, unsigned long msgno, const std::string& needle
 
 // The body text: what the stream holds already, else read for the search
 // alone.
-bool InBody(MailStream* stream, unsigned long msgno, const std::string& needle) {
+bool InBody(MailStream* stream, unsigned long msgno, const Criterion& c) {
+  const std::string& needle = c.text;
   const MailText* held = nullptr;
   if (stream->scache) {
     if (stream->msgno == msgno) held = stream->body_text;
@@ -73,7 +76,7 @@ bool InBody(MailStream* stream, unsigned long msgno, const std::string& needle) 
     held = elt->body_text;
   }
   if (held && !held->consumed) return InText(held, needle);
-  MailText* text = mh_read_text(stream, msgno);
+  MailText* text = c.ops->read_text(stream, msgno);
   const bool found = InText(text, needle);
   mail_free_text(&text);
   return found;
@@ -98,7 +101,7 @@ const Keyword kKeywords[] = {
     {"BEFORE", Arg::kDate,
      [](MailStream*, unsigned long, MessageElt* e, const Criterion& c) { return EltDate(e) < c.date; }},
     {"BODY", Arg::kString,
-     [](MailStream* s, unsigned long m, MessageElt*, const Criterion& c) { return InBody(s, m, c.text); }},
+     [](MailStream* s, unsigned long m, MessageElt*, const Criterion& c) { return InBody(s, m, c); }},
     {"CC", Arg::kString,
      [](MailStream* s, unsigned long m, MessageElt*, const Criterion& c) {
        Envelope* env = EnvelopeOf(s, m);
@@ -130,7 +133,7 @@ const Keyword kKeywords[] = {
      }},
     {"TEXT", Arg::kString,
      [](MailStream* s, unsigned long m, MessageElt*, const Criterion& c) {
-       return InHeader(s, m, c.text) || InBody(s, m, c.text);
+       return InHeader(s, m, c.text) || InBody(s, m, c);
      }},
     {"TO", Arg::kString,
      [](MailStream* s, unsigned long m, MessageElt*, const Criterion& c) {
@@ -194,7 +197,13 @@ void ClearMarks(MailStream* stream) {
 }  // namespace
 
 void mh_search(MailStream* stream, const char* criteria) {
-  if (!mh_local(stream) || !criteria) return;
+  if (!mh_local(stream)) return;
+  static const LocalSearchOps kOps = {mh_read_text, true};
+  local_search(stream, criteria, kOps);
+}
+
+void local_search(MailStream* stream, const char* criteria, const LocalSearchOps& ops) {
+  if (!criteria) return;
   const std::string copy(criteria);
   const char* p = copy.data();
   const char* end = p + copy.size();
@@ -209,7 +218,9 @@ void mh_search(MailStream* stream, const char* criteria) {
     const Keyword* keyword = nullptr;
     for (const Keyword& k : kKeywords)
       if (word == k.name) keyword = &k;
+    if (keyword && !ops.draft && std::strcmp(keyword->name, "DRAFT") == 0) keyword = nullptr;
     Criterion criterion;
+    criterion.ops = &ops;
     bool ok = keyword != nullptr;
     if (ok && keyword->arg != Arg::kNone) ok = ReadString(&p, end, &criterion.text);
     if (ok && keyword->arg == Arg::kDate) {

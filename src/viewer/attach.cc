@@ -21,6 +21,7 @@
 #include <cstring>
 #include <set>
 
+#include "c-client/rfc822/enclosure.h"
 #include "c-client/rfc822/mime_display.h"
 #include "c-client/rfc822/rfc822.h"
 #include "rclib/safe_file.h"
@@ -183,8 +184,6 @@ void AtExitCleanup() {
   AttachRemoveTempDir();
   AttachReapChildren();
 }
-
-int UuValue(char c) { return (c - ' ') & 0x3F; }
 
 }  // namespace
 
@@ -485,158 +484,25 @@ std::string AttachWriteTempFile(const std::string& name_in, std::string_view dat
 
 // --- Saving -------------------------------------------------------------------
 
-bool AttachUudecode(std::string_view text_in, std::string* out, std::string* name) {
-  const std::string_view text = text_in.substr(0, std::min(text_in.size(), kMaxUuInput));
-  out->clear();
-  size_t i = 0;
-  bool in_block = false;
-  while (i < text.size()) {
-    size_t end = text.find('\n', i);
-    if (end == std::string_view::npos) end = text.size();
-    std::string_view line = text.substr(i, end - i);
-    i = end + 1;
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    if (!in_block) {
-      if (line.substr(0, 6) == "begin ") {
-        in_block = true;
-        if (name) {
-          // "begin 644 name": the mode is ignored, never applied.
-          size_t at = line.find(' ', 6);
-          *name = at == std::string_view::npos ? std::string() : AttachSafeName(line.substr(at + 1));
-        }
-      }
-      continue;
-    }
-    if (line == "end") return true;
-    if (line.empty()) continue;
-    const int count = UuValue(line[0]);
-    if (count == 0) continue;
-    // Every byte needs its 4/3 characters; padding at the end may be cut.
-    const size_t needed = 1 + static_cast<size_t>(count * 4 + 2) / 3;
-    if (line.size() < needed) return false;
-    int produced = 0;
-    for (size_t k = 1; produced < count; k += 4) {
-      auto at = [&](size_t j) { return j < line.size() ? UuValue(line[j]) : 0; };
-      const int a = at(k), b = at(k + 1), c = at(k + 2), d = at(k + 3);
-      const unsigned char bytes[3] = {static_cast<unsigned char>((a << 2) | (b >> 4)),
-                                      static_cast<unsigned char>(((b & 0xF) << 4) | (c >> 2)),
-                                      static_cast<unsigned char>(((c & 0x3) << 6) | d)};
-      for (int m = 0; m < 3 && produced < count; ++m, ++produced) out->push_back(static_cast<char>(bytes[m]));
-    }
-  }
-  return false;
+bool AttachUudecode(std::string_view text, std::string* out, std::string* name) {
+  UuDecoded decoded;
+  const bool ok = uu_decode(text.substr(0, std::min(text.size(), kMaxUuInput)), &decoded) == UuStatus::kOk;
+  *out = ok ? std::move(decoded.data) : std::string();
+  // The mode is ignored, never applied.
+  if (name) *name = ok && !decoded.name.empty() ? AttachSafeName(decoded.name) : std::string();
+  return ok;
 }
 
-namespace {
-
-// Six bits per character, 64 characters in the order of BinHex 4.0.
-constexpr std::string_view kBinhexAlphabet = "!\"#$%&'()*+,-012345689@ABCDEFGHIJKLMNPQRSTUVXYZ[`abcdefhijklmpqr";
-constexpr unsigned char kBinhexRun = 0x90;
-
-// CRC-16 with the polynomial 0x1021 from 0, as BinHex checks its header
-// and forks.
-uint16_t BinhexCrc(std::string_view bytes) {
-  uint16_t crc = 0;
-  for (unsigned char c : bytes) {
-    crc ^= static_cast<uint16_t>(c << 8);
-    for (int i = 0; i < 8; ++i) crc = static_cast<uint16_t>(crc & 0x8000 ? (crc << 1) ^ 0x1021 : crc << 1);
-  }
-  return crc;
-}
-
-uint32_t BigEndian(std::string_view b, size_t at, int n) {
-  uint32_t v = 0;
-  for (int i = 0; i < n; ++i) v = v << 8 | static_cast<unsigned char>(b[at + static_cast<size_t>(i)]);
-  return v;
-}
-
-}  // namespace
-
-bool AttachBinhexDecode(std::string_view text_in, std::string* out, std::string* name, std::string* error) {
-  const std::string_view text = text_in.substr(0, std::min(text_in.size(), kMaxUuInput));
-  out->clear();
-  auto fail = [&](const std::string& why) {
+bool AttachBinhexDecode(std::string_view text, std::string* out, std::string* name, std::string* error) {
+  BinhexFile file;
+  std::string why;
+  if (!binhex_decode(text.substr(0, std::min(text.size(), kMaxUuInput)), &file, &why)) {
     out->clear();
     if (error) *error = why;
     return false;
-  };
-  // The block starts at the first ':' that begins a line after the line
-  // that names the format.
-  size_t at = std::string_view::npos;
-  for (size_t line = 0; line < text.size();) {
-    size_t end = text.find('\n', line);
-    if (end == std::string_view::npos) end = text.size();
-    if (text.substr(line, 10) == "(This file") {
-      at = end;
-      break;
-    }
-    line = end + 1;
   }
-  if (at == std::string_view::npos) return fail("No BinHex block was found.");
-  while (at < text.size() && text[at] != ':') ++at;
-  if (at >= text.size()) return fail("Unexpected end of file in encoded binhex file!");
-  ++at;
-  // Characters to bytes, then the runs expanded.
-  std::string packed;
-  uint32_t bits = 0;
-  int have = 0;
-  bool closed = false;
-  for (; at < text.size(); ++at) {
-    const char c = text[at];
-    if (c == ':') {
-      closed = true;
-      break;
-    }
-    if (c == '\r' || c == '\n' || c == ' ' || c == '\t') continue;
-    const size_t v = kBinhexAlphabet.find(c);
-    if (v == std::string_view::npos) return fail(std::string("A character that BinHex does not use ('") + c + "') was found.");
-    bits = bits << 6 | static_cast<uint32_t>(v);
-    have += 6;
-    if (have >= 8) {
-      have -= 8;
-      packed.push_back(static_cast<char>((bits >> have) & 0xFF));
-    }
-  }
-  if (!closed) return fail("Unexpected end of file in encoded binhex file!");
-  std::string bytes;
-  bytes.reserve(packed.size());
-  for (size_t i = 0; i < packed.size(); ++i) {
-    const unsigned char c = static_cast<unsigned char>(packed[i]);
-    if (c != kBinhexRun) {
-      bytes.push_back(static_cast<char>(c));
-      continue;
-    }
-    if (++i >= packed.size()) return fail("Unexpected end of file in encoded binhex file!");
-    const unsigned count = static_cast<unsigned char>(packed[i]);
-    if (count == 0) {
-      bytes.push_back(static_cast<char>(kBinhexRun));
-    } else {
-      // A run repeats the byte before it; it can't start the stream or
-      // make the output larger than the limit.
-      if (bytes.empty()) return fail("The BinHex data starts with a repeat.");
-      if (bytes.size() + count > kMaxUuInput) return fail("The BinHex data is too large.");
-      bytes.append(count - 1, bytes.back());
-    }
-  }
-  // Header: name length and name, version, type, creator, flags, the two
-  // fork lengths, its check.
-  if (bytes.empty()) return fail("Unexpected end of file in encoded binhex file!");
-  const size_t n = static_cast<unsigned char>(bytes[0]);
-  if (n < 1 || n > 63) return fail("The BinHex header names no file.");
-  const size_t header = 1 + n + 1 + 4 + 4 + 2 + 4 + 4;
-  if (bytes.size() < header + 2) return fail("Unexpected end of file in encoded binhex file!");
-  if (BinhexCrc(std::string_view(bytes).substr(0, header)) != BigEndian(bytes, header, 2))
-    return fail("CRC error in encoded Binhex file!");
-  const uint64_t data_len = BigEndian(bytes, header - 8, 4), rsrc_len = BigEndian(bytes, header - 4, 4);
-  const size_t data_at = header + 2;
-  if (data_at + data_len + 2 + rsrc_len + 2 > bytes.size()) return fail("Unexpected end of file in encoded binhex file!");
-  const std::string_view data = std::string_view(bytes).substr(data_at, data_len);
-  if (BinhexCrc(data) != BigEndian(bytes, data_at + data_len, 2)) return fail("CRC error in encoded Binhex file!");
-  const size_t rsrc_at = data_at + data_len + 2;
-  if (BinhexCrc(std::string_view(bytes).substr(rsrc_at, rsrc_len)) != BigEndian(bytes, rsrc_at + rsrc_len, 2))
-    return fail("CRC error in encoded Binhex file!");
-  if (name) *name = AttachSafeName(std::string_view(bytes).substr(1, n));
-  out->assign(data);
+  if (name) *name = AttachSafeName(file.name);
+  *out = std::move(file.data);
   return true;
 }
 

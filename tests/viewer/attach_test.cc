@@ -134,7 +134,7 @@ TEST(AttachBinhexDecode, DecodesTheDataForkAndRefusesBrokenBlocks) {
       {changed(kBinhex, "XC!T", "XC!U"), false, "CRC error"},         // a changed byte in the data
       {changed(kBinhex, ":$5iZ", ":$5jZ"), false, "CRC error"},       // in the header
       {changed(kBinhex, "MlF:", "MlF"), false, "Unexpected end"},     // no closing colon
-      {changed(kBinhex, "Eh*", "Eo*"), false, "A character that"},    // 'o' is not in the alphabet
+      {changed(kBinhex, "Eh*", "Eo*"), false, "bad char: 'o'"},      // 'o' is not in the alphabet
       {changed(kBinhex, "(This file", "(That file"), false, "No BinHex"},
       {"(This file\n:!!!!:\n", false, "The BinHex header"},           // a name of length 0
       {"(This file\n:\"3!!:\n", false, "Unexpected end"},           // a name of 5, then nothing
