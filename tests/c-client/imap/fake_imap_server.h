@@ -140,12 +140,6 @@ struct ImapFake : ::testing::Test {
     server.Finish();
     EXPECT_EQ(server.mismatch, "");
   }
-  // Everything the environment's callbacks were told, a line each.
-  static std::string Told() {
-    std::string all;
-    for (const MailEnvLine& l : mail_env_lines()) all += l.callback + ": " + l.text + "\n";
-    return all;
-  }
   MailStream* stream_ = nullptr;
 };
 

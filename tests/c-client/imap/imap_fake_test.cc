@@ -125,7 +125,7 @@ TEST_F(ImapFake, LoginAttemptsLoginDisabledAndMechanismFallbacks) {
     std::string questions;
     for (const std::string& q : EnvLines("login", true)) questions += " " + q.substr(q.find('@') + 1);
     EXPECT_EQ(questions, c.questions);
-    EXPECT_NE(Told().find(c.logged), std::string::npos) << Told();
+    EXPECT_NE(EnvAll().find(c.logged), std::string::npos) << EnvAll();
     // No password goes but in the LOGINs scripted.
     auto logins = [](const Script& lines) {
       return std::count_if(lines.begin(), lines.end(), [](auto& l) { return l.find(" LOGIN ") != l.npos; });
@@ -176,7 +176,7 @@ TEST_F(ImapFake, BrokenRepliesAreReportedAndTheReaderStaysInStep) {
                                               "S: * 1 FETCH (FLAGS (\\Flagged))", "S: $T OK done"});
     ASSERT_NE(Open(server), nullptr) << server.mismatch;
     EXPECT_EQ(mail_ping(stream_), 1);
-    EXPECT_NE(Told().find(c.logged), std::string::npos) << Told();
+    EXPECT_NE(EnvAll().find(c.logged), std::string::npos) << EnvAll();
     mail_fetchflags(stream_, "1");  // the next reply is read whole and right
     EXPECT_TRUE(mail_elt(stream_, 1)->flagged);
     Done(server);
@@ -212,7 +212,7 @@ TEST_F(ImapFake, CutsOversizedDataAndPipelinedReplies) {
     EXPECT_EQ(static_cast<bool>(mail_elt(stream_, 1)->seen), c.first);
     EXPECT_EQ(static_cast<bool>(mail_elt(stream_, 66)->flagged), c.second);
     if (!c.logged) continue;
-    EXPECT_NE(Told().find(c.logged), std::string::npos) << Told().substr(0, 2000);
+    EXPECT_NE(EnvAll().find(c.logged), std::string::npos) << EnvAll().substr(0, 2000);
     std::vector<std::string> told = EnvLines("notify", true);
     if (c.logged == kBroken.c_str()) {
       EXPECT_EQ(std::count(told.begin(), told.end(), kBroken + " @4"), 1);

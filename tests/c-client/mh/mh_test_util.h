@@ -194,12 +194,7 @@ class MhTest : public ::testing::Test {
     for (unsigned long i = 1; i <= s->nmsgs; ++i) out[mail_elt(s, i)->file_number] = Flags(s, i);
     return out;
   }
-  static std::string Logs() {
-    std::string out;
-    for (const MailEnvLine& l : mail_env_lines())
-      if (l.callback != "dlog") out += l.callback + "(" + std::to_string(l.level) + "): " + l.text + "\n";
-    return out;
-  }
+  static std::string Logs() { return EnvAll(false); }
   static bool Said(const std::string& callback, const std::string& text) { return EnvSaid(callback, text); }
   static MhIndexHeader Header(const std::string& dir) {
     std::string bytes = ReadFile(dir + "/mh_index.dat");

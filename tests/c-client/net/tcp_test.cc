@@ -52,11 +52,11 @@ TEST_F(Transport, HostFormsReachTheServer) {
     std::string name = WithPort(form, server.port());
     // A port in the name wins over the argument, which would be refused.
     TcpStream* s = tcp_open(name.c_str(), "imap", name != form ? 1 : server.port());
-    ASSERT_NE(s, nullptr) << AllTold();
+    ASSERT_NE(s, nullptr) << EnvAll();
     EXPECT_STREQ(tcp_host(s), host);
     EXPECT_NE(std::string(tcp_localhost(s)), "");
-    EXPECT_TRUE(Told("dlog", trace)) << AllTold();
-    EXPECT_TRUE(Told("dlog", "tcp_open(): host = " + name + ", service = imap\n"));
+    EXPECT_TRUE(EnvSaid("dlog", trace)) << EnvAll();
+    EXPECT_TRUE(EnvSaid("dlog", "tcp_open(): host = " + name + ", service = imap\n"));
     EXPECT_EQ(HookLog::outcomes, std::vector<int>{1});
     EXPECT_EQ(connections, baseline_ + 1);
     EXPECT_EQ(Take(tcp_getline(s)), "* OK hello");
@@ -90,7 +90,7 @@ TEST_F(Transport, FailedOpensSayWhyAndRecordTheOutcome) {
     if (prefix) expected.pop_back();
     EXPECT_TRUE(std::any_of(mail_env_lines().begin(), mail_env_lines().end(), [&](const MailEnvLine& l) {
       return l.callback == "log" && l.level == 2 && (prefix ? l.text.rfind(expected, 0) == 0 : l.text == expected);
-    })) << AllTold();
+    })) << EnvAll();
     EXPECT_EQ(HookLog::outcomes, std::vector<int>{0});
     EXPECT_EQ(connections, baseline_);
   }
@@ -123,8 +123,8 @@ TEST_F(Transport, OpensGiveUpAfterTheConnectTimeout) {
   start = Clock::now();
   EXPECT_EQ(tcp_open("localhost", "imap", 143), nullptr);
   EXPECT_LT(SecondsSince(start), 2.5);
-  EXPECT_TRUE(Told("log", "Failed to connect to [127.0.0.1]: connection timed out -- no response from server", 2));
-  EXPECT_TRUE(Told("log", "Failed to resolve hostname 'localhost' - failed to contact name server", 2)) << AllTold();
+  EXPECT_TRUE(EnvSaid("log", "Failed to connect to [127.0.0.1]: connection timed out -- no response from server", 2));
+  EXPECT_TRUE(EnvSaid("log", "Failed to resolve hostname 'localhost' - failed to contact name server", 2)) << EnvAll();
   EXPECT_EQ(HookLog::outcomes, (std::vector<int>{0, 0}));
 }
 
@@ -218,12 +218,12 @@ TEST_F(Transport, ASilentOrGoneServerEndsTheStream) {
       EXPECT_EQ(tcp_getline(s), nullptr);
       EXPECT_GE(SecondsSince(start), 0.9);
       EXPECT_LT(SecondsSince(start), 4.0);
-      EXPECT_TRUE(Told("log", "tcp_getdata: timeout during select on read.", 0)) << AllTold();
+      EXPECT_TRUE(EnvSaid("log", "tcp_getdata: timeout during select on read.", 0)) << EnvAll();
     } else {
       ASSERT_TRUE(Readable(s->socket, 3000));
       EXPECT_EQ(tcp_soutr(s, "a1 NOOP\r\n"), 0);
-      EXPECT_TRUE(Told("dlog", "tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. "
-                               "send() aborted.\n")) << AllTold();
+      EXPECT_TRUE(EnvSaid("dlog", "tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. "
+                               "send() aborted.\n")) << EnvAll();
     }
     EXPECT_EQ(s->socket, -1);
     server.done = true;
@@ -268,11 +268,11 @@ TEST_F(Transport, WritesTimeOutOnlyWhenTheServerTakesNothing) {
     setsockopt(s->socket, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     std::string message(total, 'm');
     auto start = Clock::now();
-    EXPECT_EQ(tcp_sout(s, message.data(), message.size()), reads ? 1 : 0) << AllTold();
+    EXPECT_EQ(tcp_sout(s, message.data(), message.size()), reads ? 1 : 0) << EnvAll();
     EXPECT_GE(SecondsSince(start), at_least) << "the server took it all at once: nothing tested";
     EXPECT_LT(SecondsSince(start), at_most);
     if (!reads) {
-      EXPECT_TRUE(Told("dlog", trace)) << AllTold();
+      EXPECT_TRUE(EnvSaid("dlog", trace)) << EnvAll();
       EXPECT_EQ(HookLog::asked, 1);
       EXPECT_FALSE(HookLog::short_next) << "the short time-out was not taken";
     }
@@ -302,8 +302,8 @@ TEST_F(Transport, LinesHaveALimit) {
       EXPECT_EQ(line.size(), length);
     } else {
       EXPECT_EQ(line, "(null)");
-      EXPECT_TRUE(Told("log", "The server [127.0.0.1] sent a line longer than 1048576 bytes; the connection is closed", 2))
-          << AllTold();
+      EXPECT_TRUE(EnvSaid("log", "The server [127.0.0.1] sent a line longer than 1048576 bytes; the connection is closed", 2))
+          << EnvAll();
       EXPECT_EQ(s->socket, -1);
     }
     server.done = true;

@@ -4,8 +4,6 @@
 // speaks the plain part itself and then relays the bytes to s_server.
 #include <sys/socket.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <string>
 
@@ -15,22 +13,11 @@ namespace {
 
 using namespace tcptest;
 
-std::string Run(const std::string& command) {
-  std::string out;
-  if (FILE* p = ::popen((command + " 2>&1").c_str(), "r")) {
-    char buffer[512];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
-    ::pclose(p);
-  }
-  return out;
-}
-
 // The servers of this test process, one per certificate kind, started on
 // first use and stopped at the end.
 struct TlsPeers {
   static inline std::string dir, ca;
   static inline std::map<std::string, unsigned> ports;
-  static inline const std::string script = "sh '" VELMAR_TEST_DATA_DIR "/../peers/tls-server.sh' ";
 
   // The server's port, or 0 with a failure that says why.
   static unsigned Port(const std::string& kind) {
@@ -39,18 +26,18 @@ struct TlsPeers {
       char name[] = "/tmp/velmar-tls-XXXXXX";
       dir = ::mkdtemp(name) ? name : "/tmp";
     }
-    std::string out = Run(script + "start '" + dir + "' " + kind);
-    size_t port = out.find("\nPORT="), ca_at = out.find("\nCA=");
-    if (port == std::string::npos || ca_at == std::string::npos) {
+    std::map<std::string, std::string> values;
+    const std::string out = RunPeerScript("tls-server.sh", "start '" + dir + "' " + kind, &values);
+    if (!values.count("PORT") || !values.count("CA")) {
       ADD_FAILURE() << "tls-server.sh could not start the " << kind << " server:\n" << out;
       return 0;
     }
-    ca = out.substr(ca_at + 4, out.find('\n', ca_at + 1) - ca_at - 4);
-    return ports[kind] = static_cast<unsigned>(std::atoi(out.c_str() + port + 6));
+    ca = values["CA"];
+    return ports[kind] = static_cast<unsigned>(std::stoul(values["PORT"]));
   }
   static void StopAll() {
     if (dir.empty()) return;
-    Run(script + "stop '" + dir + "'; rm -rf '" + dir + "'");
+    RunPeerScript("tls-server.sh", "stop '" + dir + "'; rm -rf '" + dir + "'");
     ports.clear();
     dir.clear();
   }
@@ -89,19 +76,19 @@ TEST_F(Tls, OnlyCertificatesThatProveTheNameAreTrusted) {
     SCOPED_TRACE(std::string(kind) + (flags ? " novalidate" : "") + (trust_test_ca ? "" : " system store"));
     mail_env_clear();
     TcpStream* s = Open(kind);
-    ASSERT_NE(s, nullptr) << AllTold();
+    ASSERT_NE(s, nullptr) << EnvAll();
     tcp_tls_set_ca_file(trust_test_ca ? TlsPeers::ca.c_str() : nullptr);
     long ok = tcp_starttls(s, "localhost", flags);
     EXPECT_EQ(tcp_tls_active(s), refusal.empty());
     if (!refusal.empty()) {
       EXPECT_EQ(ok, 0);
-      EXPECT_TRUE(Told("log", refusal, 2)) << AllTold();
+      EXPECT_TRUE(EnvSaid("log", refusal, 2)) << EnvAll();
       EXPECT_EQ(s->socket, -1);
       EXPECT_EQ(tcp_soutr(s, "a1 LOGIN user secret\r\n"), 0);  // never on in the clear
       tcp_close(s);
       continue;
     }
-    ASSERT_EQ(ok, 1) << AllTold();
+    ASSERT_EQ(ok, 1) << EnvAll();
     EXPECT_NE(std::string(tcp_tls_peer(s)).find(peer), std::string::npos) << tcp_tls_peer(s);
     if (flags) {  // s_server ends the session on this line
       ASSERT_EQ(tcp_soutr(s, "CLOSE\r\n"), 1);
@@ -115,7 +102,7 @@ TEST_F(Tls, OnlyCertificatesThatProveTheNameAreTrusted) {
     Pause(200);
     EXPECT_TRUE(Readable(s->socket, 0)) << "no session tickets: the case below is not exercised";
     for (const std::string& line : {std::string("a1 LOGIN"), std::string(3000, 'q') + "!"}) {
-      ASSERT_TRUE(Say(s, line)) << AllTold();
+      ASSERT_TRUE(Say(s, line)) << EnvAll();
       EXPECT_EQ(Take(tcp_getline(s)), line);
     }
     // A counted block and the line after it, from the same answer.
@@ -128,8 +115,8 @@ TEST_F(Tls, OnlyCertificatesThatProveTheNameAreTrusted) {
     ASSERT_TRUE(Say(s, "* BYE"));
     Pause(300);
     EXPECT_EQ(tcp_soutr(s, "a1 NOOP\r\n"), 0);
-    EXPECT_TRUE(Told("dlog", "tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. "
-                             "send() aborted.\n")) << AllTold();
+    EXPECT_TRUE(EnvSaid("dlog", "tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. "
+                             "send() aborted.\n")) << EnvAll();
     tcp_close(s);
   }
 }
@@ -171,11 +158,11 @@ TEST_F(Tls, StarttlsUpgradesAfterPlainLines) {
     long ok = tcp_starttls(s, "localhost", 0);
     if (inject) {
       EXPECT_EQ(ok, 0);
-      EXPECT_TRUE(Told("log", "TLS connection to localhost failed: the server sent data before the TLS handshake", 2))
-          << AllTold();
+      EXPECT_TRUE(EnvSaid("log", "TLS connection to localhost failed: the server sent data before the TLS handshake", 2))
+          << EnvAll();
       EXPECT_EQ(s->socket, -1);
     } else {
-      ASSERT_EQ(ok, 1) << AllTold();
+      ASSERT_EQ(ok, 1) << EnvAll();
       ASSERT_TRUE(Say(s, "a2 CAPABILITY"));
       EXPECT_EQ(Take(tcp_getline(s)), "a2 CAPABILITY");
     }
