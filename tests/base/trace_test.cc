@@ -1,6 +1,5 @@
 // Tracing and the numbered messages.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <string>

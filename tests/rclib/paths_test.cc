@@ -1,11 +1,9 @@
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "rclib/paths.h"
 #include "tests/rclib/rclib_fixture.h"

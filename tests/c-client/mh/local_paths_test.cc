@@ -2,8 +2,6 @@
 #include "c-client/mh/local_paths.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>

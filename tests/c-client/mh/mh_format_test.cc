@@ -8,7 +8,6 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "c-client/core/plain_env.h"
 #include "tests/c-client/core/address_util.h"
