@@ -15,8 +15,7 @@ class MhDriver : public MhTest {};
 
 TEST_F(MhDriver, AppendsWaitInTheQueueUntilTheNextPing) {
   const std::string dir = Create("Box");
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   mail_env_clear();
   // The date is checked, then the file's own time is the internal date.
   ASSERT_EQ(Append("Box", MakeMessage(0, true), "(\\Seen \\Flagged)", "1-Jan-2000 10:00:00 +0000"), 1);
@@ -85,8 +84,7 @@ TEST_F(MhDriver, NewNumbersNeverOverwriteAnotherWritersFile) {
 TEST_F(MhDriver, AFileDroppedInByAnotherToolAppearsAtTheNextCheck) {
   const std::string dir = Create("Box");
   ASSERT_EQ(Append("Box", "Subject: ours\n\nx\n"), 1);
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   ASSERT_EQ(s->nmsgs, 1u);
   // A copy by hand: no queued record. While it may still be being written
   // it waits; once settled, the next check takes it.
@@ -116,8 +114,7 @@ TEST_F(MhDriver, FlagListsAreParsedAndWrittenThrough) {
       {"Seen \\Seen", "S----", "Unknown flag: SEEN"}, {"(\\Seen", "-----", "Bad flag list"},
   };
   for (size_t i = 0; i < std::size(cases); ++i) ASSERT_EQ(Append("Box", "Subject: f\n\nf\n"), 1);
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   ASSERT_EQ(s->nmsgs, std::size(cases));
   const std::time_t before = std::time(nullptr);
   for (size_t i = 0; i < std::size(cases); ++i) {
@@ -131,8 +128,7 @@ TEST_F(MhDriver, FlagListsAreParsedAndWrittenThrough) {
   Close(s);
   std::string index = ReadFile(dir + "/mh_index.dat");
   WriteFile(dir + "/mh_index.dat", index.replace(kMhHeaderSize + 32, 4, Le32(0x100 | kMhSeen)));
-  s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  s = OpenOk("Box");
   for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(Flags(s, i + 1), std::get<1>(cases[i])) << "reopened";
 
   mail_setflag(s, "1:3", "\\Seen \\Deleted \\Flagged \\Answered \\Draft");
@@ -147,15 +143,13 @@ TEST_F(MhDriver, CloseClearsRecentAndRemembersTheLastMessage) {
   const std::string dir = Create("Box");
   ASSERT_EQ(Append("Box", "Subject: 1\n\n1\n"), 1);
   ASSERT_EQ(Append("Box", "Subject: 2\n\n2\n"), 1);
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   EXPECT_EQ(s->recent, 2u);
   Close(s);
   EXPECT_EQ(Header(dir).recent, 0u);
   EXPECT_EQ(Header(dir).last_seen, 2u);
   ASSERT_EQ(Append("Box", "Subject: 3\n\n3\n"), 1);
-  s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  s = OpenOk("Box");
   ASSERT_EQ(s->nmsgs, 3u);
   EXPECT_EQ(s->recent, 1u);
   EXPECT_TRUE(!mail_elt(s, 1)->recent && !mail_elt(s, 2)->recent && mail_elt(s, 3)->recent);
@@ -171,8 +165,7 @@ TEST_F(MhDriver, CloseClearsRecentAndRemembersTheLastMessage) {
 TEST_F(MhDriver, OnlyReadingTheTextMarksSeen) {
   const std::string dir = Create("Box");
   ASSERT_EQ(Append("Box", MakeMessage(1, true)), 1);
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   ASSERT_NE(mail_fetchstructure(s, 1, nullptr), nullptr);
   ASSERT_NE(mail_fetchheader(s, 1), nullptr);
   EXPECT_EQ(Flags(s, 1), "-----");
@@ -192,8 +185,7 @@ TEST_F(MhDriver, RebuildTakesStatusFilesAndSkipsEmptyOrMisnamedFiles) {
   const std::string dir = Create("Box");
   ASSERT_EQ(Append("Box", "Subject: one\n\n1\n"), 1);
   ASSERT_EQ(Append("Box", "Subject: gone\n\n4\n"), 1);
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   fs::remove(dir + "/2");
   EXPECT_EQ(mail_fetchtext(s, 2), nullptr);
   EXPECT_TRUE(Said("log", "Failed to open MH message file: " + dir + "/2 - No such file or directory")) << Logs();
@@ -203,8 +195,7 @@ TEST_F(MhDriver, RebuildTakesStatusFilesAndSkipsEmptyOrMisnamedFiles) {
   WriteFile(dir + "/3.st", Le32(kMhSeen | kMhFlagged) + Le32(3));
   WriteFile(dir + "/012", "not a message: its name doesn't read back\n");
   fs::remove(dir + "/mh_index.dat");
-  s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  s = OpenOk("Box");
   EXPECT_TRUE(Said("notify", "Rebuilding MH cache database - this may take awhile.")) << Logs();
   ASSERT_EQ(s->nmsgs, 2u);
   EXPECT_EQ(mail_elt(s, 2)->file_number, 3u);
@@ -222,24 +213,21 @@ TEST_F(MhDriver, RebuildTakesStatusFilesAndSkipsEmptyOrMisnamedFiles) {
 TEST_F(MhDriver, ExpungeWithAndWithoutStructureRecords) {
   const std::string dir = Create("Box");
   for (int i = 0; i < 8; ++i) ASSERT_EQ(Append("Box", MakeMessage(i, i % 2 == 0)), 1);
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   Close(s);
   // Messages 2, 3, 6 and 7 lose their structure records, as if never
   // fetched; 3 and 7 go, 2 and 6 stay.
   std::string index = ReadFile(dir + "/mh_index.dat");
   for (int n : {2, 3, 6, 7}) index.replace(kMhHeaderSize + (n - 1) * kMhRecordSize + 16, 12, std::string(12, '\0'));
   WriteFile(dir + "/mh_index.dat", index);
-  s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  s = OpenOk("Box");
   std::map<unsigned long, std::string> before;
   for (unsigned long i = 1; i <= 8; ++i) before[i] = DumpMessage(s, i);
   for (unsigned long i = 1; i <= 8; ++i) EXPECT_NE(Records(dir)[i - 1].cache_offset, 0u) << "fetching made " << i;
   Close(s);
   WriteFile(dir + "/mh_index.dat", index);  // back to records without structures
 
-  s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  s = OpenOk("Box");
   mail_setflag(s, "1,3,5,7", "\\Deleted");
   mail_setflag(s, "2", "\\Flagged");
   mail_env_clear();
@@ -263,8 +251,7 @@ TEST_F(MhDriver, ExpungeWithAndWithoutStructureRecords) {
   EXPECT_EQ(records[0].flags, kMhFlagged);
   for (unsigned long i = 1; i <= 4; ++i) EXPECT_EQ(DumpMessage(s, i), before[2 * i]) << "message " << 2 * i;
   Close(s);
-  s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  s = OpenOk("Box");
   for (unsigned long i = 1; i <= 4; ++i) EXPECT_EQ(DumpMessage(s, i), before[2 * i]) << "reopened, " << 2 * i;
 
   mail_env_clear();

@@ -73,8 +73,7 @@ class MhRecovery : public MhTest {
     dir_ = Create("Box");
     target_ = Create("Target");
     for (int i = 0; i <= kCount; ++i) ASSERT_EQ(Append("Box", MakeMessage(i, i % 2 == 0)), 1);
-    MailStream* s = Open("Box");
-    ASSERT_NE(s, nullptr);
+    MailStream* s = OpenOk("Box");
     mail_setflag(s, "1,4,7", "\\Seen");
     mail_setflag(s, "2,4", "\\Flagged \\Answered");
     mail_setflag(s, "3", "\\Draft");
@@ -201,8 +200,7 @@ TEST_F(MhRecovery, DamagedCacheFilesAreRebuiltWithEveryMessageAndFlag) {
 TEST_F(MhRecovery, AFifoWhereAFileBelongsIsRefusedWithoutWaiting) {
   MakeFolder();
   Fifo(dir_ + "/2");
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   const std::string refused = "Failed to open MH message file: " + dir_ + "/2 - Not a regular file";
   EXPECT_EQ(mail_fetchtext(s, 2), nullptr);
   EXPECT_EQ(mail_copy(s, "1:3", "Target"), 0);
@@ -210,8 +208,7 @@ TEST_F(MhRecovery, AFifoWhereAFileBelongsIsRefusedWithoutWaiting) {
   Close(s);
   fs::remove(dir_ + "/mh_cache.dat");
   mail_env_clear();
-  s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  s = OpenOk("Box");
   EXPECT_EQ(s->nmsgs, kCount - 1u) << "no message there, and the rebuild goes on";
   EXPECT_TRUE(Said("log", refused)) << Logs();
   Fifo(dir_ + "/mh_updat.dat");
@@ -232,8 +229,7 @@ TEST_F(MhRecovery, ACorruptStructureRecordFailsItsFetchAndTheNextOpenRebuilds) {
   MakeFolder();
   const MhIndexRecord r = Records(dir_)[2];
   Patch(dir_, "mh_cache.dat", r.cache_offset + 4, Le32(12345));  // a bad tag where the envelope begins
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   EXPECT_FALSE(Said("notify", kRebuilding));
   EXPECT_EQ(mail_fetchstructure(s, 3, nullptr), nullptr);
   EXPECT_TRUE(Said("notify", kCorrupt)) << Logs();
@@ -392,8 +388,7 @@ TEST_F(MhRecovery, AMessageFileThatCantBeOpenedStopsTheRebuild) {
 // refused aloud, never dropped.
 TEST_F(MhRecovery, AFlagChangeThatCantBeWrittenSaysSo) {
   MakeFolder();
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   mail_setflag(s, "6", "\\Deleted");
   safe_fail_from_for_test(kSafeRename, 1, EIO);
   mail_expunge(s);
@@ -414,8 +409,7 @@ TEST_F(MhRecovery, QueueRecordsForMessagesTheIndexHoldsAreSkipped) {
   const std::string twenty(reinterpret_cast<const char*>(bytes), sizeof bytes);
   const std::string three = ReadFile(dir_ + "/mh_index.dat").substr(kMhHeaderSize + 2 * kMhRecordSize, kMhRecordSize);
   WriteFile(dir_ + "/mh_updat.dat", three + twenty + twenty);
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   std::map<unsigned long, std::string> want = flags_;
   want[20] = "--F--";
   EXPECT_EQ(FlagMap(s), want);

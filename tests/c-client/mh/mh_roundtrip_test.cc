@@ -18,8 +18,7 @@ class MhRoundTrip : public MhTest {};
 
 TEST_F(MhRoundTrip, EveryMessageComesBackTheSameFromEveryPath) {
   const std::string dir = Create("Big");
-  MailStream* s = Open("Big");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Big");
   auto text_of = [](unsigned long i) { return MakeMessage(static_cast<int>(i - 1), (i - 1) / 6 % 2 == 0); };
   for (unsigned long i = 1; i <= kMessages; ++i)
     ASSERT_EQ(Append("Big", text_of(i), i % 3 == 1 ? "\\Flagged" : nullptr), 1) << Logs();
@@ -68,8 +67,7 @@ TEST_F(MhRoundTrip, EveryMessageComesBackTheSameFromEveryPath) {
   // From the caches alone: with the message files away, every structure.
   for (unsigned long i = 1; i <= kMessages; ++i)
     fs::rename(dir + "/" + std::to_string(i), home_ + "/" + std::to_string(i));
-  s = Open("Big");
-  ASSERT_NE(s, nullptr) << Logs();
+  s = OpenOk("Big");
   ASSERT_EQ(s->nmsgs, kMessages);
   for (unsigned long i = 1; i <= kMessages; ++i) ASSERT_EQ(DumpStructure(s, i), structures[i]) << "cached, " << i;
   Close(s);
@@ -79,8 +77,7 @@ TEST_F(MhRoundTrip, EveryMessageComesBackTheSameFromEveryPath) {
   // A rebuild from the message files gives the same, and keeps the flags.
   fs::remove(dir + "/mh_cache.dat");
   mail_env_clear();
-  s = Open("Big");
-  ASSERT_NE(s, nullptr) << Logs();
+  s = OpenOk("Big");
   EXPECT_TRUE(Said("notify", "Rebuilding MH cache database - this may take awhile.")) << Logs();
   ASSERT_EQ(s->nmsgs, kMessages);
   for (unsigned long i = 1; i <= kMessages; ++i) {

@@ -67,8 +67,7 @@ TEST_F(MhSearch, EveryKeywordPicksItsMessages) {
   Write(dir, 3,
         "From: alice@example.org\nBcc: eve@example.net\nSubject: Re: Quarterly report\n\nNUMBERS look fine\n", 12);
   fs::remove(dir + "/mh_cache.dat");
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   ASSERT_EQ(s->nmsgs, 3u);
   mail_setflag(s, "1", "\\Seen \\Answered");
   mail_setflag(s, "2", "\\Flagged");
@@ -78,8 +77,7 @@ TEST_F(MhSearch, EveryKeywordPicksItsMessages) {
   // large enough to be spooled to a file.
   Write(dir, 4, "From: zed@example.org\nSubject: Big\n\n" + std::string(3000, 'x') + " needle\n", 13);
   fs::remove(dir + "/mh_cache.dat");
-  s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  s = OpenOk("Box");
   ASSERT_EQ(s->nmsgs, 4u);
   ASSERT_EQ(Flags(s, 1), "S--A-");
 

@@ -20,8 +20,7 @@ std::string Status(const char* name, long flags = SA_MESSAGES | SA_RECENT | SA_U
 TEST_F(MhTest, StatusCountsFollowAppendsFlagsAndTheQueue) {
   const std::string dir = Create("Box"), index = dir + "/mh_index.dat", queue = dir + "/mh_updat.dat";
   auto open_close = [&](const char* flag) {
-    MailStream* s = Open("Box");
-    ASSERT_NE(s, nullptr);
+    MailStream* s = OpenOk("Box");
     if (flag) mail_setflag(s, "1", flag);
     Close(s);
   };
@@ -68,8 +67,7 @@ TEST_F(MhTest, StatusOfWhatCantBeToldIsZero) {
   for (long flags : {SA_UIDNEXT | SA_UIDVALIDITY, 0l}) EXPECT_EQ(Status("Box", flags), "none");
   for (const char* name : {"Missing", "Box\\.."}) EXPECT_EQ(Status(name), "none");
   // A stream of the folder may carry the question; the answer is the same.
-  MailStream* s = Open("Box");
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk("Box");
   EXPECT_EQ(Status("Box", SA_MESSAGES, s), "1/-/-");
 }
 

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -160,6 +161,11 @@ class MhTest : public ::testing::Test {
   }
   // Streams opened here are closed at the end unless closed before.
   MailStream* Open(const char* name) { return streams_.emplace_back(mail_open(nullptr, name, 0)); }
+  // A folder the test cannot go on without: not opening it ends the test.
+  MailStream* OpenOk(const char* name) {
+    if (MailStream* s = Open(name)) return s;
+    throw std::runtime_error(std::string("cannot open ") + name + "\n" + Logs());
+  }
   void Close(MailStream*& stream) {
     std::replace(streams_.begin(), streams_.end(), stream, static_cast<MailStream*>(nullptr));
     stream = mail_close(stream);
