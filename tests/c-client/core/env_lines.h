@@ -38,6 +38,7 @@ inline bool EnvSaid(const std::string& callback, const std::string& text, long l
 inline std::string EnvAll(bool with_debug = true) {
   std::string out;
   for (const MailEnvLine& l : mail_env_lines())
-    if (with_debug || l.callback != "dlog") out += l.callback + "(" + std::to_string(l.level) + "): " + l.text + "\n";
+    if (with_debug || l.callback != "dlog")
+      out += l.callback + "(" + std::to_string(l.level) + "): " + l.text + "\n";
   return out;
 }

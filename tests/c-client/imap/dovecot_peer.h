@@ -15,7 +15,9 @@ struct Dovecot {
   std::map<std::string, std::string> env;  // the KEY=VALUE lines of the start
   std::string dir;
 
-  std::string Run(const std::string& args) { return tcptest::RunPeerScript("imap-dovecot.sh", args); }
+  static std::string Run(const std::string& args) {
+    return tcptest::RunPeerScript("imap-dovecot.sh", args);
+  }
   // False with a failure that says why (the package missing, a start that failed).
   bool Start() {
     char name[] = "/tmp/velmar-imap-XXXXXX";

@@ -78,15 +78,16 @@ inline sockaddr_in Loopback4(unsigned short port) { return sockaddr_in{AF_INET, 
 inline std::string RunPeerScript(const std::string& script, const std::string& args,
                                  std::map<std::string, std::string>* values = nullptr) {
   std::string out;
-  const std::string command = "bash '" VELMAR_TEST_DATA_DIR "/../peers/" + script + "' " + args + " 2>&1";
-  if (FILE* p = ::popen(command.c_str(), "r")) {
+  const std::string path = VELMAR_TEST_DATA_DIR "/../peers/" + script;
+  if (FILE* p = ::popen(("bash '" + path + "' " + args + " 2>&1").c_str(), "r")) {
     char buffer[512];
     while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
     ::pclose(p);
   }
   std::istringstream lines(out);
   for (std::string line; values && std::getline(lines, line);)
-    if (size_t eq = line.find('='); eq != std::string::npos && eq > 0) (*values)[line.substr(0, eq)] = line.substr(eq + 1);
+    if (size_t eq = line.find('='); eq != std::string::npos && eq > 0)
+      (*values)[line.substr(0, eq)] = line.substr(eq + 1);
   return out;
 }
 
@@ -150,6 +151,10 @@ class LoopbackServer {
         return;
       }
     });
+  }
+  // Waits for the script to end, or for no connection to come.
+  void Join() {
+    if (thread_.joinable()) thread_.join();
   }
   // Holds the connection until the test sets done (or the server goes).
   void WaitUntilDone() {
