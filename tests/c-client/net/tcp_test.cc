@@ -280,6 +280,31 @@ TEST_F(Transport, WritesTimeOutOnlyWhenTheServerTakesNothing) {
   }
 }
 
+// An attacker in the path adds a reply in the clear after the server's
+// consent to STARTTLS, hoping it is read as if it came through TLS: the
+// upgrade fails instead.
+TEST_F(Transport, AReplyInTheClearBeforeTheHandshakeFailsTheUpgrade) {
+  LoopbackServer front;
+  front.Serve([&](int fd) {
+    SendAll(fd, "* OK plain greeting\r\n");
+    if (ReadLine(fd) == "a1 STARTTLS") SendAll(fd, "a1 OK Begin TLS\r\na2 OK LOGIN done\r\n");
+    front.WaitUntilDone();
+  });
+  TcpStream* s = tcp_open("localhost", "imap", front.port());
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(Take(tcp_getline(s)), "* OK plain greeting");
+  ASSERT_EQ(tcp_soutr(s, "a1 STARTTLS\r\n"), 1);
+  EXPECT_EQ(Take(tcp_getline(s)), "a1 OK Begin TLS");
+  Pause(100);  // the injected line is in the same read
+  EXPECT_EQ(tcp_starttls(s, "localhost", 0), 0);
+  EXPECT_TRUE(EnvSaid("log", "TLS connection to localhost failed: the server sent data before the TLS handshake",
+                      2))
+      << EnvAll();
+  EXPECT_EQ(s->socket, -1);
+  front.done = true;
+  tcp_close(s);
+}
+
 TEST_F(Transport, LinesHaveALimit) {
   for (size_t length : {kTcpMaxLine, kTcpMaxLine + 1}) {
     SCOPED_TRACE(length);
