@@ -389,7 +389,6 @@ TEST_F(ImapPeer, ServerGoingAwayIsNotifiedAndLaterCommandsFailCleanly) {
   ASSERT_FALSE(notes.empty());
   EXPECT_EQ(notes.back().substr(notes.back().size() - 2), "@4");
   EXPECT_EQ(mail_ping(s), 0);
-  own.Remove();
 }
 
 }  // namespace

@@ -62,10 +62,10 @@ TEST(LocalPaths, PatternMatch) {
 // A rewritten file takes the old one's place, which becomes the backup. A
 // new file that can't take its place leaves the old one readable under its
 // own name, and the new one where it was.
-TEST(FileInstall, StatesAndAFailedRename) {
-  char tmpl[] = "/tmp/velmar-install-XXXXXX";
-  ASSERT_NE(::mkdtemp(tmpl), nullptr);
-  const std::string base = std::string(tmpl) + "/mh_index";
+using FileInstall = mh_test::MhTest;
+
+TEST_F(FileInstall, StatesAndAFailedRename) {
+  const std::string base = home_ + "/mh_index";
   auto get = [&](const char* suffix) { return fs::exists(base + suffix) ? mh_test::ReadFile(base + suffix) : "-"; };
   const std::tuple<const char*, const char*, const char*, int, const char*, const char*> rows[] = {
       // .dat, .bak and .new before (null: absent), the result, .dat and .bak after
@@ -89,7 +89,6 @@ TEST(FileInstall, StatesAndAFailedRename) {
   EXPECT_EQ(file_install(base), 0);
   EXPECT_EQ(get(".dat"), "old");
   EXPECT_TRUE(fs::is_directory(base + ".new/inside"));
-  fs::remove_all(tmpl);
 }
 
 }  // namespace
