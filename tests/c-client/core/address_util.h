@@ -1,4 +1,4 @@
-// An address record for tests, with the next one chained on.
+// Address and parameter records for tests, each with the next one chained on.
 #pragma once
 
 #include "c-client/core/mail.h"
@@ -11,4 +11,13 @@ inline MailAddress* Address(const char* personal, const char* mailbox, const cha
   a->host = cpystr(host);
   a->next = next;
   return a;
+}
+
+inline BodyParameter* Parameter(const char* attribute, const char* value,
+                                BodyParameter* next = nullptr) {
+  BodyParameter* p = mail_newbody_parameter();
+  p->attribute = cpystr(attribute);
+  p->value = cpystr(value);
+  p->next = next;
+  return p;
 }

@@ -56,12 +56,7 @@ TEST(MailRecords, DuplicatesAreIndependentOfTheOriginal) {
   mail_free_envelope(&copy);
   EXPECT_EQ(mail_duplicate_envelope(nullptr), nullptr);
 
-  BodyParameter* p = mail_newbody_parameter();
-  p->attribute = cpystr("CHARSET");
-  p->value = cpystr("UTF-8");
-  p->next = mail_newbody_parameter();
-  p->next->attribute = cpystr("FORMAT");
-  p->next->value = cpystr("flowed");
+  BodyParameter* p = Parameter("CHARSET", "UTF-8", Parameter("FORMAT", "flowed"));
   BodyParameter* params = mail_duplicate_body_parameters(p);
   mail_free_body_parameter(&p);
   ASSERT_TRUE(params && params->next && !params->next->next);

@@ -58,14 +58,6 @@ TEST(MhIndex, HeaderAndRecordBytes) {
 
 // --- Structure fixtures --------------------------------------------------------------
 
-BodyParameter* Parameter(const char* attribute, const char* value, BodyParameter* next = nullptr) {
-  BodyParameter* p = mail_newbody_parameter();
-  p->attribute = cpystr(attribute);
-  p->value = cpystr(value);
-  p->next = next;
-  return p;
-}
-
 void SetPart(BodyPart* b, unsigned short type, unsigned short encoding, const char* subtype, unsigned long lines,
              unsigned long bytes) {
   b->type = type;

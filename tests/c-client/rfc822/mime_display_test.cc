@@ -9,6 +9,7 @@
 
 #include "c-client/core/mail.h"
 #include "c-client/rfc822/mime_display.h"
+#include "tests/c-client/core/address_util.h"
 
 namespace {
 
@@ -66,13 +67,8 @@ TEST(DisplayText, WorkPerHeaderIsBounded) {
 struct Params {
   BodyParameter* head = nullptr;
   explicit Params(const std::vector<std::pair<std::string, std::string>>& list) {
-    BodyParameter** tail = &head;
-    for (const auto& [a, v] : list) {
-      *tail = mail_newbody_parameter();
-      (*tail)->attribute = cpystr(a.c_str());
-      (*tail)->value = cpystr(v.c_str());
-      tail = &(*tail)->next;
-    }
+    for (auto p = list.rbegin(); p != list.rend(); ++p)
+      head = Parameter(p->first.c_str(), p->second.c_str(), head);
   }
   ~Params() { mail_free_body_parameter(&head); }
 };
@@ -106,9 +102,7 @@ TEST(Parameter, ExtendedContinuedAndPlainValues) {
 
 std::string FileNameOf(const std::string& name) {
   BodyPart* b = mail_newbody();
-  b->parameter = mail_newbody_parameter();
-  b->parameter->attribute = cpystr("NAME");
-  b->parameter->value = cpystr(name.c_str());
+  b->parameter = Parameter("NAME", name.c_str());
   std::string out = mime_file_name(b);
   mail_free_body(&b);
   return out;

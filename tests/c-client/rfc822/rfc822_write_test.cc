@@ -15,6 +15,7 @@
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/rfc822_write.h"
 #include "c-client/rfc822/strsrc.h"
+#include "tests/c-client/core/address_util.h"
 
 namespace {
 
@@ -158,13 +159,8 @@ BodyPart* Part(unsigned short type, const char* subtype, unsigned short encoding
   b->type = type;
   b->encoding = encoding;
   b->subtype = subtype ? cpystr(subtype) : nullptr;
-  BodyParameter** tail = &b->parameter;
-  for (const auto& [a, v] : params) {
-    *tail = mail_newbody_parameter();
-    (*tail)->attribute = cpystr(a.c_str());
-    (*tail)->value = cpystr(v.c_str());
-    tail = &(*tail)->next;
-  }
+  for (auto p = params.rbegin(); p != params.rend(); ++p)
+    b->parameter = Parameter(p->first.c_str(), p->second.c_str(), b->parameter);
   return b;
 }
 
