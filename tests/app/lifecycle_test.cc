@@ -12,7 +12,6 @@
 #include "src/app/workspace.h"
 #include "src/base/model_events.h"
 #include "src/options/options.h"
-#include "src/organizer/organizer.h"
 #include "src/send/submit.h"
 #include "tests/support/frame_fixture.h"
 

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "src/base/fs.h"
-#include "src/app/workspace.h"
 #include "src/base/model_events.h"
 #include "tests/support/frame_fixture.h"
 

@@ -6,7 +6,6 @@
 
 #include "src/base/errors.h"
 #include "src/base/trace.h"
-#include "src/app/workspace.h"
 #include "src/options/options.h"
 #include "tests/support/frame_fixture.h"
 

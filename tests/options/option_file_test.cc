@@ -12,7 +12,6 @@
 #include "src/base/cenv.h"
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
-#include "src/app/workspace.h"
 #include "src/options/options.h"
 #include "tests/support/frame_fixture.h"
 
