@@ -1,13 +1,15 @@
 // The imap2 driver against a scripted server: the older protocol
 // generations and their fallbacks, and replies that are broken, truncated
 // or hostile. Each must end in the documented result, never a crash or a
-// hang, and the reader must stay in step with the server.
+// hang, and the reader must stay in step with the server. And mailbox names
+// between UTF-8 and their wire form.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
+#include "c-client/imap/mutf7.h"
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/strsrc.h"
 #include "tests/c-client/imap/fake_imap_server.h"
@@ -388,6 +390,27 @@ TEST_F(ImapFake, StatusAnswersAndBrokenAnswers) {
     EXPECT_EQ(mail_ping(stream_), 1);  // still in step: the next command gets its own answer
     Done(server);
     EXPECT_EQ(EnvLogs(2), "");
+  }
+}
+
+TEST(MailboxNameCodec, RoundTripsAndRefusesBadWireForms) {
+  const char* both_ways[][2] = {
+      {"A & B", "A &- B"},
+      {"Caf\xc3\xa9", "Caf&AOk-"},
+      {"\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e", "&ZeVnLIqe-"},
+      {"~peter/mail/\xe5\x8f\xb0\xe5\x8c\x97/\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e", "~peter/mail/&U,BTFw-/&ZeVnLIqe-"},
+      {"\xf0\x9f\x93\xa7 mail", "&2D3c5w- mail"},  // outside the BMP: a surrogate pair
+  };
+  for (auto& [utf8, wire] : both_ways) {
+    EXPECT_EQ(imap_utf8_to_mutf7(utf8), wire);
+    std::string back;
+    EXPECT_TRUE(imap_mutf7_to_utf8(wire, &back) && back == utf8) << wire;
+  }
+  EXPECT_EQ(imap_utf8_to_mutf7("Caf\xe9"), "Caf&AOk-");  // Latin-1 bytes still get a wire form
+  for (const char* bad : {"&AOk", "&A-", "&AGE-", "&2D0-", "a\x80", "&!!-", "&3ec-"}) {
+    std::string out = "kept";
+    EXPECT_FALSE(imap_mutf7_to_utf8(bad, &out)) << bad;
+    EXPECT_EQ(out, "kept");
   }
 }
 
