@@ -8,7 +8,7 @@
 
 #include "c-client/core/mail.h"
 #include "c-client/core/plain_env.h"
-#include "tests/c-client/core/address_util.h"
+#include "tests/c-client/core/records_dump.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "c-client/core/plain_env.h"
-#include "tests/c-client/core/address_util.h"
+#include "tests/c-client/core/records_dump.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "tests/c-client/core/env_lines.h"
 #include "c-client/rfc822/mime_display.h"
 #include "c-client/rfc822/rfc822_write.h"
-#include "tests/c-client/core/address_util.h"
+#include "tests/c-client/core/records_dump.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/rfc822_write.h"
 #include "c-client/rfc822/strsrc.h"
-#include "tests/c-client/core/address_util.h"
+#include "tests/c-client/core/records_dump.h"
 
 namespace {
 
