@@ -19,7 +19,7 @@
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/strsrc.h"
 #include "tests/c-client/core/env_lines.h"
-#include "tests/c-client/imap/dovecot_peer.h"
+#include "tests/c-client/imap/imap_servers.h"
 
 namespace {
 
@@ -48,14 +48,9 @@ class ImapPeer : public ::testing::Test {
   static void TearDownTestSuite() { g_server->Remove(); }
   void SetUp() override {
     ASSERT_TRUE(g_up) << "no Dovecot (package dovecot-imapd)";
-    mail_unlink_all();
-    mail_link(&imap2driver);
-    mail_env_set_login(g_server->env["USER"].c_str(), g_server->env["PASSWORD"].c_str());
+    imap_test::UseImapDriver(g_server->env["USER"].c_str(), g_server->env["PASSWORD"].c_str());
     tcp_tls_set_ca_file(g_server->env["CAFILE"].c_str());
     tcp_set_timeouts_for_test(20, 20, 10);
-    long zero = 0;
-    mail_parameters(nullptr, 112, &zero);
-    mail_parameters(nullptr, 114, &zero);
   }
   void TearDown() override {
     for (MailStream*& s : streams_) s = mail_close(s);

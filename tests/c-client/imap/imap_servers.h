@@ -1,5 +1,7 @@
-// A scripted IMAP server on 127.0.0.1 for what no real server does (old
-// protocol generations, broken and hostile replies). Script lines:
+// The servers of the IMAP tests: a private Dovecot (tests/peers/imap-dovecot.sh),
+// started in a temporary directory and stopped by its pid; and a scripted
+// server on 127.0.0.1 for what no real server does (old protocol
+// generations, broken and hostile replies), whose script lines are
 //   "C: text"  the client's next line must start with text; a leading "$T"
 //              stands for any tag, which is remembered
 //   "S: text"  sent with CRLF ("$T" is the tag, "$P" the one before it)
@@ -7,7 +9,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +24,35 @@
 #include "tests/c-client/net/tcp_test_util.h"
 
 namespace imap_test {
+
+struct Dovecot {
+  std::map<std::string, std::string> env;  // the KEY=VALUE lines of the start
+  std::string dir;
+
+  static std::string Run(const std::string& args) {
+    return tcptest::RunPeerScript("imap-dovecot.sh", args);
+  }
+  // False with a failure that says why (the package missing, a start that failed).
+  bool Start() {
+    char name[] = "/tmp/velmar-imap-XXXXXX";
+    dir = ::mkdtemp(name) ? name : "/nonexistent";
+    const std::string out = tcptest::RunPeerScript("imap-dovecot.sh", "start '" + dir + "'", &env);
+    if (!env.count("PORT")) ADD_FAILURE() << "imap-dovecot.sh could not start Dovecot:\n" << out;
+    return env.count("PORT");
+  }
+  void Stop() {
+    if (!dir.empty()) Run("stop '" + dir + "'");
+  }
+  ~Dovecot() { Remove(); }
+  void Remove() {  // stops it and removes its directory
+    if (!dir.empty()) Stop(), std::system(("rm -rf '" + dir + "'").c_str()), dir.clear();
+  }
+  void Seed(int n, const std::string& mailbox) { Run("seed '" + dir + "' " + std::to_string(n) + " '" + mailbox + "'"); }
+  // "{127.0.0.1:PORT/notls}mailbox" and friends.
+  std::string Name(const std::string& mailbox, const std::string& switches = "/notls", bool ssl_port = false) const {
+    return "{" + env.at("HOST") + ":" + env.at(ssl_port ? "SSLPORT" : "PORT") + switches + "}" + mailbox;
+  }
+};
 
 using Script = std::vector<std::string>;
 inline Script operator+(Script a, const Script& b) {
@@ -94,15 +127,21 @@ inline Script Opening(int exists = -1, const std::string& caps = "IMAP4rev1 ACL"
   return s;
 }
 
+// The IMAP driver alone, logging in as this user, with LOGIN and
+// AUTHENTICATE allowed.
+inline void UseImapDriver(const char* user, const char* password) {
+  mail_unlink_all();
+  mail_link(&imap2driver);
+  mail_env_set_login(user, password);
+  long zero = 0;
+  mail_parameters(nullptr, 112, &zero);  // AUTHENTICATE allowed
+  mail_parameters(nullptr, 114, &zero);  // LOGIN allowed
+}
+
 struct ImapFake : ::testing::Test {
   void SetUp() override {
-    mail_unlink_all();
-    mail_link(&imap2driver);
-    mail_env_set_login("user", "secret");
+    UseImapDriver("user", "secret");
     tcp_set_timeouts_for_test(5, 5, 5);
-    long zero = 0;
-    mail_parameters(nullptr, 112, &zero);  // AUTHENTICATE allowed
-    mail_parameters(nullptr, 114, &zero);  // LOGIN allowed
   }
   void TearDown() override {
     stream_ = mail_close(stream_);
