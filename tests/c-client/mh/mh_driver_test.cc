@@ -1,7 +1,7 @@
 // The mh driver through the mail core: its table, opening, appending and
 // the update queue, flags written through to the index, the status file,
 // close, fetches, expunge, counts without opening, search, and a big folder
-// read back from every path. Copy and move are in mh_recovery_test.cc.
+// read back from every path. Copy and move are in mh_cache_files_test.cc.
 #include <fcntl.h>
 #include <sys/time.h>
 #include <unistd.h>
