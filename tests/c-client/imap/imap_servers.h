@@ -146,6 +146,8 @@ struct ImapFake : ::testing::Test {
   void TearDown() override {
     stream_ = mail_close(stream_);
     tcp_set_timeouts_for_test(0, 0, 0);
+    mail_parameters(nullptr, 100, reinterpret_cast<void*>(3));   // login attempts
+    mail_parameters(nullptr, 102, reinterpret_cast<void*>(20));  // messages read ahead
   }
   // A fresh log and the server's mailbox (or a control stream) opened.
   MailStream* Open(FakeImapServer& server, long options = 0) {

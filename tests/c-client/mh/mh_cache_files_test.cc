@@ -471,14 +471,14 @@ TEST_F(MhRecovery, DamagedCacheFilesAreRebuiltWithEveryMessageAndFlag) {
     MailStream* s = Open("Box");
     ExpectWhole(s, c.what, c.result & kKept);
     EXPECT_LT(PeakKb() - peak, 32 * 1024) << c.what << ": memory in proportion to the damage";
-    EXPECT_EQ(Said("notify", kRebuilding), (c.result & kRebuilt) != 0) << c.what << "\n" << Logs();
-    EXPECT_EQ(Said("notify", kCorrupt), (c.result & kNoted) != 0) << c.what << "\n" << Logs();
+    EXPECT_EQ(EnvSaid("notify", kRebuilding), (c.result & kRebuilt) != 0) << c.what << "\n" << Logs();
+    EXPECT_EQ(EnvSaid("notify", kCorrupt), (c.result & kNoted) != 0) << c.what << "\n" << Logs();
     EXPECT_FALSE(fs::exists(dir_ + "/mh_updat.dat")) << c.what;
     Close(s);
     // And it opens from the rebuilt files without rebuilding again.
     mail_env_clear();
     ExpectWhole(Open("Box"), std::string(c.what) + ", reopened", c.result & kKept);
-    EXPECT_FALSE(Said("notify", kRebuilding)) << c.what << "\n" << Logs();
+    EXPECT_FALSE(EnvSaid("notify", kRebuilding)) << c.what << "\n" << Logs();
   }
 }
 
@@ -491,24 +491,24 @@ TEST_F(MhRecovery, AFifoWhereAFileBelongsIsRefusedWithoutWaiting) {
   const std::string refused = "Failed to open MH message file: " + dir_ + "/2 - Not a regular file";
   EXPECT_EQ(mail_fetchtext(s, 2), nullptr);
   EXPECT_EQ(mail_copy(s, "1:3", "Target"), 0);
-  EXPECT_TRUE(Said("log", refused)) << Logs();
+  EXPECT_TRUE(EnvSaid("log", refused)) << Logs();
   Close(s);
   fs::remove(dir_ + "/mh_cache.dat");
   mail_env_clear();
   s = OpenOk("Box");
   EXPECT_EQ(s->nmsgs, kCount - 1u) << "no message there, and the rebuild goes on";
-  EXPECT_TRUE(Said("log", refused)) << Logs();
+  EXPECT_TRUE(EnvSaid("log", refused)) << Logs();
   Fifo(dir_ + "/mh_updat.dat");
   EXPECT_EQ(Append("Box", "Subject: x\n\nx\n"), 0);
-  EXPECT_TRUE(Said("log", "Failed to open MH cache index update file - Not a regular file")) << Logs();
+  EXPECT_TRUE(EnvSaid("log", "Failed to open MH cache index update file - Not a regular file")) << Logs();
   Fifo(home_ + "/subscrib.dat");
   void* state = nullptr;
   EXPECT_EQ(subscribe_next(&state), nullptr);
-  EXPECT_TRUE(Said("log", "Failed to open subscription database: " + home_ + "/subscrib.dat - Not a regular file\n"));
+  EXPECT_TRUE(EnvSaid("log", "Failed to open subscription database: " + home_ + "/subscrib.dat - Not a regular file\n"));
   Fifo(home_ + "/folders/mhname.dat");
   mh_forget_paths();
   EXPECT_FALSE(mh_valid_name("Box", false));
-  EXPECT_TRUE(Said("log", "Failed to open MH folder name database: " + home_ + "/folders/mhname.dat")) << Logs();
+  EXPECT_TRUE(EnvSaid("log", "Failed to open MH folder name database: " + home_ + "/folders/mhname.dat")) << Logs();
   EXPECT_EQ(Messages(target_).size(), 0u);
 }
 
@@ -517,15 +517,15 @@ TEST_F(MhRecovery, ACorruptStructureRecordFailsItsFetchAndTheNextOpenRebuilds) {
   const MhIndexRecord r = Records(dir_)[2];
   Patch(dir_, "mh_cache.dat", r.cache_offset + 4, Le32(12345));  // a bad tag where the envelope begins
   MailStream* s = OpenOk("Box");
-  EXPECT_FALSE(Said("notify", kRebuilding));
+  EXPECT_FALSE(EnvSaid("notify", kRebuilding));
   EXPECT_EQ(mail_fetchstructure(s, 3, nullptr), nullptr);
-  EXPECT_TRUE(Said("notify", kCorrupt)) << Logs();
+  EXPECT_TRUE(EnvSaid("notify", kCorrupt)) << Logs();
   EXPECT_EQ(Header(dir_).version, 0u) << "marked for the next open";
   EXPECT_NE(mail_fetchstructure(s, 4, nullptr), nullptr) << "the other records still read";
   Close(s);
   mail_env_clear();
   ExpectWhole(Open("Box"), "after the rebuild");
-  EXPECT_TRUE(Said("notify", kRebuilding));
+  EXPECT_TRUE(EnvSaid("notify", kRebuilding));
 }
 
 // Each operation runs with each kind of step (open, write, sync, rename)
@@ -666,7 +666,7 @@ TEST_F(MhRecovery, AMessageFileThatCantBeOpenedStopsTheRebuild) {
   MailStream* s = Open("Box");
   ::setrlimit(RLIMIT_NOFILE, &old);
   EXPECT_EQ(s, nullptr);
-  EXPECT_TRUE(Said("log", "Failed to open MH message file: " + dir_ + "/1 - Too many open files")) << Logs();
+  EXPECT_TRUE(EnvSaid("log", "Failed to open MH message file: " + dir_ + "/1 - Too many open files")) << Logs();
   EXPECT_EQ(ReadFile(dir_ + "/mh_index.dat"), index) << "nothing installed";
   ExpectWhole(Open("Box"), "once the files can be opened");
 }

@@ -34,7 +34,7 @@ TEST_F(MhDriver, AppendsWaitInTheQueueUntilTheNextPing) {
   EXPECT_EQ(mail_ping(s), 1);
   EXPECT_EQ(s->nmsgs, 3u);
   EXPECT_EQ(s->recent, 3u);
-  EXPECT_TRUE(Said("exists", "")) << Logs();
+  EXPECT_TRUE(EnvSaid("exists", "")) << Logs();
   EXPECT_EQ(Flags(s, 1), "S-F--");
   EXPECT_EQ(Flags(s, 2), "-----");
   EXPECT_EQ(Flags(s, 3), "----d");
@@ -64,7 +64,7 @@ TEST_F(MhDriver, AppendRefusalsLeaveNothingBehind) {
     StringSource source;
     string_init(&source, &mail_string, const_cast<char*>(text.data()), text.size());
     EXPECT_EQ(mhdriver.append(nullptr, mailbox, nullptr, date, &source), 0) << said;
-    EXPECT_TRUE(Said(callback, said)) << Logs();
+    EXPECT_TRUE(EnvSaid(callback, said)) << Logs();
   }
   EXPECT_TRUE(Messages(dir).empty());
   EXPECT_FALSE(fs::exists(dir + "/mh_updat.dat"));
@@ -126,7 +126,7 @@ TEST_F(MhDriver, FlagListsAreParsedAndWrittenThrough) {
     mail_env_clear();
     mail_setflag(s, std::to_string(i + 1).c_str(), list);
     EXPECT_EQ(Flags(s, i + 1), flags) << list;
-    EXPECT_TRUE(logged.empty() || Said("log", logged)) << list << "\n" << Logs();
+    EXPECT_TRUE(logged.empty() || EnvSaid("log", logged)) << list << "\n" << Logs();
     EXPECT_EQ(Records(dir)[i].changed >= before, flags != "-----") << list;
   }
   Close(s);
@@ -192,7 +192,7 @@ TEST_F(MhDriver, RebuildTakesStatusFilesAndSkipsEmptyOrMisnamedFiles) {
   MailStream* s = OpenOk("Box");
   fs::remove(dir + "/2");
   EXPECT_EQ(mail_fetchtext(s, 2), nullptr);
-  EXPECT_TRUE(Said("log", "Failed to open MH message file: " + dir + "/2 - No such file or directory")) << Logs();
+  EXPECT_TRUE(EnvSaid("log", "Failed to open MH message file: " + dir + "/2 - No such file or directory")) << Logs();
   Close(s);
   WriteFile(dir + "/2", "");
   WriteFile(dir + "/3", "Subject: three\n\n3\n");
@@ -200,7 +200,7 @@ TEST_F(MhDriver, RebuildTakesStatusFilesAndSkipsEmptyOrMisnamedFiles) {
   WriteFile(dir + "/012", "not a message: its name doesn't read back\n");
   fs::remove(dir + "/mh_index.dat");
   s = OpenOk("Box");
-  EXPECT_TRUE(Said("notify", "Rebuilding MH cache database - this may take awhile.")) << Logs();
+  EXPECT_TRUE(EnvSaid("notify", "Rebuilding MH cache database - this may take awhile.")) << Logs();
   ASSERT_EQ(s->nmsgs, 2u);
   EXPECT_EQ(mail_elt(s, 2)->file_number, 3u);
   EXPECT_EQ(Header(dir).nmsgs, 2u);
@@ -237,7 +237,7 @@ TEST_F(MhDriver, ExpungeWithAndWithoutStructureRecords) {
   mail_env_clear();
   mail_expunge(s);
   EXPECT_EQ(EnvLines("expunged"), (std::vector<std::string>{"1", "2", "3", "4"})) << "numbers close up as each goes";
-  EXPECT_TRUE(Said("dlog", "mh_expunge: expunged 4 messages.")) << Logs();
+  EXPECT_TRUE(EnvSaid("dlog", "mh_expunge: expunged 4 messages.")) << Logs();
   ASSERT_EQ(s->nmsgs, 4u);
   std::string left;
   for (auto& [number, bytes] : Messages(dir)) left += std::to_string(number) + " ";
@@ -260,7 +260,7 @@ TEST_F(MhDriver, ExpungeWithAndWithoutStructureRecords) {
 
   mail_env_clear();
   mail_expunge(s);
-  EXPECT_TRUE(Said("dlog", "mh_expunge: no messages deleted, so no messages expunged")) << Logs();
+  EXPECT_TRUE(EnvSaid("dlog", "mh_expunge: no messages deleted, so no messages expunged")) << Logs();
   EXPECT_EQ(s->nmsgs, 4u);
 }
 
@@ -425,7 +425,7 @@ TEST_F(MhSearch, EveryKeywordPicksItsMessages) {
       {"SUBJECT {99}\r\nshort", "SUBJECT"}};
   for (const auto& [criteria, word] : refusals) {
     EXPECT_EQ(Hits(s, criteria), V{}) << criteria;
-    EXPECT_TRUE(Said("log", std::string("Unknown search criterion: ") + word)) << criteria << "\n" << Logs();
+    EXPECT_TRUE(EnvSaid("log", std::string("Unknown search criterion: ") + word)) << criteria << "\n" << Logs();
   }
 }
 
@@ -502,7 +502,7 @@ TEST_F(MhRoundTrip, EveryMessageComesBackTheSameFromEveryPath) {
   fs::remove(dir + "/mh_cache.dat");
   mail_env_clear();
   s = OpenOk("Big");
-  EXPECT_TRUE(Said("notify", "Rebuilding MH cache database - this may take awhile.")) << Logs();
+  EXPECT_TRUE(EnvSaid("notify", "Rebuilding MH cache database - this may take awhile.")) << Logs();
   ASSERT_EQ(s->nmsgs, kMessages);
   for (unsigned long i = 1; i <= kMessages; ++i) {
     ASSERT_EQ(DumpMessage(s, i), everything[i]) << "rebuilt, " << i;

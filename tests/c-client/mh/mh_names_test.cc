@@ -69,7 +69,7 @@ class MhNames : public mh_test::MhTest {
   void MakeTree() {
     first_ = g_next;
     for (const std::string& name : {std::string("Projects"), Cafe(), Deep(), std::string(kUnicode)})
-      ASSERT_EQ(mh_create(nullptr, name.c_str()), 1) << name << ": " << Logs();
+      ASSERT_EQ(mh_create(nullptr, name.c_str()), 1) << name << ": " << EnvLogs(2);
     mail_env_clear();
   }
   static std::string Cafe() { return std::string("Projects\\") + kCafe; }
@@ -78,7 +78,6 @@ class MhNames : public mh_test::MhTest {
   std::string ProjectsDir() const { return root_ + "/" + Dir(0); }
   std::string CafeDir() const { return ProjectsDir() + "/" + Dir(1); }
 
-  static std::string Logs(long level = 2) { return EnvLogs(level); }
   static Names Mailboxes() {
     Names out;
     for (const std::string& l : EnvLines("mailbox")) {
@@ -115,11 +114,11 @@ TEST_F(MhNames, CreateMakesShortDirectoriesRecordedByName) {
       EXPECT_EQ(mh_path(name.c_str()), path) << name;
       EXPECT_EQ(mh_path(name.c_str()), path) << name << " again";
     }
-  EXPECT_EQ(Logs(1) + Logs(2), "");
+  EXPECT_EQ(EnvLogs(1) + EnvLogs(2), "");
 
   // A folder "1" beside message file 1 of its parent.
   WriteFile(ProjectsDir() + "/1", "Subject: x\n\nbody\n");
-  ASSERT_EQ(mh_create(nullptr, "Projects\\1"), 1) << Logs();
+  ASSERT_EQ(mh_create(nullptr, "Projects\\1"), 1) << EnvLogs(2);
   EXPECT_EQ(mh_path("Projects\\1"), ProjectsDir() + "/" + Short(g_next - 1));
 }
 
@@ -184,7 +183,7 @@ TEST_F(MhNames, ListingSkipsMessagesAndPutsInnerFoldersFirst) {
     mail_env_clear();
     find(nullptr, pattern);
     EXPECT_EQ(Mailboxes(), folders) << pattern;
-    EXPECT_EQ(Logs(), "") << pattern;
+    EXPECT_EQ(EnvLogs(2), "") << pattern;
   }
 }
 
@@ -198,7 +197,7 @@ TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
   };
   for (const auto& [files, removed, left] : cases) {
     mail_env_clear();
-    ASSERT_EQ(mh_create(nullptr, "Doomed"), 1) << Logs();
+    ASSERT_EQ(mh_create(nullptr, "Doomed"), 1) << EnvLogs(2);
     const std::string dir = mh_path("Doomed");
     for (const std::string& f : files) WriteFile(dir + "/" + f, "data");
     EXPECT_EQ(mh_delete(nullptr, "#mh/Doomed"), removed ? 1 : 0);
@@ -206,22 +205,22 @@ TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
       EXPECT_FALSE(fs::exists(dir));
       EXPECT_EQ(ReadFile(root_ + "/mhname.dat"), "");
       EXPECT_FALSE(mh_valid_name("Doomed", false));
-      EXPECT_EQ(Logs(), "");
+      EXPECT_EQ(EnvLogs(2), "");
       continue;
     }
-    EXPECT_EQ(Logs(), "Could not delete mailbox directory " + dir + " - Directory not empty\n");
+    EXPECT_EQ(EnvLogs(2), "Could not delete mailbox directory " + dir + " - Directory not empty\n");
     Names there;
     for (const auto& e : fs::directory_iterator(dir)) there.push_back(e.path().filename());
     EXPECT_EQ(there, left);
     // What is left still has its name, and can be deleted once emptied.
     EXPECT_TRUE(mh_valid_name("Doomed", false));
     fs::remove(dir + "/notes.txt");
-    EXPECT_EQ(mh_delete(nullptr, "Doomed"), 1) << Logs();
+    EXPECT_EQ(mh_delete(nullptr, "Doomed"), 1) << EnvLogs(2);
   }
   // A folder with inner folders stays, and they keep their names.
   MakeTree();
   EXPECT_EQ(mh_delete(nullptr, "Projects"), 0);
-  EXPECT_EQ(Logs(), "Could not delete mailbox directory " + ProjectsDir() + " - Directory not empty\n");
+  EXPECT_EQ(EnvLogs(2), "Could not delete mailbox directory " + ProjectsDir() + " - Directory not empty\n");
   mh_forget_paths();
   EXPECT_TRUE(mh_valid_name(Deep().c_str(), false));
   EXPECT_FALSE(fs::exists(ProjectsDir() + "/mh_index.dat"));
@@ -232,14 +231,14 @@ TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
 TEST_F(MhNames, RenameKeepsTheDirectoryAndItsInnerFolders) {
   MakeTree();
   const ino_t dir = Stat(CafeDir()).st_ino;
-  ASSERT_EQ(mh_rename(nullptr, Cafe().c_str(), "#mh/Projects\\Archive"), 1) << Logs();
+  ASSERT_EQ(mh_rename(nullptr, Cafe().c_str(), "#mh/Projects\\Archive"), 1) << EnvLogs(2);
   EXPECT_EQ(mh_path("Projects\\Archive"), CafeDir());
   EXPECT_EQ(Stat(CafeDir()).st_ino, dir);
   EXPECT_EQ(ReadFile(ProjectsDir() + "/mhname.dat"), "Archive#" + Dir(1) + "\n");
   EXPECT_FALSE(mh_valid_name(Cafe().c_str(), false));
 
   const std::string target = std::string(kUnicode) + "\\Moved";
-  ASSERT_EQ(mh_rename(nullptr, "Projects\\Archive", target.c_str()), 1) << Logs();
+  ASSERT_EQ(mh_rename(nullptr, "Projects\\Archive", target.c_str()), 1) << EnvLogs(2);
   const std::string moved = root_ + "/" + Dir(3) + "/" + Dir(1);
   EXPECT_EQ(mh_path(target.c_str()), moved);
   EXPECT_EQ(Stat(moved).st_ino, dir);
@@ -249,7 +248,7 @@ TEST_F(MhNames, RenameKeepsTheDirectoryAndItsInnerFolders) {
   EXPECT_TRUE(mh_valid_name((target + "\\" + kLong).c_str(), false));
 
   fs::create_directory(root_ + "/" + Dir(1));
-  ASSERT_EQ(mh_rename(nullptr, target.c_str(), "Top"), 1) << Logs();
+  ASSERT_EQ(mh_rename(nullptr, target.c_str(), "Top"), 1) << EnvLogs(2);
   const std::string top = mh_path("Top");
   EXPECT_NE(top, root_ + "/" + Dir(1));
   EXPECT_EQ(Stat(top).st_ino, dir);
@@ -284,7 +283,7 @@ TEST_F(MhNames, NameFileLinesAndLimits) {
   EXPECT_EQ(out, "Last");
   EXPECT_EQ(mh_dir_to_name("26000000.009", &out, root_), 0);
   EXPECT_EQ(out, "26000000.009");
-  EXPECT_EQ(Logs(1) + Logs(2), "");
+  EXPECT_EQ(EnvLogs(1) + EnvLogs(2), "");
 
   // A new name starts a line of its own, and never takes a short name the
   // file has already (Plain's, though it has no directory); removing a
@@ -371,7 +370,7 @@ TEST_F(MhNames, EveryFailureSaysWhy) {
     mail_env_clear();
     EXPECT_EQ(run(), 0) << what;
     safe_clear_faults_for_test();
-    EXPECT_EQ(Logs(level), logged + "\n") << what;
+    EXPECT_EQ(EnvLogs(level), logged + "\n") << what;
   }
   // None of that lost a folder.
   mh_forget_paths();
@@ -396,7 +395,6 @@ class Subscribe : public mh_test::MhTest {
     EXPECT_EQ(state, nullptr);
     return names;
   }
-  std::vector<std::string> Logged() { return EnvLines("log"); }
 };
 
 // What reaches the file, what the walk gives: the walk sees the file as it
@@ -420,7 +418,7 @@ TEST_F(Subscribe, AddRemoveAndWalk) {
   EXPECT_EQ(subscribe_remove("#dawz/INBOX"), 1);
   EXPECT_EQ(Get("subscrib.dat"), "");
   EXPECT_EQ(Get("subscrib.new"), "-");
-  EXPECT_EQ(Logged(), Names{});
+  EXPECT_EQ(EnvLines("log"), Names{});
 }
 
 TEST_F(Subscribe, RefusalsLeaveTheFileAlone) {
@@ -437,7 +435,7 @@ TEST_F(Subscribe, RefusalsLeaveTheFileAlone) {
     Put("subscrib.dat", before);
     mail_env_clear();
     EXPECT_EQ(call(name), 0);
-    EXPECT_EQ(Logged(), Names{message});
+    EXPECT_EQ(EnvLines("log"), Names{message});
     EXPECT_EQ(mail_env_lines().at(0).level, 2);
     EXPECT_EQ(Get("subscrib.dat"), before);
     EXPECT_EQ(Get("subscrib.new"), "-");
@@ -451,7 +449,7 @@ TEST_F(Subscribe, FaultsAreReportedAndLoseNothing) {
   EXPECT_EQ(subscribe_add("Play"), 0);
   EXPECT_EQ(subscribe_remove("Work"), 0);
   const std::string fresh = Path("subscrib.new");
-  EXPECT_EQ(Logged(), (Names{"Can't open temporary subscription database file: " + fresh + " - File exists",
+  EXPECT_EQ(EnvLines("log"), (Names{"Can't open temporary subscription database file: " + fresh + " - File exists",
                              "Could not open new subscription database file: " + fresh + " - File exists"}));
   EXPECT_EQ(Get("subscrib.dat"), "Work\n");
   ASSERT_EQ(::rmdir(fresh.c_str()), 0);
@@ -463,7 +461,7 @@ TEST_F(Subscribe, FaultsAreReportedAndLoseNothing) {
   EXPECT_EQ(subscribe_add("Play"), 0);
   EXPECT_EQ(subscribe_remove("Play"), 0);
   EXPECT_EQ(Walk(), Names{});
-  EXPECT_EQ(Logged(), (Names{"Failed on read of subscription database: Is a directory",
+  EXPECT_EQ(EnvLines("log"), (Names{"Failed on read of subscription database: Is a directory",
                              "Failed on read of subscription database: Is a directory",
                              "Failed to open subscription database: " + Path("subscrib.dat") + " - Is a directory\n"}));
   EXPECT_TRUE(fs::is_directory(Path("subscrib.dat")));
@@ -476,7 +474,7 @@ TEST_F(Subscribe, FaultsAreReportedAndLoseNothing) {
   Put("subscrib.dat", huge);
   EXPECT_EQ(subscribe_add("Play"), 0);
   EXPECT_EQ(Walk(), Names{});
-  EXPECT_EQ(Logged(), (Names{"Failed on read of subscription database: File too large",
+  EXPECT_EQ(EnvLines("log"), (Names{"Failed on read of subscription database: File too large",
                              "Failed to read subscription database: " + Path("subscrib.dat") + " - File too large n"}));
   EXPECT_EQ(Get("subscrib.dat").size(), huge.size());
 }
