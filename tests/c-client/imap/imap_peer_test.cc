@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <regex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -63,6 +64,11 @@ class ImapPeer : public ::testing::Test {
     if (s) streams_.push_back(s);
     return s;
   }
+  // A mailbox the test needs: not opening it ends the test.
+  MailStream* OpenOk(const std::string& name, long options = 0) {
+    if (MailStream* s = Open(name, options)) return s;
+    throw std::runtime_error("cannot open " + name + "\n" + EnvLogs(2));
+  }
   void Close(MailStream* s) {
     streams_.erase(std::remove(streams_.begin(), streams_.end(), s), streams_.end());
     mail_close(s);
@@ -89,8 +95,7 @@ TEST_F(ImapPeer, OpensOverEachTransportAndMechanism) {
     SCOPED_TRACE(c.name + " " + c.sent);
     mail_env_clear();
     mail_parameters(nullptr, 112, const_cast<long*>(&c.no_auth));
-    MailStream* s = Open(c.name, c.options | OP_DEBUG);
-    ASSERT_NE(s, nullptr) << EnvLogs(2);
+    MailStream* s = OpenOk(c.name, c.options | OP_DEBUG);
     EXPECT_FALSE(Sent(c.sent).empty());
     EXPECT_TRUE(Sent(c.not_sent).empty()) << Sent(c.not_sent)[0];
     EXPECT_EQ(EnvLines("login").size(), 1u);
@@ -121,8 +126,7 @@ TEST_F(ImapPeer, OpensOverEachTransportAndMechanism) {
 
 TEST_F(ImapPeer, FetchesStoresSearchesExpungesCopiesMovesAndAppends) {
   g_server->Seed(30, "Fetch1");
-  MailStream* s = Open(Name("Fetch1"), OP_DEBUG);
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk(Name("Fetch1"), OP_DEBUG);
   mail_env_clear();
   for (unsigned long i = 1; i <= 30; ++i) {
     SCOPED_TRACE(i);
@@ -168,8 +172,8 @@ TEST_F(ImapPeer, FetchesStoresSearchesExpungesCopiesMovesAndAppends) {
   EXPECT_TRUE(EnvSaid("notify", "The requested target folder does not exist - try creating it"));
   const std::string msg = Crlf("From: a@example.org\nSubject: appended\n\nbody line\n");
   EXPECT_TRUE(Append(Name("Dest"), msg, "(\\Flagged \\Seen)", "01-Feb-2020 10:11:12 +0100"));
-  MailStream* d = Open(Name("Dest"));
-  ASSERT_TRUE(d && d->nmsgs == 4u);
+  MailStream* d = OpenOk(Name("Dest"));
+  ASSERT_EQ(d->nmsgs, 4u);
   EXPECT_STREQ(mail_fetchstructure(d, 3, nullptr)->subject, "Seeded message 5");
   EXPECT_STREQ(mail_fetchstructure(d, 4, nullptr)->subject, "appended");
   MessageElt* e = mail_elt(d, 4);
@@ -242,8 +246,7 @@ TEST_F(ImapPeer, SectionsDispositionsAndFileNamesMatchALocalFolder) {
   };
   ASSERT_EQ(mail_create(nullptr, Name("Dispo").c_str()), 1) << EnvLogs(2);
   ASSERT_TRUE(Append(Name("Dispo"), header + text)) << EnvLogs(2);
-  MailStream* remote = Open(Name("Dispo"));
-  ASSERT_NE(remote, nullptr);
+  MailStream* remote = OpenOk(Name("Dispo"));
   check(remote);
 
   // Without its index and cache the first local open parses the file; the
@@ -257,8 +260,7 @@ TEST_F(ImapPeer, SectionsDispositionsAndFileNamesMatchALocalFolder) {
   ASSERT_TRUE(Append("Dispo", header + text)) << EnvLogs(2);
   for (const char* file : {"/mh_index.dat", "/mh_cache.dat"}) ASSERT_EQ(::unlink((mh_path("Dispo") + file).c_str()), 0);
   for (int round = 0; round < 2; ++round) {
-    MailStream* local = Open("Dispo");
-    ASSERT_NE(local, nullptr);
+    MailStream* local = OpenOk("Dispo");
     check(local);
     Close(local);
   }
@@ -268,8 +270,7 @@ TEST_F(ImapPeer, SectionsDispositionsAndFileNamesMatchALocalFolder) {
 }
 
 TEST_F(ImapPeer, FoldersAccessControlListsAndQuota) {
-  MailStream* c = Open(Name(""), OP_CONTROL);
-  ASSERT_NE(c, nullptr);
+  MailStream* c = OpenOk(Name(""), OP_CONTROL);
   const std::string sub = Name("Work/Sub");
   auto listed = [&](bool all, const char* pattern) {
     mail_env_clear();
@@ -328,10 +329,9 @@ TEST_F(ImapPeer, FoldersAccessControlListsAndQuota) {
 // another session changes flags, expunges and delivers.
 TEST_F(ImapPeer, SeesAnotherSessionChangeFlagsExpungeAndAppend) {
   g_server->Seed(5, "Watch1");  // 1, 3 and 5 unread
-  MailStream* ours = Open(Name("Watch1"));
-  MailStream* theirs = Open(Name("Watch1"));
-  MailStream* control = Open(Name(""), OP_CONTROL | OP_DEBUG);
-  ASSERT_TRUE(ours && theirs && control);
+  MailStream* ours = OpenOk(Name("Watch1"));
+  MailStream* theirs = OpenOk(Name("Watch1"));
+  MailStream* control = OpenOk(Name(""), OP_CONTROL | OP_DEBUG);
   MailStatus before{}, after{};
   ASSERT_EQ(mail_status(control, Name("Watch1").c_str(), SA_ALL, &before), 1) << EnvLogs(1);
   EXPECT_EQ(Sent("STATUS Watch1 (MESSAGES RECENT UNSEEN UIDNEXT UIDVALIDITY)").size(), 1u);
@@ -372,8 +372,7 @@ TEST_F(ImapPeer, SeesAnotherSessionChangeFlagsExpungeAndAppend) {
 TEST_F(ImapPeer, ServerGoingAwayIsNotifiedAndLaterCommandsFailCleanly) {
   imap_test::Dovecot own;
   ASSERT_TRUE(own.Start());
-  MailStream* s = Open(own.Name("INBOX"));
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk(own.Name("INBOX"));
   own.Stop();
   mail_env_clear();
   long alive = 1;  // the server's processes go a moment after its master
