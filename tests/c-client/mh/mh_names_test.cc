@@ -78,15 +78,6 @@ class MhNames : public mh_test::MhTest {
   std::string ProjectsDir() const { return root_ + "/" + Dir(0); }
   std::string CafeDir() const { return ProjectsDir() + "/" + Dir(1); }
 
-  static Names Mailboxes() {
-    Names out;
-    for (const std::string& l : EnvLines("mailbox")) {
-      EXPECT_EQ(l.substr(l.size() - 5), " \\ ()");
-      out.push_back(l.substr(0, l.size() - 5));
-    }
-    return out;
-  }
-
   std::string root_;
   long first_ = 0;
 };
@@ -182,7 +173,12 @@ TEST_F(MhNames, ListingSkipsMessagesAndPutsInnerFoldersFirst) {
   for (const auto& [find, pattern, folders] : cases) {
     mail_env_clear();
     find(nullptr, pattern);
-    EXPECT_EQ(Mailboxes(), folders) << pattern;
+    Names listed;
+    for (const std::string& l : EnvLines("mailbox")) {
+      EXPECT_EQ(l.substr(l.size() - 5), " \\ ()") << pattern;
+      listed.push_back(l.substr(0, l.size() - 5));
+    }
+    EXPECT_EQ(listed, folders) << pattern;
     EXPECT_EQ(EnvLogs(2), "") << pattern;
   }
 }
