@@ -1,4 +1,4 @@
-// The program's life from process entry to exit, on the headless toolkit, and the first-run setup form.
+// The program's life from process entry to exit on the headless toolkit, first-run form included.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
-// The frame under strain. Memory exhaustion as a designed path: the reserve, the warning with the cache flush,
-// and the orderly shutdown; the allocator under the frame is replaced by one that fails on demand. And busy
-// mode and the mail timer, driven through the virtual clock.
+// The frame under strain: memory exhaustion as a designed path (the reserve, the warning with the
+// cache flush, the orderly shutdown; the allocator under the frame fails on demand), and busy mode
+// and the mail timer, driven through the virtual clock.
 #include <cstdlib>
 #include <cstring>
 #include <new>

@@ -1,4 +1,4 @@
-// How the parts of the program report and notify: tracing, the numbered messages, and the model-event bus.
+// How the program's parts report and notify: tracing, numbered messages, the model-event bus.
 #include <sys/stat.h>
 
 #include <fstream>

@@ -1,5 +1,5 @@
-// The containers: lists, the trees whose children are kept in them, and hash tables; and the debugging aids:
-// trace topics (kept in a list) and the trace of each allocation.
+// The containers: lists, the trees whose children they hold, and hash tables; and the debugging
+// aids: trace topics (kept in a list) and the trace of each allocation.
 #include <cstdio>
 #include <cstring>
 #include <map>

@@ -1,6 +1,6 @@
-// The RFC 822 and MIME parser: addresses, the header walk, content headers, body structures, header sizes, the
-// limits on hostile input, and the date parsers; the writer, whose messages the parser reads back; and the
-// content codecs, and header text for display.
+// The RFC 822 and MIME parser: addresses, the header walk, content headers, body structures, header
+// sizes, the limits on hostile input, and the date parsers; the writer, whose messages the parser
+// reads back; and the content codecs and header text for display.
 #include <fcntl.h>
 #include <unistd.h>
 
