@@ -1,6 +1,5 @@
-// The servers of the IMAP tests: a private Dovecot (tests/peers/imap-dovecot.sh),
-// started in a temporary directory and stopped by its pid; and a scripted
-// server on 127.0.0.1 for what no real server does (old protocol
+// The servers of the IMAP tests: a private Dovecot (dovecot_peer.h), and a
+// scripted server on 127.0.0.1 for what no real server does (old protocol
 // generations, broken and hostile replies), whose script lines are
 //   "C: text"  the client's next line must start with text; a leading "$T"
 //              stands for any tag, which is remembered
@@ -9,9 +8,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,38 +18,10 @@
 #include "c-client/imap/imap_slots.h"
 #include "c-client/net/tcp.h"
 #include "tests/c-client/core/env_lines.h"
+#include "tests/c-client/imap/dovecot_peer.h"
 #include "tests/c-client/net/tcp_test_util.h"
 
 namespace imap_test {
-
-struct Dovecot {
-  std::map<std::string, std::string> env;  // the KEY=VALUE lines of the start
-  std::string dir;
-
-  static std::string Run(const std::string& args) {
-    return tcptest::RunPeerScript("imap-dovecot.sh", args);
-  }
-  // False with a failure that says why (the package missing, a start that failed).
-  bool Start() {
-    char name[] = "/tmp/velmar-imap-XXXXXX";
-    dir = ::mkdtemp(name) ? name : "/nonexistent";
-    const std::string out = tcptest::RunPeerScript("imap-dovecot.sh", "start '" + dir + "'", &env);
-    if (!env.count("PORT")) ADD_FAILURE() << "imap-dovecot.sh could not start Dovecot:\n" << out;
-    return env.count("PORT");
-  }
-  void Stop() {
-    if (!dir.empty()) Run("stop '" + dir + "'");
-  }
-  ~Dovecot() { Remove(); }
-  void Remove() {  // stops it and removes its directory
-    if (!dir.empty()) Stop(), std::system(("rm -rf '" + dir + "'").c_str()), dir.clear();
-  }
-  void Seed(int n, const std::string& mailbox) { Run("seed '" + dir + "' " + std::to_string(n) + " '" + mailbox + "'"); }
-  // "{127.0.0.1:PORT/notls}mailbox" and friends.
-  std::string Name(const std::string& mailbox, const std::string& switches = "/notls", bool ssl_port = false) const {
-    return "{" + env.at("HOST") + ":" + env.at(ssl_port ? "SSLPORT" : "PORT") + switches + "}" + mailbox;
-  }
-};
 
 using Script = std::vector<std::string>;
 inline Script operator+(Script a, const Script& b) {

@@ -257,19 +257,14 @@ TEST(MhStructure, EveryCutIsAShortRead) {
   EXPECT_TRUE(DecodeBody(kFixtureBody));
 }
 
-// Multiparts nested `depth` deep below the outermost part.
-Bytes Nested(int depth) {
-  const Bytes head = H("58020000 0100 0000 00000000 00000000 00000000 00000000 00000000 00000000 5a020000");
-  Bytes out;
-  for (int i = 0; i < depth; ++i) out += head + H("5d020000 00000000");
-  out += head + H("5e020000 bb020000");
-  for (int i = 0; i < depth; ++i) out += H("5e020000 bb020000");
-  return out;
-}
-
 // The writer refuses what the reader would refuse: strings, depth, values.
 TEST(MhStructure, LimitsOfTheWriterAndTheReader) {
-  const Bytes deepest = Nested(kMhMaxDepth);  // one more is in the fuzz corpus
+  // Multiparts nested as deep as allowed below the outermost part; one more is in the fuzz corpus.
+  const Bytes head = H("58020000 0100 0000 00000000 00000000 00000000 00000000 00000000 00000000 5a020000");
+  Bytes deepest;
+  for (int i = 0; i < kMhMaxDepth; ++i) deepest += head + H("5d020000 00000000");
+  deepest += head + H("5e020000 bb020000");
+  for (int i = 0; i < kMhMaxDepth; ++i) deepest += H("5e020000 bb020000");
   ASSERT_TRUE(DecodeBody(deepest));
   const uint8_t* p = U(deepest);
   BodyPart* body = nullptr;
