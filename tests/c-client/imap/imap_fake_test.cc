@@ -12,7 +12,7 @@
 #include "c-client/imap/mutf7.h"
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/strsrc.h"
-#include "tests/c-client/imap/imap_servers.h"
+#include "tests/c-client/imap/fake_imap_server.h"
 
 namespace {
 

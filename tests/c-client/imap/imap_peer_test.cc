@@ -20,7 +20,8 @@
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/strsrc.h"
 #include "tests/c-client/core/env_lines.h"
-#include "tests/c-client/imap/imap_servers.h"
+#include "tests/c-client/imap/dovecot_peer.h"
+#include "tests/c-client/imap/fake_imap_server.h"
 
 namespace {
 

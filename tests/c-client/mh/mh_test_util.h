@@ -199,6 +199,7 @@ class MhTest : public ::testing::Test {
     return out;
   }
   static std::string Logs() { return EnvAll(false); }
+  static bool Said(const std::string& callback, const std::string& text) { return EnvSaid(callback, text); }
   static MhIndexHeader Header(const std::string& dir) {
     std::string bytes = ReadFile(dir + "/mh_index.dat");
     MhIndexHeader h{};

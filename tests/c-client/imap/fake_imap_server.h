@@ -1,6 +1,5 @@
-// The servers of the IMAP tests: a private Dovecot (dovecot_peer.h), and a
-// scripted server on 127.0.0.1 for what no real server does (old protocol
-// generations, broken and hostile replies), whose script lines are
+// A scripted IMAP server on 127.0.0.1 for what no real server does (old
+// protocol generations, broken and hostile replies). Script lines:
 //   "C: text"  the client's next line must start with text; a leading "$T"
 //              stands for any tag, which is remembered
 //   "S: text"  sent with CRLF ("$T" is the tag, "$P" the one before it)
@@ -18,7 +17,6 @@
 #include "c-client/imap/imap_slots.h"
 #include "c-client/net/tcp.h"
 #include "tests/c-client/core/env_lines.h"
-#include "tests/c-client/imap/dovecot_peer.h"
 #include "tests/c-client/net/tcp_test_util.h"
 
 namespace imap_test {
