@@ -1,12 +1,18 @@
-// Saving and loading options: the local file, the init file, the version translation, and bad files.
+// The options: the store's levels, conversions, exact errors and the `option` command word for word;
+// saving and loading, the local file, the init file, the version translation, and bad files; and the
+// session manager dialog.
 #include <sys/stat.h>
+#include <unistd.h>
+#include <tcl.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "rclib/safe_file.h"
 #include "src/base/cenv.h"
@@ -14,6 +20,7 @@
 #include "src/base/trace.h"
 #include "src/app/workspace.h"
 #include "src/options/options.h"
+#include "src/options/session.h"
 #include "tests/support/frame_fixture.h"
 
 namespace {
@@ -56,6 +63,182 @@ class OptionFiles : public FrameTest {
     ASSERT_EQ(Opt_Init(), 1);
   }
 };
+
+class Store : public OptionFiles {
+ protected:
+  static std::string Get(const char* name, int level = kOptSession) {
+    char buf[3000];
+    return Opt_LookupString(name, buf, sizeof buf - 1, level) ? buf : "(error " + std::to_string(Opt_GetLastError()) + ")";
+  }
+};
+
+TEST_F(Store, LevelsFallBackDownwardAndBuffersMustFit) {
+  for (int level : {kOptDefault, kOptPermanent, kOptSession}) EXPECT_EQ(Get("Never.Set", level), "(error 1)");
+  ASSERT_TRUE(Opt_AssignString("A.b", "d", kOptDefault, 0));
+  EXPECT_EQ(Get("A.b", kOptSession), "d");
+  ASSERT_TRUE(Opt_AssignString("A.b", "p", kOptPermanent, 0));
+  ASSERT_TRUE(Opt_AssignString("A.b", "s", kOptSession, 0));
+  // A session value does not show at level 1.
+  EXPECT_EQ(Get("A.b", kOptSession) + Get("A.b", kOptPermanent) + Get("A.b", kOptDefault), "spd");
+  EXPECT_EQ(Get("A.b", 3), "(error 5)");
+  EXPECT_FALSE(Opt_AssignString("A.b", "x", 7, 0));
+  EXPECT_EQ(Opt_GetLastError(), kOptErrBadLevel);
+  // Only a session value: nothing at the lower levels.
+  ASSERT_TRUE(Opt_AssignString("Only.Session", "s", kOptSession, 0));
+  EXPECT_EQ(Get("Only.Session", kOptPermanent), "(error 1)");
+  size_t length = 99;
+  EXPECT_EQ(Opt_LookupStringLength("Only.Session", kOptPermanent, &length), 0);
+  EXPECT_EQ(length, 99u);
+  // A buffer holds size + 1 bytes: a value exactly size long fits.
+  char buf[6];
+  EXPECT_EQ(Opt_LookupString("A.b", buf, 1, kOptSession), 1);
+  EXPECT_EQ(Opt_LookupString("Only.Session", buf, 0, kOptSession), 0);
+  EXPECT_EQ(Opt_GetLastError(), kOptErrTooLong);
+  EXPECT_EQ(Opt_LookupString("A.b", nullptr, 4, kOptSession), 0);
+  EXPECT_EQ(Opt_GetLastError(), kOptErrBadPointer);
+  char* copy = Opt_LookupAlloc("A.b", kOptSession);
+  EXPECT_STREQ(copy, "s");
+  delete[] copy;
+  EXPECT_EQ(Opt_LookupText("A.b", kOptPermanent) + Opt_LookupText("Never.Set", kOptSession), "p");
+}
+
+TEST_F(Store, Conversions) {
+  // What Opt_LookupBoolean and Opt_LookupInt read, "-" for a conversion error that leaves the default.
+  const struct { const char *value, *read; } cases[] = {
+      {"TRUE", "1 -"}, {"yes", "1 -"}, {"On", "1 -"},     {"1", "1 1"},    {"FALSE", "0 -"},  {"no", "0 -"},
+      {"off", "0 -"},  {"0", "0 0"},   {" 1", "- 1"},     {"", "- -"},     {"truth", "- -"},  {"12abc", "- 12"},
+      {"-3", "- -3"},  {"0x10", "- 0"},
+  };
+  for (const auto& c : cases) {
+    ASSERT_TRUE(Opt_AssignString("Conv", c.value, kOptSession, 0));
+    short b = 77;
+    int i = 55;
+    std::string read = Opt_LookupBoolean("Conv", &b, kOptSession) ? std::to_string(b)
+                       : Opt_GetLastError() == kOptErrConversion && b == 77 ? "-" : "?";
+    read += Opt_LookupInt("Conv", &i, kOptSession) ? " " + std::to_string(i) : i == 55 ? " -" : " ?";
+    EXPECT_EQ(read, c.read) << c.value;
+  }
+  // The two assignment names are crossed on purpose.
+  Opt_AssignInt("Flag", 5, kOptSession, 0);
+  Opt_AssignInt("Off", 0, kOptSession, 0);
+  Opt_AssignBoolean("Number", -42, kOptSession, 0);
+  EXPECT_EQ(Get("Flag") + Get("Off") + Get("Number"), "ONOFF-42");
+}
+
+TEST_F(Store, ReadonlyDeleteReviveRename) {
+  ASSERT_TRUE(Opt_AssignString("Site.Lock", "site", kOptDefault, 1));
+  EXPECT_EQ(Opt_GetReadonly("Site.Lock"), 1);
+  for (int level : {kOptDefault, kOptPermanent, kOptSession}) {
+    EXPECT_FALSE(Opt_AssignString("Site.Lock", "user", level, 0));
+    EXPECT_EQ(Opt_GetLastError(), kOptErrReadonly);
+  }
+  Opt_Delete("Site.Lock");
+  EXPECT_EQ(Get("Site.Lock"), "site");
+  EXPECT_FALSE(Opt_Rename("Site.Lock", "Other"));
+  // A deleted option reads as missing; an assignment revives it with the values it had at the other levels.
+  Opt_AssignString("R.x", "p", kOptPermanent, 0);
+  Opt_AssignString("R.x", "d", kOptDefault, 0);
+  ASSERT_TRUE(Opt_Delete("R.x"));
+  EXPECT_EQ(Get("R.x"), "(error 1)");
+  Opt_AssignString("R.x", "s", kOptSession, 0);
+  EXPECT_EQ(Get("R.x", kOptPermanent) + Get("R.x", kOptDefault), "pd");
+  ASSERT_TRUE(Opt_Rename("R.x", "R.y"));
+  EXPECT_EQ(Get("R.y") + Get("R.y", kOptPermanent) + Get("R.x"), "sp(error 1)");
+  EXPECT_FALSE(Opt_Rename("Nothing.here", "R.z"));
+  EXPECT_EQ(Opt_GetLastError(), kOptErrNoSuchOption);
+}
+
+TEST_F(Store, PatternsFlushDeleteAndList) {
+  for (const char* n : {"WinPosn.Viewer.Border", "Winposn.TaskWin.Border", "SaveMsg.1.ms", "Desktop.Save", "Keep.Me"})
+    Opt_AssignString(n, "v", kOptSession, 0);
+  Opt_AssignString("Keep.Me", "p", kOptPermanent, 0);
+  Opt_FlushSession("winposn.*|savemsg.*", kOptSession);
+  EXPECT_EQ(Get("WinPosn.Viewer.Border"), "(error 1)");
+  EXPECT_EQ(Get("SaveMsg.1.ms"), "(error 1)");
+  EXPECT_EQ(Get("Desktop.Save"), "v");
+  Opt_FlushSession("Keep.*", kOptSession);
+  EXPECT_EQ(Get("Keep.Me"), "p");
+  SLIST list = nullptr;
+  ASSERT_TRUE(Opt_ListMatching("*.*.Border|Desktop.Sav?|Keep.*", &list));
+  std::string names;
+  for (SLIST_ELT e = xvt_slist_get_first(list); e; e = xvt_slist_get_next(list, e))
+    names += std::string(xvt_slist_get(list, e, nullptr)) + " ";
+  xvt_slist_destroy(list);
+  EXPECT_EQ(names, "Desktop.Save Keep.Me WinPosn.Viewer.Border Winposn.TaskWin.Border ");
+  Opt_DeleteMatching("desktop.*");
+  EXPECT_EQ(Get("Desktop.Save"), "(error 1)");
+}
+
+TEST(Patterns, Table) {
+  const struct { const char *pattern, *name; bool match; } cases[] = {
+      {"abc", "ABC", true},        {"abc", "abcd", false},    {"a*", "a", true},          {"*", "", true},
+      {"", "a", false},            {"a?c", "ac", false},      {"a*b*c", "aXbYbZc", true}, {"a*b*c", "aXbYbZ", false},
+      {"[a-c]x", "Cx", true},      {"[a-c]x", "dx", false},   {"[!a-c]x", "dx", true},    {"[^a-c]x", "bx", false},
+      {"[]]x", "]x", true},        {"\\*x", "ax", false},     {"a|b", "b", true},         {"a|b", "c", false},
+      {"a*&*z", "abz", true},      {"a*&*z", "aby", false},   {"a*&*b&*c*", "abcb", true}, {"x\\|y", "x|y", true},
+      {"x\\&y", "x&y", true},      {"[a|b]", "|", true},      {"[abc", "a", false},
+      {"*a*a*a*a*b", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", false}, {"Msg?ervice.ms*.Name", "MsgService.ms12.Name", true},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Opt_PatternMatch(c.pattern, c.name), c.match) << c.pattern << " vs " << c.name;
+}
+
+TEST(Names, EncodingTableAndRoundTrip) {
+  // old: only decoded ("#" before anything else drops it, "#" at the end stays).
+  const struct { const char *plain, *encoded; bool old = false; } cases[] = {
+      {"a b", "a#-b"},     {"#", "##"},           {"x*y", "x#&y"},         {"c:\\dir", "c:#/dir"},
+      {"a_b", "a#_b"},     {"Entwürfe", "Entwürfe"}, {"tab\there", "tab#x09here"}, {"SaveMsg.1.folder", "SaveMsg.1.folder"},
+      {"azb", "a#zb", true}, {"end#", "end#", true}, {"x", "#x", true},     {"xg1", "#xg1", true},
+      {"x00", "#x00", true},
+  };
+  for (const auto& c : cases) {
+    std::unique_ptr<char[]> e(Opt_EncodeName(c.plain)), d(Opt_DecodeName(c.encoded));
+    ASSERT_NE(e, nullptr) << c.plain;
+    EXPECT_STREQ(c.old ? c.encoded : e.get(), c.encoded) << c.plain;
+    EXPECT_STREQ(d.get(), c.plain) << c.encoded;
+  }
+  EXPECT_EQ(Opt_EncodeName(nullptr), nullptr);
+}
+
+TEST(IntList, ReadsBlankAndTabSeparated) {
+  Opt_ParseIntList(" 3\t14  -2 7x 9");
+  std::vector<int> got;
+  for (int v; (v = Opt_NextInt()) != -1;) got.push_back(v);
+  EXPECT_EQ(got, (std::vector<int>{3, 14, -2, 7}));
+  EXPECT_EQ(Opt_NextInt(), -1);
+  Opt_ParseIntList("");
+  EXPECT_EQ(Opt_NextInt(), -1);
+}
+
+TEST_F(Store, OptionCommandWordForWord) {
+  Tcl_Interp* interp = Tcl_CreateInterp();
+  Opt_RegisterCommand(interp);
+  const struct { const char *script, *result; } cases[] = {
+      {"option", "ok: option : wrong number of arguments"},
+      {"option -session -readonly", "ok: option : wrong number of arguments - missing option name"},
+      {"option Cmd.a first", "ok: "},
+      {"option Cmd.a", "ok: first"},
+      {"option -session Cmd.a", "ok: first"},
+      {"option -default Cmd.a", "error: option: option Cmd.a does not exist"},
+      {"option -default -session Cmd.a", "ok: first"},  // the last level flag wins
+      {"option -bogus Cmd.a", "ok: first"},             // unknown flags are skipped
+      {"option No.Such", "error: option: option No.Such does not exist"},
+      {"option -default -readonly Site.x locked", "ok: "},
+      {"option Site.x mine", "ok: option: attempt to set readonly option Site.x"},
+      {"option Site.x", "ok: locked"},
+      {"option A#-b spaced", "ok: "},
+      {"option {A b}", "ok: spaced"},
+      {"option Too many words here", "ok: option : wrong number of arguments"},
+      {"option Big [string repeat x 2001]", "ok: "},
+      {"option Big", "error: option: value too large"},
+      // An error in one line does not stop a file's later lines.
+      {"option Site.x mine; option After.error ok; option After.error", "ok: ok"},
+  };
+  for (const auto& c : cases) {
+    int rc = Tcl_Eval(interp, c.script);
+    EXPECT_EQ(std::string(rc == TCL_OK ? "ok: " : "error: ") + Tcl_GetStringResult(interp), c.result) << c.script;
+  }
+  Tcl_DeleteInterp(interp);
+}
 
 TEST_F(OptionFiles, SavedValuesComeBackExactly) {
   // Awkward names and values first, then random ones.
@@ -275,6 +458,126 @@ TEST_F(OptionFiles, ALongFileNameIsLoadedSavedAndRemembered) {
   Opt_Shutdown();
   Start();
   EXPECT_EQ(Option("Long.after"), "2");
+}
+
+// The session manager dialog, driven by control ids as a user would.
+constexpr int kSessionRid = 150;
+constexpr int kDetailsRid = 170;
+
+class Session : public UserFrameTest {
+ protected:
+  void SetUp() override {
+    UserFrameTest::SetUp();
+    WriteFile(home_ + "/velmar.ini", "[LOCAL] default\nname=Home Office\nfile=" + home_ +
+                                         "/home.tcl\ntype=tcl\n[LOCAL]\nname=Laptop\nfile=" + home_ +
+                                         "/laptop.tcl\ntype=tcl\n[REMOTE]\nname=Work\nhost=imsp.example.org\n"
+                                         "port=406\ntype=imsp\n");
+  }
+  static std::string ListRows(WINDOW dlg) {
+    WINDOW list = xvt_win_get_ctl(dlg, 156);
+    std::string rows;
+    char buf[200];
+    for (int i = 0; i < xvt_list_count_all(list); ++i)
+      rows += std::string(xvt_list_is_sel(list, i) ? "*" : "") + xvt_list_get_elt(list, i, buf, sizeof buf) + ";";
+    return rows;
+  }
+  static std::string Title(WINDOW w) {
+    char buf[200];
+    return xvt_vobj_get_title(w, buf, sizeof buf);
+  }
+};
+
+// Cancel leaves the prompt mode: offline, unless there is nothing to choose from, when only Cancel can be used.
+TEST_F(Session, CancelStartsOfflineUnlessTheTableIsEmpty) {
+  for (bool empty : {false, true}) {
+    if (empty) ::unlink((home_ + "/velmar.ini").c_str());
+    std::string enabled;
+    xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+      for (int id : {152, 153, 156, 157, 158, 159})
+        enabled += std::to_string(id) + (xvt_vobj_is_enabled(xvt_win_get_ctl(dlg, id)) ? "+ " : "- ");
+      xvt_test_click(dlg, 158);
+    });
+    int offline = -1;
+    long mode = -1;
+    Run({"-b", "-c", "Prompt"}, [&] {
+      offline = IsOffline();
+      mode = CENV_GetConnectionMode();
+      Exit();
+    });
+    EXPECT_EQ(enabled, empty ? "152- 153- 156- 157- 158+ 159- " : "152+ 153+ 156+ 157+ 158+ 159+ ");
+    EXPECT_EQ(offline, empty ? 0 : 1);
+    EXPECT_EQ(mode, empty ? kConnConnected : kConnDisconnected);
+    xvt_test_reset();
+  }
+}
+
+TEST_F(Session, OfflineListsOnlyLocalConfigurations) {
+  std::string rows;
+  bool details_enabled = false;
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+    xvt_test_click(dlg, 153);
+    rows = ListRows(dlg);
+    details_enabled = xvt_vobj_is_enabled(xvt_win_get_ctl(dlg, 159));
+    xvt_test_click(dlg, 157);
+  });
+  Run({"-b", "-c", "p"}, [&] {
+    EXPECT_EQ(IsOffline(), 1);
+    // Offline, the options come from the local file whatever was chosen.
+    EXPECT_EQ(Option("Options.Location"), "Local");
+    Exit();
+  });
+  EXPECT_EQ(rows, "*Home Office;Laptop;");
+  EXPECT_TRUE(details_enabled);
+}
+
+TEST_F(Session, DetailsShowTheRecordReadOnly) {
+  std::string shown;
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+    xvt_test_select(dlg, 156, 2);
+    xvt_test_push_dialog(kDetailsRid, [&](WINDOW details) {
+      for (int id : {171, 178, 180, 182}) shown += Title(xvt_win_get_ctl(details, id)) + "|";
+      shown += xvt_ctl_is_checked(xvt_win_get_ctl(details, 172)) ? "remote|" : "local|";
+      for (int id : {171, 172, 173, 175, 176, 178, 180, 182})
+        if (xvt_vobj_is_enabled(xvt_win_get_ctl(details, id))) shown += "enabled " + std::to_string(id);
+      xvt_test_click(details, 186);
+    });
+    xvt_test_click(dlg, 159);
+    xvt_test_click(dlg, 158);
+  });
+  Run({"-b", "-c", "p"}, [&] { Exit(); });
+  EXPECT_EQ(shown, "Work||imsp.example.org|406|remote|");
+}
+
+// Laptop chosen online at the start; Home Office loaded from the menu later.
+TEST_F(Session, ChoosingALocalConfigurationAndLoadingAnotherFromTheMenu) {
+  WriteFile(home_ + "/home.tcl", "option General.Fullname Home\noption General.MailAddress h@example.org\n");
+  std::string rows_at_start, titles;
+  xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+    titles = Title(dlg);
+    rows_at_start = ListRows(dlg);
+    EXPECT_TRUE(xvt_ctl_is_checked(xvt_win_get_ctl(dlg, 152)));
+    xvt_test_select(dlg, 156, 1);
+    xvt_test_click(dlg, 157);
+  });
+  Run({"-b", "-cp"}, [&] {
+    EXPECT_EQ(IsOffline(), 0);
+    EXPECT_STREQ(CENV_GetConfigFile(), (home_ + "/laptop.tcl").c_str());
+    EXPECT_EQ(CENV_GetDefaultRemote(), 0);
+    EXPECT_EQ(Option("Options.LocalFile"), home_ + "/laptop.tcl");
+    // The new online default is written back to the init file on save.
+    EXPECT_EQ(CENV_GetConfigOnlineDefault(1) * 10 + CENV_GetConfigOnlineDefault(0), 10);
+    EXPECT_EQ(Option("Options.SaveLocation"), "ON");
+    xvt_test_push_dialog(kSessionRid, [&](WINDOW dlg) {
+      titles += "|" + Title(dlg);
+      xvt_test_select(dlg, 156, 0);
+      xvt_test_click(dlg, 157);
+    });
+    xvt_test_user_command(TASK_WIN, M_OPTIONS_LOAD);
+    EXPECT_EQ(Option("General.Fullname"), "Home");
+    Exit();
+  });
+  EXPECT_EQ(titles, "Session Manager|Load Options");
+  EXPECT_EQ(rows_at_start, "*Home Office;Laptop;Work;");
 }
 
 }  // namespace

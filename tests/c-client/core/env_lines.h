@@ -26,8 +26,19 @@ inline std::string EnvLogs(long level) {
   return out;
 }
 
-inline bool EnvSaid(const std::string& callback, const std::string& text) {
+// Whether a callback was told this text (at this level, unless -1).
+inline bool EnvSaid(const std::string& callback, const std::string& text, long level = -1) {
   for (const MailEnvLine& l : mail_env_lines())
-    if (l.callback == callback && l.text == text) return true;
+    if (l.callback == callback && l.text == text && (level == -1 || l.level == level)) return true;
   return false;
+}
+
+// Everything the callbacks were told, a line each; the debug lines left out
+// when asked.
+inline std::string EnvAll(bool with_debug = true) {
+  std::string out;
+  for (const MailEnvLine& l : mail_env_lines())
+    if (with_debug || l.callback != "dlog")
+      out += l.callback + "(" + std::to_string(l.level) + "): " + l.text + "\n";
+  return out;
 }

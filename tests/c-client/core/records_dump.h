@@ -1,6 +1,7 @@
-// Shared by the mail layer's tests and fuzz targets: envelopes and bodies
-// as text, to compare two readings of a message field by field, and the
-// leaf sections of a body as the model asks for them.
+// Shared by the mail layer's tests and fuzz targets: address and parameter
+// records built, each with the next one chained on; envelopes and bodies as
+// text, to compare two readings of a message field by field; and the leaf
+// sections of a body as the model asks for them.
 #pragma once
 
 #include <algorithm>
@@ -8,6 +9,25 @@
 #include <vector>
 
 #include "c-client/core/mail.h"
+
+inline MailAddress* Address(const char* personal, const char* mailbox, const char* host,
+                            MailAddress* next = nullptr) {
+  MailAddress* a = mail_newaddr();
+  a->personal = cpystr(personal);
+  a->mailbox = cpystr(mailbox);
+  a->host = cpystr(host);
+  a->next = next;
+  return a;
+}
+
+inline BodyParameter* Parameter(const char* attribute, const char* value,
+                                BodyParameter* next = nullptr) {
+  BodyParameter* p = mail_newbody_parameter();
+  p->attribute = cpystr(attribute);
+  p->value = cpystr(value);
+  p->next = next;
+  return p;
+}
 
 inline std::string S(const char* s) { return s ? std::string("\"") + s + "\"" : "null"; }
 

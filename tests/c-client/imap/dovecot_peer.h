@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <cstdio>
 #include <map>
-#include <sstream>
 #include <string>
+
+#include "tests/c-client/net/tcp_test_util.h"
 
 namespace imap_test {
 
@@ -16,24 +16,15 @@ struct Dovecot {
   std::map<std::string, std::string> env;  // the KEY=VALUE lines of the start
   std::string dir;
 
-  // The script run with `args`, its output with errors.
-  std::string Run(const std::string& args) {
-    std::string out;
-    if (FILE* p = ::popen(("bash '" VELMAR_TEST_DATA_DIR "/../peers/imap-dovecot.sh' " + args + " 2>&1").c_str(), "r")) {
-      char buffer[512];
-      while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
-      ::pclose(p);
-    }
-    return out;
+  static std::string Run(const std::string& args) {
+    return tcptest::RunPeerScript("imap-dovecot.sh", args);
   }
   // False with a failure that says why (the package missing, a start that failed).
   bool Start() {
     char name[] = "/tmp/velmar-imap-XXXXXX";
     dir = ::mkdtemp(name) ? name : "/nonexistent";
-    std::istringstream lines(Run("start '" + dir + "'"));
-    for (std::string line; std::getline(lines, line);)
-      if (size_t eq = line.find('='); eq != std::string::npos && eq > 0) env[line.substr(0, eq)] = line.substr(eq + 1);
-    if (!env.count("PORT")) ADD_FAILURE() << "imap-dovecot.sh could not start Dovecot:\n" << lines.str();
+    const std::string out = tcptest::RunPeerScript("imap-dovecot.sh", "start '" + dir + "'", &env);
+    if (!env.count("PORT")) ADD_FAILURE() << "imap-dovecot.sh could not start Dovecot:\n" << out;
     return env.count("PORT");
   }
   void Stop() {

@@ -6,13 +6,9 @@
 //   "R: text"  sent as it stands;   "CLOSE"  hangs up
 #pragma once
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <unistd.h>
 
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -21,6 +17,7 @@
 #include "c-client/imap/imap_slots.h"
 #include "c-client/net/tcp.h"
 #include "tests/c-client/core/env_lines.h"
+#include "tests/c-client/net/tcp_test_util.h"
 
 namespace imap_test {
 
@@ -32,37 +29,22 @@ inline Script operator+(Script a, const Script& b) {
 
 struct FakeImapServer {
   explicit FakeImapServer(Script script) {
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t n = sizeof a;
-    ::bind(listener, reinterpret_cast<sockaddr*>(&a), n);
-    ::listen(listener, 1);
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&a), &n);
-    name = "{127.0.0.1:" + std::to_string(ntohs(a.sin_port)) + "/notls}";
-    thread = std::thread([this, script] { Serve(script); });
+    name = "{127.0.0.1:" + std::to_string(server.port()) + "/notls}";
+    server.Serve([this, script](int fd) { Serve(fd, script); });
   }
-  ~FakeImapServer() { Finish(), ::close(listener); }
-  void Finish() {  // the script ran out, or a step was not met
-    if (thread.joinable()) thread.join();
-  }
+  void Finish() { server.Join(); }  // the script ran out, or a step was not met
   std::string Name(const std::string& box = "INBOX") const { return name + box; }
 
-  int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   std::string name, buffer;
-  std::thread thread;
   std::vector<std::string> received;      // the client's lines
   std::string mismatch = "not finished";  // the step not met; "" once all were
+  tcptest::LoopbackServer server;         // last: gone first, with its thread
 
-  static bool Wait(int fd, int ms) {
-    pollfd p{fd, POLLIN, 0};
-    return ::poll(&p, 1, ms) > 0;
-  }
   bool ReadLine(int fd, std::string* line) {
     size_t crlf;
     while ((crlf = buffer.find("\r\n")) == std::string::npos) {
       char chunk[4096];
-      ssize_t got = Wait(fd, 10000) ? ::recv(fd, chunk, sizeof chunk, 0) : 0;
+      ssize_t got = tcptest::Readable(fd, 10000) ? ::recv(fd, chunk, sizeof chunk, 0) : 0;
       if (got <= 0) return false;
       buffer.append(chunk, static_cast<size_t>(got));
     }
@@ -70,12 +52,11 @@ struct FakeImapServer {
     buffer.erase(0, crlf + 2);
     return true;
   }
-  void Serve(const Script& script) {
-    int fd = Wait(listener, 10000) ? ::accept(listener, nullptr, nullptr) : -1;
+  void Serve(int fd, const Script& script) {
     std::string tag = "*", previous, line;
     for (const std::string& step : script) {
       std::string body = step.substr(std::min<size_t>(3, step.size()));
-      if (fd < 0 || step == "CLOSE") break;
+      if (step == "CLOSE") break;
       if (step[0] == 'C') {
         bool got = ReadLine(fd, &line);
         received.push_back(line);
@@ -85,20 +66,17 @@ struct FakeImapServer {
         }
         if (!got || line.compare(0, body.size(), body) != 0) {
           mismatch = step + " got " + line;
-          return (void)::close(fd);
+          return;
         }
         continue;
       }
       for (size_t at; (at = body.find("$T")) != std::string::npos;) body.replace(at, 2, tag);
       for (size_t at; (at = body.find("$P")) != std::string::npos;) body.replace(at, 2, previous);
-      if (step[0] == 'S') body += "\r\n";
-      for (ssize_t at = 0, n = 0; at < static_cast<ssize_t>(body.size()) && n >= 0; at += n)
-        n = ::send(fd, body.data() + at, body.size() - at, MSG_NOSIGNAL);
+      tcptest::SendAll(fd, step[0] == 'S' ? body + "\r\n" : body);
     }
-    mismatch = fd < 0 ? "no connection" : "";
+    mismatch = "";
     // Give the client's last words a moment before the line drops.
-    if (fd >= 0 && Wait(fd, 100) && ReadLine(fd, &line)) received.push_back(line);
-    ::close(fd);
+    if (tcptest::Readable(fd, 100) && ReadLine(fd, &line)) received.push_back(line);
   }
 };
 
@@ -116,19 +94,27 @@ inline Script Opening(int exists = -1, const std::string& caps = "IMAP4rev1 ACL"
   return s;
 }
 
+// The IMAP driver alone, logging in as this user, with LOGIN and
+// AUTHENTICATE allowed.
+inline void UseImapDriver(const char* user, const char* password) {
+  mail_unlink_all();
+  mail_link(&imap2driver);
+  mail_env_set_login(user, password);
+  long zero = 0;
+  mail_parameters(nullptr, 112, &zero);  // AUTHENTICATE allowed
+  mail_parameters(nullptr, 114, &zero);  // LOGIN allowed
+}
+
 struct ImapFake : ::testing::Test {
   void SetUp() override {
-    mail_unlink_all();
-    mail_link(&imap2driver);
-    mail_env_set_login("user", "secret");
+    UseImapDriver("user", "secret");
     tcp_set_timeouts_for_test(5, 5, 5);
-    long zero = 0;
-    mail_parameters(nullptr, 112, &zero);  // AUTHENTICATE allowed
-    mail_parameters(nullptr, 114, &zero);  // LOGIN allowed
   }
   void TearDown() override {
     stream_ = mail_close(stream_);
     tcp_set_timeouts_for_test(0, 0, 0);
+    mail_parameters(nullptr, 100, reinterpret_cast<void*>(3));   // login attempts
+    mail_parameters(nullptr, 102, reinterpret_cast<void*>(20));  // messages read ahead
   }
   // A fresh log and the server's mailbox (or a control stream) opened.
   MailStream* Open(FakeImapServer& server, long options = 0) {
@@ -139,12 +125,6 @@ struct ImapFake : ::testing::Test {
   static void Done(FakeImapServer& server) {
     server.Finish();
     EXPECT_EQ(server.mismatch, "");
-  }
-  // Everything the environment's callbacks were told, a line each.
-  static std::string Told() {
-    std::string all;
-    for (const MailEnvLine& l : mail_env_lines()) all += l.callback + ": " + l.text + "\n";
-    return all;
   }
   MailStream* stream_ = nullptr;
 };

@@ -1,13 +1,15 @@
 // The imap2 driver against a scripted server: the older protocol
 // generations and their fallbacks, and replies that are broken, truncated
 // or hostile. Each must end in the documented result, never a crash or a
-// hang, and the reader must stay in step with the server.
+// hang, and the reader must stay in step with the server. And mailbox names
+// between UTF-8 and their wire form.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
+#include "c-client/imap/mutf7.h"
 #include "c-client/rfc822/rfc822.h"
 #include "c-client/rfc822/strsrc.h"
 #include "tests/c-client/imap/fake_imap_server.h"
@@ -115,7 +117,7 @@ TEST_F(ImapFake, LoginAttemptsLoginDisabledAndMechanismFallbacks) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.logged);
     mail_env_set_login(c.user, *c.user ? "secret" : "");
-    if (c.attempts) mail_parameters(nullptr, 100, reinterpret_cast<void*>(c.attempts));
+    mail_parameters(nullptr, 100, reinterpret_cast<void*>(c.attempts ? c.attempts : 3));
     FakeImapServer server(Script{"S: * OK ready", "C: $T CAPABILITY",
                                  std::string("S: * CAPABILITY IMAP4rev1 AUTH=CRAM-MD5") + c.caps, "S: $T OK",
                                  "C: $T GETACL", "S: $T BAD", "C: $T GETQUOTAROOT", "S: $T BAD"} +
@@ -125,13 +127,12 @@ TEST_F(ImapFake, LoginAttemptsLoginDisabledAndMechanismFallbacks) {
     std::string questions;
     for (const std::string& q : EnvLines("login", true)) questions += " " + q.substr(q.find('@') + 1);
     EXPECT_EQ(questions, c.questions);
-    EXPECT_NE(Told().find(c.logged), std::string::npos) << Told();
+    EXPECT_NE(EnvAll().find(c.logged), std::string::npos) << EnvAll();
     // No password goes but in the LOGINs scripted.
     auto logins = [](const Script& lines) {
       return std::count_if(lines.begin(), lines.end(), [](auto& l) { return l.find(" LOGIN ") != l.npos; });
     };
     EXPECT_EQ(logins(server.received), logins(c.exchange));
-    mail_parameters(nullptr, 100, reinterpret_cast<void*>(3));
   }
 }
 
@@ -176,7 +177,7 @@ TEST_F(ImapFake, BrokenRepliesAreReportedAndTheReaderStaysInStep) {
                                               "S: * 1 FETCH (FLAGS (\\Flagged))", "S: $T OK done"});
     ASSERT_NE(Open(server), nullptr) << server.mismatch;
     EXPECT_EQ(mail_ping(stream_), 1);
-    EXPECT_NE(Told().find(c.logged), std::string::npos) << Told();
+    EXPECT_NE(EnvAll().find(c.logged), std::string::npos) << EnvAll();
     mail_fetchflags(stream_, "1");  // the next reply is read whole and right
     EXPECT_TRUE(mail_elt(stream_, 1)->flagged);
     Done(server);
@@ -212,7 +213,7 @@ TEST_F(ImapFake, CutsOversizedDataAndPipelinedReplies) {
     EXPECT_EQ(static_cast<bool>(mail_elt(stream_, 1)->seen), c.first);
     EXPECT_EQ(static_cast<bool>(mail_elt(stream_, 66)->flagged), c.second);
     if (!c.logged) continue;
-    EXPECT_NE(Told().find(c.logged), std::string::npos) << Told().substr(0, 2000);
+    EXPECT_NE(EnvAll().find(c.logged), std::string::npos) << EnvAll().substr(0, 2000);
     std::vector<std::string> told = EnvLines("notify", true);
     if (c.logged == kBroken.c_str()) {
       EXPECT_EQ(std::count(told.begin(), told.end(), kBroken + " @4"), 1);
@@ -222,7 +223,6 @@ TEST_F(ImapFake, CutsOversizedDataAndPipelinedReplies) {
     EXPECT_EQ(mail_copy(stream_, "1", "{127.0.0.1}x"), 0);
     EXPECT_TRUE(EnvSaid("log", "Copy rejected: connection to remote IMAP server closed"));
   }
-  mail_parameters(nullptr, 102, reinterpret_cast<void*>(20));
 }
 
 TEST_F(ImapFake, ReadAheadGoesUpThenDownAndDoublesInOrder) {
@@ -246,7 +246,6 @@ TEST_F(ImapFake, ReadAheadGoesUpThenDownAndDoublesInOrder) {
   ASSERT_NE(Open(down), nullptr) << down.mismatch;
   for (unsigned long m = 20; m >= 1; --m) ASSERT_NE(mail_fetchstructure(stream_, m, nullptr), nullptr) << m;
   Done(down);
-  mail_parameters(nullptr, 102, reinterpret_cast<void*>(20));
 }
 
 TEST_F(ImapFake, StringsAndBodyStructuresAsServersSendThem) {
@@ -388,6 +387,27 @@ TEST_F(ImapFake, StatusAnswersAndBrokenAnswers) {
     EXPECT_EQ(mail_ping(stream_), 1);  // still in step: the next command gets its own answer
     Done(server);
     EXPECT_EQ(EnvLogs(2), "");
+  }
+}
+
+TEST(MailboxNameCodec, RoundTripsAndRefusesBadWireForms) {
+  const char* both_ways[][2] = {
+      {"A & B", "A &- B"},
+      {"Caf\xc3\xa9", "Caf&AOk-"},
+      {"\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e", "&ZeVnLIqe-"},
+      {"~peter/mail/\xe5\x8f\xb0\xe5\x8c\x97/\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e", "~peter/mail/&U,BTFw-/&ZeVnLIqe-"},
+      {"\xf0\x9f\x93\xa7 mail", "&2D3c5w- mail"},  // outside the BMP: a surrogate pair
+  };
+  for (auto& [utf8, wire] : both_ways) {
+    EXPECT_EQ(imap_utf8_to_mutf7(utf8), wire);
+    std::string back;
+    EXPECT_TRUE(imap_mutf7_to_utf8(wire, &back) && back == utf8) << wire;
+  }
+  EXPECT_EQ(imap_utf8_to_mutf7("Caf\xe9"), "Caf&AOk-");  // Latin-1 bytes still get a wire form
+  for (const char* bad : {"&AOk", "&A-", "&AGE-", "&2D0-", "a\x80", "&!!-", "&3ec-"}) {
+    std::string out = "kept";
+    EXPECT_FALSE(imap_mutf7_to_utf8(bad, &out)) << bad;
+    EXPECT_EQ(out, "kept");
   }
 }
 

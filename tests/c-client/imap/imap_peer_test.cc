@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <regex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,7 @@
 #include "c-client/rfc822/strsrc.h"
 #include "tests/c-client/core/env_lines.h"
 #include "tests/c-client/imap/dovecot_peer.h"
+#include "tests/c-client/imap/fake_imap_server.h"
 
 namespace {
 
@@ -48,14 +50,9 @@ class ImapPeer : public ::testing::Test {
   static void TearDownTestSuite() { g_server->Remove(); }
   void SetUp() override {
     ASSERT_TRUE(g_up) << "no Dovecot (package dovecot-imapd)";
-    mail_unlink_all();
-    mail_link(&imap2driver);
-    mail_env_set_login(g_server->env["USER"].c_str(), g_server->env["PASSWORD"].c_str());
+    imap_test::UseImapDriver(g_server->env["USER"].c_str(), g_server->env["PASSWORD"].c_str());
     tcp_tls_set_ca_file(g_server->env["CAFILE"].c_str());
     tcp_set_timeouts_for_test(20, 20, 10);
-    long zero = 0;
-    mail_parameters(nullptr, 112, &zero);
-    mail_parameters(nullptr, 114, &zero);
   }
   void TearDown() override {
     for (MailStream*& s : streams_) s = mail_close(s);
@@ -67,6 +64,11 @@ class ImapPeer : public ::testing::Test {
     MailStream* s = mail_open(nullptr, name.c_str(), options);
     if (s) streams_.push_back(s);
     return s;
+  }
+  // A mailbox the test needs: not opening it ends the test.
+  MailStream* OpenOk(const std::string& name, long options = 0) {
+    if (MailStream* s = Open(name, options)) return s;
+    throw std::runtime_error("cannot open " + name + "\n" + EnvLogs(2));
   }
   void Close(MailStream* s) {
     streams_.erase(std::remove(streams_.begin(), streams_.end(), s), streams_.end());
@@ -94,8 +96,7 @@ TEST_F(ImapPeer, OpensOverEachTransportAndMechanism) {
     SCOPED_TRACE(c.name + " " + c.sent);
     mail_env_clear();
     mail_parameters(nullptr, 112, const_cast<long*>(&c.no_auth));
-    MailStream* s = Open(c.name, c.options | OP_DEBUG);
-    ASSERT_NE(s, nullptr) << EnvLogs(2);
+    MailStream* s = OpenOk(c.name, c.options | OP_DEBUG);
     EXPECT_FALSE(Sent(c.sent).empty());
     EXPECT_TRUE(Sent(c.not_sent).empty()) << Sent(c.not_sent)[0];
     EXPECT_EQ(EnvLines("login").size(), 1u);
@@ -126,8 +127,7 @@ TEST_F(ImapPeer, OpensOverEachTransportAndMechanism) {
 
 TEST_F(ImapPeer, FetchesStoresSearchesExpungesCopiesMovesAndAppends) {
   g_server->Seed(30, "Fetch1");
-  MailStream* s = Open(Name("Fetch1"), OP_DEBUG);
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk(Name("Fetch1"), OP_DEBUG);
   mail_env_clear();
   for (unsigned long i = 1; i <= 30; ++i) {
     SCOPED_TRACE(i);
@@ -173,8 +173,8 @@ TEST_F(ImapPeer, FetchesStoresSearchesExpungesCopiesMovesAndAppends) {
   EXPECT_TRUE(EnvSaid("notify", "The requested target folder does not exist - try creating it"));
   const std::string msg = Crlf("From: a@example.org\nSubject: appended\n\nbody line\n");
   EXPECT_TRUE(Append(Name("Dest"), msg, "(\\Flagged \\Seen)", "01-Feb-2020 10:11:12 +0100"));
-  MailStream* d = Open(Name("Dest"));
-  ASSERT_TRUE(d && d->nmsgs == 4u);
+  MailStream* d = OpenOk(Name("Dest"));
+  ASSERT_EQ(d->nmsgs, 4u);
   EXPECT_STREQ(mail_fetchstructure(d, 3, nullptr)->subject, "Seeded message 5");
   EXPECT_STREQ(mail_fetchstructure(d, 4, nullptr)->subject, "appended");
   MessageElt* e = mail_elt(d, 4);
@@ -247,8 +247,7 @@ TEST_F(ImapPeer, SectionsDispositionsAndFileNamesMatchALocalFolder) {
   };
   ASSERT_EQ(mail_create(nullptr, Name("Dispo").c_str()), 1) << EnvLogs(2);
   ASSERT_TRUE(Append(Name("Dispo"), header + text)) << EnvLogs(2);
-  MailStream* remote = Open(Name("Dispo"));
-  ASSERT_NE(remote, nullptr);
+  MailStream* remote = OpenOk(Name("Dispo"));
   check(remote);
 
   // Without its index and cache the first local open parses the file; the
@@ -262,8 +261,7 @@ TEST_F(ImapPeer, SectionsDispositionsAndFileNamesMatchALocalFolder) {
   ASSERT_TRUE(Append("Dispo", header + text)) << EnvLogs(2);
   for (const char* file : {"/mh_index.dat", "/mh_cache.dat"}) ASSERT_EQ(::unlink((mh_path("Dispo") + file).c_str()), 0);
   for (int round = 0; round < 2; ++round) {
-    MailStream* local = Open("Dispo");
-    ASSERT_NE(local, nullptr);
+    MailStream* local = OpenOk("Dispo");
     check(local);
     Close(local);
   }
@@ -273,8 +271,7 @@ TEST_F(ImapPeer, SectionsDispositionsAndFileNamesMatchALocalFolder) {
 }
 
 TEST_F(ImapPeer, FoldersAccessControlListsAndQuota) {
-  MailStream* c = Open(Name(""), OP_CONTROL);
-  ASSERT_NE(c, nullptr);
+  MailStream* c = OpenOk(Name(""), OP_CONTROL);
   const std::string sub = Name("Work/Sub");
   auto listed = [&](bool all, const char* pattern) {
     mail_env_clear();
@@ -333,10 +330,9 @@ TEST_F(ImapPeer, FoldersAccessControlListsAndQuota) {
 // another session changes flags, expunges and delivers.
 TEST_F(ImapPeer, SeesAnotherSessionChangeFlagsExpungeAndAppend) {
   g_server->Seed(5, "Watch1");  // 1, 3 and 5 unread
-  MailStream* ours = Open(Name("Watch1"));
-  MailStream* theirs = Open(Name("Watch1"));
-  MailStream* control = Open(Name(""), OP_CONTROL | OP_DEBUG);
-  ASSERT_TRUE(ours && theirs && control);
+  MailStream* ours = OpenOk(Name("Watch1"));
+  MailStream* theirs = OpenOk(Name("Watch1"));
+  MailStream* control = OpenOk(Name(""), OP_CONTROL | OP_DEBUG);
   MailStatus before{}, after{};
   ASSERT_EQ(mail_status(control, Name("Watch1").c_str(), SA_ALL, &before), 1) << EnvLogs(1);
   EXPECT_EQ(Sent("STATUS Watch1 (MESSAGES RECENT UNSEEN UIDNEXT UIDVALIDITY)").size(), 1u);
@@ -377,8 +373,7 @@ TEST_F(ImapPeer, SeesAnotherSessionChangeFlagsExpungeAndAppend) {
 TEST_F(ImapPeer, ServerGoingAwayIsNotifiedAndLaterCommandsFailCleanly) {
   imap_test::Dovecot own;
   ASSERT_TRUE(own.Start());
-  MailStream* s = Open(own.Name("INBOX"));
-  ASSERT_NE(s, nullptr);
+  MailStream* s = OpenOk(own.Name("INBOX"));
   own.Stop();
   mail_env_clear();
   long alive = 1;  // the server's processes go a moment after its master
@@ -389,7 +384,6 @@ TEST_F(ImapPeer, ServerGoingAwayIsNotifiedAndLaterCommandsFailCleanly) {
   ASSERT_FALSE(notes.empty());
   EXPECT_EQ(notes.back().substr(notes.back().size() - 2), "@4");
   EXPECT_EQ(mail_ping(s), 0);
-  own.Remove();
 }
 
 }  // namespace

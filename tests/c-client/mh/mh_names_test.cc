@@ -1,12 +1,17 @@
 // MH folders as directories: short directory names and mhname.dat, paths
-// of folder names, listing, create, delete and rename, subscriptions.
+// of folder names, listing, create, delete and rename, subscriptions; and
+// mailbox names as paths, the listing pattern, and installing a file.
 #include "c-client/mh/mh_names.h"
 
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <chrono>
 #include <deque>
 #include <functional>
 
+#include "c-client/mh/local_paths.h"
+#include "c-client/mh/subscribe.h"
 #include "tests/c-client/mh/mh_test_util.h"
 
 namespace {
@@ -64,7 +69,7 @@ class MhNames : public mh_test::MhTest {
   void MakeTree() {
     first_ = g_next;
     for (const std::string& name : {std::string("Projects"), Cafe(), Deep(), std::string(kUnicode)})
-      ASSERT_EQ(mh_create(nullptr, name.c_str()), 1) << name << ": " << Logs();
+      ASSERT_EQ(mh_create(nullptr, name.c_str()), 1) << name << ": " << EnvLogs(2);
     mail_env_clear();
   }
   static std::string Cafe() { return std::string("Projects\\") + kCafe; }
@@ -72,16 +77,6 @@ class MhNames : public mh_test::MhTest {
   std::string Dir(int i) const { return Short(first_ + i); }
   std::string ProjectsDir() const { return root_ + "/" + Dir(0); }
   std::string CafeDir() const { return ProjectsDir() + "/" + Dir(1); }
-
-  static std::string Logs(long level = 2) { return EnvLogs(level); }
-  static Names Mailboxes() {
-    Names out;
-    for (const std::string& l : EnvLines("mailbox")) {
-      EXPECT_EQ(l.substr(l.size() - 5), " \\ ()");
-      out.push_back(l.substr(0, l.size() - 5));
-    }
-    return out;
-  }
 
   std::string root_;
   long first_ = 0;
@@ -110,11 +105,11 @@ TEST_F(MhNames, CreateMakesShortDirectoriesRecordedByName) {
       EXPECT_EQ(mh_path(name.c_str()), path) << name;
       EXPECT_EQ(mh_path(name.c_str()), path) << name << " again";
     }
-  EXPECT_EQ(Logs(1) + Logs(2), "");
+  EXPECT_EQ(EnvLogs(1) + EnvLogs(2), "");
 
   // A folder "1" beside message file 1 of its parent.
   WriteFile(ProjectsDir() + "/1", "Subject: x\n\nbody\n");
-  ASSERT_EQ(mh_create(nullptr, "Projects\\1"), 1) << Logs();
+  ASSERT_EQ(mh_create(nullptr, "Projects\\1"), 1) << EnvLogs(2);
   EXPECT_EQ(mh_path("Projects\\1"), ProjectsDir() + "/" + Short(g_next - 1));
 }
 
@@ -178,8 +173,13 @@ TEST_F(MhNames, ListingSkipsMessagesAndPutsInnerFoldersFirst) {
   for (const auto& [find, pattern, folders] : cases) {
     mail_env_clear();
     find(nullptr, pattern);
-    EXPECT_EQ(Mailboxes(), folders) << pattern;
-    EXPECT_EQ(Logs(), "") << pattern;
+    Names listed;
+    for (const std::string& l : EnvLines("mailbox")) {
+      EXPECT_EQ(l.substr(l.size() - 5), " \\ ()") << pattern;
+      listed.push_back(l.substr(0, l.size() - 5));
+    }
+    EXPECT_EQ(listed, folders) << pattern;
+    EXPECT_EQ(EnvLogs(2), "") << pattern;
   }
 }
 
@@ -193,7 +193,7 @@ TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
   };
   for (const auto& [files, removed, left] : cases) {
     mail_env_clear();
-    ASSERT_EQ(mh_create(nullptr, "Doomed"), 1) << Logs();
+    ASSERT_EQ(mh_create(nullptr, "Doomed"), 1) << EnvLogs(2);
     const std::string dir = mh_path("Doomed");
     for (const std::string& f : files) WriteFile(dir + "/" + f, "data");
     EXPECT_EQ(mh_delete(nullptr, "#mh/Doomed"), removed ? 1 : 0);
@@ -201,22 +201,22 @@ TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
       EXPECT_FALSE(fs::exists(dir));
       EXPECT_EQ(ReadFile(root_ + "/mhname.dat"), "");
       EXPECT_FALSE(mh_valid_name("Doomed", false));
-      EXPECT_EQ(Logs(), "");
+      EXPECT_EQ(EnvLogs(2), "");
       continue;
     }
-    EXPECT_EQ(Logs(), "Could not delete mailbox directory " + dir + " - Directory not empty\n");
+    EXPECT_EQ(EnvLogs(2), "Could not delete mailbox directory " + dir + " - Directory not empty\n");
     Names there;
     for (const auto& e : fs::directory_iterator(dir)) there.push_back(e.path().filename());
     EXPECT_EQ(there, left);
     // What is left still has its name, and can be deleted once emptied.
     EXPECT_TRUE(mh_valid_name("Doomed", false));
     fs::remove(dir + "/notes.txt");
-    EXPECT_EQ(mh_delete(nullptr, "Doomed"), 1) << Logs();
+    EXPECT_EQ(mh_delete(nullptr, "Doomed"), 1) << EnvLogs(2);
   }
   // A folder with inner folders stays, and they keep their names.
   MakeTree();
   EXPECT_EQ(mh_delete(nullptr, "Projects"), 0);
-  EXPECT_EQ(Logs(), "Could not delete mailbox directory " + ProjectsDir() + " - Directory not empty\n");
+  EXPECT_EQ(EnvLogs(2), "Could not delete mailbox directory " + ProjectsDir() + " - Directory not empty\n");
   mh_forget_paths();
   EXPECT_TRUE(mh_valid_name(Deep().c_str(), false));
   EXPECT_FALSE(fs::exists(ProjectsDir() + "/mh_index.dat"));
@@ -227,14 +227,14 @@ TEST_F(MhNames, DeleteTakesMessagesAndCacheFilesAndNoForeignFile) {
 TEST_F(MhNames, RenameKeepsTheDirectoryAndItsInnerFolders) {
   MakeTree();
   const ino_t dir = Stat(CafeDir()).st_ino;
-  ASSERT_EQ(mh_rename(nullptr, Cafe().c_str(), "#mh/Projects\\Archive"), 1) << Logs();
+  ASSERT_EQ(mh_rename(nullptr, Cafe().c_str(), "#mh/Projects\\Archive"), 1) << EnvLogs(2);
   EXPECT_EQ(mh_path("Projects\\Archive"), CafeDir());
   EXPECT_EQ(Stat(CafeDir()).st_ino, dir);
   EXPECT_EQ(ReadFile(ProjectsDir() + "/mhname.dat"), "Archive#" + Dir(1) + "\n");
   EXPECT_FALSE(mh_valid_name(Cafe().c_str(), false));
 
   const std::string target = std::string(kUnicode) + "\\Moved";
-  ASSERT_EQ(mh_rename(nullptr, "Projects\\Archive", target.c_str()), 1) << Logs();
+  ASSERT_EQ(mh_rename(nullptr, "Projects\\Archive", target.c_str()), 1) << EnvLogs(2);
   const std::string moved = root_ + "/" + Dir(3) + "/" + Dir(1);
   EXPECT_EQ(mh_path(target.c_str()), moved);
   EXPECT_EQ(Stat(moved).st_ino, dir);
@@ -244,7 +244,7 @@ TEST_F(MhNames, RenameKeepsTheDirectoryAndItsInnerFolders) {
   EXPECT_TRUE(mh_valid_name((target + "\\" + kLong).c_str(), false));
 
   fs::create_directory(root_ + "/" + Dir(1));
-  ASSERT_EQ(mh_rename(nullptr, target.c_str(), "Top"), 1) << Logs();
+  ASSERT_EQ(mh_rename(nullptr, target.c_str(), "Top"), 1) << EnvLogs(2);
   const std::string top = mh_path("Top");
   EXPECT_NE(top, root_ + "/" + Dir(1));
   EXPECT_EQ(Stat(top).st_ino, dir);
@@ -279,7 +279,7 @@ TEST_F(MhNames, NameFileLinesAndLimits) {
   EXPECT_EQ(out, "Last");
   EXPECT_EQ(mh_dir_to_name("26000000.009", &out, root_), 0);
   EXPECT_EQ(out, "26000000.009");
-  EXPECT_EQ(Logs(1) + Logs(2), "");
+  EXPECT_EQ(EnvLogs(1) + EnvLogs(2), "");
 
   // A new name starts a line of its own, and never takes a short name the
   // file has already (Plain's, though it has no directory); removing a
@@ -366,13 +366,190 @@ TEST_F(MhNames, EveryFailureSaysWhy) {
     mail_env_clear();
     EXPECT_EQ(run(), 0) << what;
     safe_clear_faults_for_test();
-    EXPECT_EQ(Logs(level), logged + "\n") << what;
+    EXPECT_EQ(EnvLogs(level), logged + "\n") << what;
   }
   // None of that lost a folder.
   mh_forget_paths();
   for (const std::string& name : {std::string("Projects"), Cafe(), Deep(), std::string(kUnicode), std::string("Renamed")})
     EXPECT_TRUE(mh_valid_name(name.c_str(), false)) << name;
   EXPECT_EQ(ReadFile(projects + "/mhname.dat"), std::string(kCafe) + "#" + Dir(1) + "\n");
+}
+
+// The subscription database: what reaches the file, what the walk gives,
+// and that a failure changes nothing.
+class Subscribe : public mh_test::MhTest {
+ protected:
+  std::string Path(const char* file) { return home_ + "/" + file; }
+  void Put(const char* file, const std::string& text) { WriteFile(Path(file), text); }
+  // The file's bytes, or "-" when it isn't there.
+  std::string Get(const char* file) { return fs::exists(Path(file)) ? ReadFile(Path(file)) : "-"; }
+  // One whole walk.
+  std::vector<std::string> Walk() {
+    std::vector<std::string> names;
+    void* state = nullptr;
+    while (const char* name = subscribe_next(&state)) names.push_back(name);
+    EXPECT_EQ(state, nullptr);
+    return names;
+  }
+};
+
+// What reaches the file, what the walk gives: the walk sees the file as it
+// was when it began, and starts again after its end; a rewrite keeps every
+// name and drops only empty lines and CRs.
+TEST_F(Subscribe, AddRemoveAndWalk) {
+  EXPECT_EQ(Walk(), Names{});  // no file yet: no subscriptions, no complaint
+  Put("subscrib.dat", "Work\r\n\r\nWork\\2024\n");
+  void* state = nullptr;
+  EXPECT_STREQ(subscribe_next(&state), "Work");
+  EXPECT_EQ(subscribe_add("#dawz/INBOX"), 1);
+  EXPECT_STREQ(subscribe_next(&state), "Work\\2024");
+  EXPECT_EQ(subscribe_next(&state), nullptr);
+  EXPECT_EQ(Get("subscrib.dat"), "Work\nWork\\2024\n#dawz/INBOX\n");
+  EXPECT_EQ(Get("subscrib.bak"), "Work\r\n\r\nWork\\2024\n");
+  EXPECT_EQ(fs::status(Path("subscrib.dat")).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(Walk(), (Names{"Work", "Work\\2024", "#dawz/INBOX"}));
+  EXPECT_EQ(subscribe_remove("Work\\2024"), 1);
+  EXPECT_EQ(Get("subscrib.dat"), "Work\n#dawz/INBOX\n");
+  EXPECT_EQ(subscribe_remove("Work"), 1);
+  EXPECT_EQ(subscribe_remove("#dawz/INBOX"), 1);
+  EXPECT_EQ(Get("subscrib.dat"), "");
+  EXPECT_EQ(Get("subscrib.new"), "-");
+  EXPECT_EQ(EnvLines("log"), Names{});
+}
+
+TEST_F(Subscribe, RefusalsLeaveTheFileAlone) {
+  const std::string before = "Work\nPlay\n";
+  const std::tuple<long (*)(const char*), const char*, const char*> rows[] = {
+      {subscribe_add, nullptr, "Cannot subscribe to a NULL foldername.\n"},
+      {subscribe_remove, nullptr, "Cannot unsubscribe to a NULL foldername.\n"},
+      {subscribe_add, "Work", "Already subscribed to mailbox Work"},
+      {subscribe_add, "a\nb", "Can't subscribe to mailbox a\nb: invalid name"},
+      {subscribe_remove, "work", "Not subscribed to mailbox work"},
+  };
+  for (const auto& [call, name, message] : rows) {
+    SCOPED_TRACE(message);
+    Put("subscrib.dat", before);
+    mail_env_clear();
+    EXPECT_EQ(call(name), 0);
+    EXPECT_EQ(EnvLines("log"), Names{message});
+    EXPECT_EQ(mail_env_lines().at(0).level, 2);
+    EXPECT_EQ(Get("subscrib.dat"), before);
+    EXPECT_EQ(Get("subscrib.new"), "-");
+  }
+}
+
+TEST_F(Subscribe, FaultsAreReportedAndLoseNothing) {
+  // subscrib.new can't be made: a directory stands in its place.
+  Put("subscrib.dat", "Work\n");
+  ASSERT_EQ(::mkdir(Path("subscrib.new").c_str(), 0700), 0);
+  EXPECT_EQ(subscribe_add("Play"), 0);
+  EXPECT_EQ(subscribe_remove("Work"), 0);
+  const std::string fresh = Path("subscrib.new");
+  EXPECT_EQ(EnvLines("log"), (Names{"Can't open temporary subscription database file: " + fresh + " - File exists",
+                             "Could not open new subscription database file: " + fresh + " - File exists"}));
+  EXPECT_EQ(Get("subscrib.dat"), "Work\n");
+  ASSERT_EQ(::rmdir(fresh.c_str()), 0);
+
+  // subscrib.dat that can't be read.
+  mail_env_clear();
+  fs::remove(Path("subscrib.dat"));
+  ASSERT_EQ(::mkdir(Path("subscrib.dat").c_str(), 0700), 0);
+  EXPECT_EQ(subscribe_add("Play"), 0);
+  EXPECT_EQ(subscribe_remove("Play"), 0);
+  EXPECT_EQ(Walk(), Names{});
+  EXPECT_EQ(EnvLines("log"), (Names{"Failed on read of subscription database: Is a directory",
+                             "Failed on read of subscription database: Is a directory",
+                             "Failed to open subscription database: " + Path("subscrib.dat") + " - Is a directory\n"}));
+  EXPECT_TRUE(fs::is_directory(Path("subscrib.dat")));
+  EXPECT_EQ(Get("subscrib.new"), "-");
+
+  // A file far beyond any list of names is refused whole, never cut.
+  mail_env_clear();
+  fs::remove(Path("subscrib.dat"));
+  const std::string huge = std::string(5u << 20, 'x') + "\n";
+  Put("subscrib.dat", huge);
+  EXPECT_EQ(subscribe_add("Play"), 0);
+  EXPECT_EQ(Walk(), Names{});
+  EXPECT_EQ(EnvLines("log"), (Names{"Failed on read of subscription database: File too large",
+                             "Failed to read subscription database: " + Path("subscrib.dat") + " - File too large n"}));
+  EXPECT_EQ(Get("subscrib.dat").size(), huge.size());
+}
+
+TEST(LocalPaths, MailboxPath) {
+  const std::string before = local_home();
+  local_set_home("/home/u/velmar//");
+  EXPECT_EQ(local_home(), "/home/u/velmar");
+  const std::pair<const char*, const char*> rows[] = {
+      {nullptr, "/home/u/velmar/folders"},
+      {"", "/home/u/velmar/folders"},
+      {"~", "/home/u/velmar/folders"},
+      {"Work\\\\\\", "/home/u/velmar/folders/Work"},
+      {"~\\\\Work\\Old", "/home/u/velmar/folders/Work/Old"},
+      {"\\Work", "/home/u/velmar/folders/Work"},  // the delimiter, not a root
+      {"/var/mail\\u/", "/var/mail/u"},
+      {"/", "/"},
+      {"a~b", "/home/u/velmar/folders/a~b"},
+  };
+  for (const auto& [name, path] : rows) EXPECT_EQ(mailbox_path(name), path) << (name ? name : "(null)");
+  local_set_home("/");
+  EXPECT_EQ(mailbox_path("x\\y"), "/folders/x/y");
+  local_set_home(before.c_str());  // later tests must not write under "/"
+}
+
+TEST(LocalPaths, PatternMatch) {
+  const std::tuple<const char*, const char*, bool> rows[] = {
+      {"Work\\2024", "%", false},         {"Work\\2024", "Work\\%", true},  {"Work\\2024\\Q1", "%\\%\\Q1", true},
+      {"Work\\2024\\Q1", "%\\Q1", false}, {"Work\\2024\\Q1", "*%Q1", true}, {"Work", "W%k", true},
+      {"Work", "w%", false},  // names are case-sensitive
+      {"Work", "Wor", false},             {"Wor", "Work", false},           {"", "%", true},
+      {"a", "", false},                   {"inbox", "INBOX", true},         {"InBoxes", "IN*", false},
+      // "*" before a "%" that fails must still be able to take the rest.
+      {"x\\y\\z", "*\\%", true},          {"x\\y\\z", "%\\%", false},
+  };
+  for (const auto& [name, pattern, match] : rows)
+    EXPECT_EQ(local_pattern_match(name, pattern, '\\'), match) << name << " ~ " << pattern;
+  EXPECT_TRUE(local_pattern_match("a/b", "%/b", '/'));
+  EXPECT_FALSE(local_pattern_match("a/b", "%", '/'));
+  EXPECT_FALSE(local_pattern_match(nullptr, "*", '\\'));
+
+  // A pattern made to backtrack: must answer at once.
+  std::string pattern;
+  for (int i = 0; i < 40; ++i) pattern += "*a%";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(local_pattern_match(std::string(4000, 'a').c_str(), (pattern + "b").c_str(), '\\'));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+// A rewritten file takes the old one's place, which becomes the backup. A
+// new file that can't take its place leaves the old one readable under its
+// own name, and the new one where it was.
+using FileInstall = mh_test::MhTest;
+
+TEST_F(FileInstall, StatesAndAFailedRename) {
+  const std::string base = home_ + "/mh_index";
+  auto get = [&](const char* suffix) { return fs::exists(base + suffix) ? mh_test::ReadFile(base + suffix) : "-"; };
+  const std::tuple<const char*, const char*, const char*, int, const char*, const char*> rows[] = {
+      // .dat, .bak and .new before (null: absent), the result, .dat and .bak after
+      {"old", "older", "new", 1, "new", "old"}, {"old", nullptr, "new", 1, "new", "old"},
+      {nullptr, "older", "new", 1, "new", "-"}, {"old", "older", nullptr, 0, "old", "old"},
+  };
+  for (const auto& [dat, bak, fresh, result, dat_after, bak_after] : rows) {
+    SCOPED_TRACE(std::string(dat ? dat : "-") + " " + (bak ? bak : "-") + " " + (fresh ? fresh : "-"));
+    for (auto [suffix, text] : {std::pair{".dat", dat}, {".bak", bak}, {".new", fresh}}) {
+      fs::remove(base + suffix);
+      if (text) mh_test::WriteFile(base + suffix, text);
+    }
+    errno = 0;
+    EXPECT_EQ(file_install(base), result);
+    EXPECT_TRUE(result || errno == ENOENT);
+    EXPECT_EQ(get(".dat"), dat_after);
+    EXPECT_EQ(get(".bak"), bak_after);
+    EXPECT_EQ(get(".new"), "-");
+  }
+  fs::create_directories(base + ".new/inside");
+  EXPECT_EQ(file_install(base), 0);
+  EXPECT_EQ(get(".dat"), "old");
+  EXPECT_TRUE(fs::is_directory(base + ".new/inside"));
 }
 
 }  // namespace

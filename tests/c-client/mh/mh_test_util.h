@@ -5,14 +5,13 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -162,6 +161,11 @@ class MhTest : public ::testing::Test {
   }
   // Streams opened here are closed at the end unless closed before.
   MailStream* Open(const char* name) { return streams_.emplace_back(mail_open(nullptr, name, 0)); }
+  // A folder the test cannot go on without: not opening it ends the test.
+  MailStream* OpenOk(const char* name) {
+    if (MailStream* s = Open(name)) return s;
+    throw std::runtime_error(std::string("cannot open ") + name + "\n" + Logs());
+  }
   void Close(MailStream*& stream) {
     std::replace(streams_.begin(), streams_.end(), stream, static_cast<MailStream*>(nullptr));
     stream = mail_close(stream);
@@ -194,12 +198,7 @@ class MhTest : public ::testing::Test {
     for (unsigned long i = 1; i <= s->nmsgs; ++i) out[mail_elt(s, i)->file_number] = Flags(s, i);
     return out;
   }
-  static std::string Logs() {
-    std::string out;
-    for (const MailEnvLine& l : mail_env_lines())
-      if (l.callback != "dlog") out += l.callback + "(" + std::to_string(l.level) + "): " + l.text + "\n";
-    return out;
-  }
+  static std::string Logs() { return EnvAll(false); }
   static bool Said(const std::string& callback, const std::string& text) { return EnvSaid(callback, text); }
   static MhIndexHeader Header(const std::string& dir) {
     std::string bytes = ReadFile(dir + "/mh_index.dat");

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -52,11 +51,11 @@ TEST_F(Transport, HostFormsReachTheServer) {
     std::string name = WithPort(form, server.port());
     // A port in the name wins over the argument, which would be refused.
     TcpStream* s = tcp_open(name.c_str(), "imap", name != form ? 1 : server.port());
-    ASSERT_NE(s, nullptr) << AllTold();
+    ASSERT_NE(s, nullptr) << EnvAll();
     EXPECT_STREQ(tcp_host(s), host);
     EXPECT_NE(std::string(tcp_localhost(s)), "");
-    EXPECT_TRUE(Told("dlog", trace)) << AllTold();
-    EXPECT_TRUE(Told("dlog", "tcp_open(): host = " + name + ", service = imap\n"));
+    EXPECT_TRUE(EnvSaid("dlog", trace)) << EnvAll();
+    EXPECT_TRUE(EnvSaid("dlog", "tcp_open(): host = " + name + ", service = imap\n"));
     EXPECT_EQ(HookLog::outcomes, std::vector<int>{1});
     EXPECT_EQ(connections, baseline_ + 1);
     EXPECT_EQ(Take(tcp_getline(s)), "* OK hello");
@@ -90,7 +89,7 @@ TEST_F(Transport, FailedOpensSayWhyAndRecordTheOutcome) {
     if (prefix) expected.pop_back();
     EXPECT_TRUE(std::any_of(mail_env_lines().begin(), mail_env_lines().end(), [&](const MailEnvLine& l) {
       return l.callback == "log" && l.level == 2 && (prefix ? l.text.rfind(expected, 0) == 0 : l.text == expected);
-    })) << AllTold();
+    })) << EnvAll();
     EXPECT_EQ(HookLog::outcomes, std::vector<int>{0});
     EXPECT_EQ(connections, baseline_);
   }
@@ -123,8 +122,8 @@ TEST_F(Transport, OpensGiveUpAfterTheConnectTimeout) {
   start = Clock::now();
   EXPECT_EQ(tcp_open("localhost", "imap", 143), nullptr);
   EXPECT_LT(SecondsSince(start), 2.5);
-  EXPECT_TRUE(Told("log", "Failed to connect to [127.0.0.1]: connection timed out -- no response from server", 2));
-  EXPECT_TRUE(Told("log", "Failed to resolve hostname 'localhost' - failed to contact name server", 2)) << AllTold();
+  EXPECT_TRUE(EnvSaid("log", "Failed to connect to [127.0.0.1]: connection timed out -- no response from server", 2));
+  EXPECT_TRUE(EnvSaid("log", "Failed to resolve hostname 'localhost' - failed to contact name server", 2)) << EnvAll();
   EXPECT_EQ(HookLog::outcomes, (std::vector<int>{0, 0}));
 }
 
@@ -218,12 +217,12 @@ TEST_F(Transport, ASilentOrGoneServerEndsTheStream) {
       EXPECT_EQ(tcp_getline(s), nullptr);
       EXPECT_GE(SecondsSince(start), 0.9);
       EXPECT_LT(SecondsSince(start), 4.0);
-      EXPECT_TRUE(Told("log", "tcp_getdata: timeout during select on read.", 0)) << AllTold();
+      EXPECT_TRUE(EnvSaid("log", "tcp_getdata: timeout during select on read.", 0)) << EnvAll();
     } else {
       ASSERT_TRUE(Readable(s->socket, 3000));
       EXPECT_EQ(tcp_soutr(s, "a1 NOOP\r\n"), 0);
-      EXPECT_TRUE(Told("dlog", "tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. "
-                               "send() aborted.\n")) << AllTold();
+      EXPECT_TRUE(EnvSaid("dlog", "tcp_sout: this socket stream is 'closed' - abnormally or via server idle timeout. "
+                               "send() aborted.\n")) << EnvAll();
     }
     EXPECT_EQ(s->socket, -1);
     server.done = true;
@@ -268,17 +267,42 @@ TEST_F(Transport, WritesTimeOutOnlyWhenTheServerTakesNothing) {
     setsockopt(s->socket, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     std::string message(total, 'm');
     auto start = Clock::now();
-    EXPECT_EQ(tcp_sout(s, message.data(), message.size()), reads ? 1 : 0) << AllTold();
+    EXPECT_EQ(tcp_sout(s, message.data(), message.size()), reads ? 1 : 0) << EnvAll();
     EXPECT_GE(SecondsSince(start), at_least) << "the server took it all at once: nothing tested";
     EXPECT_LT(SecondsSince(start), at_most);
     if (!reads) {
-      EXPECT_TRUE(Told("dlog", trace)) << AllTold();
+      EXPECT_TRUE(EnvSaid("dlog", trace)) << EnvAll();
       EXPECT_EQ(HookLog::asked, 1);
       EXPECT_FALSE(HookLog::short_next) << "the short time-out was not taken";
     }
     server.done = true;
     tcp_close(s);
   }
+}
+
+// An attacker in the path adds a reply in the clear after the server's
+// consent to STARTTLS, hoping it is read as if it came through TLS: the
+// upgrade fails instead.
+TEST_F(Transport, AReplyInTheClearBeforeTheHandshakeFailsTheUpgrade) {
+  LoopbackServer front;
+  front.Serve([&](int fd) {
+    SendAll(fd, "* OK plain greeting\r\n");
+    if (ReadLine(fd) == "a1 STARTTLS") SendAll(fd, "a1 OK Begin TLS\r\na2 OK LOGIN done\r\n");
+    front.WaitUntilDone();
+  });
+  TcpStream* s = tcp_open("localhost", "imap", front.port());
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(Take(tcp_getline(s)), "* OK plain greeting");
+  ASSERT_EQ(tcp_soutr(s, "a1 STARTTLS\r\n"), 1);
+  EXPECT_EQ(Take(tcp_getline(s)), "a1 OK Begin TLS");
+  Pause(100);  // the injected line is in the same read
+  EXPECT_EQ(tcp_starttls(s, "localhost", 0), 0);
+  EXPECT_TRUE(EnvSaid("log", "TLS connection to localhost failed: the server sent data before the TLS handshake",
+                      2))
+      << EnvAll();
+  EXPECT_EQ(s->socket, -1);
+  front.done = true;
+  tcp_close(s);
 }
 
 TEST_F(Transport, LinesHaveALimit) {
@@ -302,12 +326,43 @@ TEST_F(Transport, LinesHaveALimit) {
       EXPECT_EQ(line.size(), length);
     } else {
       EXPECT_EQ(line, "(null)");
-      EXPECT_TRUE(Told("log", "The server [127.0.0.1] sent a line longer than 1048576 bytes; the connection is closed", 2))
-          << AllTold();
+      EXPECT_TRUE(EnvSaid("log", "The server [127.0.0.1] sent a line longer than 1048576 bytes; the connection is closed", 2))
+          << EnvAll();
       EXPECT_EQ(s->socket, -1);
     }
     server.done = true;
     tcp_close(s);
+  }
+}
+
+// Writing while a reply is pending: input that waits when a command is
+// written is the reply to the one before, not a dropped connection, and a
+// peer that hangs up stops the write without losing what it sent.
+TEST(TcpPending, InputBeforeAWrite) {
+  struct Case {
+    bool pending, peer_closes;  // a command in flight; the peer gone after its reply
+    long written;               // what tcp_sout answers
+  } cases[] = {{false, false, 0}, {true, false, 1}, {true, true, 0}};
+  const std::string reply = "* 1 FETCH (FLAGS (\\Seen))\r\nA00001 OK done\r\n", command = "A00002 FETCH 2 FLAGS\r\n";
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.pending + 2 * c.peer_closes);
+    int fds[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
+    ASSERT_EQ(::write(fds[1], reply.data(), reply.size()), static_cast<ssize_t>(reply.size()));
+    if (c.peer_closes) ::close(fds[1]);
+    TcpStream* tcp = tcp_attach_fd(fds[0], "peer");
+    tcp_set_reply_pending(tcp, c.pending);
+    EXPECT_EQ(tcp_sout(tcp, command.data(), command.size()), c.written);
+    tcp_set_reply_pending(tcp, false);
+    char got[64] = {};  // the command arrives only when it was written
+    ssize_t n = c.peer_closes ? 0 : ::recv(fds[1], got, sizeof got - 1, MSG_DONTWAIT);
+    EXPECT_EQ(std::string(got, static_cast<size_t>(n > 0 ? n : 0)), c.written ? command : "");
+    if (!c.peer_closes) ::close(fds[1]);
+    // The reply that came first is read whole unless the stream was given up as dropped.
+    char* line = tcp_getline(tcp);
+    EXPECT_EQ(line ? std::string(line) : "(end)", c.pending ? "* 1 FETCH (FLAGS (\\Seen))" : "(end)");
+    if (line) FS_GIVE(&line);
+    tcp_close(tcp);
   }
 }
 

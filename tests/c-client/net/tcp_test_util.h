@@ -11,13 +11,14 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <map>
 #include <semaphore>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -28,6 +29,7 @@
 #include "c-client/core/env.h"
 #include "c-client/core/plain_env.h"
 #include "c-client/net/tcp.h"
+#include "tests/c-client/core/env_lines.h"
 
 namespace tcptest {
 
@@ -70,6 +72,24 @@ inline std::string ReadLine(int fd, int limit_ms = 10000) {
 }
 
 inline sockaddr_in Loopback4(unsigned short port) { return sockaddr_in{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}; }
+
+// Runs a script of tests/peers with these arguments: what it printed,
+// errors included; its KEY=VALUE lines go into values.
+inline std::string RunPeerScript(const std::string& script, const std::string& args,
+                                 std::map<std::string, std::string>* values = nullptr) {
+  std::string out;
+  const std::string path = VELMAR_TEST_DATA_DIR "/../peers/" + script;
+  if (FILE* p = ::popen(("bash '" + path + "' " + args + " 2>&1").c_str(), "r")) {
+    char buffer[512];
+    while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
+    ::pclose(p);
+  }
+  std::istringstream lines(out);
+  for (std::string line; values && std::getline(lines, line);)
+    if (size_t eq = line.find('='); eq != std::string::npos && eq > 0)
+      (*values)[line.substr(0, eq)] = line.substr(eq + 1);
+  return out;
+}
 
 // The next read ends the stream at once, without spinning (CPU time of
 // this thread shows that even when the read ends in time). A read that
@@ -132,6 +152,10 @@ class LoopbackServer {
       }
     });
   }
+  // Waits for the script to end, or for no connection to come.
+  void Join() {
+    if (thread_.joinable()) thread_.join();
+  }
   // Holds the connection until the test sets done (or the server goes).
   void WaitUntilDone() {
     while (!done) Pause(10);
@@ -152,18 +176,6 @@ struct HookLog {
   static inline int asked = 0;
   static inline bool short_next = false;
 };
-
-inline bool Told(const char* callback, const std::string& text, long level = -2) {
-  return std::any_of(mail_env_lines().begin(), mail_env_lines().end(), [&](const MailEnvLine& l) {
-    return l.callback == callback && l.text == text && (level == -2 || l.level == level);
-  });
-}
-
-inline std::string AllTold() {
-  std::string all;
-  for (const MailEnvLine& l : mail_env_lines()) all += l.callback + "[" + std::to_string(l.level) + "] " + l.text + "\n";
-  return all;
-}
 
 // Short time-outs so that a broken test fails in seconds, not minutes; the
 // hooks recorded; every socket given back at the end.
