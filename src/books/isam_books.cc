@@ -235,6 +235,7 @@ long isam_abook_find(AB_SESSION* session, const char* pattern) {
         return 0;
       }
       if (!convert_v3021_to_v4(session)) {
+        session->asked_convert = -1;  // asked once; the old books stay as they are
         BookError("Error: conversion failed");
         return 0;
       }

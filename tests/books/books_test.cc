@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "isam/isamv3/isam.h"
 #include "rclib/safe_file.h"
@@ -120,6 +121,38 @@ TEST_F(BooksTest, BookEdgeCases) {
   int opened = 0;
   for (const std::string& n : AM_BookGetBooks()) opened += ABK_openBook(n.c_str()) != 0;
   EXPECT_EQ(opened, kMaxBooks);
+}
+
+TEST_F(BooksTest, DeletedMissingAndDamagedBooks) {
+  const int id = Book("gone");
+  ASSERT_EQ(Store(id, "ann", {{"Email", "a@b.c"}}), 1);
+  ABK_closeBook(id);
+  EXPECT_EQ(abook_delete(ABK_localSession(), "gone"), 1);
+  EXPECT_FALSE(fs::exists(books() + "23111422.1320"));
+  EXPECT_EQ(ABK_openBook("gone"), 0);
+  // A book whose directory went, and one whose record points outside.
+  ASSERT_NE(Book("lost"), 0);
+  ABK_closeBook(AM_GetBookID("lost"));
+  fs::remove_all(books() + "23111422.1320");
+  fs::create_directories(home_ + "/victim");
+  std::ofstream(home_ + "/victim/ab_attrs.mp") << "keep";
+  ISAM* h = bt3Open((books() + "ab_books").c_str(), kModeReadWrite);
+  ASSERT_NE(h, nullptr);
+  char* buf = bt3GetBuff(h, 700);
+  std::strcpy(buf, "evil");
+  std::strcpy(buf + 200, "../victim");
+  ASSERT_GT(bt3Add(h, buf), 0);
+  bt3FreeBuff(buf);
+  bt3Close(h);
+  for (const char* name : {"lost", "evil"}) {
+    EXPECT_EQ(ABK_openBook(name), 0) << name;
+    EXPECT_NE(Posts().find(std::string("Cannot open ISAM addressbook: ") + name + " - corrupt (missing)"),
+              std::string::npos)
+        << Posts();
+  }
+  EXPECT_EQ(abook_delete(ABK_localSession(), "evil"), 1);
+  EXPECT_EQ(ReadFile(home_ + "/victim/ab_attrs.mp"), "keep");
+  EXPECT_EQ(Joined(AM_BookGetBooks()), "local,lost,");
 }
 
 TEST_F(BooksTest, EntriesAndSearches) {
@@ -259,6 +292,16 @@ TEST_F(BooksTest, OldBooksAreConvertedOrLeftAlone) {
   WriteOldBook(books(), "home", "oldh", {});
   const std::string before = ReadFile(books() + "ab_books.dt");
 
+  // A conversion left half done before is not run over.
+  fs::copy_file(books() + "ab_books.dt", books() + "new_book.dt");
+  xvt_test_push_answer(RESP_DEFAULT);
+  EXPECT_EQ(Joined(AM_BookGetBooks()), "");
+  EXPECT_NE(Posts().find("error: Previous addressbook conversion failed"), std::string::npos) << Posts();
+  EXPECT_EQ(ReadFile(books() + "ab_books.dt"), before);
+  EXPECT_TRUE(fs::exists(books() + "oldw/ab_attrs.dt"));
+  fs::remove(books() + "new_book.dt");
+  ABK_init();
+
   // Cancel: told, nothing listed, nothing touched; not asked again.
   xvt_test_push_answer(RESP_2);
   EXPECT_EQ(Joined(AM_BookGetBooks()), "");
@@ -285,22 +328,25 @@ TEST_F(BooksTest, ComposeExpandsNamesFromTheBooks) {
   Opt_AssignString("Compose.Alias.carl", "Carl <carl@z.org>", kOptSession, 0);
   Opt_AssignString("Compose.Alias.bob", "Other <other@z.org>", kOptSession, 0);
   const int all = kAliasName | kAliasAlias | kAliasEmail;
+  ASSERT_EQ(Store(id, "nomail", {{"Phone", "1"}}), 1);
   const struct {
     const char* in;
-    int fields;
+    int fields, ok;
     const char* out;
   } cases[] = {
-      {"team", all, "Ann Lee <ann@x.org>, bob <bob@y.org>"},
-      {"team", kAliasEmail, "team"},
-      {"annie, carl", all, "Ann Lee <ann@x.org>, Carl <carl@z.org>"},
-      {"bob", all, "bob <bob@y.org>"},  // the book before the option
-      {"nobody", all, "nobody"},
+      {"team", all, 1, "Ann Lee <ann@x.org>, bob <bob@y.org>"},
+      {"team", kAliasEmail, 1, "team"},
+      {"annie, carl", all, 1, "Ann Lee <ann@x.org>, Carl <carl@z.org>"},
+      {"bob", all, 1, "bob <bob@y.org>"},  // the book before the option
+      {"nobody", all, 1, "nobody"},
+      {"nomail", all, 0, "nomail"},
   };
   for (const auto& c : cases) {
     std::string out;
-    EXPECT_EQ(ComposeExpandField(c.in, c.fields, &out), 1) << c.in;
+    EXPECT_EQ(ComposeExpandField(c.in, c.fields, &out), c.ok) << c.in;
     EXPECT_EQ(out, c.out) << c.in;
   }
+  EXPECT_NE(Posts().find("matched address entry 'nomail', but email field is blank"), std::string::npos) << Posts();
 }
 
 }  // namespace
