@@ -346,6 +346,15 @@ EntryList AM_EntryGetListEntries(int id) {
   return list;
 }
 
+EntryList AM_FetchLists() {
+  EntryList all;
+  for (int id = 1; id <= kMaxBooks; ++id)
+    if (BookOf(id))
+      for (AddressEntry& e : AM_EntryGetListEntries(id)) all.push_back(std::move(e));
+  std::sort(all.begin(), all.end(), Less);
+  return all;
+}
+
 AttrList entry_get_attributes(const AddressEntry& entry) {
   AttrList attrs;
   MBook* b = BookOf(entry.book);

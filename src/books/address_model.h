@@ -67,6 +67,8 @@ int ABK_SetBookACL(int id, const char* identifier, unsigned flags);
 
 EntryList AM_EntryGetEntries(int id);
 EntryList AM_EntryGetListEntries(int id);
+// The lists of every open book, for the organizer.
+EntryList AM_FetchLists();
 const char* ABK_EntryGetName(const AddressEntry& entry);
 AttrList entry_get_attributes(const AddressEntry& entry);
 std::optional<std::string> entry_get_value(const AddressEntry& entry, const char* attribute);

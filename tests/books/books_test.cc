@@ -171,6 +171,7 @@ TEST_F(BooksTest, EntriesAndSearches) {
   EXPECT_EQ(Attrs(id, "many"), "");
   EXPECT_EQ(Names(AM_EntryGetEntries(id)), "amy crew* zed");
   EXPECT_EQ(Names(AM_EntryGetListEntries(id)), "crew*");
+  EXPECT_EQ(Names(AM_FetchLists()), "crew*");
 
   const struct {
     const char* criteria;
