@@ -20,8 +20,6 @@
 
 namespace {
 
-const int16_t kOldAttrKeys[] = {0, kBookNameLen, kKeyString | kKeyDuplicates, -1};
-
 struct Conversion {
   std::string root = isam_abook_dir();
   std::vector<std::string> made_dirs;  // taken back on failure
