@@ -14,6 +14,7 @@
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/app/workspace.h"
+#include "src/books/address_model.h"
 #include "src/model/mm.h"
 #include "src/base/model_events.h"
 #include "src/compose/compose.h"
@@ -92,6 +93,7 @@ int InitWorkspace(WINDOW task_win) {
 
   Trace(kTraceFrame, kTraceLow, "main.c: task_eh - initializing the Mail Model.\n");
   MM_Init();
+  ABK_init();
   g_task_notifier = MM_NotRegister(TaskWantEvent, TaskHandleEvent, nullptr, "Task Window");
   DesktopRegister();
   DM_InitListeners();
@@ -159,6 +161,7 @@ void ShutdownWorkspace() {
   MM_NotPostSimple(E_ABANDON_SHIP);
   Trace(kTraceFrame, kTraceLow, "ShutdownWorkspace : posting E_SHIP_SUNK\n");
   MM_NotPostSimple(E_SHIP_SUNK);
+  ABK_shutdown();
   MM_Shutdown(expunge);
   g_task_notifier = -1;
   DM_FreeListeners();

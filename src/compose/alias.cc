@@ -1,13 +1,15 @@
 // Alias expansion: simple names in the address fields are looked up and
-// replaced by the addresses they stand for. The lookup is a function the
-// address books provide; until they do, options named Compose.Alias.<name>
-// hold "Full Name <address>" or a list of addresses.
+// replaced by the addresses they stand for: first in the address books (an
+// entry's "Email", a list's members), then in the options named
+// Compose.Alias.<name>, which hold "Full Name <address>" or a list of
+// addresses.
 #include <strings.h>
 
 #include <cstring>
 
 #include "src/base/critical.h"
 #include "src/base/trace.h"
+#include "src/books/address_model.h"
 #include "src/compose/compose.h"
 #include "src/compose/compose_internal.h"
 #include "src/options/options.h"
@@ -41,7 +43,16 @@ int OptionTable(const std::string& name, int fields, std::vector<AliasEntry>* hi
   return hits->empty() ? 0 : 1;
 }
 
-AliasLookupFn g_lookup = OptionTable;
+int BooksThenOptions(const std::string& name, int fields, std::vector<AliasEntry>* hits) {
+  std::vector<std::pair<std::string, std::string>> found;
+  if (AM_LookupAddresses(name, fields, &found)) {
+    for (auto& [personal, email] : found) hits->push_back(AliasEntry{std::move(personal), std::move(email)});
+    return 1;
+  }
+  return OptionTable(name, fields, hits);
+}
+
+AliasLookupFn g_lookup = BooksThenOptions;
 bool g_expanding = false;  // a second expansion waits for the first one's dialogs
 
 // Which book fields to match: a missing option counts as on.
@@ -85,7 +96,7 @@ bool EntryText(const AliasEntry& e, std::string* out) {
 
 }  // namespace
 
-void ComposeSetAliasLookup(AliasLookupFn fn) { g_lookup = fn ? fn : OptionTable; }
+void ComposeSetAliasLookup(AliasLookupFn fn) { g_lookup = fn ? fn : BooksThenOptions; }
 
 int ComposeExpandField(const std::string& in, int fields, std::string* out) {
   MailAddress* list = ComposeParseAddresses(in, false);

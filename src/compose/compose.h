@@ -162,12 +162,11 @@ struct AliasEntry {
   std::string personal;
   std::string email;
 };
-// A lookup fills *hits for name; 1 found, 0 not. The address books set
-// their own; until then a table of options answers: Compose.Alias.<name>
-// holds entries separated by ";", each "Personal Name <address>" or an
-// address alone.
+// A lookup fills *hits for name; 1 found, 0 not. By default the address
+// books answer, then a table of options: Compose.Alias.<name> holds entries
+// separated by ";", each "Personal Name <address>" or an address alone.
 using AliasLookupFn = int (*)(const std::string& name, int fields, std::vector<AliasEntry>* hits);
-void ComposeSetAliasLookup(AliasLookupFn fn);  // null: the option table
+void ComposeSetAliasLookup(AliasLookupFn fn);  // null: the books, then the options
 // Expands one field's text; 1 changed or clean, 0 an error (told).
 int ComposeExpandField(const std::string& in, int fields, std::string* out);
 int ExpandAllAddresses(WINDOW win);

@@ -140,6 +140,33 @@ size_t g_int_pos = 0;
 
 }  // namespace
 
+int string_match(const char* text, const char* pattern) {
+  if (!text || !pattern) return 0;
+  // Backtracking over the last '*' only: linear in practice.
+  const char* p = pattern;
+  const char* n = text;
+  const char* star_p = nullptr;
+  const char* star_n = nullptr;
+  while (*n) {
+    if (*p == '*') {
+      while (*p == '*') ++p;
+      if (!*p) return 1;
+      star_p = p;
+      star_n = n;
+    } else if (*p && (*p == '?' || Fold(static_cast<unsigned char>(*p)) == Fold(static_cast<unsigned char>(*n)))) {
+      ++p;
+      ++n;
+    } else if (star_p) {
+      p = star_p;
+      n = ++star_n;
+    } else {
+      return 0;
+    }
+  }
+  while (*p == '*') ++p;
+  return *p ? 0 : 1;
+}
+
 bool Opt_PatternMatch(const char* pattern, const char* name) {
   if (!pattern || !name) return false;
   size_t len = std::strlen(pattern);

@@ -81,6 +81,10 @@ int Opt_NextInt();
 // Case-insensitive wildcard match: * ? [a-z] [!x] [^x] \c, "|" between
 // alternatives of the whole pattern, "&" before a pattern that must match too.
 bool Opt_PatternMatch(const char* pattern, const char* name);
+// The plainer match of address-book searches: a whole text, case-insensitive,
+// "*" any run and "?" one character; every other byte stands for itself, so a
+// book value holding "[" or "|" matches as typed. 1 on a match.
+int string_match(const char* text, const char* pattern);
 
 // Persistence.
 int Opt_LoadFromTCL(const char* file);

@@ -1,0 +1,603 @@
+// The address model's state and the callbacks that the book drivers answer
+// through. One mode word says what mm_address is to do with what a driver
+// reports, so calls into the drivers must not nest; each runs inside a
+// critical section, which keeps timers out.
+#include "src/books/address_model.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "c-client/core/env.h"
+#include "src/base/critical.h"
+#include "src/base/errors.h"
+#include "src/base/trace.h"
+#include "src/books/isam_books.h"
+#include "src/options/options.h"
+
+const char* const kNoMembers = "NOENTRIESINMEMBERFIELD";
+
+namespace {
+
+enum Mode { kLoadDefault, kLoadAttributes, kLoadValue, kLoadCheck, kLoadQuiet };
+
+AB_SESSION* g_local = nullptr;
+AB_SESSION* g_remote = nullptr;
+bool g_enable_local = true;
+bool g_enable_remote = true;
+BOOK_SLOT g_slots[kMaxBooks];
+
+Mode g_mode = kLoadDefault;
+EntryList* g_result = nullptr;        // where do_default puts entries
+AddressEntry g_current;               // the entry reported last
+long g_loaded = 0;
+AttrList* g_attrs = nullptr;          // attribute fetch
+std::string g_want;                   // value fetch: the attribute wanted
+std::optional<std::string> g_value;   // and its value
+bool g_found = false;                 // check mode
+std::vector<std::string>* g_names = nullptr;
+EntryList g_search;                   // AM_Search's results
+
+// A call into the drivers: a critical section, and the mode restored after.
+class DriverCall {
+ public:
+  explicit DriverCall(Mode mode) : saved_(g_mode) {
+    WIN_start_critical();
+    g_mode = mode;
+  }
+  ~DriverCall() {
+    g_mode = saved_;
+    WIN_end_critical();
+  }
+  DriverCall(const DriverCall&) = delete;
+  DriverCall& operator=(const DriverCall&) = delete;
+
+ private:
+  Mode saved_;
+};
+
+int SlotOf(const MBook* book) {
+  for (int i = 0; i < kMaxBooks; ++i)
+    if (book && g_slots[i].book == book) return i + 1;
+  return 0;
+}
+
+MBook* BookOf(int id) {
+  BOOK_SLOT* s = ABK_slot(id);
+  return s && s->open ? s->book : nullptr;
+}
+
+bool HasMember(const AbPair* pairs, int n) {
+  for (int i = 0; i < n; ++i)
+    if (strcasecmp(pairs[i].attribute.c_str(), "member") == 0) return true;
+  return false;
+}
+
+bool Less(const AddressEntry& a, const AddressEntry& b) {
+  return a.name != b.name ? a.name < b.name : a.book < b.book;
+}
+
+void do_default(MBook* book, const char* name, const AbPair* pairs, int n) {
+  if (!g_result) return;
+  const int16_t id = static_cast<int16_t>(SlotOf(book));
+  if (g_current.book == id && g_current.name == name) {
+    Trace(kTraceBooks, kTraceAll, "Updating entry '%s'\n", name);
+    for (AddressEntry& e : *g_result)
+      if (e.book == id && e.name == name && HasMember(pairs, n)) e.is_list = 1;
+    return;
+  }
+  AddressEntry entry{id, HasMember(pairs, n) ? 1 : 0, name};
+  g_current = entry;
+  auto at = std::lower_bound(g_result->begin(), g_result->end(), entry, Less);
+  if (at != g_result->end() && at->book == id && at->name == entry.name) {
+    at->is_list |= entry.is_list;
+    return;
+  }
+  Trace(kTraceBooks, kTraceAll, "Adding new entry '%s'\n", name);
+  g_result->insert(at, std::move(entry));
+  if (++g_loaded > 40 && g_loaded % 40 == 0) Trace(kTraceBooks, kTraceLow, "Retrieving entries ... %ld\n", g_loaded);
+}
+
+// Runs a driver call that reports entries, collecting them in *out.
+template <typename F>
+long Collect(EntryList* out, F&& call) {
+  DriverCall c(kLoadDefault);
+  EntryList* saved = g_result;
+  g_result = out;
+  g_current = AddressEntry{};
+  g_loaded = 0;
+  const long rc = call();
+  g_result = saved;
+  g_current = AddressEntry{};
+  return rc;
+}
+
+std::vector<std::string> FindBooks(AB_SESSION* session, const char* pattern, bool* ok = nullptr) {
+  std::vector<std::string> names;
+  if (!session) return names;
+  DriverCall c(kLoadQuiet);
+  g_names = &names;
+  const long rc = abook_find(session, pattern);
+  g_names = nullptr;
+  if (ok) *ok = rc != 0;
+  return names;
+}
+
+void CreateDefaultBooks() {
+  // The remote session does not exist until the server client is built. A
+  // find that failed (old books not converted) makes nothing.
+  bool ok = false;
+  if (g_local && g_enable_local && FindBooks(g_local, "local", &ok).empty() && ok) {
+    Trace(kTraceBooks, kTraceMedium, "CreateDefaultBooks: making the book \"local\"\n");
+    DriverCall c(kLoadQuiet);
+    abook_create(g_local, "local");
+  }
+}
+
+}  // namespace
+
+// --- Callbacks from the drivers -------------------------------------------------
+
+void mm_abook_name(AB_SESSION*, const char* name) {
+  if (g_names && name) g_names->push_back(name);
+}
+
+void mm_address(MBook* book, const char* entry, const AbPair* pairs, int n) {
+  if (!entry) return;
+  switch (g_mode) {
+    case kLoadAttributes:
+      if (g_attrs)
+        for (int i = 0; i < n; ++i) g_attrs->emplace_back(pairs[i].attribute, pairs[i].value);
+      break;
+    case kLoadValue:
+      for (int i = 0; i < n && !g_value; ++i)
+        if (strcasecmp(pairs[i].attribute.c_str(), g_want.c_str()) == 0) g_value = pairs[i].value;
+      break;
+    case kLoadCheck:
+      g_found = true;
+      break;
+    case kLoadQuiet:
+      break;
+    case kLoadDefault:
+      do_default(book, entry, pairs, n);
+      break;
+  }
+}
+
+void mm_abook_acl(MBook* book, const char* identifier, const char* rights) {
+  const int id = SlotOf(book);
+  if (id && !identifier && rights) g_slots[id - 1].rights = rights;
+}
+
+// --- Entries --------------------------------------------------------------------
+
+AddressEntry* allocateNewEntry(const char* name, int is_list, int book) {
+  return new AddressEntry{static_cast<int16_t>(book), is_list, name ? name : ""};
+}
+
+void ABK_freeEntry(AddressEntry*& entry) {
+  if (!entry) {
+    Trace(kTraceBooks, kTraceAll, "Attempted to free NULL entry struct\n");
+    return;
+  }
+  Trace(kTraceBooks, kTraceAll, "About to free entry struct for '%s'\n", entry->name.c_str());
+  delete entry;
+  entry = nullptr;
+}
+
+bool ABK_entriesEqual(const AddressEntry& a, const AddressEntry& b) { return a.book == b.book && a.name == b.name; }
+const char* ABK_EntryGetName(const AddressEntry& entry) { return entry.name.c_str(); }
+void AM_DestroyEntryList(EntryList& list) { list.clear(); }
+
+// --- Start and end --------------------------------------------------------------
+
+int ABK_init() {
+  for (BOOK_SLOT& s : g_slots) s = BOOK_SLOT{};
+  short on = 1;
+  g_enable_remote = !Opt_LookupBoolean("AddrBook.EnableRemote", &on, kOptSession) || on;
+  on = 1;
+  g_enable_local = !Opt_LookupBoolean("AddrBook.EnableLocal", &on, kOptSession) || on;
+  if (g_enable_remote)
+    Trace(kTraceBooks, kTraceCritical, "ABK_init: server address books are not available in this version; off\n");
+  g_enable_remote = false;
+  isam_abook_forget_dir();
+  delete g_local;
+  g_local = new AB_SESSION;
+  g_local->drivers = isam_driver();
+  if (!g_local->drivers) {
+    ErrorShow(2028, "ABK_init: Failed to initialize support stream data structure");
+    return 0;
+  }
+  return 1;
+}
+
+void ABK_shutdown() {
+  for (int id = 1; id <= kMaxBooks; ++id) ABK_closeBook(id);
+  delete g_local;
+  delete g_remote;
+  g_local = g_remote = nullptr;
+  g_search.clear();
+}
+
+AB_SESSION* ABK_localSession() { return g_local; }
+
+// --- Books ----------------------------------------------------------------------
+
+std::vector<std::string> AM_BookGetBooks() {
+  CreateDefaultBooks();
+  std::vector<std::string> names;
+  if (g_enable_local) names = FindBooks(g_local, "*");
+  return names;
+}
+
+BOOK_SLOT* ABK_slot(int id) { return id >= 1 && id <= kMaxBooks ? &g_slots[id - 1] : nullptr; }
+
+int AM_GetBookID(const char* name) {
+  for (int i = 0; i < kMaxBooks; ++i)
+    if (name && g_slots[i].open && g_slots[i].book->name == name) return i + 1;
+  return 0;
+}
+
+int ABK_openBook(const char* name) {
+  if (int id = AM_GetBookID(name)) return id;
+  int id = 0;
+  for (int i = 0; i < kMaxBooks && !id; ++i)
+    if (!g_slots[i].open) id = i + 1;
+  if (!id) {
+    Trace(kTraceBooks, kTraceCritical, "ABK_openBook: no free slot for '%s'\n", name ? name : "");
+    return 0;
+  }
+  BOOK_SLOT& s = g_slots[id - 1];
+  {
+    DriverCall c(kLoadQuiet);
+    s.book = abook_open(g_local, name, id);
+    if (!s.book) return 0;
+    s.open = 1;
+    abook_getacl(s.book, nullptr);
+  }
+  return id;
+}
+
+bool ABK_isRemoteBook(int id) {
+  MBook* b = BookOf(id);
+  return !b || (b->driver && std::strcmp(b->driver->name, "IMSP") == 0);
+}
+
+void ABK_closeBook(int id) {
+  BOOK_SLOT* s = ABK_slot(id);
+  if (!s || !s->open) return;
+  {
+    DriverCall c(kLoadQuiet);
+    abook_close(s->book);
+  }
+  *s = BOOK_SLOT{};
+}
+
+bool ABK_DoesUserHaveACLRight(int id, char right) {
+  MBook* b = BookOf(id);
+  return b && right && g_slots[id - 1].rights.find(right) != std::string::npos;
+}
+
+int AM_BookSave(int id, const char* new_name) {
+  MBook* b = BookOf(id);
+  if (!b || !new_name) return 0;
+  AB_SESSION* session = b->session;
+  long ok;
+  {
+    DriverCall c(kLoadQuiet);
+    ok = abook_rename(session, b->name.c_str(), new_name);
+  }
+  if (!ok) {
+    mm_log("AM_BookSave: failed to rename book.", 2);
+    return 0;
+  }
+  // The same slot, so that windows holding the id keep their book.
+  ABK_closeBook(id);
+  BOOK_SLOT& s = g_slots[id - 1];
+  DriverCall c(kLoadQuiet);
+  s.book = abook_open(session, new_name, id);
+  if (!s.book) return 0;
+  s.open = 1;
+  abook_getacl(s.book, nullptr);
+  return 1;
+}
+
+std::string ABK_createNewABook(int kind, const char* name) {
+  if (!name || !*name) return "";
+  if (kind != kBookLocal) {
+    Trace(kTraceBooks, kTraceCritical, "ABK_createNewABook: no server books in this version\n");
+    return "";
+  }
+  DriverCall c(kLoadQuiet);
+  return abook_create(g_local, name) ? name : "";
+}
+
+int ABK_SetBookACL(int id, const char* identifier, unsigned flags) {
+  MBook* b = BookOf(id);
+  if (!b || !identifier || !*identifier) return 0;
+  const char* rights = (flags & 4) ? "lrwcda" : (flags & 2) ? "lrwcd" : (flags & 1) ? "lr" : "";
+  DriverCall c(kLoadQuiet);
+  return abook_setacl(b, identifier, rights) ? 1 : 0;
+}
+
+// --- Entries in books -----------------------------------------------------------
+
+EntryList AM_EntryGetEntries(int id) {
+  EntryList list;
+  MBook* b = BookOf(id);
+  if (!b) return list;
+  Collect(&list, [&] { return abook_getlist(b); });
+  // Lists are told apart by their "member" attribute: one search marks them.
+  EntryList lists = AM_EntryGetListEntries(id);
+  for (AddressEntry& e : list)
+    for (const AddressEntry& l : lists)
+      if (l.name == e.name) e.is_list = 1;
+  return list;
+}
+
+EntryList AM_EntryGetListEntries(int id) {
+  EntryList list;
+  MBook* b = BookOf(id);
+  if (!b) return list;
+  const AbPair member{"member", "*"};
+  Collect(&list, [&] { return abook_search(b, "*", &member, 1); });
+  for (AddressEntry& e : list) e.is_list = 1;
+  return list;
+}
+
+EntryList AM_FetchLists() {
+  EntryList all;
+  for (int id = 1; id <= kMaxBooks; ++id)
+    if (BookOf(id))
+      for (AddressEntry& e : AM_EntryGetListEntries(id)) all.push_back(std::move(e));
+  std::sort(all.begin(), all.end(), Less);
+  return all;
+}
+
+AttrList entry_get_attributes(const AddressEntry& entry) {
+  AttrList attrs;
+  MBook* b = BookOf(entry.book);
+  if (!b) return attrs;
+  DriverCall c(kLoadAttributes);
+  g_attrs = &attrs;
+  abook_fetch(b, entry.name.c_str());
+  g_attrs = nullptr;
+  return attrs;
+}
+
+std::optional<std::string> entry_get_value(const AddressEntry& entry, const char* attribute) {
+  MBook* b = BookOf(entry.book);
+  if (!b || !attribute) return std::nullopt;
+  DriverCall c(kLoadValue);
+  g_want = attribute;
+  g_value.reset();
+  abook_fetch(b, entry.name.c_str());
+  std::optional<std::string> v = std::move(g_value);
+  g_value.reset();
+  return v;
+}
+
+// A store replaces the whole entry, so the other attributes go with it.
+int entry_set_value(const AddressEntry& entry, const char* attribute, const char* value) {
+  MBook* b = BookOf(entry.book);
+  if (!b || !attribute) return 0;
+  AttrList attrs = entry_get_attributes(entry);
+  bool set = false;
+  for (auto& [a, v] : attrs)
+    if (!set && strcasecmp(a.c_str(), attribute) == 0) {
+      v = value ? value : "";
+      set = true;
+    }
+  if (!set) attrs.emplace_back(attribute, value ? value : "");
+  std::vector<AbPair> pairs;
+  for (auto& [a, v] : attrs) pairs.push_back({a, v});
+  return Nice_imsp_io(kBookLocal, b, entry.name.c_str(), pairs.data(), static_cast<int>(pairs.size()));
+}
+
+int Nice_imsp_io(int op, MBook* book, const char* entry, const AbPair* pairs, int n) {
+  if (!book || !entry) return 0;
+  DriverCall c(kLoadQuiet);
+  if (!abook_lock(book, entry)) return 0;
+  const long ok = op == kBookLocal ? abook_store(book, entry, pairs, n) : op == kBookRemote ? abook_deleteent(book, entry) : 0;
+  abook_unlock(book, entry);
+  return ok ? 1 : 0;
+}
+
+int AM_EntryRemove(const AddressEntry& entry) {
+  return Nice_imsp_io(kBookRemote, BookOf(entry.book), entry.name.c_str(), nullptr, 0);
+}
+
+// A person becomes an empty list; a list becomes a person, its members gone.
+int AM_EntryChangeType(AddressEntry& entry) {
+  MBook* b = BookOf(entry.book);
+  if (!b) return 0;
+  AttrList attrs = entry_get_attributes(entry);
+  std::vector<AbPair> pairs;
+  for (auto& [a, v] : attrs)
+    if (strcasecmp(a.c_str(), "member") != 0) pairs.push_back({a, v});
+  if (!entry.is_list) pairs.push_back({"member", kNoMembers});
+  if (pairs.empty()) pairs.push_back({"member", kNoMembers});  // nothing left would delete the entry
+  if (!Nice_imsp_io(kBookLocal, b, entry.name.c_str(), pairs.data(), static_cast<int>(pairs.size()))) return 0;
+  entry.is_list = !entry.is_list;
+  return 1;
+}
+
+// --- Search ---------------------------------------------------------------------
+
+void AM_SearchStart() { g_search.clear(); }
+EntryList AM_SearchGetList() { return g_search; }
+void AM_SearchCleanup() { g_search.clear(); }
+
+int AM_Search(int id, const char* criteria) {
+  MBook* b = BookOf(id);
+  std::string name_pattern;
+  std::vector<AbPair> pairs;
+  if (!b || AM_ParseCriteria(criteria, &name_pattern, &pairs) != kSearchOk) return kSearchFailed;
+  EntryList found;
+  const long ok = Collect(&found, [&] {
+    // A search by name alone still hands the drivers a (empty) list of pairs.
+    static const AbPair kNone{};
+    return abook_search(b, name_pattern.c_str(), pairs.empty() ? &kNone : pairs.data(), static_cast<int>(pairs.size()));
+  });
+  if (!ok) return kSearchFailed;
+  const bool lists = std::any_of(pairs.begin(), pairs.end(),
+                                 [](const AbPair& p) { return strcasecmp(p.attribute.c_str(), "member") == 0; });
+  for (AddressEntry& e : found) {
+    if (lists) e.is_list = 1;
+    auto at = std::lower_bound(g_search.begin(), g_search.end(), e, Less);
+    if (at == g_search.end() || !ABK_entriesEqual(*at, e)) g_search.insert(at, e);
+  }
+  return kSearchOk;
+}
+
+// --- Lists ----------------------------------------------------------------------
+
+namespace {
+
+bool IsSentinel(const std::string& v) { return v.compare(0, 21, kNoMembers, 21) == 0; }
+
+std::vector<std::string> Tokens(const std::string& v) {
+  std::vector<std::string> out;
+  size_t at = 0;
+  while (at < v.size()) {
+    size_t end = v.find('\n', at);
+    if (end == std::string::npos) end = v.size();
+    if (end > at) out.push_back(v.substr(at, end - at));
+    at = end + 1;
+  }
+  return out;
+}
+
+std::string Joined(const std::vector<std::string>& tokens) {
+  std::string v;
+  for (const std::string& t : tokens) v += t + "\n";
+  return v.empty() ? kNoMembers : v;
+}
+
+}  // namespace
+
+int ABK_NewList(int id, const char* name) {
+  MBook* b = BookOf(id);
+  if (!b || !name || !*name) return 0;
+  const AbPair member{"member", kNoMembers};
+  return Nice_imsp_io(kBookLocal, b, name, &member, 1);
+}
+
+EntryList ABK_membersOfList(const AddressEntry& list) {
+  EntryList members;
+  const std::optional<std::string> v = entry_get_value(list, "member");
+  if (!v || IsSentinel(*v)) return members;
+  for (std::string& t : Tokens(*v)) members.push_back(AddressEntry{list.book, 0, std::move(t)});
+  return members;
+}
+
+EntryList ABK_membersOfNameList(int id, const char* name) {
+  return ABK_membersOfList(AddressEntry{static_cast<int16_t>(id), 1, name ? name : ""});
+}
+
+int ABK_addToList(const AddressEntry& list, const AddressEntry& entry) {
+  std::optional<std::string> v = entry_get_value(list, "member");
+  std::string value;
+  if (!v || IsSentinel(*v)) {
+    value = entry.name;
+  } else {
+    value = *v;
+    if (!value.empty() && value.back() != '\n') value += '\n';
+    value += entry.name;
+  }
+  return entry_set_value(list, "member", value.c_str());
+}
+
+int AM_EntryRemoveFromList(const AddressEntry& entry, const AddressEntry& list) {
+  MBook* b = BookOf(list.book);
+  if (!b) return 0;
+  const AbPair cond{"Member", "*" + entry.name + "*"};
+  {
+    DriverCall c(kLoadCheck);
+    g_found = false;
+    abook_search(b, list.name.c_str(), &cond, 1);
+  }
+  if (!g_found) return 1;
+  const std::optional<std::string> v = entry_get_value(list, "member");
+  if (!v || IsSentinel(*v)) return 1;
+  std::vector<std::string> tokens = Tokens(*v);
+  tokens.erase(std::remove(tokens.begin(), tokens.end(), entry.name), tokens.end());
+  return entry_set_value(list, "member", Joined(tokens).c_str());
+}
+
+int ABK_RenameEntryInList(int id, const char* list, const char* old_name, const char* new_name) {
+  const AddressEntry l{static_cast<int16_t>(id), 1, list ? list : ""};
+  const std::optional<std::string> v = entry_get_value(l, "member");
+  if (!v || !old_name || !new_name || v->find(old_name) == std::string::npos) return 1;
+  std::vector<std::string> tokens = Tokens(*v);
+  auto at = std::find(tokens.begin(), tokens.end(), old_name);
+  if (at == tokens.end()) return 1;
+  *at = new_name;  // the first occurrence only
+  Trace(kTraceBooks, kTraceMedium, "ABK_RenameEntryInList: substituting %s for %s in list entry %s\n", new_name, old_name,
+        l.name.c_str());
+  return entry_set_value(l, "member", Joined(tokens).c_str());
+}
+
+int AM_EntryRenameInAllLists(int id, const AddressEntry& entry, const char* new_name) {
+  if (!BookOf(id)) {
+    Trace(kTraceBooks, kTraceCritical, "AM_EntryRenameInAllLists: failed to get dl entry list for addressbook\n");
+    return 0;
+  }
+  int ok = 1;
+  for (const AddressEntry& l : AM_EntryGetListEntries(id))
+    if (!ABK_RenameEntryInList(id, l.name.c_str(), entry.name.c_str(), new_name)) ok = 0;
+  return ok;
+}
+
+// --- Compose's lookup -----------------------------------------------------------
+
+namespace {
+
+// Lists may hold lists; a list that holds itself, or a chain deeper than
+// this, stops there.
+constexpr int kMaxListDepth = 8;
+
+void Addresses(const AddressEntry& e, int depth, std::vector<std::string>* seen,
+               std::vector<std::pair<std::string, std::string>>* hits) {
+  if (depth > kMaxListDepth || std::find(seen->begin(), seen->end(), e.name) != seen->end()) return;
+  seen->push_back(e.name);
+  std::optional<std::string> member, email;
+  for (auto& [a, v] : entry_get_attributes(e)) {
+    if (!member && strcasecmp(a.c_str(), "member") == 0) member = v;
+    if (!email && strcasecmp(a.c_str(), "email") == 0) email = v;
+  }
+  if (!member) {
+    hits->emplace_back(e.name, email.value_or(""));
+    return;
+  }
+  if (IsSentinel(*member)) return;
+  for (std::string& t : Tokens(*member)) Addresses(AddressEntry{e.book, 0, std::move(t)}, depth + 1, seen, hits);
+}
+
+}  // namespace
+
+int AM_LookupAddresses(const std::string& name, int fields, std::vector<std::pair<std::string, std::string>>* hits) {
+  // Only a plain name: the criteria have no escape for quotes or wildcards.
+  if (!g_local || !g_enable_local || name.empty() || name.size() >= 200 ||
+      name.find_first_of("\"*?|\n") != std::string::npos)
+    return 0;
+  const EntryList saved = g_search;
+  AM_SearchStart();
+  for (const std::string& book : FindBooks(g_local, "*")) {
+    const int id = ABK_openBook(book.c_str());
+    if (!id) continue;
+    const std::pair<int, const char*> wanted[] = {{1, "Name"}, {2, "Alias"}, {4, "Email"}};
+    for (const auto& [bit, attribute] : wanted)
+      if (fields & bit) AM_Search(id, ("\"" + std::string(attribute) + "\" \"" + name + "\"").c_str());
+  }
+  const EntryList found = AM_SearchGetList();
+  g_search = saved;
+  for (const AddressEntry& e : found) {
+    std::vector<std::string> seen;
+    Addresses(e, 0, &seen, hits);
+  }
+  Trace(kTraceBooks, kTraceMedium, "AM_LookupAddresses: '%s' gave %zu entries, %zu addresses\n", name.c_str(), found.size(),
+        hits->size());
+  return hits->empty() ? 0 : 1;
+}

@@ -1,0 +1,353 @@
+// The local address books on disk, through the address model as the book
+// windows and compose use it.
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "isam/isamv3/isam.h"
+#include "rclib/safe_file.h"
+#include "src/books/address_model.h"
+#include "src/compose/compose.h"
+#include "src/options/options.h"
+#include "tests/model/model_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+long FixedClock() { return 1700000000; }  // 2023-11-14 22:13:20 UTC
+
+class BooksTest : public ModelTest {
+ protected:
+  void SetUp() override {
+    ModelTest::SetUp();
+    setenv("TZ", "UTC", 1);
+    tzset();
+    isam_abook_set_clock_for_test(FixedClock);
+    ASSERT_EQ(ABK_init(), 1);
+  }
+  void TearDown() override {
+    safe_clear_faults_for_test();
+    ABK_shutdown();
+    isam_abook_set_clock_for_test(nullptr);
+    ModelTest::TearDown();
+  }
+  std::string books() const { return home_ + "/locabks/"; }
+  // A book made and opened.
+  int Book(const char* name) {
+    ABK_createNewABook(kBookLocal, name);
+    return ABK_openBook(name);
+  }
+  static int Store(int id, const char* entry, const AttrList& attrs) {
+    std::vector<AbPair> pairs;
+    for (const auto& [a, v] : attrs) pairs.push_back({a, v});
+    return Nice_imsp_io(kBookLocal, ABK_slot(id)->book, entry, pairs.data(), static_cast<int>(pairs.size()));
+  }
+  static std::string Names(const EntryList& list) {
+    std::string out;
+    for (const AddressEntry& e : list) out += (out.empty() ? "" : " ") + e.name + (e.is_list ? "*" : "");
+    return out;
+  }
+  static std::string Attrs(int id, const char* entry) {
+    std::string out;
+    for (const auto& [a, v] : entry_get_attributes(AddressEntry{static_cast<int16_t>(id), 0, entry}))
+      out += a + "=" + v + ";";
+    return out;
+  }
+  static std::string Joined(const std::vector<std::string>& v) {
+    std::string out;
+    for (const std::string& s : v) out += s + ",";
+    return out;
+  }
+};
+
+TEST_F(BooksTest, FirstUseMakesTheDefaultBookWithItsRecordBytes) {
+  ASSERT_FALSE(fs::exists(books()));
+  EXPECT_EQ(Joined(AM_BookGetBooks()), "local,");
+  EXPECT_EQ(Joined(AM_BookGetBooks()), "local,");  // made once
+  struct stat st {};
+  ASSERT_EQ(stat(books().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0700u);
+  ASSERT_EQ(stat((books() + "23111422.1320").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0700u);
+  for (const char* f : {"ab_books.dt", "ab_books.nx", "23111422.1320/ab_attrs.mp", "23111422.1320/ab_attrs.st"}) {
+    ASSERT_EQ(stat((books() + f).c_str(), &st), 0) << f;
+    EXPECT_EQ(st.st_mode & 0777, 0600u) << f;
+  }
+  // The record: the name in 200 bytes, the directory in the 500 after.
+  const std::string dt = ReadFile(books() + "ab_books.dt");
+  const size_t at = dt.find(std::string("local\0", 6));
+  ASSERT_NE(at, std::string::npos);
+  ASSERT_LE(at + 700, dt.size());
+  std::string want(700, '\0');
+  want.replace(0, 5, "local");
+  want.replace(200, 13, "23111422.1320");
+  EXPECT_EQ(dt.substr(at, 700), want);
+}
+
+TEST_F(BooksTest, BookEdgeCases) {
+  const int id = Book("friends");
+  ASSERT_NE(id, 0);
+  EXPECT_EQ(ABK_createNewABook(kBookLocal, "friends"), "");  // two of one name
+  EXPECT_EQ(ABK_createNewABook(kBookLocal, std::string(200, 'x').c_str()), "");
+  EXPECT_EQ(ABK_createNewABook(kBookLocal, std::string(199, 'x').c_str()), std::string(199, 'x'));
+  EXPECT_EQ(ABK_createNewABook(kBookRemote, "srv"), "");
+  EXPECT_NE(Posts().find("attempt to create addressbook that already exists"), std::string::npos) << Posts();
+  // A second book in the same second gets a directory of its own.
+  EXPECT_TRUE(fs::is_directory(books() + "23111422.1320-1"));
+
+  // Local books answer with every right.
+  for (char r : std::string("lrwcda")) EXPECT_TRUE(ABK_DoesUserHaveACLRight(id, r)) << r;
+  EXPECT_FALSE(ABK_isRemoteBook(id));
+  EXPECT_TRUE(ABK_isRemoteBook(99));
+
+  // Renaming onto a name that exists keeps the book; a free name keeps the slot.
+  ASSERT_EQ(Store(id, "ann", {{"Email", "ann@x.org"}}), 1);
+  const std::string taken(199, 'x');
+  EXPECT_EQ(AM_BookSave(id, taken.c_str()), 0);
+  EXPECT_EQ(AM_GetBookID("friends"), id);
+  EXPECT_EQ(AM_BookSave(id, "pals"), 1);
+  EXPECT_EQ(AM_GetBookID("pals"), id);
+  EXPECT_EQ(Attrs(id, "ann"), "Email=ann@x.org;");
+  std::vector<std::string> all = AM_BookGetBooks();
+  EXPECT_EQ(Joined(all), "local,pals," + taken + ",");
+
+  // 100 slots and no more.
+  for (int i = 0; i < 110; ++i) ABK_createNewABook(kBookLocal, ("b" + std::to_string(i)).c_str());
+  int opened = 0;
+  for (const std::string& n : AM_BookGetBooks()) opened += ABK_openBook(n.c_str()) != 0;
+  EXPECT_EQ(opened, kMaxBooks);
+}
+
+TEST_F(BooksTest, DeletedMissingAndDamagedBooks) {
+  const int id = Book("gone");
+  ASSERT_EQ(Store(id, "ann", {{"Email", "a@b.c"}}), 1);
+  ABK_closeBook(id);
+  EXPECT_EQ(abook_delete(ABK_localSession(), "gone"), 1);
+  EXPECT_FALSE(fs::exists(books() + "23111422.1320"));
+  EXPECT_EQ(ABK_openBook("gone"), 0);
+  // A book whose directory went, and one whose record points outside.
+  ASSERT_NE(Book("lost"), 0);
+  ABK_closeBook(AM_GetBookID("lost"));
+  fs::remove_all(books() + "23111422.1320");
+  fs::create_directories(home_ + "/victim");
+  std::ofstream(home_ + "/victim/ab_attrs.mp") << "keep";
+  ISAM* h = bt3Open((books() + "ab_books").c_str(), kModeReadWrite);
+  ASSERT_NE(h, nullptr);
+  char* buf = bt3GetBuff(h, 700);
+  std::strcpy(buf, "evil");
+  std::strcpy(buf + 200, "../victim");
+  ASSERT_GT(bt3Add(h, buf), 0);
+  bt3FreeBuff(buf);
+  bt3Close(h);
+  for (const char* name : {"lost", "evil"}) {
+    EXPECT_EQ(ABK_openBook(name), 0) << name;
+    EXPECT_NE(Posts().find(std::string("Cannot open ISAM addressbook: ") + name + " - corrupt (missing)"),
+              std::string::npos)
+        << Posts();
+  }
+  EXPECT_EQ(abook_delete(ABK_localSession(), "evil"), 1);
+  EXPECT_EQ(ReadFile(home_ + "/victim/ab_attrs.mp"), "keep");
+  EXPECT_EQ(Joined(AM_BookGetBooks()), "local,lost,");
+}
+
+TEST_F(BooksTest, EntriesAndSearches) {
+  const int id = Book("b");
+  EXPECT_EQ(Store(id, "zed", {{"Email", "z@x.org"}, {"Alias", "zz"}}), 1);
+  EXPECT_EQ(Store(id, "amy", {{"Email", "amy@y.org"}, {"Phone", ""}}), 1);
+  EXPECT_EQ(Store(id, "crew", {{"member", "amy\nzed\n"}}), 1);
+  AttrList many;
+  for (int i = 0; i < 121; ++i) many.emplace_back("a" + std::to_string(i), std::string(i, 'v'));
+  EXPECT_EQ(Store(id, "many", many), 1);
+  EXPECT_EQ(entry_get_attributes(AddressEntry{static_cast<int16_t>(id), 0, "many"}), many);
+  // A store replaces; an entry without attributes does not exist.
+  EXPECT_EQ(Store(id, "zed", {{"Email", "zed@x.org"}}), 1);
+  EXPECT_EQ(Attrs(id, "zed"), "Email=zed@x.org;");
+  EXPECT_EQ(AM_EntryRemove(AddressEntry{static_cast<int16_t>(id), 0, "many"}), 1);
+  EXPECT_EQ(Attrs(id, "many"), "");
+  EXPECT_EQ(Names(AM_EntryGetEntries(id)), "amy crew* zed");
+  EXPECT_EQ(Names(AM_EntryGetListEntries(id)), "crew*");
+  EXPECT_EQ(Names(AM_FetchLists()), "crew*");
+
+  const struct {
+    const char* criteria;
+    int rc;
+    const char* found;
+  } cases[] = {
+      {"\"Name\" \"*\"", kSearchOk, "amy crew zed"},
+      {"\"name\" \"Z?D\"", kSearchOk, "zed"},
+      {"\"Email\" \"*@x.org\"", kSearchOk, "zed"},
+      {"\"EMAIL\" \"*.org\"|\"Name\" \"a*\"", kSearchOk, "amy"},
+      {"\"Phone\" \"\"", kSearchOk, "amy"},  // an empty pattern finds only empty values
+      {"\"Email\" \"\"", kSearchOk, ""},
+      {"\"Member\" \"*zed*\"", kSearchOk, "crew*"},
+      {"\"Email\" \"*\"|\"Alias\" \"*\"", kSearchOk, ""},
+      {"", kSearchFailed, ""},
+      {"\"Email\"", kSearchFailed, ""},
+      {"\"Email\" ", kSearchFailed, ""},
+      {"\"Email\"x\"a\"", kSearchFailed, ""},
+      {"\"Email\" \"a\"|", kSearchFailed, ""},
+      {"\"Email\" \"a\" ", kSearchFailed, ""},
+      {"\"\" \"a\"", kSearchFailed, ""},
+  };
+  for (const auto& c : cases) {
+    AM_SearchStart();
+    EXPECT_EQ(AM_Search(id, c.criteria), c.rc) << c.criteria;
+    EXPECT_EQ(Names(AM_SearchGetList()), c.found) << c.criteria;
+    AM_SearchCleanup();
+  }
+  std::string crit, pattern;
+  std::vector<AbPair> pairs;
+  for (int i = 0; i < 26; ++i) crit += std::string(i ? "|" : "") + "\"a\" \"b\"";
+  EXPECT_EQ(AM_ParseCriteria(crit.c_str(), &pattern, &pairs), kSearchFailed);
+  EXPECT_EQ(AM_ParseCriteria(crit.substr(8).c_str(), &pattern, &pairs), kSearchOk);
+  EXPECT_EQ(pairs.size(), 25u);
+}
+
+TEST_F(BooksTest, Lists) {
+  const int id = Book("b");
+  const auto E = [id](const char* name) { return AddressEntry{static_cast<int16_t>(id), 0, name}; };
+  ASSERT_EQ(ABK_NewList(id, "team"), 1);
+  EXPECT_EQ(Attrs(id, "team"), "member=NOENTRIESINMEMBERFIELD;");
+  EXPECT_EQ(Names(ABK_membersOfList(E("team"))), "");
+  for (const char* m : {"ann", "bob", "ann"}) ASSERT_EQ(ABK_addToList(E("team"), E(m)), 1);
+  ASSERT_EQ(Store(id, "all", {{"member", "team\nx\nteam"}, {"Note", "kept"}}), 1);
+  EXPECT_EQ(Names(ABK_membersOfNameList(id, "team")), "ann bob ann");
+  // Renaming a name in the lists changes its first occurrence only.
+  EXPECT_EQ(AM_EntryRenameInAllLists(id, E("ann"), "anne"), 1);
+  EXPECT_EQ(AM_EntryRenameInAllLists(id, E("team"), "crew"), 1);
+  EXPECT_EQ(Attrs(id, "team"), "member=anne\nbob\nann\n;");
+  EXPECT_EQ(Attrs(id, "all"), "member=crew\nx\nteam\n;Note=kept;");
+  EXPECT_EQ(AM_EntryRemoveFromList(E("bob"), E("team")), 1);
+  EXPECT_EQ(AM_EntryRemoveFromList(E("nobody"), E("team")), 1);
+  EXPECT_EQ(Attrs(id, "team"), "member=anne\nann\n;");
+  AddressEntry all = E("all");
+  all.is_list = 1;
+  ASSERT_EQ(AM_EntryChangeType(all), 1);
+  EXPECT_EQ(Attrs(id, "all"), "Note=kept;");
+}
+
+TEST_F(BooksTest, FailingDiskLosesNoAttributes) {
+  const AttrList old = {{"Email", "ann@x.org"}, {"Phone", "123"}};
+  for (SafeStep step : {kSafeWrite, kSafeSync})
+    for (long nth : {1L, 2L, 3L}) {
+      const std::string name = "b" + std::to_string(step) + std::to_string(nth);
+      const int id = Book(name.c_str());
+      ASSERT_EQ(Store(id, "ann", old), 1);
+      safe_fail_from_for_test(step, nth, ENOSPC);
+      Store(id, "ann", {{"Email", "new@x.org"}, {"Phone", "456"}, {"Fax", "789"}});
+      safe_clear_faults_for_test();
+      const std::string now = Attrs(id, "ann");
+      // The old attributes, or the new ones: never a mix, never nothing.
+      EXPECT_TRUE(now == "Email=ann@x.org;Phone=123;" || now == "Email=new@x.org;Phone=456;Fax=789;")
+          << step << " " << nth << ": " << now;
+    }
+  // A value too long for a record stops the store at its second pair.
+  const int id = Book("long");
+  ASSERT_EQ(Store(id, "ann", old), 1);
+  EXPECT_EQ(Store(id, "ann", {{"Email", "new@x.org"}, {"Note", std::string(20000, 'n')}}), 0);
+  EXPECT_EQ(Attrs(id, "ann"), "Email=ann@x.org;Phone=123;");
+  EXPECT_NE(Posts().find("error: Failed to write attribute record"), std::string::npos) << Posts();
+}
+
+// Old books: 250-byte name records and fixed attribute files.
+void WriteOldBook(const std::string& root, const char* name, const char* dir,
+                  const std::vector<std::array<const char*, 3>>& attrs) {
+  const int16_t name_keys[] = {0, 200, kKeyString, -1};
+  const int16_t attr_keys[] = {0, 200, kKeyString | kKeyDuplicates, -1};
+  const std::string names = root + "ab_books";
+  if (!bt3Exist(names.c_str())) {
+    ASSERT_EQ(bt3Creat(names.c_str(), 250, name_keys), 0);
+  }
+  ISAM* h = bt3Open(names.c_str(), kModeReadWrite);
+  ASSERT_NE(h, nullptr);
+  char* buf = bt3GetBuff(h, 250);
+  std::strcpy(buf, name);
+  std::strcpy(buf + 200, dir);
+  ASSERT_GT(bt3Add(h, buf), 0);
+  bt3FreeBuff(buf);
+  bt3Close(h);
+  fs::create_directory(root + dir);
+  const std::string attr = root + dir + "/ab_attrs";
+  ASSERT_EQ(bt3Creat(attr.c_str(), 1250, attr_keys), 0);
+  h = bt3Open(attr.c_str(), kModeReadWrite);
+  buf = bt3GetBuff(h, 1250);
+  for (const auto& [e, a, v] : attrs) {
+    std::memset(buf, 0, 1250);
+    std::strcpy(buf, e);
+    std::strcpy(buf + 200, a);
+    std::strcpy(buf + 250, v);
+    ASSERT_GT(bt3Add(h, buf), 0);
+  }
+  bt3FreeBuff(buf);
+  bt3Close(h);
+}
+
+TEST_F(BooksTest, OldBooksAreConvertedOrLeftAlone) {
+  fs::create_directory(books());
+  WriteOldBook(books(), "work", "oldw", {{"ann", "Email", "ann@x.org"}, {"ann", "Phone", "1"}, {"team", "member", "ann"}});
+  WriteOldBook(books(), "home", "oldh", {});
+  const std::string before = ReadFile(books() + "ab_books.dt");
+
+  // A conversion left half done before is not run over.
+  fs::copy_file(books() + "ab_books.dt", books() + "new_book.dt");
+  xvt_test_push_answer(RESP_DEFAULT);
+  EXPECT_EQ(Joined(AM_BookGetBooks()), "");
+  EXPECT_NE(Posts().find("error: Previous addressbook conversion failed"), std::string::npos) << Posts();
+  EXPECT_EQ(ReadFile(books() + "ab_books.dt"), before);
+  EXPECT_TRUE(fs::exists(books() + "oldw/ab_attrs.dt"));
+  fs::remove(books() + "new_book.dt");
+  ABK_init();
+
+  // Cancel: told, nothing listed, nothing touched; not asked again.
+  xvt_test_push_answer(RESP_2);
+  EXPECT_EQ(Joined(AM_BookGetBooks()), "");
+  EXPECT_EQ(ReadFile(books() + "ab_books.dt"), before);
+  EXPECT_NE(Posts().find("note: Working with old addressbooks"), std::string::npos) << Posts();
+  ABK_init();  // a new session asks again
+
+  xvt_test_push_answer(RESP_DEFAULT);
+  EXPECT_EQ(Joined(AM_BookGetBooks()), "home,local,work,");
+  EXPECT_TRUE(unexpected_.empty());
+  EXPECT_FALSE(fs::exists(books() + "oldw"));
+  EXPECT_FALSE(fs::exists(books() + "new_book.dt"));
+  EXPECT_TRUE(fs::exists(books() + "2311142201/ab_attrs.mp"));  // counted in name order
+  const int id = ABK_openBook("work");
+  EXPECT_EQ(Attrs(id, "ann"), "Email=ann@x.org;Phone=1;");
+  EXPECT_EQ(Names(AM_EntryGetEntries(id)), "ann team*");
+}
+
+TEST_F(BooksTest, ComposeExpandsNamesFromTheBooks) {
+  const int id = Book("b");
+  ASSERT_EQ(Store(id, "Ann Lee", {{"Email", "ann@x.org"}, {"Alias", "annie"}}), 1);
+  ASSERT_EQ(Store(id, "bob", {{"Email", "bob@y.org"}}), 1);
+  ASSERT_EQ(Store(id, "team", {{"member", "Ann Lee\nbob\nteam\n"}}), 1);
+  Opt_AssignString("Compose.Alias.carl", "Carl <carl@z.org>", kOptSession, 0);
+  Opt_AssignString("Compose.Alias.bob", "Other <other@z.org>", kOptSession, 0);
+  const int all = kAliasName | kAliasAlias | kAliasEmail;
+  ASSERT_EQ(Store(id, "nomail", {{"Phone", "1"}}), 1);
+  const struct {
+    const char* in;
+    int fields, ok;
+    const char* out;
+  } cases[] = {
+      {"team", all, 1, "Ann Lee <ann@x.org>, bob <bob@y.org>"},
+      {"team", kAliasEmail, 1, "team"},
+      {"annie, carl", all, 1, "Ann Lee <ann@x.org>, Carl <carl@z.org>"},
+      {"bob", all, 1, "bob <bob@y.org>"},  // the book before the option
+      {"nobody", all, 1, "nobody"},
+      {"nomail", all, 0, "nomail"},
+  };
+  for (const auto& c : cases) {
+    std::string out;
+    EXPECT_EQ(ComposeExpandField(c.in, c.fields, &out), c.ok) << c.in;
+    EXPECT_EQ(out, c.out) << c.in;
+  }
+  EXPECT_NE(Posts().find("matched address entry 'nomail', but email field is blank"), std::string::npos) << Posts();
+}
+
+}  // namespace
