@@ -6,12 +6,10 @@
 // a later one, neither asks nor sends again.
 #include "src/send/receipt.h"
 
-#include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <optional>
 #include <set>
 #include <string>
