@@ -148,6 +148,7 @@ const Message kMessages[] = {
     {3038, "There are no entries in this book."},
     {3040, "There are no entries in this distribution list."},
     {3042, "You have requested that the message be saved to your outbox folder. This folder does not exist. Create it?"},
+    {3043, "A read receipt is being sent to \"%s\", as your options ask for one whenever a message requests it."},
     {3044, "Sending a read receipt to \"%s\"."},
     {3046, "Include original message text?"},
     {3047, "Delete all messages or delete Search \"%s\"?"},

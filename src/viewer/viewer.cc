@@ -16,6 +16,7 @@
 #include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
+#include "src/send/receipt.h"
 #include "src/viewer/attach.h"
 #include "src/viewer/viewer_internal.h"
 
@@ -311,6 +312,9 @@ void DisplayMessage(ViewerInfo* v) {
   if (unread) MM_MsgSetFlag(v->umi, "\\Seen");
   FillPanes(v);
   v->building = false;
+  // The header is on screen: a message that asks for a receipt may get one
+  // (its own test leaves out messages inside messages and the user's own).
+  send_read_receipt(v->umi);
 }
 
 // The viewer lives in the program's window: it is moved, and shrunk if it

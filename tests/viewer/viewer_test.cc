@@ -296,6 +296,18 @@ TEST_F(ViewerTest, TheViewersPlaceIsKeptAndBroughtOnScreen) {
 
 // Enclosures in the text become rows that save decoded; once listed, the
 // command is spent.
+// Showing a message that asks for a read receipt asks once: shown again
+// after the answer (here Cancel), it is not asked about again.
+TEST_F(ViewerTest, ShowingAMessageAsksForItsReceiptOnce) {
+  Run([&] {
+    TreeNode* node = Folder("receipts", {"Disposition-Notification-To: ann@example.org\r\n" + Plain("r", "t"), Plain("o", "t")});
+    xvt_test_push_answer(RESP_2);
+    for (unsigned long msgno : {1ul, 2ul, 1ul}) ASSERT_NE(Show(node, msgno), nullptr);
+    EXPECT_EQ(Asked(), "Sending a read receipt to \"ann@example.org\".");
+  });
+  EXPECT_TRUE(unexpected_.empty());
+}
+
 TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {
   const std::string binhex =
       "(This file must be converted with BinHex 4.0)\r\n"
