@@ -474,6 +474,15 @@ void mail_free_elt(MessageElt** elt);
 // Sets a text's kind and a copy of its data (size + 1 bytes for text, size
 // for binary, the name for a file).
 void mail_text_set(MailText* text, int kind, const char* data, unsigned long size);
+// For the drivers that read messages from local files. Forgets the current
+// message and empties the cache, as before the folder is read anew.
+void mail_reset_cached(MailStream* stream);
+// Keeps a header just read as the message's (the stream's own when it holds
+// one message at a time), freeing the one it replaces.
+void mail_keep_header(MailStream* stream, unsigned long msgno, MailText* text);
+// Keeps a part's text just read in the part (the message text of a
+// message/rfc822 part), freeing the one it replaces.
+void mail_keep_part_text(BodyPart* part, MailText* text);
 Envelope* mail_duplicate_envelope(const Envelope* env);
 BodyParameter* mail_duplicate_body_parameters(const BodyParameter* parameter);
 int mail_compare_address(const MailAddress* a, const MailAddress* b);

@@ -268,3 +268,35 @@ void mail_gc(MailStream* stream, long flags) {
   stream->header_text = nullptr;
   stream->body_text = nullptr;
 }
+
+void mail_reset_cached(MailStream* stream) {
+  mailcache(stream, 0, CH_INIT);
+  stream->msgno = 0;
+  if (stream->scache) {
+    mail_free_envelope(&stream->env);
+    mail_free_body(&stream->body);
+    mail_free_text(&stream->header_text);
+    mail_free_text(&stream->body_text);
+  }
+  stream->env = nullptr;
+  stream->body = nullptr;
+  stream->header_text = nullptr;
+  stream->body_text = nullptr;
+}
+
+void mail_keep_header(MailStream* stream, unsigned long msgno, MailText* text) {
+  if (stream->scache) {
+    if (stream->header_text != text) mail_free_text(&stream->header_text);
+  } else {
+    MessageElt* lelt = mail_lelt(stream, msgno);
+    if (lelt->header_text != text) mail_free_text(&lelt->header_text);
+    lelt->header_text = text;
+  }
+  stream->header_text = text;
+}
+
+void mail_keep_part_text(BodyPart* part, MailText* text) {
+  MailText** slot = IsRfc822(part) ? &part->msg_text : &part->contents;
+  if (*slot != text) mail_free_text(slot);
+  *slot = text;
+}

@@ -41,18 +41,7 @@ void FreeLocal(MailStream* stream) {
 }
 
 void ResetStream(MailStream* stream) {
-  mailcache(stream, 0, CH_INIT);
-  stream->msgno = 0;
-  if (stream->scache) {
-    mail_free_envelope(&stream->env);
-    mail_free_body(&stream->body);
-    mail_free_text(&stream->header_text);
-    mail_free_text(&stream->body_text);
-  }
-  stream->env = nullptr;
-  stream->body = nullptr;
-  stream->header_text = nullptr;
-  stream->body_text = nullptr;
+  mail_reset_cached(stream);
   stream->nmsgs = 0;
   stream->recent = 0;
 }
@@ -115,9 +104,6 @@ void MarkSeen(MailStream* stream, unsigned long msgno) {
   dawz_update_status(stream, msgno);
 }
 
-bool IsRfc822(const BodyPart* b) {
-  return b->type == TYPEMESSAGE && b->subtype && std::strcmp(b->subtype, "RFC822") == 0;
-}
 
 void SetBits(MessageElt* e, uint32_t bits, bool on) {
   if (bits & kMhSeen) e->seen = on;
@@ -298,14 +284,7 @@ MailText* dawz_fetchheader(MailStream* stream, unsigned long msgno) {
   unsigned long got = 0;
   MailText* text = ReadText(stream, msgno, 0, dawz_header_size(mail_elt(stream, msgno)), &got);
   if (!text) return nullptr;
-  if (stream->scache) {
-    if (stream->header_text != text) mail_free_text(&stream->header_text);
-  } else {
-    MessageElt* lelt = mail_lelt(stream, msgno);
-    if (lelt->header_text != text) mail_free_text(&lelt->header_text);
-    lelt->header_text = text;
-  }
-  stream->header_text = text;
+  mail_keep_header(stream, msgno, text);
   return text;
 }
 
@@ -334,9 +313,7 @@ MailText* dawz_fetchbody(MailStream* stream, unsigned long msgno, const char*, B
   unsigned long got = 0;
   MailText* text = ReadText(stream, msgno, start, part->size_bytes, &got);
   if (!text) return nullptr;
-  MailText** slot = IsRfc822(part) ? &part->msg_text : &part->contents;
-  if (*slot != text) mail_free_text(slot);
-  *slot = text;
+  mail_keep_part_text(part, text);
   if (length) *length = got;
   return text;
 }

@@ -77,21 +77,6 @@ void CloseLocal(MailStream* stream) {
   stream->local = nullptr;
 }
 
-// What the stream holds of its messages, as after a fresh open.
-void ResetStream(MailStream* stream) {
-  mailcache(stream, 0, CH_INIT);
-  stream->msgno = 0;
-  if (stream->scache) {
-    mail_free_envelope(&stream->env);
-    mail_free_body(&stream->body);
-    mail_free_text(&stream->header_text);
-    mail_free_text(&stream->body_text);
-  }
-  stream->env = nullptr;
-  stream->body = nullptr;
-  stream->header_text = nullptr;
-  stream->body_text = nullptr;
-}
 
 // --- Flags ----------------------------------------------------------------
 
@@ -333,7 +318,7 @@ MailStream* mh_open(MailStream* stream) {
   if (!stream) return &mh_prototype;
   if (stream->local) {
     CloseLocal(stream);
-    ResetStream(stream);
+    mail_reset_cached(stream);
   }
   stream->local = NewLocal(mh_path(stream->mailbox));
   ++stream->sequence;

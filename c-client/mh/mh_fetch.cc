@@ -51,9 +51,6 @@ bool CheckMsgno(MailStream* stream, unsigned long msgno) {
   return true;
 }
 
-bool IsRfc822(const BodyPart* b) {
-  return b->type == TYPEMESSAGE && b->subtype && std::strcmp(b->subtype, "RFC822") == 0;
-}
 
 // size bytes of a message file from pos, clamped to what the file holds.
 MailText* ReadText(MailStream* stream, unsigned long msgno, unsigned long pos, unsigned long size,
@@ -277,14 +274,7 @@ MailText* mh_fetchheader(MailStream* stream, unsigned long msgno) {
   unsigned long got = 0;
   MailText* text = ReadText(stream, msgno, 0, elt->header_size, &got);
   if (!text) return nullptr;
-  if (stream->scache) {
-    if (stream->header_text != text) mail_free_text(&stream->header_text);
-  } else {
-    MessageElt* lelt = mail_lelt(stream, msgno);
-    if (lelt->header_text != text) mail_free_text(&lelt->header_text);
-    lelt->header_text = text;
-  }
-  stream->header_text = text;
+  mail_keep_header(stream, msgno, text);
   return text;
 }
 
@@ -306,9 +296,7 @@ MailText* mh_fetchbody(MailStream* stream, unsigned long msgno, const char*, Bod
   unsigned long got = 0;
   MailText* text = ReadText(stream, msgno, start, part->size_bytes, &got);
   if (!text) return nullptr;
-  MailText** slot = IsRfc822(part) ? &part->msg_text : &part->contents;
-  if (*slot != text) mail_free_text(slot);
-  *slot = text;
+  mail_keep_part_text(part, text);
   if (length) *length = got;
   return text;
 }
