@@ -112,18 +112,7 @@ void mm_exists(MailStream* stream, unsigned long count) {
 void mm_expunged(MailStream* stream, unsigned long msgno) {
   Trace(kTraceModel, kTraceLow, "mm_expunged: %lu\n", msgno);
   if (!stream || msgno > stream->nmsgs) return;
-  const int id = FolderForStream(stream);
-  FolderInfo* f = FolderAt(id);
-  if (!f || msgno < 1 || msgno > f->count()) return;
-  // Listeners still find the message in the table while they hear of it.
-  ModelEvent* ev = MM_NotEventNew(E_MSG_EXPUNGED);
-  ev->umi = MM_UMIMake(id, 0, f->serials[msgno]);
-  ev->folder = static_cast<int16_t>(id);
-  MM_NotEventPost(ev);
-  MM_NotEventFree(ev);
-  f = FolderAt(id);
-  if (!f || msgno > f->count()) return;
-  f->serials.erase(f->serials.begin() + static_cast<long>(msgno));
+  ReportExpunged(FolderForStream(stream), msgno);
 }
 
 void mm_searched(MailStream*, unsigned long) {}

@@ -35,9 +35,8 @@ int FolderForStream(MailStream* stream) {
   return INVALID_FOLDER;
 }
 
-void FolderRelease(int id) {
-  FolderInfo* f = FolderAt(id);
-  if (!f) return;
+// Closes the folder's stream, quietly, and forgets it as the last one found.
+static void CloseStream(int id, FolderInfo* f) {
   if (g_memo_id == id) {
     g_memo_id = INVALID_FOLDER;
     g_memo_stream = nullptr;
@@ -46,8 +45,28 @@ void FolderRelease(int id) {
     QuietSection quiet;
     f->stream = mail_close(f->stream);
   }
+}
+
+void FolderRelease(int id) {
+  FolderInfo* f = FolderAt(id);
+  if (!f) return;
+  CloseStream(id, f);
   ShadowReleaseAll(f);
   g_folders[id].reset();
+}
+
+FolderInfo* ReportExpunged(int id, unsigned long msgno) {
+  FolderInfo* f = FolderAt(id);
+  if (!f || msgno < 1 || msgno > f->count()) return f;
+  // Listeners still find the message in the table while they hear of it.
+  ModelEvent* ev = MM_NotEventNew(E_MSG_EXPUNGED);
+  ev->umi = MM_UMIMake(id, 0, f->serials[msgno]);
+  ev->folder = static_cast<int16_t>(id);
+  MM_NotEventPost(ev);
+  MM_NotEventFree(ev);
+  f = FolderAt(id);
+  if (f && msgno <= f->count()) f->serials.erase(f->serials.begin() + static_cast<long>(msgno));
+  return f;
 }
 
 int MM_FolFindOpen(int ms, const char* name) {
@@ -98,10 +117,7 @@ int MM_FolOpen(int ms, const char* name) {
 int MM_FolReOpen(int id) {
   FolderInfo* f = FolderAt(id);
   if (!f) return 0;
-  if (f->stream) {
-    QuietSection quiet;
-    f->stream = mail_close(f->stream);
-  }
+  CloseStream(id, f);
   f->stream = MM_CCOpenFolStream(f->service, f->name.c_str(), 0);
   if (!f->stream) return 0;
   f->dead = false;
@@ -116,25 +132,10 @@ int MM_FolReread(int id) {
   // Another program changed the files: the messages we knew go, last
   // first, as expunges do; the folder's messages as read now come back as
   // new ones.
-  for (unsigned long n = f->count(); n >= 1; --n) {
-    ModelEvent* ev = MM_NotEventNew(E_MSG_EXPUNGED);
-    ev->umi = MM_UMIMake(id, 0, f->serials[n]);
-    ev->folder = static_cast<int16_t>(id);
-    MM_NotEventPost(ev);
-    MM_NotEventFree(ev);
-    f = FolderAt(id);
-    if (!f) return 0;
-    if (n <= f->count()) f->serials.erase(f->serials.begin() + static_cast<long>(n));
-  }
+  for (unsigned long n = f->count(); n >= 1; --n)
+    if (!(f = ReportExpunged(id, n))) return 0;
   ShadowReleaseAll(f);
-  if (g_memo_id == id) {
-    g_memo_id = INVALID_FOLDER;
-    g_memo_stream = nullptr;
-  }
-  if (f->stream) {
-    QuietSection quiet;
-    f->stream = mail_close(f->stream);
-  }
+  CloseStream(id, f);
   f->stream = MM_CCOpenFolStream(f->service, f->name.c_str(), 0);
   if (!f->stream) {
     f->dead = true;

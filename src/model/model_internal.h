@@ -82,6 +82,9 @@ FolderInfo* FolderAt(int id);
 int FolderForStream(MailStream* stream);
 // Frees a folder record's stream and slot (the last close).
 void FolderRelease(int id);
+// Tells the listeners that message msgno of folder id is gone, then drops it
+// from the table. The folder, which a listener may have closed, or null.
+FolderInfo* ReportExpunged(int id, unsigned long msgno);
 
 // --- What the callbacks fill while a model call runs -----------------------------
 
