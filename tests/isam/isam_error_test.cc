@@ -22,24 +22,20 @@ TEST(IsamError, CodeTablesHoldTheTextsOfEachRange) {
     int code;
     const char* text;
   } cases[] = {
-      {1, "disk lseek error"},
-      {12, "file doesn't exist"},
-      {23, "Internal inconsistency: call Norvik"},
-      {126, "file does not exist"},
-      {142, "File corruption detected"},
-      {143, "Float keys not enabled (uncomment FLOAT_KEYS)"},
-      {234, "File exists already"},
-      {239, "uninitialized function pointer"},
-      {344, "incorrect key definition parameter"},
-      {346, "maximum keys defined (raise MAXIND)"},
-      {356, "key already in index"},
-      {362, "Index/data file record count mismatch"},
+      {1, "disk lseek error"}, {12, "file doesn't exist"},
+      {23, "Internal inconsistency: call Norvik"}, {126, "file does not exist"},
+      {142, "File corruption detected"}, {143, "Float keys not enabled (uncomment FLOAT_KEYS)"},
+      {234, "File exists already"}, {239, "uninitialized function pointer"},
+      {344, "incorrect key definition parameter"}, {346, "maximum keys defined (raise MAXIND)"},
+      {356, "key already in index"}, {362, "Index/data file record count mismatch"},
   };
   for (const auto& c : cases) {
     ASSERT_NE(isam_error_text(c.code), nullptr) << c.code;
     EXPECT_STREQ(isam_error_text(c.code), c.text);
   }
-  for (int gap : {0, 24, 125, 144, 233, 240, 343, 363}) EXPECT_EQ(isam_error_text(gap), nullptr) << gap;
+  for (int gap : {0, 24, 125, 144, 233, 240, 343, 363}) {
+    EXPECT_EQ(isam_error_text(gap), nullptr) << gap;
+  }
   // Every number of the four ranges has a text.
   int ranges[][2] = {{1, 23}, {126, 143}, {234, 239}, {344, 362}};
   for (auto& r : ranges)

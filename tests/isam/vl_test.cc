@@ -58,23 +58,16 @@ TEST_F(VlTest, FileBytesStandAtTheDocumentedOffsets) {
   ASSERT_EQ(vlClose(f), 0);
   auto mp = bytes(path("v.mp")), st = bytes(path("v.st"));
   int map_start = ((100 - 30) / 10 + 1) * 4 + 300;
-  EXPECT_EQ(u32(mp, 0), 310u);
-  EXPECT_EQ(u32(mp, 4), 1u);
-  EXPECT_EQ(u32(mp, 16), 6u + 32 + 30);  // eof behind one slot of the smallest class
-  EXPECT_EQ(u16(mp, 24), 42);
-  EXPECT_EQ(u16(mp, 32), 30);
-  EXPECT_EQ(u16(mp, 34), 100);
-  EXPECT_EQ(u16(mp, 36), 10);
-  EXPECT_EQ(u32(mp, 40), static_cast<uint32_t>(map_start));
-  EXPECT_EQ(u16(mp, 44), 32);
   ASSERT_EQ(mp.size(), static_cast<size_t>(map_start) + 8);
-  EXPECT_EQ(u32(mp, map_start), 38u);     // the slot's offset in the store
-  EXPECT_EQ(u32(mp, map_start + 4), 7u);  // exact size, the size word included
-  EXPECT_EQ(u16(st, 0), 30);
-  EXPECT_EQ(u16(st, 2), 100);
-  EXPECT_EQ(u16(st, 4), 10);
+  // The eof stands behind one slot of the smallest class; the map entry holds
+  // the slot's offset in the store and its exact size, the size word included.
+  expect_fields(mp, {{0, 4, 310}, {4, 4, 1}, {16, 4, 6 + 32 + 30}, {24, 2, 42}, {32, 2, 30},
+                     {34, 2, 100}, {36, 2, 10}, {40, 4, static_cast<uint32_t>(map_start)},
+                     {44, 2, 32}, {static_cast<size_t>(map_start), 4, 38},
+                     {static_cast<size_t>(map_start) + 4, 4, 7}});
+  // The store: sizes, stash, then the slot's rounded size and its data.
+  expect_fields(st, {{0, 2, 30}, {2, 2, 100}, {4, 2, 10}, {38, 2, 30}});
   EXPECT_EQ(std::string(st.begin() + 6, st.begin() + 11), "stash");
-  EXPECT_EQ(u16(st, 38), 30);  // the slot's rounded size
   EXPECT_EQ(std::string(st.begin() + 40, st.begin() + 45), "hello");
 }
 
