@@ -15,16 +15,10 @@
 #include "src/send/send.h"
 #include "src/send/submit.h"
 #include "tests/model/model_fixture.h"
+#include "tests/send/message_records.h"
 #include "tests/send/smtp_sink.h"
 
 namespace {
-
-MailAddress* Addr(const char* mailbox, const char* host) {
-  MailAddress* a = mail_newaddr();
-  a->mailbox = cpystr(mailbox);
-  a->host = cpystr(host);
-  return a;
-}
 
 class OutboxPeer : public ModelTest {
  protected:
@@ -53,16 +47,8 @@ class OutboxPeer : public ModelTest {
   }
   // Puts a message in the outbox the way the compose window does.
   void Queue(const char* subject, const char* to, int save, int priority = 1, int receipt = 0) {
-    Message* m = mail_newmessage();
-    m->envelope = mail_newenvelope();
-    m->envelope->to = Addr(to, "example.net");
-    m->envelope->subject = cpystr(subject);
-    m->body = mail_newbody();
-    m->body->type = TYPETEXT;
-    m->body->subtype = cpystr("PLAIN");
-    m->body->contents = mail_newtext();
     const std::string words = std::string("Text of ") + subject + "\n.dot line\n";
-    mail_text_set(m->body->contents, kTextInMemory, words.data(), words.size());
+    Message* m = TextMessage(words, Addr(to, "example.net"), subject);
     SendOptions options;
     options.queued = 1;
     options.save_outgoing = static_cast<int16_t>(save);
@@ -99,11 +85,7 @@ TEST_F(OutboxPeer, EachQueuedMessageLeavesOrStays) {
       {"deleted counts as gone, unsent", {{"Withdrawn", "you", 0, true}}, 1, {}, 0, 0},
       {"asked-for copy made as it leaves", {{"Keep a copy", "you", 1, false}}, 1, {"Keep a copy"}, 0, 1},
       {"a refused recipient stays, the next goes",
-       {{"To nobody", "reject", 1, false}, {"To you", "you", 0, false}},
-       1,
-       {"To you"},
-       1,
-       0},
+       {{"To nobody", "reject", 1, false}, {"To you", "you", 0, false}}, 1, {"To you"}, 1, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
