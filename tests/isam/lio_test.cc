@@ -173,7 +173,9 @@ TEST_F(LioTest, DamagedFilesGiveErrors) {
     }
     EXPECT_TRUE(has_error(c.error));
     lioClose(f);
-    if (c.error == kIsReadOnly) EXPECT_EQ(bytes(name), b);  // nothing was written
+    if (c.error == kIsReadOnly) {
+      EXPECT_EQ(bytes(name), b);  // nothing was written
+    }
   }
 }
 

@@ -17,7 +17,9 @@ class VlTest : public IsamDirTest {
     EXPECT_NE(f, nullptr);
     return f;
   }
-  uint32_t entry_offset(int n) {
+  // Where record n's slot stands in the store, as the flushed map says.
+  uint32_t entry_offset(VlFile* f, int n) {
+    EXPECT_EQ(vlFlush(f), 0);
     auto b = bytes(path("v.mp"));
     return u32(b, u32(b, 40) + static_cast<size_t>(n - 1) * 8);
   }
@@ -77,30 +79,24 @@ TEST_F(VlTest, RewritesKeepOrMoveSlotsAndReuseOnlyTheExactClass) {
   std::memset(data, 'x', sizeof data);
   ASSERT_EQ(vlAvl(f), 1);
   ASSERT_EQ(vlWrite(f, 1, data, 50), 50);
-  ASSERT_EQ(vlFlush(f), 0);
-  uint32_t first = entry_offset(1);
+  uint32_t first = entry_offset(f, 1);
   // The same length stays in its slot.
   ASSERT_EQ(vlWrite(f, 1, data, 50), 50);
-  ASSERT_EQ(vlFlush(f), 0);
-  EXPECT_EQ(entry_offset(1), first);
+  EXPECT_EQ(entry_offset(f, 1), first);
   // One byte longer moves, even within the class (52 and 53 both take 60),
   // and the old slot goes on its class list.
   ASSERT_EQ(vlWrite(f, 1, data, 51), 51);
-  ASSERT_EQ(vlFlush(f), 0);
-  uint32_t second = entry_offset(1);
-  EXPECT_NE(second, first);
+  EXPECT_NE(entry_offset(f, 1), first);
   VlStats s;
   ASSERT_EQ(vlStats(f, &s), 0);
   EXPECT_EQ(s.heap, 60);
   // Another class does not take the freed slot; the exact class does.
   ASSERT_EQ(vlAvl(f), 2);
   ASSERT_EQ(vlWrite(f, 2, data, 100), 100);
-  ASSERT_EQ(vlFlush(f), 0);
-  EXPECT_NE(entry_offset(2), first);
+  EXPECT_NE(entry_offset(f, 2), first);
   ASSERT_EQ(vlAvl(f), 3);
   ASSERT_EQ(vlWrite(f, 3, data, 55), 55);
-  ASSERT_EQ(vlFlush(f), 0);
-  EXPECT_EQ(entry_offset(3), first);
+  EXPECT_EQ(entry_offset(f, 3), first);
   ASSERT_EQ(vlStats(f, &s), 0);
   EXPECT_EQ(s.heap, 0);
   // A record too long for max fails and changes nothing.
