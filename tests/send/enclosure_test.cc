@@ -33,7 +33,7 @@ class Enclosure : public ::testing::Test {
     fs::remove_all(dir_);
   }
   std::string P(const std::string& name) { return dir_ + "/" + name; }
-  void Put(const std::string& name, const std::string& bytes) { mh_test::WriteFile(P(name), bytes); }
+  void Put(const std::string& name, const std::string& data) { mh_test::WriteFile(P(name), data); }
   // A missing file reads as "-".
   std::string Get(const std::string& name) {
     return fs::exists(P(name)) ? mh_test::ReadFile(P(name)) : "-";

@@ -73,8 +73,8 @@ TEST_F(Outbox, ProgramAnswersWhatItKnowsAndNothingElse) {
       {nullptr, "COMMANDINPROGRESS", 1, WIN_in_critical() ? "1" : "0"},
       {[] { AUTH_InitLogin("kim", ""); }, "GETLOGININFO", 0, ""},  // no password: no login
       {[] { AUTH_InitLogin("kim", "s3cret"); }, "GETLOGININFO", 1, "kim:::s3cret"},
-      {[] { Opt_AssignString("Options.Location", "Remote", kOptSession, 0); }, "READINGFROMLOCAL", 1,
-       "0"},
+      {[] { Opt_AssignString("Options.Location", "Remote", kOptSession, 0); },
+       "READINGFROMLOCAL", 1, "0"},
   };
   for (const Case& c : cases) {
     if (c.first) c.first();

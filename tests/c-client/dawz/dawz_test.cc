@@ -126,7 +126,8 @@ TEST_F(Dawz, ParseCorrectsLyingSizesAndRefusesBrokenFiles) {
       {" 3-Jun-2024 10:00:00-+0200,5 0000\r\n;x", "", "Unable to parse internal header line"},
       {" 3-Jun-2024 10:00:00-+0200,0;000000000000\r\nx", "",
        "Unable to parse internal header line components"},
-      {Record(Msg(1)) + Record("short", "000000000000", 500), "", "Last message runs past end of file"},
+      {Record(Msg(1)) + Record("short", "000000000000", 500), "",
+       "Last message runs past end of file"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row[0]);
