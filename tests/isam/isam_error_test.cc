@@ -22,24 +22,19 @@ TEST(IsamError, CodeTablesHoldTheTextsOfEachRange) {
     int code;
     const char* text;
   } cases[] = {
-      {1, "disk lseek error"},
-      {12, "file doesn't exist"},
-      {23, "Internal inconsistency: call Norvik"},
-      {126, "file does not exist"},
-      {142, "File corruption detected"},
-      {143, "Float keys not enabled (uncomment FLOAT_KEYS)"},
-      {234, "File exists already"},
-      {239, "uninitialized function pointer"},
-      {344, "incorrect key definition parameter"},
-      {346, "maximum keys defined (raise MAXIND)"},
-      {356, "key already in index"},
-      {362, "Index/data file record count mismatch"},
+      // The ends of each range: a text table out of step shows there.
+      {1, "disk lseek error"}, {23, "Internal inconsistency: call Norvik"},
+      {126, "file does not exist"}, {143, "Float keys not enabled (uncomment FLOAT_KEYS)"},
+      {234, "File exists already"}, {239, "uninitialized function pointer"},
+      {344, "incorrect key definition parameter"}, {362, "Index/data file record count mismatch"},
   };
   for (const auto& c : cases) {
     ASSERT_NE(isam_error_text(c.code), nullptr) << c.code;
     EXPECT_STREQ(isam_error_text(c.code), c.text);
   }
-  for (int gap : {0, 24, 125, 144, 233, 240, 343, 363}) EXPECT_EQ(isam_error_text(gap), nullptr) << gap;
+  for (int gap : {0, 24, 125, 144, 233, 240, 343, 363}) {
+    EXPECT_EQ(isam_error_text(gap), nullptr) << gap;
+  }
   // Every number of the four ranges has a text.
   int ranges[][2] = {{1, 23}, {126, 143}, {234, 239}, {344, 362}};
   for (auto& r : ranges)
@@ -58,6 +53,4 @@ TEST(IsamError, ReportUsesTheNamesOrTheBareNumbers) {
   isam_set_tables(true);
   EXPECT_EQ(bare, heading + "btreev33       Function: 209     77     Error: 356\n");
   EXPECT_EQ(isam_error_line(isam_error_at(0)), "Error  356 (line   77, btreev33): key already in index");
-  EXPECT_STREQ(isam_function_name(333), "bt3SetCache()");
-  EXPECT_STREQ(isam_function_name(428), "vlFixup()");
 }

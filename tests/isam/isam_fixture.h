@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -38,12 +39,27 @@ class IsamDirTest : public ::testing::Test {
   static uint32_t u32(const std::vector<uint8_t>& b, size_t at) {
     return b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) | (static_cast<uint32_t>(b[at + 3]) << 24);
   }
-  static uint16_t u16(const std::vector<uint8_t>& b, size_t at) { return static_cast<uint16_t>(b[at] | (b[at + 1] << 8)); }
+  static uint16_t u16(const std::vector<uint8_t>& b, size_t at) {
+    return static_cast<uint16_t>(b[at] | (b[at + 1] << 8));
+  }
   static void set32(std::vector<uint8_t>& b, size_t at, uint32_t v) {
     for (int i = 0; i < 4; ++i) b[at + static_cast<size_t>(i)] = static_cast<uint8_t>(v >> (8 * i));
   }
   static void set16(std::vector<uint8_t>& b, size_t at, uint16_t v) {
     b[at] = static_cast<uint8_t>(v), b[at + 1] = static_cast<uint8_t>(v >> 8);
+  }
+  // One little-endian field of a file: where, how wide (1, 2 or 4), what it holds.
+  struct Field {
+    size_t at;
+    int width;
+    uint32_t value;
+  };
+  static void expect_fields(const std::vector<uint8_t>& b, std::initializer_list<Field> fields) {
+    for (const Field& f : fields) {
+      ASSERT_LE(f.at + static_cast<size_t>(f.width), b.size()) << "at " << f.at;
+      uint32_t got = f.width == 1 ? b[f.at] : f.width == 2 ? u16(b, f.at) : u32(b, f.at);
+      EXPECT_EQ(got, f.value) << "at " << f.at;
+    }
   }
   // True when the error stack holds err anywhere.
   static bool has_error(int err) {

@@ -17,7 +17,9 @@ class VlTest : public IsamDirTest {
     EXPECT_NE(f, nullptr);
     return f;
   }
-  uint32_t entry_offset(int n) {
+  // Where record n's slot stands in the store, as the flushed map says.
+  uint32_t entry_offset(VlFile* f, int n) {
+    EXPECT_EQ(vlFlush(f), 0);
     auto b = bytes(path("v.mp"));
     return u32(b, u32(b, 40) + static_cast<size_t>(n - 1) * 8);
   }
@@ -58,23 +60,16 @@ TEST_F(VlTest, FileBytesStandAtTheDocumentedOffsets) {
   ASSERT_EQ(vlClose(f), 0);
   auto mp = bytes(path("v.mp")), st = bytes(path("v.st"));
   int map_start = ((100 - 30) / 10 + 1) * 4 + 300;
-  EXPECT_EQ(u32(mp, 0), 310u);
-  EXPECT_EQ(u32(mp, 4), 1u);
-  EXPECT_EQ(u32(mp, 16), 6u + 32 + 30);  // eof behind one slot of the smallest class
-  EXPECT_EQ(u16(mp, 24), 42);
-  EXPECT_EQ(u16(mp, 32), 30);
-  EXPECT_EQ(u16(mp, 34), 100);
-  EXPECT_EQ(u16(mp, 36), 10);
-  EXPECT_EQ(u32(mp, 40), static_cast<uint32_t>(map_start));
-  EXPECT_EQ(u16(mp, 44), 32);
   ASSERT_EQ(mp.size(), static_cast<size_t>(map_start) + 8);
-  EXPECT_EQ(u32(mp, map_start), 38u);     // the slot's offset in the store
-  EXPECT_EQ(u32(mp, map_start + 4), 7u);  // exact size, the size word included
-  EXPECT_EQ(u16(st, 0), 30);
-  EXPECT_EQ(u16(st, 2), 100);
-  EXPECT_EQ(u16(st, 4), 10);
+  // The eof stands behind one slot of the smallest class; the map entry holds
+  // the slot's offset in the store and its exact size, the size word included.
+  expect_fields(mp, {{0, 4, 310}, {4, 4, 1}, {16, 4, 6 + 32 + 30}, {24, 2, 42}, {32, 2, 30},
+                     {34, 2, 100}, {36, 2, 10}, {40, 4, static_cast<uint32_t>(map_start)},
+                     {44, 2, 32}, {static_cast<size_t>(map_start), 4, 38},
+                     {static_cast<size_t>(map_start) + 4, 4, 7}});
+  // The store: sizes, stash, then the slot's rounded size and its data.
+  expect_fields(st, {{0, 2, 30}, {2, 2, 100}, {4, 2, 10}, {38, 2, 30}});
   EXPECT_EQ(std::string(st.begin() + 6, st.begin() + 11), "stash");
-  EXPECT_EQ(u16(st, 38), 30);  // the slot's rounded size
   EXPECT_EQ(std::string(st.begin() + 40, st.begin() + 45), "hello");
 }
 
@@ -84,30 +79,24 @@ TEST_F(VlTest, RewritesKeepOrMoveSlotsAndReuseOnlyTheExactClass) {
   std::memset(data, 'x', sizeof data);
   ASSERT_EQ(vlAvl(f), 1);
   ASSERT_EQ(vlWrite(f, 1, data, 50), 50);
-  ASSERT_EQ(vlFlush(f), 0);
-  uint32_t first = entry_offset(1);
+  uint32_t first = entry_offset(f, 1);
   // The same length stays in its slot.
   ASSERT_EQ(vlWrite(f, 1, data, 50), 50);
-  ASSERT_EQ(vlFlush(f), 0);
-  EXPECT_EQ(entry_offset(1), first);
+  EXPECT_EQ(entry_offset(f, 1), first);
   // One byte longer moves, even within the class (52 and 53 both take 60),
   // and the old slot goes on its class list.
   ASSERT_EQ(vlWrite(f, 1, data, 51), 51);
-  ASSERT_EQ(vlFlush(f), 0);
-  uint32_t second = entry_offset(1);
-  EXPECT_NE(second, first);
+  EXPECT_NE(entry_offset(f, 1), first);
   VlStats s;
   ASSERT_EQ(vlStats(f, &s), 0);
   EXPECT_EQ(s.heap, 60);
   // Another class does not take the freed slot; the exact class does.
   ASSERT_EQ(vlAvl(f), 2);
   ASSERT_EQ(vlWrite(f, 2, data, 100), 100);
-  ASSERT_EQ(vlFlush(f), 0);
-  EXPECT_NE(entry_offset(2), first);
+  EXPECT_NE(entry_offset(f, 2), first);
   ASSERT_EQ(vlAvl(f), 3);
   ASSERT_EQ(vlWrite(f, 3, data, 55), 55);
-  ASSERT_EQ(vlFlush(f), 0);
-  EXPECT_EQ(entry_offset(3), first);
+  EXPECT_EQ(entry_offset(f, 3), first);
   ASSERT_EQ(vlStats(f, &s), 0);
   EXPECT_EQ(s.heap, 0);
   // A record too long for max fails and changes nothing.

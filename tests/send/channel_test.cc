@@ -81,15 +81,20 @@ class ChannelSocket : public ::testing::Test {
     path_ = ChannelPath(dir_, "VELMAR");
   }
   void TearDown() override { std::filesystem::remove_all(dir_); }
-
-  // A raw client: bytes in, whatever the server answers before it goes
-  // quiet (the server is pumped in between, in this thread).
-  std::string Exchange(ChannelServer* server, const std::string& bytes, bool* closed) {
+  // A socket of our own, bound or connected to the channel's name.
+  int Socket(int (*how)(int, const sockaddr*, socklen_t)) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     std::strncpy(addr.sun_path, path_.c_str(), sizeof addr.sun_path - 1);
-    EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    EXPECT_EQ(how(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    return fd;
+  }
+
+  // A raw client: bytes in, whatever the server answers before it goes
+  // quiet (the server is pumped in between, in this thread).
+  std::string Exchange(ChannelServer* server, const std::string& bytes, bool* closed) {
+    const int fd = Socket(::connect);
     size_t sent = 0;
     std::string got;
     *closed = false;
@@ -173,12 +178,7 @@ TEST_F(ChannelSocket, AStaleSocketIsReplacedALiveOneIsNot) {
     EXPECT_TRUE(first.Running());
   }
   // A socket file left by a program that died.
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::strncpy(addr.sun_path, path_.c_str(), sizeof addr.sun_path - 1);
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-  ::close(fd);
+  ::close(Socket(::bind));
   ChannelServer again;
   EXPECT_TRUE(again.Start(path_, nullptr, &why)) << why;
   again.Stop();

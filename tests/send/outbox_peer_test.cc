@@ -15,16 +15,10 @@
 #include "src/send/send.h"
 #include "src/send/submit.h"
 #include "tests/model/model_fixture.h"
+#include "tests/send/message_records.h"
 #include "tests/send/smtp_sink.h"
 
 namespace {
-
-MailAddress* Addr(const char* mailbox, const char* host) {
-  MailAddress* a = mail_newaddr();
-  a->mailbox = cpystr(mailbox);
-  a->host = cpystr(host);
-  return a;
-}
 
 class OutboxPeer : public ModelTest {
  protected:
@@ -53,16 +47,8 @@ class OutboxPeer : public ModelTest {
   }
   // Puts a message in the outbox the way the compose window does.
   void Queue(const char* subject, const char* to, int save, int priority = 1, int receipt = 0) {
-    Message* m = mail_newmessage();
-    m->envelope = mail_newenvelope();
-    m->envelope->to = Addr(to, "example.net");
-    m->envelope->subject = cpystr(subject);
-    m->body = mail_newbody();
-    m->body->type = TYPETEXT;
-    m->body->subtype = cpystr("PLAIN");
-    m->body->contents = mail_newtext();
     const std::string words = std::string("Text of ") + subject + "\n.dot line\n";
-    mail_text_set(m->body->contents, kTextInMemory, words.data(), words.size());
+    Message* m = TextMessage(words, Addr(to, "example.net"), subject);
     SendOptions options;
     options.queued = 1;
     options.save_outgoing = static_cast<int16_t>(save);
@@ -86,30 +72,30 @@ TEST_F(OutboxPeer, EachQueuedMessageLeavesOrStays) {
     const char* to;
     int save;
     bool deleted;
+    int priority;  // 1 is normal
+    int receipt;
   };
   struct Case {
     const char* name;
     std::vector<Queued> queued;
     int gone;
-    std::vector<std::string> delivered;  // subjects, in order
-    long left;                           // in the outbox afterwards
+    std::vector<size_t> delivered;  // which of the queued, in order
+    long left;                      // in the outbox afterwards
     long sent_copies;
   };
   const Case cases[] = {
-      {"deleted counts as gone, unsent", {{"Withdrawn", "you", 0, true}}, 1, {}, 0, 0},
-      {"asked-for copy made as it leaves", {{"Keep a copy", "you", 1, false}}, 1, {"Keep a copy"}, 0, 1},
+      {"deleted counts as gone, unsent", {{"Withdrawn", "you", 0, true, 1, 0}}, 1, {}, 0, 0},
+      {"asked-for copy made as it leaves, priority and receipt kept",
+       {{"Keep a copy", "you", 1, false, 2, 1}}, 1, {0}, 0, 1},
       {"a refused recipient stays, the next goes",
-       {{"To nobody", "reject", 1, false}, {"To you", "you", 0, false}},
-       1,
-       {"To you"},
-       1,
-       0},
+       {{"To nobody", "reject", 1, false, 1, 0}, {"To you", "you", 0, false, 0, 0}}, 1, {1}, 1, 0},
   };
+  const size_t npos = std::string::npos;
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const size_t before = sink_.Delivered("eml").size();
     const long sent_before = Count("sent");
-    for (const Queued& q : c.queued) Queue(q.subject, q.to, q.save);
+    for (const Queued& q : c.queued) Queue(q.subject, q.to, q.save, q.priority, q.receipt);
     ASSERT_EQ(Count("outbox"), static_cast<long>(c.queued.size()));
     const int id = OUTBOX_Open();
     ASSERT_NE(id, INVALID_FOLDER);
@@ -122,9 +108,20 @@ TEST_F(OutboxPeer, EachQueuedMessageLeavesOrStays) {
     ASSERT_EQ(eml.size() - before, c.delivered.size()) << AllDelivered();
     for (size_t i = 0; i < c.delivered.size(); ++i) {
       const std::string& got = eml[before + i];
-      EXPECT_NE(got.find("Subject: " + c.delivered[i] + "\r\n"), std::string::npos) << got;
-      EXPECT_NE(got.find("Text of " + c.delivered[i] + "\r\n.dot line\r\n"), std::string::npos) << got;
-      EXPECT_EQ(got.find("X-Save-Outgoing"), std::string::npos) << got;
+      const Queued& q = c.queued[c.delivered[i]];
+      EXPECT_NE(got.find(std::string("Subject: ") + q.subject + "\r\n"), npos) << got;
+      EXPECT_NE(got.find(std::string("Text of ") + q.subject + "\r\n.dot line\r\n"), npos) << got;
+      EXPECT_EQ(got.find("X-Save-Outgoing"), npos) << got;
+      const char* priority = q.priority > 1 ? "Priority: HIGH\r\n" : "Priority: LOW\r\n";
+      EXPECT_TRUE(q.priority == 1 || got.find(priority) != npos) << got;
+      // A receipt is asked for once, or not at all.
+      EXPECT_EQ(got.find("\r\nRead-Receipt-To: me@example.org\r\n") != npos, q.receipt == 1) << got;
+      EXPECT_EQ(got.find("Read-Receipt-To", got.find("Read-Receipt-To") + 1), npos) << got;
+      // The message leaves with a date and an id of its own leaving, once.
+      const size_t at = got.find("\r\nMessage-ID: ");
+      ASSERT_NE(at, npos) << got;
+      EXPECT_EQ(got.find("\r\nMessage-ID: ", at + 1), npos) << got;
+      EXPECT_EQ(got.find("MIME-Version: 1.0\r\nMIME-Version"), npos) << got;
     }
     EXPECT_EQ(Count("outbox"), c.left);
     EXPECT_EQ(Count("sent") - sent_before, c.sent_copies);
@@ -138,26 +135,6 @@ TEST_F(OutboxPeer, EachQueuedMessageLeavesOrStays) {
       MM_FolExpunge(again);
       OUTBOX_Close(again);
     }
-  }
-}
-
-TEST_F(OutboxPeer, PriorityAndReceiptsSurviveTheWait) {
-  Queue("Urgent", "you", 0, 2, 1);
-  Queue("Whenever", "you", 0, 0, 0);
-  EXPECT_EQ(Mob_ProcessOutbox(), 2) << Posts();
-  const auto eml = sink_.Delivered("eml");
-  ASSERT_EQ(eml.size(), 2u);
-  EXPECT_NE(eml[0].find("Priority: HIGH\r\n"), std::string::npos) << eml[0];
-  EXPECT_NE(eml[1].find("Priority: LOW\r\n"), std::string::npos) << eml[1];
-  EXPECT_NE(eml[0].find("\r\nRead-Receipt-To: me@example.org\r\n"), std::string::npos) << eml[0];
-  EXPECT_EQ(eml[0].find("Read-Receipt-To", eml[0].find("Read-Receipt-To") + 1), std::string::npos) << eml[0];
-  EXPECT_EQ(eml[1].find("Read-Receipt-To"), std::string::npos) << eml[1];
-  // The message leaves with a date and an id of its own leaving, once.
-  for (const std::string& e : eml) {
-    const size_t at = e.find("\r\nMessage-ID: ");
-    ASSERT_NE(at, std::string::npos) << e;
-    EXPECT_EQ(e.find("\r\nMessage-ID: ", at + 1), std::string::npos) << e;
-    EXPECT_EQ(e.find("MIME-Version: 1.0\r\nMIME-Version"), std::string::npos) << e;
   }
 }
 

@@ -16,22 +16,21 @@ std::string AllBytes(size_t n) {
   return s;
 }
 
+// From 256 bytes on, AllBytes holds every byte value.
 TEST(Uuencode, RoundTripsEveryByteAndLength) {
-  for (size_t n = 0; n <= 200; ++n) {
+  for (size_t n = 0; n <= 260; ++n) {
     const std::string data = AllBytes(n);
-    const std::string text = uu_encode(data, 0644, "file.bin");
+    const unsigned mode = n % 2 ? 0644 : 0600;
+    const std::string text = uu_encode(data, mode, "file.bin");
     UuDecoded back;
     ASSERT_EQ(uu_decode("preamble\n" + text, &back), UuStatus::kOk) << n;
     EXPECT_EQ(back.data, data) << n;
-    EXPECT_EQ(std::make_tuple(back.name, back.mode), std::make_tuple(std::string("file.bin"), 0644u));
+    EXPECT_EQ(back.name, "file.bin");
+    EXPECT_EQ(back.mode, mode);
   }
-  std::string every;
-  for (int c = 0; c < 256; ++c) every.push_back(static_cast<char>(c));
-  UuDecoded back;
-  ASSERT_EQ(uu_decode(uu_encode(every, 0600, "x"), &back), UuStatus::kOk);
-  EXPECT_EQ(back.data, every);
   // The known form of a short file.
   EXPECT_EQ(uu_encode("Cat", 0644, "cat.txt"), "begin 644 cat.txt\n#0V%T\n`\nend\n");
+  UuDecoded back;
   const std::tuple<std::string, UuStatus> broken[] = {
       {"no block\n", UuStatus::kNoBegin},
       {"begin 644 x\n#0V%T\n", UuStatus::kNoEnd},
