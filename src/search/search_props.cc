@@ -11,16 +11,6 @@
 
 namespace {
 
-constexpr int kPropsRid = 6240;
-constexpr int kPropsName = 6241;
-constexpr int kPropsSort = 6242;
-constexpr int kPropsGroups = 6243;
-constexpr int kPropsHierarchy = 6244;
-constexpr int kPropsSubscribed = 6245;
-constexpr int kPropsRules = 6246;
-constexpr int kPropsFolders = 6247;
-constexpr int kPropsOk = 6248;
-constexpr int kPropsCancel = 6249;
 
 const WIN_DEF kPropsDef[] = {
     {W_MODAL, {0, 0, 480, 400}, "Search Properties", 0, 0},
@@ -39,17 +29,6 @@ const WIN_DEF kPropsDef[] = {
     {W_NONE, {}, nullptr, 0, 0},
 };
 
-constexpr int kQuickRid = 6260;
-constexpr int kQuickReadBtn = 6261;  // .. 6263: Read, Unread, All
-constexpr int kQuickDayBtn = 6264;   // .. 6266: one day, one week, all
-constexpr int kQuickFrom = 6267;
-constexpr int kQuickSubject = 6268;
-constexpr int kQuickBody = 6269;
-constexpr int kQuickHeaderBody = 6270;
-constexpr int kQuickText = 6271;
-constexpr int kQuickOk = 6272;
-constexpr int kQuickCancel = 6273;
-constexpr int kQuickAdvanced = 6274;
 
 const WIN_DEF kQuickDef[] = {
     {W_MODAL, {0, 0, 440, 300}, "Quick Search", 0, 0},
