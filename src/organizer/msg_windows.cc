@@ -236,6 +236,11 @@ std::string MSG_StatusText(MsgWinInfo* info) {
   }
   if (MSG_Info(about)) {
     TreeNode* container = messageContainer(about);
+    SearchInfo* si = SRCH_NodeInfo(container) ? SRCH_NodeInfo(container) : SRCH_NodeInfo(TREE_GetOriginNode(container));
+    if (si) {
+      std::snprintf(buf, sizeof buf, "%s: %ld messages, %ld unread", si->name.c_str(), si->count, si->unread);
+      return buf;
+    }
     FolderNodeInfo* f = FOL_Info(container) ? FOL_Info(container) : FOL_Info(TREE_GetOriginNode(container));
     if (f) {
       std::snprintf(buf, sizeof buf, "%s: %ld messages, %ld unread", folderDisplayName(f->ms, f->name.c_str(), f->delimiter).c_str(),

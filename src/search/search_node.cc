@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 
 #include "src/base/critical.h"
 #include "src/base/model_events.h"
@@ -49,6 +50,13 @@ void Recount(SearchInfo* s) {
     if (GRP_Info(k)) groupRecount(k);
 }
 
+// The search lines alive now: a run may wait in a dialog (a login, a note)
+// while the program goes on, and the line may be gone when it returns.
+std::set<const TreeNode*>& Live() {
+  static std::set<const TreeNode*> nodes;
+  return nodes;
+}
+
 void Redraw(TreeNode* node) {
   if (TREE_GetWindow(node)) TREE_RedrawNode(node);
 }
@@ -86,6 +94,7 @@ TreeNode* searchCreate(TreeNode* root, const char* name) {
     return nullptr;
   }
   s->node = node;
+  Live().insert(node);
   TREE_InsertSorted(root, node, searchCompare, 1);
   s->notifier = MM_NotRegister(SearchWant, SearchHandle, node, "Search node");
   return node;
@@ -216,20 +225,22 @@ int Load(TreeNode* node, bool tell_empty) {
   std::snprintf(title, sizeof title, "Opening %s", s->name.c_str());
   xvt_progress_open(title, "Connecting...", true);
   xvt_progress_set_text("Searching ...");
-  SrchRun old = std::move(s->run);
-  s->run = SrchRun{};
   // Searches reach the network: the busy mode keeps the timers out. The
   // old run's folders close after the new one has opened them again, so
   // that a folder kept by both is not read twice.
+  const int id = s->id;
+  SrchRun run;
   WIN_start_critical();
-  searchRun(s->id, &s->run);
-  SRCH_RunClose(&old);
+  searchRun(id, &run);
   WIN_end_critical();
-  s = SRCH_NodeInfo(node);
-  if (!s) {
+  if (!Live().count(node) || !(s = SRCH_NodeInfo(node))) {
+    SRCH_RunClose(&run);
     xvt_progress_close();
     return 0;
   }
+  SrchRun old = std::move(s->run);
+  s->run = std::move(run);
+  SRCH_RunClose(&old);
   for (const std::string& problem : s->run.problems)
     Trace(kTraceOrganizer, kTraceLow, "searchOpen : %s\n", problem.c_str());
   xvt_progress_set_text("Adding Messages to search ...");
@@ -310,6 +321,7 @@ WINDOW searchOpenWindow(TreeNode* node) { return MSG_OpenNodeWindow(node); }
 int searchHandleNodeEvent(WINDOW win, TreeNode* node, int event) {
   SearchInfo* s = SRCH_NodeInfo(node);
   if (event == kNodeEventDestroy) {
+    Live().erase(node);
     if (s) {
       if (s->notifier >= 0) MM_NotUnregister(s->notifier);
       SRCH_RunClose(&s->run);
