@@ -23,16 +23,7 @@ constexpr const char* kFolderList = "FolderID.IDList";
 // A scope or a list longer than this is a damaged file, not a user's choice.
 constexpr size_t kMaxIds = 4096;
 
-std::vector<int> ReadIds(const std::string& text) {
-  std::vector<int> ids;
-  std::istringstream words(text);
-  for (std::string w; words >> w && ids.size() < kMaxIds;) {
-    if (w.size() > 9 || w.find_first_not_of("0123456789") != std::string::npos) continue;
-    const int id = std::atoi(w.c_str());
-    if (id > 0 && std::find(ids.begin(), ids.end(), id) == ids.end()) ids.push_back(id);
-  }
-  return ids;
-}
+std::vector<int> ReadIds(const std::string& text) { return searchParseIdList(text); }
 
 std::string IdText(const std::vector<int>& ids) {
   std::string out;
@@ -68,6 +59,17 @@ void AddOnce(int ms, const std::string& name, std::vector<SrchFolderRef>* out) {
 }
 
 }  // namespace
+
+std::vector<int> searchParseIdList(const std::string& text) {
+  std::vector<int> ids;
+  std::istringstream words(text);
+  for (std::string w; words >> w && ids.size() < kMaxIds;) {
+    if (w.size() > 9 || w.find_first_not_of("0123456789") != std::string::npos) continue;
+    const int id = std::atoi(w.c_str());
+    if (id > 0 && std::find(ids.begin(), ids.end(), id) == ids.end()) ids.push_back(id);
+  }
+  return ids;
+}
 
 // --- The folder table ------------------------------------------------------------
 

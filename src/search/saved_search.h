@@ -13,6 +13,10 @@
 
 #include "src/search/search_run.h"
 
+// The ids of a list as the options keep it: blank-separated positive
+// numbers, each once, at most 4096; other words are passed over.
+std::vector<int> searchParseIdList(const std::string& text);
+
 // --- The folder table ------------------------------------------------------------
 
 // The number of the folder (ms, name), made when it has none; 0 on failure.
