@@ -162,13 +162,15 @@ int searchAddContents(TreeNode* node) {
   records.reserve(s->run.found.size());
   WIN_start_critical();
   for (UMI umi : s->run.found) {
+    // The free store's reserve answers a failed allocation once and posts
+    // E_LOW_MEMORY, which sets the flag: the load stops there.
     MessageNodeInfo* m = MSG_NewInfo(umi);
-    if (!m) {
+    if (m) records.push_back(m);
+    if (!m || (s->flags & kSearchLowMemory)) {
       s->flags |= kSearchLowMemory;
       xvt_progress_set_text("Aborting search load due to low application memory");
       break;
     }
-    records.push_back(m);
   }
   WIN_end_critical();
   s->index.Reserve(records.size());
@@ -361,6 +363,7 @@ int SearchWant(ModelEvent* ev, void* data) {
   if (!s) return 0;
   const bool valid = s->flags & kSearchContentsValid;
   switch (ev->type) {
+    case E_LOW_MEMORY: return 1;
     case E_SEARCH_CLOSING:
     case E_SEARCH_DELETED:
     case E_SEARCH_RENAMED: return ev->search == s->id;
@@ -379,6 +382,7 @@ void SearchHandle(ModelEvent* ev, void* data) {
   SearchInfo* s = SRCH_NodeInfo(node);
   if (!s) return;
   switch (ev->type) {
+    case E_LOW_MEMORY: s->flags |= kSearchLowMemory; return;
     case E_SEARCH_CLOSING: doSearchClosed(node); return;
     case E_SEARCH_DELETED:
       if (WINDOW w = MSG_NodeWindow(node)) MSG_ReturnKidsAndDestroy(w);
