@@ -19,6 +19,10 @@
 
 namespace {
 
+// The font slot of search lines: the one between the folders' and the
+// groups', which no other line uses.
+constexpr int kSearchFontSlot = 6;
+
 int SearchWant(ModelEvent* ev, void* data);
 void SearchHandle(ModelEvent* ev, void* data);
 
@@ -134,8 +138,8 @@ void searchDraw(WINDOW win, TreeNode* node, RCT* rect) {
     xvt_dwin_set_pen(win, &pen);
     xvt_dwin_draw_line(win, PNT{x + 12, rect->top + 10}, PNT{x + 17, rect->top + 15});
   }
-  xvt_dwin_set_font(win, MSG_SlotFont(kSlotService));
-  xvt_dwin_set_fore_color(win, fore);
+  xvt_dwin_set_font(win, MSG_SlotFont(kSearchFontSlot));
+  xvt_dwin_set_fore_color(win, selected ? COLOR_WHITE : MSG_SlotColor(kSearchFontSlot));
   MSG_DrawColumnText(win, node, rect, 1, s->name.c_str(), static_cast<int>(s->name.size()));
   if (s->flags & kSearchContentsValid) {
     char counts[64];
