@@ -31,7 +31,7 @@ const WIN_DEF kPropsDef[] = {
 
 
 const WIN_DEF kQuickDef[] = {
-    {W_MODAL, {0, 0, 440, 300}, "Quick Search", 0, 0},
+    {W_MODAL, {0, 0, 440, 262}, "Quick Search", 0, 0},
     {WC_GROUPBOX, {12, 8, 212, 112}, "Messages", 6280, 0},
     {WC_RADIOBUTTON, {24, 28, 200, 48}, "~Read", kQuickReadBtn, 0},
     {WC_RADIOBUTTON, {24, 54, 200, 74}, "~Unread", kQuickReadBtn + 1, 0},
@@ -40,15 +40,15 @@ const WIN_DEF kQuickDef[] = {
     {WC_RADIOBUTTON, {236, 28, 420, 48}, "Within one ~day", kQuickDayBtn, 0},
     {WC_RADIOBUTTON, {236, 54, 420, 74}, "Within one ~week", kQuickDayBtn + 1, 0},
     {WC_RADIOBUTTON, {236, 80, 420, 100}, "A~ll", kQuickDayBtn + 2, 0},
-    {WC_GROUPBOX, {12, 120, 428, 246}, "Keyword", 6282, 0},
+    {WC_GROUPBOX, {12, 120, 428, 210}, "Keyword", 6282, 0},
     {WC_CHECKBOX, {24, 140, 120, 160}, "~From", kQuickFrom, 0},
     {WC_CHECKBOX, {124, 140, 220, 160}, "~Subject", kQuickSubject, 0},
     {WC_CHECKBOX, {224, 140, 300, 160}, "~Body", kQuickBody, 0},
     {WC_CHECKBOX, {304, 140, 420, 160}, "~Header or Body", kQuickHeaderBody, 0},
     {WC_EDIT, {24, 172, 416, 196}, "", kQuickText, 0},
-    {WC_PUSHBUTTON, {12, 260, 132, 286}, "A~dvanced...", kQuickAdvanced, 0},
-    {WC_PUSHBUTTON, {238, 260, 328, 286}, "OK", kQuickOk, CTL_FLAG_DEFAULT},
-    {WC_PUSHBUTTON, {338, 260, 428, 286}, "Cancel", kQuickCancel, 0},
+    {WC_PUSHBUTTON, {12, 222, 132, 248}, "A~dvanced...", kQuickAdvanced, 0},
+    {WC_PUSHBUTTON, {238, 222, 328, 248}, "OK", kQuickOk, CTL_FLAG_DEFAULT},
+    {WC_PUSHBUTTON, {338, 222, 428, 248}, "Cancel", kQuickCancel, 0},
     {W_NONE, {}, nullptr, 0, 0},
 };
 
