@@ -158,7 +158,7 @@ int searchAddContents(TreeNode* node) {
   if (outer) TREE_SuspendUpdates(outer);
   if (inner) TREE_SuspendUpdates(inner);
   ClearLines(node, s);
-  s->flags &= ~kSearchLowMemory;
+  s->flags &= ~(kSearchLowMemory | kSearchStale);
   s->sort = MSG_SortOrderFromName(searchGetOption(s->id, "Sort").c_str());
   MSG_ReadDrawOptions();
   // Every record is made once and sorted once, as a folder's are.
@@ -397,8 +397,14 @@ void SearchHandle(ModelEvent* ev, void* data) {
       if (WINDOW w = MSG_NodeWindow(node)) xvt_vobj_set_title(w, ("Search : " + s->name).c_str());
       Redraw(node);
       return;
-    case E_SEARCH_CHANGED:
-    case E_NEW_MESSAGES: doRebuildSearch(node); return;
+    case E_SEARCH_CHANGED: doRebuildSearch(node); return;
+    case E_NEW_MESSAGES:
+      // Told from inside the mail layer's own command: searching now would
+      // start a second command on the same connection. The search runs
+      // again once the check is over (here, or at the next tick when
+      // another line made the check).
+      s->flags |= kSearchStale;
+      return;
     case E_MAIL_TIMER:
     case E_CHECK_NOW: {
       if (ev->type == E_MAIL_TIMER && !MSG_MailTimerGate()) return;
@@ -406,6 +412,7 @@ void SearchHandle(ModelEvent* ev, void* data) {
       MM_QuietOn();
       for (int id : folders) MM_FolCheckNewMail(id, 0);
       MM_QuietOff();
+      if (Live().count(node) && (s = SRCH_NodeInfo(node)) && (s->flags & kSearchStale)) doRebuildSearch(node);
       return;
     }
     case E_FOLDER_CLOSED:

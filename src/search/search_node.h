@@ -14,6 +14,7 @@ constexpr int kSearchOpenElsewhere = 1;
 constexpr int kSearchGroupsOnView = 2;
 constexpr int kSearchContentsValid = 4;
 constexpr int kSearchLowMemory = 8;
+constexpr int kSearchStale = 16;  // new mail came in its folders since the last run
 
 struct SearchInfo {
   int32_t type = kNodeDataTypeSearch;
