@@ -29,46 +29,27 @@ long long Noon(int year, int month, int day) {
 }
 
 TEST(QuickSearch, RuleStrings) {
-  struct Case {
-    QuickSearchInput in;
-    const char* rule;
-  };
-  auto in = [](int messages, int arrival, bool from, bool subject, bool body, bool any, const char* text) {
-    QuickSearchInput q;
-    q.messages = messages;
-    q.arrival = arrival;
-    q.from = from;
-    q.subject = subject;
-    q.body = body;
-    q.header_or_body = any;
-    q.text = text;
-    return q;
-  };
-  const Case cases[] = {
-      {in(kQuickAllMessages, kQuickAnyTime, false, false, false, false, ""), "ALL "},
-      {in(kQuickAllMessages, kQuickAnyTime, true, true, true, false, ""), "ALL "},  // boxes without text
-      {in(kQuickRead, kQuickAnyTime, false, false, false, false, ""), "SEEN "},
-      {in(kQuickUnread, kQuickDay, false, false, false, false, ""), "UNSEEN SINCE 29-Feb-2024 "},  // leap year
-      {in(kQuickAllMessages, kQuickWeek, false, false, false, false, ""), "SINCE 23-Feb-2024 "},
-      {in(kQuickAllMessages, kQuickAnyTime, true, false, true, true, "joe"), "TEXT \"joe\" "},
-      {in(kQuickAllMessages, kQuickAnyTime, false, true, false, false, "x"), "SUBJECT \"x\" "},
-      {in(kQuickAllMessages, kQuickAnyTime, false, true, true, false, "x"), "OR SUBJECT \"x\" BODY \"x\" "},
-      {in(kQuickRead, kQuickAnyTime, true, true, true, false, "a\"b"),
+  constexpr int kAll = kQuickAllMessages, kAny = kQuickAnyTime;
+  // Messages, arrival, the From, Subject, Body and Header-or-Body boxes, the text.
+  const std::pair<QuickSearchInput, const char*> cases[] = {
+      {{kAll, kAny, false, false, false, false, ""}, "ALL "},
+      {{kAll, kAny, true, true, true, false, ""}, "ALL "},  // boxes without text
+      {{kQuickRead, kAny, false, false, false, false, ""}, "SEEN "},
+      {{kQuickUnread, kQuickDay, false, false, false, false, ""}, "UNSEEN SINCE 29-Feb-2024 "},  // leap year
+      {{kAll, kQuickWeek, false, false, false, false, ""}, "SINCE 23-Feb-2024 "},
+      {{kAll, kAny, true, false, true, true, "joe"}, "TEXT \"joe\" "},
+      {{kAll, kAny, false, true, false, false, "x"}, "SUBJECT \"x\" "},
+      {{kAll, kAny, false, true, true, false, "x"}, "OR SUBJECT \"x\" BODY \"x\" "},
+      {{kQuickRead, kAny, true, true, true, false, "a\"b"},
        "SEEN OR TO \"a\\\"b\" OR FROM \"a\\\"b\" OR CC \"a\\\"b\" OR SUBJECT \"a\\\"b\" BODY \"a\\\"b\" "},
-      {in(kQuickAllMessages, kQuickAnyTime, true, false, false, false, "j"), "OR TO \"j\" OR FROM \"j\" CC \"j\" "},
+      {{kAll, kAny, true, false, false, false, "j"}, "OR TO \"j\" OR FROM \"j\" CC \"j\" "},
   };
-  for (const Case& c : cases) {
+  for (const auto& [in, expected] : cases) {
     std::string rule;
-    ASSERT_EQ(SRCH_QuickSearchRule(c.in, Noon(2024, 3, 1), &rule), 1);
-    EXPECT_EQ(rule, c.rule);
+    ASSERT_EQ(SRCH_QuickSearchRule(in, Noon(2024, 3, 1), &rule), 1);
+    EXPECT_EQ(rule, expected);
   }
-}
-
-TEST(QuickSearch, NewNames) {
-  using V = std::vector<std::string>;
-  EXPECT_EQ(searchCreateName(V{}), "Search1");
-  EXPECT_EQ(searchCreateName(V{"Search1", "Search3", "search2"}), "Search2");
-  EXPECT_EQ(searchCreateName(V{"Mine"}), "Search1");
+  EXPECT_EQ(searchCreateName({"Search1", "Search3", "search2"}), "Search2");
 }
 
 class SavedSearch : public nodestest::NodesTest {
@@ -265,11 +246,13 @@ TEST_F(SavedSearch, DeleteAsksAndRemoves) {
       }
       const int box = MM_FolOpen(local_, "Box");
       int deleted = 0;
-      for (unsigned long n = 1; n <= 3; ++n) deleted += MM_MsgIsDeleted(MM_UMIFromMsgno(box, n)) ? 1 : 0;
+      for (unsigned long n = 1; n <= 3; ++n) {
+        deleted += MM_MsgIsDeleted(MM_UMIFromMsgno(box, n)) ? 1 : 0;
+        MM_MsgClearFlag(MM_UMIFromMsgno(box, n), "\\Deleted");
+      }
       EXPECT_EQ(deleted, c.deleted_messages) << c.rule;
-      for (unsigned long n = 1; n <= 3; ++n) MM_MsgClearFlag(MM_UMIFromMsgno(box, n), "\\Deleted");
       MM_FolClose(box, 0);
-      if (searchFindByName("S")) searchDeleteOptions(searchFindByName("S"));
+      searchDeleteOptions(searchFindByName("S"));
       TREE_RemoveKidNodes(root);
     });
   }
