@@ -44,12 +44,6 @@ class SearchWindows : public ModelTest {
         for (const std::string& n : names)
           if (f->name == n) TREE_SelectNode(k, 1);
   }
-  static void Command(WINDOW win, int tag) {
-    EVENT ev{};
-    ev.type = E_COMMAND;
-    ev.v.cmd.tag = tag;
-    xvt_win_dispatch_event(win, &ev);
-  }
   static std::string Describe(WINDOW tree) {
     std::string out;
     MSG_DescribeTree(tree, &out);
@@ -68,7 +62,7 @@ TEST_F(SearchWindows, QuickSearchOpensAWindowOfWhatItFound) {
       xvt_test_click(d, kQuickCancel);
     });
     xvt_test_clear_posts();
-    Command(Top()->window, M_MSG_QUICK_SEARCH);
+    xvt_test_user_command(Top()->window, M_MSG_QUICK_SEARCH);
     EXPECT_EQ(searchIdList().size(), 0u);
 
     SelectFolders({"mail", "work"});
@@ -81,7 +75,7 @@ TEST_F(SearchWindows, QuickSearchOpensAWindowOfWhatItFound) {
       xvt_test_click(d, kQuickOk);
     });
     xvt_test_clear_posts();
-    Command(Top()->window, M_MSG_QUICK_SEARCH);
+    xvt_test_user_command(Top()->window, M_MSG_QUICK_SEARCH);
     const int id = searchFindByName("Search1");
     ASSERT_NE(id, 0) << Posts();
     std::string rule;
@@ -89,7 +83,6 @@ TEST_F(SearchWindows, QuickSearchOpensAWindowOfWhatItFound) {
     EXPECT_EQ(rule, "UNSEEN SUBJECT \"message 1\" ");
     EXPECT_EQ(searchGetOptionLevel(id), kOptSession);
     WINDOW win = xvt_test_find_window("Search : Search1");
-    ASSERT_NE(win, NULL_WIN);
     MsgWinInfo* info = MSG_WinInfo(win);
     ASSERT_NE(info, nullptr);
     EXPECT_EQ(info->type, kMsgWinSearch);
@@ -137,10 +130,7 @@ TEST_F(SearchWindows, PropertiesRefuseWhatCannotMakeASearch) {
         if (xvt_vobj_is_valid(d)) xvt_test_click(d, kPropsCancel);
       });
       // With no folder selected the menu item is greyed: the dialog is asked directly.
-      if (c.folders.empty())
-        INFO_SearchNew({});
-      else
-        Command(Top()->window, M_MSG_SAVED_SEARCH);
+      c.folders.empty() ? (void)INFO_SearchNew({}) : (void)xvt_test_user_command(Top()->window, M_MSG_SAVED_SEARCH);
       EXPECT_NE(said.find(c.said), std::string::npos) << c.name << ": " << said;
       EXPECT_EQ(searchFindByName("New") != 0, *c.said == 0) << c.name;
     }
