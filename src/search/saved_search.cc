@@ -288,6 +288,16 @@ int searchSaveSelectedRules(int id, const std::vector<std::string>& names) {
                                 searchGetOptionLevel(id) == kOptPermanent ? 1 : 0);
 }
 
+void searchRemoveRuleFromSearches(int rule_id) {
+  for (int id : searchIdList()) {
+    std::vector<int> rules = ReadIds(searchGetOption(id, "SearchIDList"));
+    auto it = std::find(rules.begin(), rules.end(), rule_id);
+    if (it == rules.end()) continue;
+    rules.erase(it);
+    searchSetOption(id, "SearchIDList", IdText(rules));
+  }
+}
+
 void searchRemoveFolderFromScope(int ms, const char* name) {
   const int number = MM_MSGetNumber(ms);
   for (int id : searchIdList()) {

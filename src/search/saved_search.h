@@ -66,6 +66,8 @@ int searchExpandSelectedFoldersByID(int id, const std::vector<std::string>& cano
 // The rules (names, kind "IMAP") of a search, and keeping them.
 std::vector<std::string> searchGetSelectedRules(int id);
 int searchSaveSelectedRules(int id, const std::vector<std::string>& names);
+// The rule leaves the SearchIDList of every search.
+void searchRemoveRuleFromSearches(int rule_id);
 // The folder leaves the scope of every search.
 void searchRemoveFolderFromScope(int ms, const char* name);
 // The search's options, its scope and the rules that were only for it (not

@@ -267,6 +267,10 @@ TEST_F(SavedSearch, OptionsWrittenAndFolderTableFollowsRenames) {
   EXPECT_EQ(searchGetSelectedFoldersByID(id), std::vector<std::string>{"Local!Crate"});
   foloptDeleteFolder(local_, "Crate");
   EXPECT_EQ(searchGetOption(id, "Scope"), "");
+  // A rule deleted leaves the search, and its number given out again does not join it.
+  ASSERT_TRUE(SRCH_DeleteRuleByName("IMAP", "KeptRule"));
+  ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", "Later", "ALL", "Message"));
+  EXPECT_EQ(searchGetSelectedRules(id), std::vector<std::string>{});
   EXPECT_EQ(searchRename(id, "Passing"), 0);
   EXPECT_EQ(searchRename(id, "Other"), 1);
   EXPECT_EQ(searchGetName(id), "Other");
