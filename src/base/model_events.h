@@ -75,6 +75,7 @@ enum ModelEventType {
   E_LOW_MEMORY = 74,
   E_SEARCH_NEW = 75,
   E_SEARCH_CLOSED = 76,
+  E_SEARCH_CLOSING = E_SEARCH_CLOSED,  // asks the search's node to put its contents away
   E_SEARCH_DELETED = 77,
   E_SEARCH_RENAMED = 78,
   E_SEARCH_WIN_CLOSING = 79,

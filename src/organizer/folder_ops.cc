@@ -13,6 +13,7 @@
 #include "src/base/trace.h"
 #include "src/options/options.h"
 #include "src/organizer/nodes.h"
+#include "src/search/saved_search.h"
 
 namespace {
 
@@ -323,6 +324,7 @@ void doFolderDeleted(TreeNode* node) {
   FolderNodeInfo* f = FOL_Info(node);
   if (!f) return;
   folderDeleteOptions(f->ms, f->name.c_str());
+  foloptDeleteFolder(f->ms, f->name.c_str());
   TREE_RemoveNode(node);
 }
 
@@ -332,6 +334,7 @@ void doFolderRenamed(TreeNode* node, const ModelEvent* ev) {
   const std::string old_name = ev->old_name, new_name = ev->new_name;
   const int from_ms = ev->from_ms, to_ms = ev->to_ms;
   folderMoveOptions(from_ms, old_name.c_str(), to_ms, new_name.c_str());
+  foloptRenameFolder(from_ms, old_name.c_str(), to_ms, new_name.c_str());
   const char delimiter = f->delimiter;
   if (from_ms != to_ms) {
     // Gone from this service; the other one lists it on its own.

@@ -228,7 +228,10 @@ GroupNodeInfo* GRP_Info(const TreeNode* node) {
 TreeNode* groupAdd(TreeNode* container, int ms_number, const char* folder, int id) {
   auto* g = new GroupNodeInfo;
   g->id = id;
-  auto key = [&](const char* attr) { return groupGetOptionName(1, ms_number, folder, id, attr); };
+  // A search's groups live under the search's own options.
+  const TreeNode* owner = TREE_GetOriginNode(container) ? TREE_GetOriginNode(container) : container;
+  const int kind = TREE_GetDataType(owner) == kNodeDataTypeSearch ? 2 : 1;
+  auto key = [&](const char* attr) { return groupGetOptionName(kind, ms_number, folder, id, attr); };
   g->name = id == kGroupMain ? "Main" : id == kGroupDeleted ? "Deleted" : Lookup(key("Name"));
   g->sort = MSG_SortOrderFromName(Lookup(key("Sort")).c_str());
   short hide = 0;

@@ -18,6 +18,7 @@
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 #include "src/search/search_dialog.h"
+#include "src/search/search_node.h"
 #include "src/viewer/viewer.h"
 
 namespace {
@@ -25,7 +26,7 @@ namespace {
 // What the selection of a window's tree holds.
 struct Selection {
   std::vector<TreeNode*> nodes;
-  bool service = false, folder = false, group = false, message = false;
+  bool service = false, folder = false, group = false, message = false, search = false;
   TreeNode* target = nullptr;  // the one selected line, else the root
 };
 
@@ -39,6 +40,7 @@ Selection Select(MsgWinInfo* info) {
       case kNodeDataTypeFolder: s.folder = true; break;
       case kNodeDataTypeGroup: s.group = true; break;
       case kNodeDataTypeMessage: s.message = true; break;
+      case kNodeDataTypeSearch: s.search = true; break;
       default: break;
     }
   }
@@ -46,7 +48,9 @@ Selection Select(MsgWinInfo* info) {
   return s;
 }
 
-bool IsContext(const MsgWinInfo* info) { return info->type == kMsgWinService || info->type == kMsgWinFolder; }
+bool IsContext(const MsgWinInfo* info) {
+  return info->type == kMsgWinService || info->type == kMsgWinFolder || info->type == kMsgWinSearch;
+}
 
 // The line a context window stands for.
 TreeNode* Origin(const MsgWinInfo* info) { return info->root ? TREE_GetOriginNode(info->root) : nullptr; }
@@ -78,6 +82,7 @@ enum Need {
   kOneNode,     // one service or folder line
   kMoveable,    // messages, or one folder
   kService,     // the selection (or window) lies in a service
+  kOneSearch,   // one saved search line, or a search window
 };
 
 struct CommandRule {
@@ -96,6 +101,7 @@ const CommandRule kRules[] = {
     {M_MSG_NEW_SERVICE, kNever},     {M_MSG_NEW_FOLDER, kService},     {M_MSG_NEW_GROUP, kNever},
     {M_MSG_MARK_SEEN, kMessage},     {M_MSG_MARK_FLAGGED, kMessage},   {M_MSG_MARK_ANSWERED, kMessage},
     {M_MSG_SAVE, kOneMessage},       {32008, kNever},
+    {M_MSG_SAVED_SEARCH, kFolderHere}, {M_MSG_QUICK_SEARCH, kAlways}, {M_MSG_SEARCH_PROPERTIES, kOneSearch},
 };
 
 bool Allowed(MsgWinInfo* info, const Selection& s, Need need) {
@@ -111,6 +117,7 @@ bool Allowed(MsgWinInfo* info, const Selection& s, Need need) {
     case kOneNode: return n == 1 && (s.service || s.folder);
     case kMoveable: return s.message || (n == 1 && s.folder);
     case kService: return n <= 1 && ServiceOf(n == 1 ? s.nodes[0] : Origin(info)) != INVALID_SERVICE;
+    case kOneSearch: return (n == 1 && s.search) || (n == 0 && info->type == kMsgWinSearch);
   }
   return false;
 }
@@ -236,6 +243,22 @@ void NewSearch(MsgWinInfo* info, const Selection& s) {
   SRCH_SearchDialog(refs);
 }
 
+// The selected folders (or the folder window's) as canonical names.
+std::vector<std::string> CanonicalFoldersHere(MsgWinInfo* info, const Selection& s) {
+  std::vector<std::string> out;
+  for (TreeNode* n : FoldersHere(info, s))
+    if (FolderNodeInfo* f = FOL_Info(n); f && f->selectable) {
+      const std::string c = MM_FolCanonNameBuild(f->ms, f->name.c_str());
+      if (!c.empty()) out.push_back(c);
+    }
+  return out;
+}
+
+void SearchProperties(MsgWinInfo* info, const Selection& s) {
+  SearchInfo* si = s.nodes.size() == 1 ? SRCH_NodeInfo(s.nodes[0]) : SRCH_NodeInfo(Origin(info));
+  if (si) searchInfo(si->id);
+}
+
 void CleanFolders(MsgWinInfo* info, const Selection& s) {
   const std::vector<TreeNode*> folders = FoldersHere(info, s);
   WIN_start_critical();
@@ -302,6 +325,9 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
       break;
     case M_MSG_NEW_FOLDER: doNewFolder(info); break;
     case M_MSG_NEW_SEARCH: NewSearch(info, s); break;
+    case M_MSG_SAVED_SEARCH: INFO_SearchNew(CanonicalFoldersHere(info, s)); break;
+    case M_MSG_QUICK_SEARCH: SRCH_QuickSearchDialog(CanonicalFoldersHere(info, s)); break;
+    case M_MSG_SEARCH_PROPERTIES: SearchProperties(info, s); break;
     case M_MSG_MARK_SEEN: FlipFlag(info, s, "\\Seen", kMsgRead); break;
     case M_MSG_MARK_FLAGGED: FlipFlag(info, s, "\\Flagged", kMsgFlagged); break;
     case M_MSG_MARK_ANSWERED: FlipFlag(info, s, "\\Answered", kMsgAnswered); break;
@@ -324,7 +350,8 @@ void doClose(MsgWinInfo* info) {
   xvt_progress_close();
   const Selection s = Select(info);
   if (s.nodes.empty()) {
-    if (info->type == kMsgWinService || info->type == kMsgWinFolder) closeMessageWindow(info->window);
+    if (info->type == kMsgWinService || info->type == kMsgWinFolder || info->type == kMsgWinSearch)
+      closeMessageWindow(info->window);
     return;
   }
   for (TreeNode* n : s.nodes) {
@@ -334,6 +361,10 @@ void doClose(MsgWinInfo* info) {
     }
     if (FOL_Info(n)) {
       folderClose(n);
+      break;
+    }
+    if (SearchInfo* si = SRCH_NodeInfo(n)) {
+      searchClose(si->id);
       break;
     }
   }
@@ -348,6 +379,7 @@ void doDelete(MsgWinInfo* info, int command) {
   TreeNode* origin = Origin(info);
   if (info->type == kMsgWinService && origin) serviceDelete(origin);
   if (info->type == kMsgWinFolder && origin) folderDelete(origin);
+  if (info->type == kMsgWinSearch && origin) searchDelete(origin);
 }
 
 void deleteSelectedNodes(MsgWinInfo* info, int command) {
@@ -365,6 +397,8 @@ void deleteSelectedNodes(MsgWinInfo* info, int command) {
       ok = folderDelete(n);
     else if (GRP_Info(n))
       ok = groupDelete(n);
+    else if (SRCH_NodeInfo(n))
+      ok = searchDelete(n);
     if (!ok || s.nodes.size() > 1) break;  // what is left of the list may be gone
   }
 }

@@ -11,6 +11,7 @@
 #include "src/organizer/msgwin.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
+#include "src/search/search_node.h"
 
 namespace {
 
@@ -40,6 +41,7 @@ std::string LineText(TreeNode* n) {
     }
     return text;
   }
+  if (SRCH_NodeInfo(n)) return searchLineText(n);
   if (GroupNodeInfo* g = GRP_Info(n)) {
     std::snprintf(buf, sizeof buf, "%s (%d)", g->name.c_str(), g->count);
     return buf;
@@ -77,12 +79,67 @@ WINDOW MSG_NodeWindow(const TreeNode* node) {
   return NULL_WIN;
 }
 
+namespace {
+
+// Makes the window of a context record whose root is set, and moves the
+// line's kids into it. Null (record and root freed) on failure.
+WINDOW MakeContextWindow(MsgWinInfo* info, TreeNode* node, const RCT* rect, unsigned long attributes,
+                         const std::string& title) {
+  const int n = static_cast<int>(Contexts().size());
+  RCT r{60 + 24 * n, 40 + 24 * n, 660 + 24 * n, 480 + 24 * n};
+  char state[20] = "Norm";
+  if (rect)
+    r = *rect;
+  else if (getWindowGeometry(info->slot, &r, state, sizeof state))
+    r = RCT{r.left + 24 * n, r.top + 24 * n, r.right + 24 * n, r.bottom + 24 * n};
+  TreeNode* root = info->root;
+  WINDOW win = createMessageOrganizerWindow(info, &r, title.c_str(),
+                                            WSF_SIZE | WSF_CLOSE | WSF_MAXIMIZABLE | attributes |
+                                                windowAttrForState(state),
+                                            kMsgMenuBar, 0);
+  if (!win) {
+    TREE_DestroyNode(root);
+    delete info;
+    return NULL_WIN;
+  }
+  Contexts().push_back(win);
+  TREE_MoveKids(root, node);
+  TREE_SetElsewhereRoot(node, root);
+  TREE_SetOpenElsewhere(node, true);
+  TREE_RedrawNode(node);
+  TREE_SetInitSelection(info->tree);
+  xvt_vobj_set_title(info->status, MSG_StatusText(info).c_str());
+  setSelectionMenus(info);
+  return win;
+}
+
+// A search's window: its lines as found, service and folder none.
+WINDOW OpenSearchWindow(TreeNode* node, const RCT* rect, unsigned long attributes) {
+  std::string title;
+  if (!searchPrepareWindow(node, &title)) return NULL_WIN;
+  if (TREE_IsOpen(node)) TREE_OpenSubtree(node, 0, 0);
+  auto* info = new MsgWinInfo;
+  info->type = kMsgWinSearch;
+  info->slot = kSlotSearch;
+  info->search = SRCH_NodeInfo(node)->id;
+  info->root = TREE_NewRootNode(0, nullptr, 0, nullptr, nullptr, nullptr);
+  if (!info->root) {
+    delete info;
+    return NULL_WIN;
+  }
+  TREE_SetOriginNode(info->root, node);
+  return MakeContextWindow(info, node, rect, attributes, title);
+}
+
+}  // namespace
+
 WINDOW MSG_OpenNodeWindow(TreeNode* node, const RCT* rect, unsigned long attributes) {
   if (WINDOW open = MSG_NodeWindow(node)) {
     xvt_vobj_raise(open);
     xvt_scr_set_focus_vobj(open);
     return open;
   }
+  if (SRCH_NodeInfo(node)) return OpenSearchWindow(node, rect, attributes);
   ServiceNodeInfo* s = SVC_Info(node);
   FolderNodeInfo* f = FOL_Info(node);
   if (!s && !f) return NULL_WIN;
@@ -104,34 +161,9 @@ WINDOW MSG_OpenNodeWindow(TreeNode* node, const RCT* rect, unsigned long attribu
     return NULL_WIN;
   }
   TREE_SetOriginNode(info->root, node);
-  const int n = static_cast<int>(Contexts().size());
-  RCT r{60 + 24 * n, 40 + 24 * n, 660 + 24 * n, 480 + 24 * n};
-  char state[20] = "Norm";
-  if (rect)
-    r = *rect;
-  else if (getWindowGeometry(info->slot, &r, state, sizeof state))
-    r = RCT{r.left + 24 * n, r.top + 24 * n, r.right + 24 * n, r.bottom + 24 * n};
   std::string title = s ? s->name
                         : folderDisplayName(f->ms, f->name.c_str(), f->delimiter) + " - " + MM_MSGetName(f->ms);
-  TreeNode* root = info->root;
-  WINDOW win = createMessageOrganizerWindow(info, &r, title.c_str(),
-                                            WSF_SIZE | WSF_CLOSE | WSF_MAXIMIZABLE | attributes |
-                                                windowAttrForState(state),
-                                            kMsgMenuBar, 0);
-  if (!win) {
-    TREE_DestroyNode(root);
-    delete info;
-    return NULL_WIN;
-  }
-  Contexts().push_back(win);
-  TREE_MoveKids(root, node);
-  TREE_SetElsewhereRoot(node, root);
-  TREE_SetOpenElsewhere(node, true);
-  TREE_RedrawNode(node);
-  TREE_SetInitSelection(info->tree);
-  xvt_vobj_set_title(info->status, MSG_StatusText(info).c_str());
-  setSelectionMenus(info);
-  return win;
+  return MakeContextWindow(info, node, rect, attributes, title);
 }
 
 void MSG_ReturnKidsAndDestroy(WINDOW win) {
@@ -173,6 +205,21 @@ void closeMessageWindow(WINDOW win) {
       if (folder && FOL_Info(origin)) folderCloseTree(origin);
       break;
     }
+    case kMsgWinSearch: {
+      saveWindowGeometry(info->slot, win);
+      ModelEvent* ev = MM_NotEventNew(E_SEARCH_WIN_CLOSING);
+      if (ev) {
+        ev->search = static_cast<int16_t>(info->search);
+        MM_NotEventPost(ev);
+        MM_NotEventFree(ev);
+      }
+      const int search = info->search;
+      MSG_ReturnKidsAndDestroy(win);
+      // As a folder window closes its folder, a search window lets its
+      // search's folders go; the line stays in the tree.
+      searchClose(search);
+      break;
+    }
     default: break;
   }
 }
@@ -189,6 +236,11 @@ std::string MSG_StatusText(MsgWinInfo* info) {
   }
   if (MSG_Info(about)) {
     TreeNode* container = messageContainer(about);
+    SearchInfo* si = SRCH_NodeInfo(container) ? SRCH_NodeInfo(container) : SRCH_NodeInfo(TREE_GetOriginNode(container));
+    if (si) {
+      std::snprintf(buf, sizeof buf, "%s: %ld messages, %ld unread", si->name.c_str(), si->count, si->unread);
+      return buf;
+    }
     FolderNodeInfo* f = FOL_Info(container) ? FOL_Info(container) : FOL_Info(TREE_GetOriginNode(container));
     if (f) {
       std::snprintf(buf, sizeof buf, "%s: %ld messages, %ld unread", folderDisplayName(f->ms, f->name.c_str(), f->delimiter).c_str(),
@@ -196,6 +248,10 @@ std::string MSG_StatusText(MsgWinInfo* info) {
       return buf;
     }
     return "1 message selected";
+  }
+  if (SearchInfo* si = SRCH_NodeInfo(about)) {
+    std::snprintf(buf, sizeof buf, "%s: %ld messages, %ld unread", si->name.c_str(), si->count, si->unread);
+    return buf;
   }
   if (FolderNodeInfo* f = FOL_Info(about)) {
     const std::string name = folderDisplayName(f->ms, f->name.c_str(), f->delimiter);

@@ -19,6 +19,7 @@
 #include "src/organizer/msgwin.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
+#include "src/search/search_node.h"
 #include "src/send/submit.h"
 
 // From node_draw.h, whose font slot names clash with the geometry slots.
@@ -99,6 +100,9 @@ const MENU_ITEM kMessageMenu[] = {
 
 const MENU_ITEM kSearchMenu[] = {
     {M_MSG_NEW_SEARCH, "~New Search...", false, false, false, nullptr},
+    {M_MSG_SAVED_SEARCH, "New ~Saved Search...", false, false, false, nullptr},
+    {M_MSG_QUICK_SEARCH, "~Quick Search...", true, false, false, nullptr},
+    {M_MSG_SEARCH_PROPERTIES, "Search ~Properties...", false, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 
@@ -168,6 +172,9 @@ void top_handleEvent(ModelEvent* ev, void*) {
       break;
     case E_MS_REOPEN: reopenMsgService(ev->ms); break;
     case E_MAIL_TIMER_CHANGED: set_mail_timer(1); break;
+    case E_SEARCH_NEW:
+      if (WINDOW tree = MSG_TopTree(); tree && ev->name) searchCreate(TREE_GetRoot(tree), ev->name);
+      break;
     case E_SHIP_SUNK:
       MSG_DestroyMailTimer();
       MM_NotUnregister(t.info_notifier);
@@ -424,6 +431,8 @@ void openMessageServicesWindow() {
     }
     TREE_ResumeUpdates(info->tree);
   }
+  // The saved searches stand after the services.
+  searchAppendNodes(info->root);
   if (!CENV_GetSuppressDesktopReload()) reloadMsgPositions(t.win, 0);
   UpdateStatus(info);
 }

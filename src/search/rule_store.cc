@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "src/options/options.h"
+#include "src/search/saved_search.h"
 #include "src/search/search_internal.h"
 #include "src/search/search_rules.h"
 
@@ -155,6 +156,9 @@ int SRCH_DeleteRuleByID(const char* scope, int id) {
     if (!WriteIds(list.c_str(), ids, level)) return 0;
   }
   if (!found) return Fail(kSrchErrNotFound);
+  // Ids are given out again: a saved search must not take up the next rule
+  // that gets this one's number.
+  if (std::string(scope) == "IMAP") searchRemoveRuleFromSearches(id);
   for (const char* attribute : {"Name", "Rule", "Target"}) {
     std::string key;
     SRCH_GetOptionName(scope, id, attribute, &key);
