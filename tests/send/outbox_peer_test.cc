@@ -20,30 +20,14 @@
 
 namespace {
 
-class OutboxPeer : public ModelTest {
+class OutboxPeer : public SmtpModelTest {
  protected:
-  void SetUp() override {
-    ModelTest::SetUp();
-    ASSERT_TRUE(sink_.Start());
-    tcp_tls_set_ca_file(sink_.env["CAFILE"].c_str());
-    Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
-    Opt_AssignString("General.DeliveryHost", ("127.0.0.1:" + sink_.env["PORT"]).c_str(), kOptPermanent, 0);
-    Opt_AssignString("Compose.SentmailFolder", "Local!sent", kOptPermanent, 0);
-    Opt_AssignString("Compose.DraftFolder", "Local!drafts", kOptPermanent, 0);
-    Opt_AssignString("General.OutboxFolder", "Local!outbox", kOptPermanent, 0);
-    for (const char* f : {"sent", "drafts", "outbox"}) ASSERT_TRUE(MM_FolCreate(local_, f, 1)) << f;
-  }
   void TearDown() override {
     SDDE_StopServer();
     SUBMIT_SetProgramForTest("");
     SDDE_SetWaitsForTest(0, 0);
     AUTH_ForgetLogin();
-    tcp_tls_set_ca_file(nullptr);
-    ModelTest::TearDown();
-  }
-  long Count(const char* folder) {
-    std::string full;
-    return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
+    SmtpModelTest::TearDown();
   }
   // Puts a message in the outbox the way the compose window does.
   void Queue(const char* subject, const char* to, int save, int priority = 1, int receipt = 0) {
@@ -63,7 +47,6 @@ class OutboxPeer : public ModelTest {
     return all;
   }
 
-  SmtpSink sink_;
 };
 
 TEST_F(OutboxPeer, EachQueuedMessageLeavesOrStays) {

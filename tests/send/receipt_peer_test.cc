@@ -11,22 +11,13 @@
 
 namespace {
 
-class Receipt : public ModelTest {
+class Receipt : public SmtpModelTest {
  protected:
-  void SetUp() override {
-    ModelTest::SetUp();
-    ASSERT_TRUE(sink_.Start());
-    tcp_tls_set_ca_file(sink_.env["CAFILE"].c_str());
-    Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
-    Opt_AssignString("General.DeliveryHost", ("127.0.0.1:" + sink_.env["PORT"]).c_str(), kOptPermanent, 0);
-  }
-  void TearDown() override { tcp_tls_set_ca_file(nullptr); ModelTest::TearDown(); }
   UMI Open(const std::string& headers, const char* from = "s@example.net") {
     const std::string name = "in" + std::to_string(++folders_);
     MakeFolder(name, {std::string("From: ") + from + "\r\n" + headers + "\r\nText\r\n"});
     return MM_UMIFromMsgno(MM_FolOpen(local_, name.c_str()), 1);
   }
-  SmtpSink sink_;
   int folders_ = 0;
 };
 

@@ -15,27 +15,11 @@
 
 namespace {
 
-class SendPeer : public ModelTest {
+class SendPeer : public SmtpModelTest {
  protected:
-  void SetUp() override {
-    ModelTest::SetUp();
-    ASSERT_TRUE(sink_.Start());
-    tcp_tls_set_ca_file(sink_.env["CAFILE"].c_str());
-    Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
-    Opt_AssignString("General.DeliveryHost", ("127.0.0.1:" + sink_.env["PORT"]).c_str(), kOptPermanent, 0);
-    Opt_AssignString("Compose.SentmailFolder", "Local!sent", kOptPermanent, 0);
-    Opt_AssignString("Compose.DraftFolder", "Local!drafts", kOptPermanent, 0);
-    Opt_AssignString("General.OutboxFolder", "Local!outbox", kOptPermanent, 0);
-    for (const char* f : {"sent", "drafts", "outbox"}) ASSERT_TRUE(MM_FolCreate(local_, f, 1)) << f;
-  }
   void TearDown() override {
-    tcp_tls_set_ca_file(nullptr);
     tcp_set_timeouts_for_test(0, 0, 0);
-    ModelTest::TearDown();
-  }
-  long Count(const char* folder) {
-    std::string full;
-    return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
+    SmtpModelTest::TearDown();
   }
   // To, Cc and Bcc, a subject, a text and an attachment of every byte value.
   Message* NewMessage(const char* to = "you") {
@@ -53,7 +37,6 @@ class SendPeer : public ModelTest {
     return r;
   }
 
-  SmtpSink sink_;
   std::string bytes_ = [] {
     std::string b;
     for (int i = 0; i < 70000; ++i) b += static_cast<char>(i * 13 % 256);

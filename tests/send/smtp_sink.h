@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "c-client/net/tcp.h"
+#include "src/options/options.h"
 #include "tests/model/model_fixture.h"
 
 struct SmtpSink {
@@ -53,4 +55,32 @@ struct SmtpSink {
     std::snprintf(text, sizeof text, "%06d.%s", n, ext);
     return text;
   }
+};
+
+// A model with local folders that sends through a sink of its own: the user's
+// address, the delivery host (STARTTLS, the sink's certificate trusted), and
+// the sent-mail, draft and outbox folders.
+class SmtpModelTest : public ModelTest {
+ protected:
+  void SetUp() override {
+    ModelTest::SetUp();
+    ASSERT_TRUE(sink_.Start());
+    tcp_tls_set_ca_file(sink_.env["CAFILE"].c_str());
+    Opt_AssignString("General.MailAddress", "me@example.org", kOptPermanent, 0);
+    Opt_AssignString("General.DeliveryHost", ("127.0.0.1:" + sink_.env["PORT"]).c_str(), kOptPermanent, 0);
+    Opt_AssignString("Compose.SentmailFolder", "Local!sent", kOptPermanent, 0);
+    Opt_AssignString("Compose.DraftFolder", "Local!drafts", kOptPermanent, 0);
+    Opt_AssignString("General.OutboxFolder", "Local!outbox", kOptPermanent, 0);
+    for (const char* f : {"sent", "drafts", "outbox"}) ASSERT_TRUE(MM_FolCreate(local_, f, 1)) << f;
+  }
+  void TearDown() override {
+    tcp_tls_set_ca_file(nullptr);
+    ModelTest::TearDown();
+  }
+  // Messages in a local folder, counted on disk; -1 for a bad name.
+  long Count(const char* folder) {
+    std::string full;
+    return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
+  }
+  SmtpSink sink_;
 };
