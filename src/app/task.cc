@@ -23,6 +23,7 @@
 #include "src/organizer/organizer.h"
 #include "src/base/tcl_interp.h"
 #include "src/script/tcl_window_cmds.h"
+#include "src/security/password_manager.h"
 #include "src/send/submit.h"
 
 namespace {
@@ -192,6 +193,10 @@ void OnCommand(WINDOW win, EVENT* ev) {
   }
   if (command == M_OPTIONS_LOAD) {
     LoadOptionsCommand();
+    return;
+  }
+  if (command == M_OPTIONS_CHANGE_PASSWORD) {
+    if (PWM_Enabled()) PWM_ChangePassword();
     return;
   }
   if (command == M_GO_ONLINE_OFFLINE) {

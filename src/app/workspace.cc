@@ -22,6 +22,7 @@
 #include "src/organizer/desktop.h"
 #include "src/organizer/organizer.h"
 #include "src/search/search_rules.h"
+#include "src/security/password_manager.h"
 #include "src/send/submit.h"
 
 namespace {
@@ -106,6 +107,7 @@ int InitWorkspace(WINDOW task_win) {
   // store exists, so that a new store (another configuration) has it too.
   Opt_AssignInt("General.TCPConnectOk", 1, kOptSession, 0);
   UpdateConnectionMenus();
+  xvt_menu_set_item_enabled(TASK_WIN, M_OPTIONS_CHANGE_PASSWORD, PWM_Enabled());
   PassFlagToMailLayer("General.NoIMAPAuth", 112);
   PassFlagToMailLayer("General.NoIMAPLogin", 114);
 

@@ -4,6 +4,7 @@
 //              stands for any tag, which is remembered
 //   "S: text"  sent with CRLF ("$T" is the tag, "$P" the one before it)
 //   "R: text"  sent as it stands;   "CLOSE"  hangs up
+// Lines end in CRLF unless another end is given (a bare LF protocol).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,28 +29,28 @@ inline Script operator+(Script a, const Script& b) {
 }
 
 struct FakeImapServer {
-  explicit FakeImapServer(Script script) {
+  explicit FakeImapServer(Script script, std::string line_end = "\r\n") : eol(std::move(line_end)) {
     name = "{127.0.0.1:" + std::to_string(server.port()) + "/notls}";
     server.Serve([this, script](int fd) { Serve(fd, script); });
   }
   void Finish() { server.Join(); }  // the script ran out, or a step was not met
   std::string Name(const std::string& box = "INBOX") const { return name + box; }
 
-  std::string name, buffer;
+  std::string eol, name, buffer;
   std::vector<std::string> received;      // the client's lines
   std::string mismatch = "not finished";  // the step not met; "" once all were
   tcptest::LoopbackServer server;         // last: gone first, with its thread
 
   bool ReadLine(int fd, std::string* line) {
     size_t crlf;
-    while ((crlf = buffer.find("\r\n")) == std::string::npos) {
+    while ((crlf = buffer.find(eol)) == std::string::npos) {
       char chunk[4096];
       ssize_t got = tcptest::Readable(fd, 10000) ? ::recv(fd, chunk, sizeof chunk, 0) : 0;
       if (got <= 0) return false;
       buffer.append(chunk, static_cast<size_t>(got));
     }
     *line = buffer.substr(0, crlf);
-    buffer.erase(0, crlf + 2);
+    buffer.erase(0, crlf + eol.size());
     return true;
   }
   void Serve(int fd, const Script& script) {
@@ -72,7 +73,7 @@ struct FakeImapServer {
       }
       for (size_t at; (at = body.find("$T")) != std::string::npos;) body.replace(at, 2, tag);
       for (size_t at; (at = body.find("$P")) != std::string::npos;) body.replace(at, 2, previous);
-      tcptest::SendAll(fd, step[0] == 'S' ? body + "\r\n" : body);
+      tcptest::SendAll(fd, step[0] == 'S' ? body + eol : body);
     }
     mismatch = "";
     // Give the client's last words a moment before the line drops.
