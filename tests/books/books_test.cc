@@ -12,6 +12,7 @@
 #include "rclib/safe_file.h"
 #include "src/books/address_model.h"
 #include "src/books/book_import.h"
+#include "src/books/book_window.h"
 #include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "tests/model/model_fixture.h"
@@ -467,6 +468,38 @@ TEST_F(BookImportTest, ExportThenImportGivesTheSameEntries) {
   EXPECT_NE(Posts().find("The entry \"odd\" holds a line end"), std::string::npos);
   EXPECT_EQ(ReadFile(path).find("odd"), std::string::npos);
   EXPECT_NE(ReadFile(path).find("(Name\tempty\nMember\t()\n)\n"), std::string::npos);
+}
+
+TEST_F(BooksTest, WindowMakesAndEditsAPersonKeptInTheBookFiles) {
+  ASSERT_EQ(Book("b"), 1);  // the window shows the first book chosen
+  const auto person = [](const char* name, const char* email, const char* key, const char* value) {
+    xvt_test_push_dialog(kPersonRid, [=](WINDOW dlg) {
+      if (name) xvt_test_type(dlg, kPwName, name);
+      xvt_test_type(dlg, kPwEmail, email);
+      xvt_test_type(dlg, kPwOtherKey, key);
+      xvt_test_type(dlg, kPwOtherValue, value);
+      xvt_test_click(dlg, kPwSetOther);
+      xvt_test_click(dlg, kPwSave);
+    });
+  };
+  xvt_test_push_dialog(kBookWindowRid, [&](WINDOW win) {
+    person("Ann Lee", "ann@x.org", "Phone", "123");
+    xvt_test_click(win, kBwNewPerson);
+    xvt_test_select(win, kBwEntries, 0);
+    person("Ann B Lee", "ann@y.org", "Phone", "");  // renamed, address changed, Phone removed
+    xvt_test_click(win, kBwOpen);
+    xvt_test_click(win, kBwClose);
+  });
+  XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+  xvt_test_set_run_hook([] { ABK_BookWindow(); });
+  xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
+  // Read back from the files by a fresh model.
+  ABK_shutdown();
+  ASSERT_EQ(ABK_init(), 1);
+  const int id = ABK_openBook("b");
+  EXPECT_EQ(Names(AM_EntryGetEntries(id)), "Ann B Lee");
+  EXPECT_EQ(Attrs(id, "Ann B Lee"), "Email=ann@y.org;");
+  EXPECT_EQ(Posts(), "dialog: Address Books\ndialog: Person\ndialog: Person\n");  // nothing refused
 }
 
 }  // namespace
