@@ -22,6 +22,7 @@
 #include "src/options/session.h"
 #include "src/organizer/organizer.h"
 #include "src/base/tcl_interp.h"
+#include "src/books/book_window.h"
 #include "src/script/tcl_window_cmds.h"
 #include "src/security/password_manager.h"
 #include "src/send/submit.h"
@@ -31,6 +32,7 @@ namespace {
 const MENU_ITEM kFileMenu[] = {
     {M_GO_ONLINE_OFFLINE, "~Go Offline", true, false, false, nullptr},
     {M_SEND_QUEUE_NOW, "Send ~Queue Now", true, false, false, nullptr},
+    {M_ADDRESS_BOOKS, "~Address Books...", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_FILE_PRINT, "~Print...", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
@@ -197,6 +199,10 @@ void OnCommand(WINDOW win, EVENT* ev) {
   }
   if (command == M_OPTIONS_CHANGE_PASSWORD) {
     if (PWM_Enabled()) PWM_ChangePassword();
+    return;
+  }
+  if (command == M_ADDRESS_BOOKS) {
+    ABK_BookWindow();
     return;
   }
   if (command == M_GO_ONLINE_OFFLINE) {

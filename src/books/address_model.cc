@@ -577,27 +577,79 @@ void Addresses(const AddressEntry& e, int depth, std::vector<std::string>* seen,
 
 }  // namespace
 
-int AM_LookupAddresses(const std::string& name, int fields, std::vector<std::pair<std::string, std::string>>* hits) {
-  // Only a plain name: the criteria have no escape for quotes or wildcards.
-  if (!g_local || !g_enable_local || name.empty() || name.size() >= 200 ||
-      name.find_first_of("\"*?|\n") != std::string::npos)
-    return 0;
-  const EntryList saved = g_search;
-  AM_SearchStart();
+namespace {
+
+// A search option: its value, with the default stored when it is missing.
+int SearchSwitch(const char* name) {
+  short on = 1;
+  if (!Opt_LookupBoolean(name, &on, kOptSession)) {
+    Opt_AssignBoolean(name, 1, kOptPermanent, 0);
+    on = 1;
+  }
+  return on ? 1 : 0;
+}
+
+std::string SearchType() {
+  std::string type = Opt_LookupText("AddrBook.SearchType", kOptSession);
+  if (type.empty()) {
+    type = "Starts With";
+    Opt_AssignString("AddrBook.SearchType", type.c_str(), kOptPermanent, 0);
+  }
+  return type;
+}
+
+}  // namespace
+
+int ABK_ResolveAddress(const std::string& mailbox, const std::string& host, ResolvedAddresses* hits) {
+  // The criteria have no escape for quotes and bars; such text is never a
+  // book name, so it is not looked up rather than searched wrongly.
+  const auto plain = [](const std::string& s) {
+    return s.size() < 200 && std::none_of(s.begin(), s.end(), [](char c) {
+             return c == '"' || c == '|' || static_cast<unsigned char>(c) < 32;
+           });
+  };
+  if (!g_local || !g_enable_local || mailbox.empty() || !plain(mailbox) || !plain(host)) return 0;
+  const int by_name = SearchSwitch("AddrBook.SearchName");
+  const int by_alias = SearchSwitch("AddrBook.SearchAlias");
+  const int by_email = SearchSwitch("AddrBook.SearchEmail");
+  const std::string type = SearchType();
+  const bool leading = type == "Ends With" || type == "Contains";
+  const bool trailing = type == "Starts With" || type == "Contains";
+  std::string pattern = std::string(leading ? "*" : "") + mailbox;
+  if (!host.empty() && host[0] != ' ') pattern += "@" + host;
+  if (trailing) pattern += "*";
+
+  // Every book takes part unless its AddrBook.SearchFlag.<book> is off.
   for (const std::string& book : FindBooks(g_local, "*")) {
     const int id = ABK_openBook(book.c_str());
     if (!id) continue;
-    const std::pair<int, const char*> wanted[] = {{1, "Name"}, {2, "Alias"}, {4, "Email"}};
-    for (const auto& [bit, attribute] : wanted)
-      if (fields & bit) AM_Search(id, ("\"" + std::string(attribute) + "\" \"" + name + "\"").c_str());
+    short flag = 1;
+    Opt_LookupBoolean(("AddrBook.SearchFlag." + book).c_str(), &flag, kOptSession);
+    g_slots[id - 1].search = flag ? 1 : 0;
+  }
+  const EntryList saved = g_search;  // a search window's results stay
+  AM_SearchStart();
+  const std::pair<int, const char*> wanted[] = {{by_name, "Name"}, {by_alias, "Alias"}, {by_email, "Email"}};
+  for (int id = 1; id < kMaxBooks; ++id) {
+    if (!g_slots[id - 1].open || !g_slots[id - 1].search) continue;
+    for (const auto& [on, attribute] : wanted) {
+      if (!on) continue;
+      const std::string criterion = "\"" + std::string(attribute) + "\" \"" + pattern + "\"";
+      if (AM_Search(id, criterion.c_str()) == kSearchFailed) {
+        AM_SearchCleanup();
+        g_search = saved;
+        return 0;
+      }
+    }
   }
   const EntryList found = AM_SearchGetList();
+  AM_SearchCleanup();
   g_search = saved;
   for (const AddressEntry& e : found) {
     std::vector<std::string> seen;
     Addresses(e, 0, &seen, hits);
   }
-  Trace(kTraceBooks, kTraceMedium, "AM_LookupAddresses: '%s' gave %zu entries, %zu addresses\n", name.c_str(), found.size(),
-        hits->size());
+  Trace(kTraceBooks, kTraceMedium, "ABK_ResolveAddress: '%s' gave %zu entries, %zu addresses\n", pattern.c_str(),
+        found.size(), hits->size());
   return hits->empty() ? 0 : 1;
 }

@@ -34,6 +34,7 @@ struct BOOK_SLOT {
   int16_t open = 0;
   std::string rights;
   EntryList entries;  // for the window
+  int search = 1;     // takes part in address lookups
 };
 
 struct AM_ACL {
@@ -95,7 +96,10 @@ int AM_EntryRemove(const AddressEntry& entry);
 int AM_EntryChangeType(AddressEntry& entry);
 void AM_DestroyEntryList(EntryList& list);
 
-// For compose: the addresses a typed name stands for in the books. Each hit
-// is (personal name, email); a list gives its members. fields: 1 entry
-// names, 2 "Alias", 4 "Email". 1 found, 0 not.
-int AM_LookupAddresses(const std::string& name, int fields, std::vector<std::pair<std::string, std::string>>* hits);
+// The addresses a typed address stands for in the books, searched as the
+// AddrBook.Search* options say (by name, alias and email; "Exact Match",
+// "Starts With", "Ends With" or "Contains") in every book whose
+// AddrBook.SearchFlag.<book> is not off. Each hit is (personal name,
+// email); a list gives its members. 1 found, 0 not.
+using ResolvedAddresses = std::vector<std::pair<std::string, std::string>>;
+int ABK_ResolveAddress(const std::string& mailbox, const std::string& host, ResolvedAddresses* hits);

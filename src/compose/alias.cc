@@ -44,8 +44,8 @@ int OptionTable(const std::string& name, int fields, std::vector<AliasEntry>* hi
 }
 
 int BooksThenOptions(const std::string& name, int fields, std::vector<AliasEntry>* hits) {
-  std::vector<std::pair<std::string, std::string>> found;
-  if (AM_LookupAddresses(name, fields, &found)) {
+  ResolvedAddresses found;
+  if ((fields & (kAliasName | kAliasAlias | kAliasEmail)) && ABK_ResolveAddress(name, "", &found)) {
     for (auto& [personal, email] : found) hits->push_back(AliasEntry{std::move(personal), std::move(email)});
     return 1;
   }

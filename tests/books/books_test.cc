@@ -11,6 +11,8 @@
 #include "isam/isamv3/isam.h"
 #include "rclib/safe_file.h"
 #include "src/books/address_model.h"
+#include "src/books/book_import.h"
+#include "src/books/book_window.h"
 #include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "tests/model/model_fixture.h"
@@ -336,7 +338,7 @@ TEST_F(BooksTest, ComposeExpandsNamesFromTheBooks) {
     const char* out;
   } cases[] = {
       {"team", all, 1, "Ann Lee <ann@x.org>, bob <bob@y.org>"},
-      {"team", kAliasEmail, 1, "team"},
+      {"team", 0, 1, "team"},  // no field chosen: nothing looked up
       {"annie, carl", all, 1, "Ann Lee <ann@x.org>, Carl <carl@z.org>"},
       {"bob", all, 1, "bob <bob@y.org>"},  // the book before the option
       {"nobody", all, 1, "nobody"},
@@ -348,6 +350,156 @@ TEST_F(BooksTest, ComposeExpandsNamesFromTheBooks) {
     EXPECT_EQ(out, c.out) << c.in;
   }
   EXPECT_NE(Posts().find("matched address entry 'nomail', but email field is blank"), std::string::npos) << Posts();
+}
+
+TEST_F(BooksTest, ResolveAddressBySearchTypeAndBook) {
+  const int id = Book("b");
+  ASSERT_EQ(Store(id, "Ann Lee", {{"Email", "ann@x.org"}, {"Alias", "annie"}}), 1);
+  ASSERT_EQ(Store(id, "bob", {{"Email", "bob@y.org"}}), 1);
+  ASSERT_EQ(Store(id, "rob", {{"Email", "robert@z.org"}}), 1);
+  ASSERT_EQ(Store(id, "crew", {{"member", "Ann Lee\nbob\n"}}), 1);
+  ASSERT_EQ(Store(Book("off"), "anna", {{"Email", "anna@o.org"}}), 1);
+  // A lookup with no options set stores their defaults.
+  ResolvedAddresses none;
+  EXPECT_EQ(ABK_ResolveAddress("zzz", "", &none), 0);
+  EXPECT_EQ(Opt_LookupText("AddrBook.SearchType", kOptSession), "Starts With");
+  EXPECT_EQ(Opt_LookupText("AddrBook.SearchAlias", kOptSession), "1");
+  const struct {
+    const char* type;
+    int name, alias, email, off_book;
+    const char *mailbox, *host, *found;
+  } cases[] = {
+      {"Starts With", 1, 1, 1, 0, "ann", "", "Ann Lee <ann@x.org>;"},
+      {"Starts With", 1, 1, 1, 1, "ann", "", "Ann Lee <ann@x.org>;anna <anna@o.org>;"},
+      {"Exact Match", 1, 1, 1, 0, "ann", "", ""},
+      {"Exact Match", 0, 0, 1, 0, "ann", "x.org", "Ann Lee <ann@x.org>;"},
+      {"Starts With", 0, 0, 1, 0, "ann", " x.org", "Ann Lee <ann@x.org>;"},  // a host starting with a blank is left out
+      {"Exact Match", 0, 1, 0, 0, "annie", "", "Ann Lee <ann@x.org>;"},
+      {"Exact Match", 1, 0, 1, 0, "annie", "", ""},
+      {"Ends With", 1, 0, 0, 0, "ob", "", "bob <bob@y.org>;rob <robert@z.org>;"},
+      {"Ends With", 0, 0, 1, 0, "z.org", "", "rob <robert@z.org>;"},
+      {"Contains", 0, 0, 1, 0, "ert", "", "rob <robert@z.org>;"},
+      {"Contains", 1, 1, 0, 0, "ert", "", ""},
+      {"Exact Match", 1, 1, 1, 0, "crew", "", "Ann Lee <ann@x.org>;bob <bob@y.org>;"},
+      {"Exact Match", 1, 1, 1, 0, "cr\"ew", "", ""},
+  };
+  for (const auto& c : cases) {
+    Opt_AssignString("AddrBook.SearchType", c.type, kOptSession, 0);
+    Opt_AssignBoolean("AddrBook.SearchName", c.name, kOptSession, 0);
+    Opt_AssignBoolean("AddrBook.SearchAlias", c.alias, kOptSession, 0);
+    Opt_AssignBoolean("AddrBook.SearchEmail", c.email, kOptSession, 0);
+    Opt_AssignBoolean("AddrBook.SearchFlag.off", c.off_book, kOptSession, 0);
+    ResolvedAddresses hits;
+    EXPECT_EQ(ABK_ResolveAddress(c.mailbox, c.host, &hits), *c.found ? 1 : 0) << c.type << " " << c.mailbox;
+    std::string got;
+    for (const auto& [personal, email] : hits) got += personal + " <" + email + ">;";
+    EXPECT_EQ(got, c.found) << c.type << " " << c.mailbox << "@" << c.host;
+  }
+}
+
+class BookImportTest : public BooksTest {
+ protected:
+  std::string Write(const std::string& name, const std::string& text) {
+    const std::string path = home_ + "/" + name;
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  static std::string All(int id) {
+    std::string out;
+    for (const AddressEntry& e : AM_EntryGetEntries(id)) out += e.name + ":" + Attrs(id, e.name.c_str()) + "\n";
+    return out;
+  }
+};
+
+TEST_F(BookImportTest, ImportsEntriesAndTellsWhatItSkipped) {
+  const int id = Book("b");
+  const std::string file = Write("in.txt",
+                                 "\n(Name\tAnn Lee\nEmail\t ann@x.org \nAlias\tannie\nPhone\t+1 (555) 123\n)\n\n\n"
+                                 "Name bob\n"
+                                 "\r\n(entryname\tcrew\nMember\t(Ann Lee, bob, Ann Lee)\n)\n"
+                                 "Email no@name.org\n"
+                                 "(Name\tbig\nNote\t" + std::string(60001, 'x') + ")\n"
+                                 "(Name\tbad\x01guy\nEmail\tb@x.org)\n"
+                                 "NAME after\n"
+                                 "(Name\tlost\nEmail\tx");
+  xvt_test_push_answer(RESP_2);  // the bad characters: do not cancel
+  EXPECT_EQ(ABK_Import(id, file.c_str()), 1);
+  EXPECT_EQ(All(id),
+            "Ann Lee:Email=ann@x.org;Alias=annie;Phone=+1 (555) 123;\n"
+            "after:Email=;\n"  // a name alone makes a person to fill in
+            "badguy:Email=b@x.org;\n"
+            "bob:Email=;\n"
+            "crew:member=Ann Lee\nbob\n;\n");
+  const std::string posts = Posts();
+  for (const char* told : {"Duplicate \"Ann Lee\" entry found in \"crew\" list", "Error parsing entry #4, skipping",
+                           "Entry #5 too big to import, skipping", "entry #6 in file '" /* asked */,
+                           "has 1 bad characters out of a total 29, cancel import?",
+                           "Error reading size of entry #8, skipping"})
+    EXPECT_NE(posts.find(told), std::string::npos) << told << "\n" << posts;
+
+  // Yes to the question stops the import there; a missing file or book is told.
+  const int other = Book("c");
+  const std::string bad = Write("bad.txt", "Name one\nName t\x02wo\nName three\n");
+  xvt_test_push_answer(RESP_DEFAULT);
+  EXPECT_EQ(ABK_Import(other, bad.c_str()), 0);
+  EXPECT_EQ(Names(AM_EntryGetEntries(other)), "one");
+  EXPECT_EQ(ABK_Import(0, bad.c_str()), 0);
+  EXPECT_EQ(ABK_Import(other, (home_ + "/none.txt").c_str()), 0);
+  EXPECT_NE(Posts().find("Error opening import file '" + home_ + "/none.txt', exiting"), std::string::npos);
+}
+
+TEST_F(BookImportTest, ExportThenImportGivesTheSameEntries) {
+  const int id = Book("b");
+  ASSERT_EQ(Store(id, "Ann Lee", {{"Email", "ann@x.org"}, {"Alias", "annie"}, {"Note", "two  blanks "}}), 1);
+  ASSERT_EQ(Store(id, "bob", {{"Email", "bob@y.org"}, {"Phone", ""}}), 1);
+  ASSERT_EQ(Store(id, "crew", {{"member", "Ann Lee\nbob\n"}, {"Note", "team"}}), 1);
+  ASSERT_EQ(ABK_NewList(id, "empty"), 1);
+  const std::string path = home_ + "/out.txt";
+  ASSERT_EQ(ABK_Export(id, path.c_str()), 1);
+  EXPECT_EQ(ReadFile(path).substr(0, 60), "(Name\tAnn Lee\nEmail\tann@x.org\nAlias\tannie\nNote\ttwo  blanks \n");
+  const int copy = Book("copy");
+  ASSERT_EQ(ABK_Import(copy, path.c_str()), 1);
+  EXPECT_EQ(All(copy), All(id));
+  EXPECT_EQ(Posts(), "");
+
+  // An entry the format cannot carry is left out and told; the rest is written.
+  ASSERT_EQ(Store(id, "odd", {{"Note", "line\nbreak"}}), 1);
+  EXPECT_EQ(ABK_Export(id, path.c_str()), 0);
+  EXPECT_NE(Posts().find("The entry \"odd\" holds a line end"), std::string::npos);
+  EXPECT_EQ(ReadFile(path).find("odd"), std::string::npos);
+  EXPECT_NE(ReadFile(path).find("(Name\tempty\nMember\t()\n)\n"), std::string::npos);
+}
+
+TEST_F(BooksTest, WindowMakesAndEditsAPersonKeptInTheBookFiles) {
+  ASSERT_EQ(Book("b"), 1);  // the window shows the first book chosen
+  const auto person = [](const char* name, const char* email, const char* key, const char* value) {
+    xvt_test_push_dialog(kPersonRid, [=](WINDOW dlg) {
+      if (name) xvt_test_type(dlg, kPwName, name);
+      xvt_test_type(dlg, kPwEmail, email);
+      xvt_test_type(dlg, kPwOtherKey, key);
+      xvt_test_type(dlg, kPwOtherValue, value);
+      xvt_test_click(dlg, kPwSetOther);
+      xvt_test_click(dlg, kPwSave);
+    });
+  };
+  xvt_test_push_dialog(kBookWindowRid, [&](WINDOW win) {
+    person("Ann Lee", "ann@x.org", "Phone", "123");
+    xvt_test_click(win, kBwNewPerson);
+    xvt_test_select(win, kBwEntries, 0);
+    person("Ann B Lee", "ann@y.org", "Phone", "");  // renamed, address changed, Phone removed
+    xvt_test_click(win, kBwOpen);
+    xvt_test_click(win, kBwClose);
+  });
+  XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+  xvt_test_set_run_hook([] { ABK_BookWindow(); });
+  xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
+  // Read back from the files by a fresh model.
+  ABK_shutdown();
+  ASSERT_EQ(ABK_init(), 1);
+  const int id = ABK_openBook("b");
+  EXPECT_EQ(Names(AM_EntryGetEntries(id)), "Ann B Lee");
+  EXPECT_EQ(Attrs(id, "Ann B Lee"), "Email=ann@y.org;");
+  EXPECT_EQ(Posts(), "dialog: Address Books\ndialog: Person\ndialog: Person\n");  // nothing refused
 }
 
 }  // namespace
