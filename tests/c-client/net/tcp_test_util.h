@@ -73,24 +73,6 @@ inline std::string ReadLine(int fd, int limit_ms = 10000) {
 
 inline sockaddr_in Loopback4(unsigned short port) { return sockaddr_in{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}; }
 
-// Runs a script of tests/peers with these arguments: what it printed,
-// errors included; its KEY=VALUE lines go into values.
-inline std::string RunPeerScript(const std::string& script, const std::string& args,
-                                 std::map<std::string, std::string>* values = nullptr) {
-  std::string out;
-  const std::string path = VELMAR_TEST_DATA_DIR "/../peers/" + script;
-  if (FILE* p = ::popen(("bash '" + path + "' " + args + " 2>&1").c_str(), "r")) {
-    char buffer[512];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
-    ::pclose(p);
-  }
-  std::istringstream lines(out);
-  for (std::string line; values && std::getline(lines, line);)
-    if (size_t eq = line.find('='); eq != std::string::npos && eq > 0)
-      (*values)[line.substr(0, eq)] = line.substr(eq + 1);
-  return out;
-}
-
 // The next read ends the stream at once, without spinning (CPU time of
 // this thread shows that even when the read ends in time). A read that
 // hangs ends the test process in seconds, with a message, instead of

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/c-client/net/tcp_test_util.h"
+#include "tests/support/peer_script.h"
 
 namespace {
 
