@@ -21,28 +21,17 @@ OTHER_NAME=otheruser
 PASSWORD=secret
 START_TIMEOUT=${IMAP_START_TIMEOUT:-20}
 
-die() { echo "imap-dovecot.sh: $*" >&2; exit 1; }
-
-usage() {
-  echo "usage: imap-dovecot.sh start [DIR] | stop DIR | seed DIR N [MAILBOX [USER]]" >&2
-  exit 2
-}
+PEER_NAME=imap-dovecot.sh
+PEER_USAGE="start [DIR] | stop DIR | seed DIR N [MAILBOX [USER]]"
+# shellcheck source=peer_lib.sh
+. "$(dirname "$0")/peer_lib.sh"
 
 find_dovecot() {
   DOVECOT=$(command -v dovecot || true)
   [[ -z $DOVECOT && -x /usr/sbin/dovecot ]] && DOVECOT=/usr/sbin/dovecot
   [[ -n $DOVECOT ]] || die "dovecot is not installed: install the package dovecot-imapd (scripts/install-deps does)"
-  command -v openssl >/dev/null || die "openssl is not installed: install the package openssl"
+  need openssl openssl
   [[ -x $PY ]] || die "$PY is missing: install the package python3"
-}
-
-# Two distinct free loopback ports. The kernel picks them; they are released
-# before dovecot binds them, and the probe below catches the rare clash.
-free_ports() {
-  "$PY" -c 'import socket
-s = [socket.socket() for _ in range(2)]
-for x in s: x.bind(("127.0.0.1", 0))
-print(*(x.getsockname()[1] for x in s))'
 }
 
 # Root may not run imap-login or own mail, so the server's own users take
@@ -171,27 +160,14 @@ cmd_start() {
   find_dovecot
   pick_users
   local d
-  if [[ $# -ge 1 ]]; then
-    d=$1
-    mkdir -p "$d"
-  else
-    d=$(mktemp -d "${TMPDIR:-/tmp}/velmar-imap.XXXXXX")
-  fi
-  d=$(cd "$d" && pwd)
-  [[ -f $d/dovecot.pid ]] && kill -0 "$(cat "$d/dovecot.pid")" 2>/dev/null &&
-    die "a server is already running in $d (pid $(cat "$d/dovecot.pid"))"
+  d=$(server_dir velmar-imap "$@")
+  not_running "$d/dovecot.pid"
   # The login and mail processes run as other users and must reach DIR.
   chmod 755 "$d"
   mkdir -p "$d/run" "$d/state" "$d/log" "$d"/mail/{"$USER_NAME","$OTHER_NAME"}/Maildir/{cur,new,tmp}
 
-  if [[ ! -f $d/cert.pem ]]; then
-    openssl req -x509 -newkey rsa:2048 -nodes -days 30 -subj "/CN=127.0.0.1" \
-      -addext "subjectAltName=IP:127.0.0.1,DNS:localhost" \
-      -keyout "$d/key.pem" -out "$d/cert.pem" >"$d/log/openssl.log" 2>&1 ||
-      die "openssl could not make the test certificate (see $d/log/openssl.log)"
-  fi
+  self_signed "$d"
   chmod 644 "$d/cert.pem"
-  chmod 600 "$d/key.pem"
   # {PLAIN} keeps the secret usable for CRAM-MD5 as well as for LOGIN.
   printf '%s:{PLAIN}%s::::::\n' "$USER_NAME" "$PASSWORD" "$OTHER_NAME" "$PASSWORD" >"$d/users"
   chmod 644 "$d/users"
@@ -207,12 +183,7 @@ cmd_start() {
     setsid "$DOVECOT" -F -c "$d/dovecot.conf" >>"$d/log/stdout.log" 2>&1 </dev/null &
     pid=$!
     echo "$pid" >"$d/dovecot.pid"
-    local waited
-    for ((waited = 0; waited < START_TIMEOUT * 10; waited++)); do
-      kill -0 "$pid" 2>/dev/null || break
-      probe_login "$port" && break 2
-      sleep 0.1
-    done
+    wait_ready "$pid" "$START_TIMEOUT" probe_login "$port" && break
     { kill "$pid" && wait "$pid"; } 2>/dev/null || true
     tries=$((tries + 1))
     # A port taken between our choice and dovecot's bind: try new ones.
@@ -225,52 +196,16 @@ cmd_start() {
     exit 1
   done
 
-  cat >"$d/env" <<EOF
-DIR=$d
-PID=$pid
-HOST=127.0.0.1
-PORT=$port
-SSLPORT=$sslport
-USER=$USER_NAME
-PASSWORD=$PASSWORD
-OTHERUSER=$OTHER_NAME
-CAFILE=$d/cert.pem
-MAILDIR=$d/mail/$USER_NAME/Maildir
-EOF
-  cat "$d/env"
-}
-
-# Running, and not a zombie waiting for a parent that never reaps (a
-# container's init may not).
-alive() {
-  kill -0 "$1" 2>/dev/null || return 1
-  local state
-  state=$(sed -n 's/^State:[[:space:]]*\([A-Z]\).*/\1/p' "/proc/$1/status" 2>/dev/null)
-  [[ $state != Z ]]
+  print_env "$d" "DIR=$d" "PID=$pid" HOST=127.0.0.1 "PORT=$port" "SSLPORT=$sslport" "USER=$USER_NAME" \
+    "PASSWORD=$PASSWORD" "OTHERUSER=$OTHER_NAME" "CAFILE=$d/cert.pem" "MAILDIR=$d/mail/$USER_NAME/Maildir"
 }
 
 cmd_stop() {
   [[ $# -eq 1 ]] || usage
-  local d=$1 pid
-  [[ -f $d/dovecot.pid ]] || { echo "imap-dovecot.sh: no server recorded in $d" >&2; return 0; }
-  pid=$(cat "$d/dovecot.pid")
-  # Only our own master: its command line names our config file.
-  if kill -0 "$pid" 2>/dev/null && tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null | grep -qF -- "$d/dovecot.conf"; then
-    kill -TERM "$pid" 2>/dev/null || true
-    local i
-    for ((i = 0; i < 100; i++)); do
-      alive "$pid" || break
-      sleep 0.1
-    done
-    if alive "$pid"; then
-      echo "imap-dovecot.sh: dovecot $pid did not stop in 10 s; killing it" >&2
-      kill -KILL "$pid" 2>/dev/null || true
-    fi
-    # What is left of the group (the processes of open connections) goes too,
-    # so that a client sees the server go away.
-    kill -TERM -- "-$pid" 2>/dev/null || true
-  fi
-  rm -f "$d/dovecot.pid"
+  # Only our own master (its command line names our config file); the
+  # processes of open connections, in its group, go too, so that a client
+  # sees the server go away.
+  stop_recorded "$1/dovecot.pid" "$1/dovecot.conf" 10 group
 }
 
 cmd_seed() {

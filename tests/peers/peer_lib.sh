@@ -1,37 +1,31 @@
-# Shared by the peer scripts here (sourced, never run; plain sh, so that the
-# sh scripts can use it too). Before sourcing, a script sets PEER_NAME (its
-# name in messages) and PEER_USAGE (its arguments, for the usage line).
+# Shared by the peer scripts here; sourced, in plain sh for the sh ones.
+# PEER_NAME (for messages) and PEER_USAGE (the arguments) are set first.
 
 die() { echo "$PEER_NAME: $*" >&2; exit 1; }
 usage() { echo "usage: $PEER_NAME $PEER_USAGE" >&2; exit 2; }
-
-# CMD must be on the PATH; PACKAGE is what provides it.
 need() { command -v "$1" >/dev/null 2>&1 || die "$1 is not installed: install the package $2"; }
 
-# N distinct free loopback ports (default 2). The kernel picks them; they
-# are released before the server binds them, so a start retries on a clash.
+# Two free loopback ports, picked by the kernel. They are released before
+# the server binds them, so a start retries on the rare clash.
 free_ports() {
-  "${PY:-python3}" -c 'import socket, sys
-s = [socket.socket() for _ in range(int(sys.argv[1]))]
+  "${PY:-python3}" -c 'import socket
+s = [socket.socket() for _ in range(2)]
 for x in s: x.bind(("127.0.0.1", 0))
-print(*(x.getsockname()[1] for x in s))' "${1:-2}"
+print(*(x.getsockname()[1] for x in s))'
 }
 
-# The server's directory as an absolute path: DIR (made if missing), or a
-# new temporary one named after PREFIX.  server_dir PREFIX [DIR]
+# DIR made and given as an absolute path, or a new temporary one.  server_dir PREFIX [DIR]
 server_dir() {
   if [ $# -ge 2 ]; then mkdir -p "$2" && (cd "$2" && pwd); else mktemp -d "${TMPDIR:-/tmp}/$1.XXXXXX"; fi
 }
 
-# Refuses a second server in the directory of PIDFILE while the first runs.
-not_running() {
+not_running() {  # PIDFILE
   if [ -f "$1" ] && kill -0 "$(cat "$1")" 2>/dev/null; then
     die "a server is already running in $(dirname "$1") (pid $(cat "$1"))"
   fi
 }
 
-# A self-signed certificate for 127.0.0.1 and localhost in DIR/cert.pem,
-# its key in DIR/key.pem; made once per directory.
+# DIR/cert.pem (self-signed for 127.0.0.1 and localhost) and DIR/key.pem, once.
 self_signed() {
   [ ! -f "$1/cert.pem" ] || return 0
   mkdir -p "$1/log"
@@ -42,42 +36,34 @@ self_signed() {
   chmod 600 "$1/key.pem"
 }
 
-# Running, and not a zombie waiting for a parent that never reaps (a
-# container's init may not).
+# Running and not a zombie (a container's init may never reap it).
 alive() {
-  kill -0 "$1" 2>/dev/null || return 1
-  [ "$(sed -n 's/^State:[[:space:]]*\([A-Z]\).*/\1/p' "/proc/$1/status" 2>/dev/null)" != Z ]
+  kill -0 "$1" 2>/dev/null &&
+    [ "$(sed -n 's/^State:[[:space:]]*\([A-Z]\).*/\1/p' "/proc/$1/status" 2>/dev/null)" != Z ]
 }
 
-# Waits up to SECONDS for the server PID to pass PROBE (a command and its
-# arguments, tried every tenth of a second); false once PID has ended or
-# the time is up.  wait_ready PID SECONDS PROBE...
+# True once PROBE passes (tried every 0.1 s); false when PID ends or time is up.
+#   wait_ready PID SECONDS PROBE...
 wait_ready() {
-  _pid=$1 _tenths=$(($2 * 10)) _n=0
+  _pid=$1 _n=$(($2 * 10))
   shift 2
-  while [ $_n -lt $_tenths ]; do
-    kill -0 "$_pid" 2>/dev/null || return 1
+  while [ $_n -gt 0 ] && kill -0 "$_pid" 2>/dev/null; do
     "$@" && return 0
     sleep 0.1
-    _n=$((_n + 1))
+    _n=$((_n - 1))
   done
   return 1
 }
 
-# Stops the server recorded in PIDFILE, and only if its command line holds
-# MARK, so that a pid taken over by another process is never hit: TERM, up
-# to SECONDS to go, then KILL. With "group", what is left of its process
-# group goes too.  stop_recorded PIDFILE MARK SECONDS [group]
+# Stops the recorded server only if its command line holds MARK, so that a
+# reused pid is never hit: TERM, SECONDS to go, then KILL; "group" also ends
+# what is left of its process group.  stop_recorded PIDFILE MARK SECONDS [group]
 stop_recorded() {
   [ -f "$1" ] || { echo "$PEER_NAME: no server recorded in $(dirname "$1")" >&2; return 0; }
-  _pid=$(cat "$1")
+  _pid=$(cat "$1") _n=$(($3 * 10))
   if kill -0 "$_pid" 2>/dev/null && tr '\0' ' ' <"/proc/$_pid/cmdline" 2>/dev/null | grep -qF -- "$2"; then
     kill -TERM "$_pid" 2>/dev/null || true
-    _n=0
-    while [ $_n -lt $(($3 * 10)) ] && alive "$_pid"; do
-      sleep 0.1
-      _n=$((_n + 1))
-    done
+    while [ $_n -gt 0 ] && alive "$_pid"; do sleep 0.1 && _n=$((_n - 1)); done
     if alive "$_pid"; then
       echo "$PEER_NAME: server $_pid did not stop in $3 s; killing it" >&2
       kill -KILL "$_pid" 2>/dev/null || true
@@ -87,10 +73,8 @@ stop_recorded() {
   rm -f "$1"
 }
 
-# Writes the KEY=VALUE lines to DIR/env and prints them.  print_env DIR LINE...
-print_env() {
+print_env() {  # DIR KEY=VALUE...: to DIR/env and to stdout
   _dir=$1
   shift
-  printf '%s\n' "$@" >"$_dir/env"
-  cat "$_dir/env"
+  printf '%s\n' "$@" | tee "$_dir/env"
 }

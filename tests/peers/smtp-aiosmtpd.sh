@@ -18,14 +18,16 @@ set -euo pipefail
 PY=/usr/bin/python3
 START_TIMEOUT=${SMTP_START_TIMEOUT:-20}
 
-die() { echo "smtp-aiosmtpd.sh: $*" >&2; exit 1; }
-usage() { echo "usage: smtp-aiosmtpd.sh start [DIR] | stop DIR" >&2; exit 2; }
+PEER_NAME=smtp-aiosmtpd.sh
+PEER_USAGE="start [DIR] | stop DIR"
+# shellcheck source=peer_lib.sh
+. "$(dirname "$0")/peer_lib.sh"
 
 check_deps() {
   [[ -x $PY ]] || die "$PY is missing: install the package python3"
   "$PY" -c 'import aiosmtpd' 2>/dev/null ||
     die "the module aiosmtpd is missing: install the package python3-aiosmtpd (scripts/install-deps does)"
-  command -v openssl >/dev/null || die "openssl is not installed: install the package openssl"
+  need openssl openssl
 }
 
 write_sink() {
@@ -121,12 +123,8 @@ secure.stop()
 PYEOF
 }
 
-free_ports() {
-  "$PY" -c 'import socket
-s = [socket.socket() for _ in range(2)]
-for x in s: x.bind(("127.0.0.1", 0))
-print(*(x.getsockname()[1] for x in s))'
-}
+# The sink wrote its ready file and answers EHLO with 250.  ready DIR PORT
+ready() { [[ -f $1/ready ]] && answers "$2"; }
 
 answers() {
   "$PY" - "$1" <<'EOF'
@@ -144,20 +142,12 @@ EOF
 cmd_start() {
   check_deps
   local d
-  if [[ $# -ge 1 ]]; then d=$1; mkdir -p "$d"; else d=$(mktemp -d "${TMPDIR:-/tmp}/velmar-smtp.XXXXXX"); fi
-  d=$(cd "$d" && pwd)
-  [[ -f $d/smtp.pid ]] && kill -0 "$(cat "$d/smtp.pid")" 2>/dev/null &&
-    die "a server is already running in $d (pid $(cat "$d/smtp.pid"))"
+  d=$(server_dir velmar-smtp "$@")
+  not_running "$d/smtp.pid"
   mkdir -p "$d/mail" "$d/log"
-  if [[ ! -f $d/cert.pem ]]; then
-    openssl req -x509 -newkey rsa:2048 -nodes -days 30 -subj "/CN=127.0.0.1" \
-      -addext "subjectAltName=IP:127.0.0.1,DNS:localhost" \
-      -keyout "$d/key.pem" -out "$d/cert.pem" >"$d/log/openssl.log" 2>&1 ||
-      die "openssl could not make the test certificate (see $d/log/openssl.log)"
-    chmod 600 "$d/key.pem"
-  fi
+  self_signed "$d"
   write_sink "$d"
-  local tries port sslport pid waited
+  local tries port sslport pid
   for ((tries = 0; tries < 3; tries++)); do
     read -r port sslport < <(free_ports)
     printf 'PORT=%s\nSSLPORT=%s\n' "$port" "$sslport" >"$d/ports"
@@ -165,11 +155,7 @@ cmd_start() {
     "$PY" "$d/sink.py" "$d" >"$d/log/sink.log" 2>&1 </dev/null &
     pid=$!
     echo "$pid" >"$d/smtp.pid"
-    for ((waited = 0; waited < START_TIMEOUT * 10; waited++)); do
-      kill -0 "$pid" 2>/dev/null || break
-      [[ -f $d/ready ]] && answers "$port" && break 2
-      sleep 0.1
-    done
+    wait_ready "$pid" "$START_TIMEOUT" ready "$d" "$port" && break
     { kill "$pid" && wait "$pid"; } 2>/dev/null || true
     grep -q "Address already in use" "$d/log/sink.log" 2>/dev/null && continue
     break
@@ -180,35 +166,14 @@ cmd_start() {
     tail -n 20 "$d/log/sink.log" >&2 || true
     exit 1
   fi
-  cat >"$d/env" <<EOF
-DIR=$d
-PID=$pid
-HOST=127.0.0.1
-PORT=$port
-SSLPORT=$sslport
-USER=testuser
-PASSWORD=secret
-CAFILE=$d/cert.pem
-MAILDIR=$d/mail
-EOF
-  cat "$d/env"
+  print_env "$d" "DIR=$d" "PID=$pid" HOST=127.0.0.1 "PORT=$port" "SSLPORT=$sslport" USER=testuser \
+    PASSWORD=secret "CAFILE=$d/cert.pem" "MAILDIR=$d/mail"
 }
 
 cmd_stop() {
   [[ $# -eq 1 ]] || usage
-  local d=$1 pid i
-  [[ -f $d/smtp.pid ]] || { echo "smtp-aiosmtpd.sh: no server recorded in $d" >&2; return 0; }
-  pid=$(cat "$d/smtp.pid")
   # Only our own server: its command line names our sink.
-  if kill -0 "$pid" 2>/dev/null && tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null | grep -qF -- "$d/sink.py"; then
-    kill -TERM "$pid" 2>/dev/null || true
-    for ((i = 0; i < 50; i++)); do
-      kill -0 "$pid" 2>/dev/null || break
-      sleep 0.1
-    done
-    kill -0 "$pid" 2>/dev/null && kill -KILL "$pid" 2>/dev/null || true
-  fi
-  rm -f "$d/smtp.pid"
+  stop_recorded "$1/smtp.pid" "$1/sink.py" 5
 }
 
 [[ $# -ge 1 ]] || usage

@@ -12,15 +12,13 @@
 #       Stops every server started in DIR, by the pids recorded there.
 set -eu
 
-fail() {
-  echo "tls-server.sh: $*" >&2
-  exit 1
-}
+PEER_NAME=tls-server.sh
+PEER_USAGE="start DIR [good|selfsigned|wronghost] | stop DIR"
+# shellcheck source=peer_lib.sh
+. "$(dirname "$0")/peer_lib.sh"
 
-command -v openssl >/dev/null 2>&1 ||
-  fail "openssl not found: install the Debian package 'openssl'"
-
-[ $# -ge 2 ] || fail "usage: tls-server.sh start DIR [good|selfsigned|wronghost] | stop DIR"
+need openssl openssl
+[ $# -ge 2 ] || usage
 action=$1
 dir=$2
 kind=${3:-good}
@@ -48,11 +46,17 @@ make_certificates() {
     -addext "subjectAltName=DNS:localhost" -out "$dir/selfsigned.pem" 2>/dev/null
 }
 
+# The port of the ACCEPT line in LOG, in port; false while there is none.
+listening() {
+  port=$(sed -n 's/^ACCEPT .*:\([0-9][0-9]*\)$/\1/p' "$1")
+  [ -n "$port" ]
+}
+
 case $action in
 start)
-  case $kind in good | selfsigned | wronghost) ;; *) fail "unknown certificate kind: $kind" ;; esac
+  case $kind in good | selfsigned | wronghost) ;; *) die "unknown certificate kind: $kind" ;; esac
   mkdir -p "$dir"
-  make_certificates || fail "cannot make the certificates in $dir"
+  make_certificates || die "cannot make the certificates in $dir"
   log=$dir/$kind.log
   : >"$log"
   # Port 0: the system picks a free port, and the server names it in its
@@ -61,24 +65,21 @@ start)
     </dev/null >"$log" 2>&1 &
   pid=$!
   echo $pid >"$dir/$kind.pid"
-  tries=0
-  while port=$(sed -n 's/^ACCEPT .*:\([0-9][0-9]*\)$/\1/p' "$log") && [ -z "$port" ]; do
-    kill -0 $pid 2>/dev/null || { cat "$log" >&2; fail "openssl s_server exited before it accepted connections"; }
-    tries=$((tries + 1))
-    [ $tries -le 200 ] || { kill $pid 2>/dev/null; fail "openssl s_server did not start within 10 s"; }
-    sleep 0.05
-  done
+  if ! wait_ready $pid 10 listening "$log"; then
+    kill $pid 2>/dev/null || true
+    cat "$log" >&2
+    die "openssl s_server did not accept connections within 10 s"
+  fi
   printf 'KIND=%s\nPORT=%s\nPID=%s\nCERT=%s\nKEY=%s\nCA=%s\n' "$kind" "$port" "$pid" "$dir/$kind.pem" \
     "$dir/$kind.key" "$dir/ca.pem"
   ;;
 stop)
   for file in "$dir"/*.pid; do
     [ -f "$file" ] || continue
-    kill "$(cat "$file")" 2>/dev/null || true
-    rm -f "$file"
+    stop_recorded "$file" "$dir/" 5
   done
   ;;
 *)
-  fail "unknown action: $action"
+  die "unknown action: $action"
   ;;
 esac
