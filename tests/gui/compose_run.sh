@@ -5,12 +5,11 @@
 #   compose_run.sh VELMAR SOURCE_DIR BUILD_DIR
 set -euo pipefail
 velmar=$1 source=$2 build=$(cd "$3" && pwd)
-home=$(mktemp -d) smtp=$(mktemp -d)
-stop() { bash "$source/tests/peers/smtp-aiosmtpd.sh" stop "$smtp" >/dev/null 2>&1 || true; rm -rf "$home" "$smtp"; }
-[[ -n "${KEEP_HOME:-}" ]] || trap stop EXIT
-port=$(bash "$source/tests/peers/smtp-aiosmtpd.sh" start "$smtp" | sed -n 's/^PORT=//p')
-[[ -n "$port" ]] || { echo "the SMTP sink could not start (package python3-aiosmtpd)"; exit 1; }
-cp -r "$source/tests/data/demo-home/." "$home/"
+# shellcheck source=run_lib.sh
+source "$(dirname "$0")/run_lib.sh"
+new_home
+start_sink
+copy_demo_home
 cat >> "$home/default.tcl" <<OPTIONS
 option Debugging.Level all
 option General.DeliveryHost 127.0.0.1:$port/notls
@@ -22,17 +21,8 @@ OPTIONS
 shot1="$build/compose-run-reply.png" shot2="$build/compose-run-sent.png"
 dump1="$build/compose-run-reply.txt" dump2="$build/compose-run-sent.txt"
 rm -f "$shot1" "$shot2" "$dump1" "$dump2"
-# As in organizer_run.sh: the service's line, its inbox in a window, the second message in a viewer.
 cat > "$home/script" <<SCRIPT
-wait 500
-click Message Organizer 80 29
-key Right
-wait 200
-key Down
-dismiss
-key Return
-wait 500
-dblclick INBOX - Local Folders 120 47
+$open_demo_inbox
 wait 500
 command 14604
 wait 500
@@ -54,14 +44,11 @@ screenshot $shot2 screen
 command 32009
 answer 1
 SCRIPT
-fail() { echo "$1"; cat "$home/stderr" "$dump1" "$dump2" 2>/dev/null; exit 1; }
-status=0
-VELMAR_HOME="$home" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" \
-  timeout 90 "$velmar" -b 2>"$home/stderr" || status=$?
-[[ $status -eq 0 ]] || fail "velmar exited with status $status"
-for f in "$shot1" "$shot2" "$dump1" "$dump2"; do [[ -s "$f" ]] || fail "nothing at $f"; done
-! grep -q 'xvt: error\|cannot understand' "$home/stderr" || fail "an error was shown or a line was not understood"
-grep -qxF "== Reply" "$dump1" || fail "no compose window titled Reply"
+show_on_failure=("$dump1" "$dump2")
+run_velmar 90
+expect_files "$shot1" "$shot2" "$dump1" "$dump2"
+no_errors
+expect "== Reply" "$dump1"
 grep -qF "Subject: Re: Minutes of the meeting" "$dump1" || fail "the reply has no Re: subject"
 grep -qF "Thanks, I will bring the slides." "$dump1" || fail "the typed text is not in the window"
 grep -qE "^> " "$dump1" || fail "the original is not quoted"

@@ -9,6 +9,8 @@
 #   imap_run.sh VELMAR SOURCE_DIR BUILD_DIR
 set -euo pipefail
 velmar=$1 source=$2 build=$(cd "$3" && pwd)
+# shellcheck source=run_lib.sh
+source "$(dirname "$0")/run_lib.sh"
 peer="$source/tests/peers/imap-dovecot.sh"
 work=$(mktemp -d)
 # The server's own processes run as its users and must reach their files.
@@ -50,7 +52,7 @@ os.utime(path, (ts, ts))
 EOF
 [[ $(id -u) -ne 0 ]] || chown -R "$(id -u dovecot):$(id -g dovecot)" "$MAILDIR"
 
-cp -r "$source/tests/data/demo-home/." "$home/"
+copy_demo_home
 cat >>"$home/default.tcl" <<EOF
 option MsgService.IDList "1 2"
 option MsgService.ms2.Name Work
@@ -97,15 +99,11 @@ command 32009
 answer 1
 SCRIPT
 
-fail() { echo "$1"; tail -n 30 "$home/stderr"; cat "$out"-*.txt 2>/dev/null; exit 1; }
-status=0
-VELMAR_HOME="$home" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" \
-  timeout -k 10 90 "$velmar" -b 2>"$home/stderr" || status=$?
-[[ $status -eq 0 ]] || fail "velmar exited with status $status"
-! grep -q 'xvt: error\|xvt: fatal\|cannot understand\|no window titled\|is disabled' "$home/stderr" ||
-  fail "an error was shown, or a script line missed its window"
+show_on_failure=("$out"-opened.txt "$out"-next.txt "$out"-deleted.txt)
+run_velmar -k 10 90
+no_errors 'xvt: error\|xvt: fatal\|cannot understand\|no window titled\|is disabled'
 
-has() { grep -qxF -- "$2" "$out-$1.txt" || fail "the $1 dump has no line \"$2\""; }
+has() { expect "$2" "$out-$1.txt"; }
 # Reading marks the message read, in the folder window and in the counts.
 has opened "    INBOX (4 msgs, 2 unread)"
 has opened "* Carol Sender | Report with an attachment | Nov 15 10:00 2023"

@@ -6,8 +6,9 @@
 #   term   the same home with the exit question left unanswered: SIGTERM still ends the program in order.
 set -euo pipefail
 velmar=$1 build=$2 mode=$3
-home=$(mktemp -d)
-trap 'rm -rf "$home"' EXIT
+# shellcheck source=run_lib.sh
+source "$(dirname "$0")/run_lib.sh"
+new_home
 shot="$build/velmar-$mode.png"
 rm -f "$shot"
 vhome=$home/velmar
@@ -19,9 +20,9 @@ if [[ $mode == exit || $mode == term ]]; then
   printf 'wait 500\nscreenshot %s\ncommand 32009\nanswer 1\n' "$shot" > "$home/script"
   [[ $mode == exit ]] || printf 'wait 500\nscreenshot %s\ncommand 32009\n' "$shot" > "$home/script"
 fi
-fail() { echo "$1"; cat "$home/stderr" "$home/debug.txt" 2>/dev/null; exit 1; }
-status=0
+show_on_failure=("$home/debug.txt")
 if [[ $mode == term ]]; then
+  status=0
   VELMAR_HOME="$vhome" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" "$velmar" -b 2>"$home/stderr" &
   pid=$!
   # The question is up once it is on stderr; then the session ends.
@@ -30,13 +31,12 @@ if [[ $mode == term ]]; then
   for _ in $(seq 150); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
   if kill -0 "$pid" 2>/dev/null; then kill -KILL "$pid"; fail "SIGTERM did not end the program while a question was up"; fi
   wait "$pid" || status=$?
+  [[ $status -eq 0 ]] || fail "velmar exited with status $status"
 else
-  VELMAR_HOME="$vhome" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" \
-    timeout 60 "$velmar" -b 2>"$home/stderr" || status=$?
+  run_velmar 60
 fi
-[[ $status -eq 0 ]] || fail "velmar exited with status $status"
-[[ -s "$shot" ]] || fail "no screenshot at $shot"
-! grep -q 'xvt: error' "$home/stderr" || fail "an error was shown"
+expect_files "$shot"
+no_errors 'xvt: error'
 [[ $mode == exit ]] || { echo "ok: setup window at $shot"; exit 0; }
 grep -q 'xvt: ask: Are you sure you want to exit Velmar?' "$home/stderr" || fail "the exit question was not asked"
 last=0

@@ -1,23 +1,26 @@
-# Shared by the run scripts here (sourced, never run): the real program on a
-# temporary home under Qt's offscreen platform, driven by $home/script.
-# A script sets velmar (the program) and, for the demo home and the SMTP
-# sink, source (the source tree) before it calls these.
+# Shared by the run scripts here (sourced): velmar under Qt's offscreen
+# platform on a temporary home, driven by $home/script. The caller sets
+# velmar, and source (the source tree) for the demo home and the SMTP sink.
 
-# A new temporary home in $home, removed at exit with the SMTP sink if one
-# was started (KEEP_HOME=1 keeps both for a look afterwards).
+# $home, removed at exit with the SMTP sink if any (KEEP_HOME=1 keeps both).
 new_home() {
   home=$(mktemp -d)
-  [[ -n ${KEEP_HOME:-} ]] || trap remove_home EXIT
+  [[ -n ${KEEP_HOME:-} ]] || trap '[[ -z ${smtp:-} ]] || stop_sink; rm -rf "$home"' EXIT
 }
-remove_home() {
-  [[ -z ${smtp:-} ]] || stop_sink
-  rm -rf "$home"
-}
-
-# The shipped demo home copied into DIR (default $home).
+# Script lines opening the demo's local service (the tree's first row, below
+# the 20 pixel column strip; rows 18 high), then its INBOX in a window.
+open_demo_inbox="wait 500
+click Message Organizer 80 29
+key Right
+wait 200
+key Down
+dismiss
+key Return
+wait 500
+dblclick INBOX - Local Folders 120 47"
 copy_demo_home() { cp -r "$source/tests/data/demo-home/." "${1:-$home}/"; }
 
-# A private SMTP server in a temporary folder; its plain port in $port.
+# A private SMTP server; its plain port in $port.
 start_sink() {
   smtp=$(mktemp -d)
   port=$(bash "$source/tests/peers/smtp-aiosmtpd.sh" start "$smtp" | sed -n 's/^PORT=//p')
@@ -28,17 +31,14 @@ stop_sink() {
   rm -rf "$smtp"
 }
 
-# Says what went wrong, shows the program's stderr and the files named in
-# show_on_failure, and ends the test.
-show_on_failure=()
+show_on_failure=()  # files shown after stderr when the test fails
 fail() {
   echo "$1"
   cat "$home/stderr" "${show_on_failure[@]}" 2>/dev/null
   exit 1
 }
 
-# Runs velmar on $home/script (home $vhome if set, else $home) under the
-# time-out whose arguments are given; fails unless it exits with 0.
+# velmar on $vhome (else $home) must exit with 0 within the time-out.
 #   run_velmar [timeout options] SECONDS
 run_velmar() {
   local status=0
@@ -47,17 +47,11 @@ run_velmar() {
   [[ $status -eq 0 ]] || fail "velmar exited with status $status"
 }
 
-# Fails if the program's stderr shows an error or a script line it did not
-# understand.  no_errors [PATTERN]
-no_errors() {
+no_errors() {  # [PATTERN]: nothing on stderr says an error or a line not understood
   ! grep -q "${1:-xvt: error\|cannot understand}" "$home/stderr" ||
     fail "an error was shown or a line was not understood"
 }
-
-# Fails unless FILE (default $dump) has the line exactly.  expect LINE [FILE]
 expect() { grep -qxF -- "$1" "${2:-$dump}" || fail "${2:-$dump} has no line \"$1\""; }
-
-# Fails unless every file is there and not empty.
 expect_files() {
   local f
   for f; do [[ -s "$f" ]] || fail "nothing at $f"; done

@@ -4,9 +4,10 @@
 # window. Screenshots and the dump land in the build tree.  search_run.sh VELMAR SOURCE_DIR BUILD_DIR
 set -euo pipefail
 velmar=$1 source=$2 build=$(cd "$3" && pwd)
-home=$(mktemp -d)
-trap 'rm -rf "$home"' EXIT
-cp -r "$source/tests/data/demo-home/." "$home/"
+# shellcheck source=run_lib.sh
+source "$(dirname "$0")/run_lib.sh"
+new_home
+copy_demo_home
 cat >> "$home/default.tcl" <<'OPT'
 option Debugging.Level all
 option Search.IMAP.IDList 1
@@ -38,14 +39,10 @@ screenshot $shot screen
 command 32009
 answer 1
 SCRIPT
-fail() { echo "$1"; cat "$home/stderr" "$dump" 2>/dev/null; exit 1; }
-status=0
-VELMAR_HOME="$home" QT_QPA_PLATFORM=offscreen VELMAR_XVT_SCRIPT="$home/script" \
-  timeout 60 "$velmar" -b 2>"$home/stderr" || status=$?
-[[ $status -eq 0 ]] || fail "velmar exited with status $status"
-[[ -s "$top" && -s "$shot" ]] || fail "no screenshots"
-! grep -q 'xvt: error\|cannot understand' "$home/stderr" || fail "an error was shown or a line was not understood"
-expect() { grep -qxF -- "$1" "$dump" || fail "the dump has no row \"$1\""; }
+show_on_failure=("$dump")
+run_velmar 60
+expect_files "$top" "$shot" "$dump"
+no_errors
 expect "  Build news (3 msgs)"
 expect "== Search : Build news"
 expect "  Ivan | Build is green again | Nov 15 10:14 2026 [unread]"
