@@ -13,6 +13,7 @@
 #include <cstring>
 #include <vector>
 
+#include "c-client/core/local_slots.h"
 #include "c-client/core/mail_core.h"
 #include "c-client/mh/local_paths.h"
 #include "c-client/mh/local_search.h"
@@ -132,15 +133,7 @@ void ChangeFlags(MailStream* stream, const char* sequence, const char* flags, bo
     Log(mail_format("Unable to write flags to mailbox file: %s - %s", local->path.c_str(), std::strerror(errno)), 2);
 }
 
-void NoPattern(MailStream*, const char*) {}
-long NoBoard(MailStream*, const char*) { return 0; }
-void NoSequence(MailStream*, const char*) {}
-long AclOk(MailStream*, const char*) { return 1; }
-long SetAclOk(MailStream*, const char*, const char*, const char*) { return 1; }
-long DeleteAclOk(MailStream*, const char*, const char*) { return 1; }
-long SetQuotaOk(MailStream*, const char*, long, long) { return 1; }
-long NoQuota(MailStream*, const char*) { return 0; }
-void NoGc(MailStream*, long) {}
+using namespace local_slots;
 void* NoParameters(long, void*) { return nullptr; }
 // The counts would need the whole file parsed: not cheap, so not said.
 long NoStatus(MailStream*, const char*, long, MailStatus*) { return 0; }

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "c-client/core/local_slots.h"
 #include "c-client/core/mail_core.h"
 #include "c-client/mh/mh_internal.h"
 #include "c-client/mh/mh_names.h"
@@ -27,15 +28,7 @@ void Log(const std::string& text, long level) { mm_log(text.c_str(), level); }
 
 // --- Slots that do nothing for a local folder ------------------------------
 
-void NoPattern(MailStream*, const char*) {}
-long NoBoard(MailStream*, const char*) { return 0; }
-void NoSequence(MailStream*, const char*) {}
-long AclOk(MailStream*, const char*) { return 1; }
-long SetAclOk(MailStream*, const char*, const char*, const char*) { return 1; }
-long DeleteAclOk(MailStream*, const char*, const char*) { return 1; }
-long SetQuotaOk(MailStream*, const char*, long, long) { return 1; }
-long NoQuota(MailStream*, const char*) { return 0; }
-void NoGc(MailStream*, long) {}
+using namespace local_slots;
 
 constexpr MailStream Prototype(MailDriver* driver) {
   MailStream stream{};
