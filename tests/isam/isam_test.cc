@@ -529,6 +529,8 @@ struct ModelCase {
   bool variable;
   int order;  // 0: the rule's
 };
+// Test names print the case, not the bytes of the record (padding included).
+void PrintTo(const ModelCase& c, std::ostream* os) { *os << c.what; }
 
 class IsamModelTest : public IsamTest, public ::testing::WithParamInterface<ModelCase> {};
 
