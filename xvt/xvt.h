@@ -333,6 +333,9 @@ void xvt_win_set_describe(WINDOW win, XVT_DESCRIBE_FN fn);
 std::string xvt_win_describe(WINDOW win);
 // Copies at most size-1 bytes and terminates; returns buf, or null.
 char* xvt_vobj_get_title(WINDOW win, char* buf, size_t size);
+// The text of control id of win, at most limit bytes (not for pass phrases,
+// which stay in buffers the caller wipes).
+std::string xvt_ctl_get_text(WINDOW win, int id, size_t limit);
 void xvt_vobj_set_title(WINDOW win, const char* title);
 // Outer and client rectangles: of a top-level window in screen coordinates
 // (client rectangle at 0,0), of a child or control relative to its parent.

@@ -78,12 +78,7 @@ const WIN_DEF kSearchDef[] = {
 
 constexpr size_t kMaxText = 10000;
 
-std::string Text(WINDOW win, int id) {
-  std::string buffer(kMaxText, '\0');
-  xvt_vobj_get_title(xvt_win_get_ctl(win, id), buffer.data(), buffer.size());
-  buffer.resize(buffer.find('\0') == std::string::npos ? buffer.size() : buffer.find('\0'));
-  return buffer;
-}
+std::string Text(WINDOW win, int id) { return xvt_ctl_get_text(win, id, kMaxText - 1); }
 
 int Selected(WINDOW win, int id) { return xvt_list_get_sel_index(xvt_win_get_ctl(win, id)); }
 

@@ -43,11 +43,7 @@ const WIN_DEF kRuleDef[] = {
     {W_NONE, {}, nullptr, 0, 0},
 };
 
-std::string Text(WINDOW win, int id) {
-  char buffer[kSearchMaxValue + 1] = "";
-  xvt_vobj_get_title(xvt_win_get_ctl(win, id), buffer, sizeof buffer);
-  return buffer;
-}
+std::string Text(WINDOW win, int id) { return xvt_ctl_get_text(win, id, kSearchMaxValue); }
 
 std::string Item(WINDOW ctl, int index) {
   char buffer[kSearchMaxValue + 1] = "";

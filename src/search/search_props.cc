@@ -52,11 +52,7 @@ const WIN_DEF kQuickDef[] = {
     {W_NONE, {}, nullptr, 0, 0},
 };
 
-std::string Text(WINDOW win, int id) {
-  char buffer[kSearchMaxValue + 1] = "";
-  xvt_vobj_get_title(xvt_win_get_ctl(win, id), buffer, sizeof buffer);
-  return buffer;
-}
+std::string Text(WINDOW win, int id) { return xvt_ctl_get_text(win, id, kSearchMaxValue); }
 
 bool Checked(WINDOW win, int id) { return xvt_ctl_is_checked(xvt_win_get_ctl(win, id)); }
 void Check(WINDOW win, int id, bool on) { xvt_ctl_set_checked(xvt_win_get_ctl(win, id), on); }

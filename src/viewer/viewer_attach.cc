@@ -40,11 +40,7 @@ struct Wizard {
   int result = -1;
 };
 
-std::string Text(WINDOW win, int id) {
-  char buf[2048] = "";
-  xvt_vobj_get_title(xvt_win_get_ctl(win, id), buf, sizeof buf);
-  return buf;
-}
+std::string Text(WINDOW win, int id) { return xvt_ctl_get_text(win, id, 2047); }
 
 // The program part of a command: its first word, unless the whole exists.
 std::string ProgramOf(const std::string& command) {

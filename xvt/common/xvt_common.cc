@@ -132,3 +132,10 @@ void CopyOut(const std::string& text, char* buf, size_t size) {
   std::memcpy(buf, text.data(), n);
   buf[n] = '\0';
 }
+
+std::string xvt_ctl_get_text(WINDOW win, int id, size_t limit) {
+  std::string text(limit + 1, '\0');
+  xvt_vobj_get_title(xvt_win_get_ctl(win, id), text.data(), text.size());
+  text.resize(std::strlen(text.c_str()));
+  return text;
+}
