@@ -149,6 +149,9 @@ bool NextName(FILE* file, NameLine* entry) {
     // listing shows it ends, and a listed folder can be opened by that name.
     entry->long_name.resize(std::strlen(entry->long_name.c_str()));
     entry->short_name.resize(std::strlen(entry->short_name.c_str()));
+    // A CR that a NUL left at the end is cut as at a line's end, so that the
+    // line reads the same once the file is written again without the NUL.
+    while (!entry->short_name.empty() && entry->short_name.back() == '\r') entry->short_name.pop_back();
     // A short name is one directory inside the parent. An empty one, "."
     // or "..", or one with a "/" would lead a folder to the parent or
     // outside it, where deleting the folder would delete what isn't its own.
