@@ -53,9 +53,10 @@ pick_mode() {
   MODE=$mode
 }
 
+# The server looks names up by halving the file, so it must be sorted.
 write_options() {
   local d=$1
-  cat >"$d/data/options" <<EOF
+  LC_ALL=C sort >"$d/data/options" <<EOF
 imsp.sasl.pwcheck_method N auxprop
 imsp.sasl.auxprop_plugin N sasldb
 imsp.sasl.sasldb_path N $d/sasldb2

@@ -126,8 +126,9 @@ TEST_F(ImspPeer, OptionsRoundTrip) {
   ASSERT_TRUE(imsp_option_get(s_, "mail.*"));
   EXPECT_EQ(heard_.options.count("mail.signature"), 0u);
   // A site option is there to read, not to change.
-  ASSERT_TRUE(imsp_option_get(s_, "common.*"));
-  EXPECT_EQ(heard_.options["common.domain"].second, 0);
+  ASSERT_TRUE(imsp_option_get(s_, "imsp.*"));
+  ASSERT_EQ(heard_.options.count("imsp.user.quota.usage"), 1u);
+  EXPECT_EQ(heard_.options["imsp.user.quota.usage"].second, 0);
   EXPECT_FALSE(imsp_option_set(s_, "common.domain", "elsewhere.org"));
   EXPECT_NE(std::string(imsp_last_text(s_)).find("not authorized"), std::string::npos) << imsp_last_text(s_);
   EXPECT_TRUE(imsp_noop(s_));
