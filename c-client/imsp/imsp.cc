@@ -173,10 +173,15 @@ long imsp_abook_rename(ImspSession* s, const char* old_book, const char* new_boo
 long imsp_abook_find(ImspSession* s, const char* pattern) {
   return Book(s, imsp_send(s, "%t ADDRESSBOOK %s\r\n", pattern));
 }
+// The answers of a search name only the entry; they belong to its book.
+static void SearchIn(ImspSession* s, const char* book) { s->reply_book = book ? book : s->book; }
+
 long imsp_abook_getlist(ImspSession* s, const char* book) {
+  SearchIn(s, book);
   return Book(s, imsp_send(s, "%t SEARCHADDRESS %s name \"*\"\r\n", book));
 }
 long imsp_abook_search(ImspSession* s, const char* book, const char* name_pattern, const ImspPair* pairs, int n) {
+  SearchIn(s, book);
   if (name_pattern) return Book(s, imsp_send(s, "%t SEARCHADDRESS %s name %s%k\r\n", book, name_pattern, n, pairs));
   return Book(s, imsp_send(s, "%t SEARCHADDRESS %s%k\r\n", book, n, pairs));
 }

@@ -65,6 +65,7 @@ struct ImspSession {
   uint32_t tag_counter = 0;
   std::string awaited;  // the tag of the command in flight
   std::string book;     // what a null book argument stands for
+  std::string reply_book;  // the book a search's answers belong to
   std::string user;
   std::string gen_text;
   bool quiet = false;

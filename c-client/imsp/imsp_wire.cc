@@ -133,7 +133,7 @@ void Unsolicited(ImspSession* s) {
       break;
     }
     case kImspSearchaddress:
-      if (imsp_next_arg(r, &a) && cb.address) cb.address(cb.owner, s->book.c_str(), a.c_str(), nullptr, 0);
+      if (imsp_next_arg(r, &a) && cb.address) cb.address(cb.owner, s->reply_book.c_str(), a.c_str(), nullptr, 0);
       break;
     case kImspFetchaddress: {
       if (!imsp_next_arg(r, &a) || !imsp_next_arg(r, &b)) break;

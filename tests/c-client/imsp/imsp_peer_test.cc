@@ -19,6 +19,7 @@ struct Cyrus : PeerServer {
 // What the callbacks heard.
 struct Heard {
   std::vector<std::string> books, entries, rights;
+  std::string book;  // of the last entry heard
   std::map<std::string, std::string> fields;  // "entry/attribute" -> value
   std::map<std::string, std::pair<std::string, int>> options;
 
@@ -28,8 +29,9 @@ struct Heard {
     cb.abook_name = [](void* o, const char* name, char delimiter) {
       static_cast<Heard*>(o)->books.push_back(std::string(name) + delimiter);
     };
-    cb.address = [](void* o, const char*, const char* entry, const ImspPair* pairs, int n) {
+    cb.address = [](void* o, const char* book, const char* entry, const ImspPair* pairs, int n) {
       auto* h = static_cast<Heard*>(o);
+      h->book = book;
       h->entries.push_back(entry);
       for (int i = 0; i < n; ++i) h->fields[std::string(entry) + "/" + pairs[i].attribute] = pairs[i].value;
     };
@@ -153,6 +155,7 @@ TEST_F(ImspPeer, BooksEntriesAndRights) {
   heard_ = Heard{};
   ASSERT_TRUE(imsp_abook_getlist(s_, "testuser.work contacts"));
   EXPECT_EQ(heard_.entries, (std::vector<std::string>{"Alice Example", "Bob"}));
+  EXPECT_EQ(heard_.book, "testuser.work contacts");
   heard_ = Heard{};
   const ImspPair by_mail[] = {{"email", "*bob*"}};
   ASSERT_TRUE(imsp_abook_search(s_, "testuser.work contacts", nullptr, by_mail, 1));
