@@ -180,14 +180,10 @@ struct Encoder {
   std::string wire, trace;
   bool failed = false;
 
+  // Sends what is built so far; without a session it is only traced.
   bool Flush() {
-    if (!session) {
-      mm_dlog(trace.c_str());
-      wire.clear(), trace.clear();
-      return true;
-    }
     mm_dlog(trace.c_str());
-    bool ok = Connected(session) && tcp_sout(session->tcp, wire.data(), wire.size());
+    bool ok = !session || (Connected(session) && tcp_sout(session->tcp, wire.data(), wire.size()));
     OPENSSL_cleanse(wire.data(), wire.size());
     wire.clear(), trace.clear();
     if (!ok) session->gen_text = kBroken;
@@ -253,7 +249,6 @@ bool imsp_parse_line(const char* line, ImspReply* reply) {
   std::string word;
   if (!Token(l, &at, &word)) return Fail(reply, mail_format("Missing server keyword: %.80s", l.c_str())), false;
   if (std::isdigit(static_cast<unsigned char>(word[0]))) {
-    errno = 0;
     reply->number = std::strtol(word.c_str(), nullptr, 10);
     if (reply->number < 0) reply->number = 0;
     if (!Token(l, &at, &word))
