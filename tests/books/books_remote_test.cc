@@ -7,6 +7,7 @@
 #include "src/base/cenv.h"
 #include "src/books/address_model.h"
 #include "src/options/options.h"
+#include "tests/books/book_helpers.h"
 #include "tests/model/model_fixture.h"
 #include "tests/support/peer_script.h"
 
@@ -15,12 +16,6 @@ namespace {
 struct Cyrus : PeerServer {
   Cyrus() : PeerServer("imsp-cyrus.sh", "velmar-imspu-books") {}
 };
-
-std::string Joined(const std::vector<std::string>& v) {
-  std::string out;
-  for (const std::string& s : v) out += s + ",";
-  return out;
-}
 
 class RemoteBooks : public ModelTest {
  protected:
@@ -42,22 +37,6 @@ class RemoteBooks : public ModelTest {
   static void Point(const std::string& port) {
     Opt_AssignString("AddrBook.Hostname", "127.0.0.1", kOptSession, 0);
     Opt_AssignString("AddrBook.TCPPort", port.c_str(), kOptSession, 0);
-  }
-  static std::string Names(const EntryList& list) {
-    std::string out;
-    for (const AddressEntry& e : list) out += (out.empty() ? "" : " ") + e.name + (e.is_list ? "*" : "");
-    return out;
-  }
-  static std::string Attrs(int id, const char* entry) {
-    std::string out;
-    for (const auto& [a, v] : entry_get_attributes(AddressEntry{static_cast<int16_t>(id), 0, entry}))
-      out += a + "=" + v + ";";
-    return out;
-  }
-  static int Store(int id, const char* entry, const AttrList& attrs) {
-    std::vector<AbPair> pairs;
-    for (const auto& [a, v] : attrs) pairs.push_back({a, v});
-    return Nice_imsp_io(kBookLocal, ABK_slot(id)->book, entry, pairs.data(), static_cast<int>(pairs.size()));
   }
   Cyrus server_;
 };
