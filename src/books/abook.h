@@ -91,3 +91,18 @@ void isam_abook_forget_dir();
 void isam_abook_set_clock_for_test(long (*now)());
 // Books of the old format: 250-byte name records, fixed attribute files.
 long convert_v3021_to_v4(AB_SESSION* session);
+
+// The server driver (imsp_books.cc). A remote session's stream is its
+// connection to the server; its books are opened by name without asking
+// the server.
+AB_DRIVER* imsp_driver();
+// A session on the server at host (port 0: the default), logged in; null
+// when the server can't be reached or the login fails.
+AB_SESSION* imsp_abook_session_new(const char* host, long port);
+void imsp_abook_session_free(AB_SESSION*& session);
+// A new connection in place of the old one; the session's books stay.
+long imsp_abook_reconnect(AB_SESSION* session, const char* host, long port);
+// "NOOP": true while the connection answers.
+long imsp_abook_ping(AB_SESSION* session);
+// The user the session logged in as: the name of the personal book.
+const char* imsp_abook_user(AB_SESSION* session);

@@ -9,12 +9,15 @@
 #include <algorithm>
 #include <cstring>
 
+#include "c-client/auth/auth.h"
 #include "c-client/core/env.h"
+#include "src/base/cenv.h"
 #include "src/base/critical.h"
 #include "src/base/errors.h"
 #include "src/base/trace.h"
 #include "src/books/isam_books.h"
 #include "src/options/options.h"
+#include "src/options/session.h"
 
 const char* const kNoMembers = "NOENTRIESINMEMBERFIELD";
 
@@ -26,6 +29,9 @@ AB_SESSION* g_local = nullptr;
 AB_SESSION* g_remote = nullptr;
 bool g_enable_local = true;
 bool g_enable_remote = true;
+std::string g_remote_host;
+long g_remote_port = 0;
+std::vector<std::string> g_remote_names;  // the server's books, as last listed
 BOOK_SLOT g_slots[kMaxBooks];
 
 Mode g_mode = kLoadDefault;
@@ -124,9 +130,66 @@ std::vector<std::string> FindBooks(AB_SESSION* session, const char* pattern, boo
   return names;
 }
 
+// Opens name in session into slot id, with the user's rights read.
+bool ReopenIn(int id, AB_SESSION* session, const char* name) {
+  BOOK_SLOT& s = g_slots[id - 1];
+  DriverCall c(kLoadQuiet);
+  s.book = abook_open(session, name, id);
+  if (!s.book) return false;
+  s.open = 1;
+  abook_getacl(s.book, nullptr);
+  return true;
+}
+
+// The server is asked for the user of the init file first.
+void PrimeLogin() {
+  const char* user = CENV_GetUserid();
+  const char* password = CENV_GetPassword();
+  AUTH_InitLogin(user ? user : "", password ? password : "");
+}
+
+void ReadServerAddress() {
+  g_remote_host = Opt_LookupText("AddrBook.Hostname", kOptSession);
+  int port = 0;
+  g_remote_port = Opt_LookupInt("AddrBook.TCPPort", &port, kOptSession) ? port : 0;
+}
+
+bool RemoteActive() { return g_remote && g_enable_remote && !IsOffline(); }
+
+// A new user has no book on the server yet, and the server makes the
+// personal book on the first store into it: store a dummy entry and take
+// it away again. Only when that fails is the book created outright.
+void CreateDefaultRemoteBook() {
+  const std::string user = imsp_abook_user(g_remote);
+  if (user.empty()) return;
+  // The whole listing, searched here: the server drops the connection when
+  // a find names an existing book exactly.
+  for (const std::string& name : FindBooks(g_remote, "*"))
+    if (strcasecmp(name.c_str(), user.c_str()) == 0) return;
+  Trace(kTraceBooks, kTraceMedium, "CreateDefaultBooks: making the server book \"%s\"\n", user.c_str());
+  MBook* book;
+  {
+    DriverCall c(kLoadQuiet);
+    book = abook_open(g_remote, user.c_str(), 0);
+  }
+  if (!book) return;
+  const AbPair dummy{"fdjhhjfdhjfd", "kjfhlfjh"};
+  if (Nice_imsp_io(kBookLocal, book, kNoMembers, &dummy, 1)) {
+    Nice_imsp_io(kBookRemote, book, kNoMembers, nullptr, 0);
+  } else {
+    DriverCall c(kLoadQuiet);
+    if (!abook_create(g_remote, user.c_str())) {
+      const std::string text = "Failed to create address book " + user + "...";
+      mm_log(text.c_str(), 2);
+    }
+  }
+  DriverCall c(kLoadQuiet);
+  abook_close(book);
+}
+
 void CreateDefaultBooks() {
-  // The remote session does not exist until the server client is built. A
-  // find that failed (old books not converted) makes nothing.
+  if (RemoteActive()) CreateDefaultRemoteBook();
+  // A find that failed (old books not converted) makes nothing.
   bool ok = false;
   if (g_local && g_enable_local && FindBooks(g_local, "local", &ok).empty() && ok) {
     Trace(kTraceBooks, kTraceMedium, "CreateDefaultBooks: making the book \"local\"\n");
@@ -198,9 +261,22 @@ int ABK_init() {
   g_enable_remote = !Opt_LookupBoolean("AddrBook.EnableRemote", &on, kOptSession) || on;
   on = 1;
   g_enable_local = !Opt_LookupBoolean("AddrBook.EnableLocal", &on, kOptSession) || on;
-  if (g_enable_remote)
-    Trace(kTraceBooks, kTraceCritical, "ABK_init: server address books are not available in this version; off\n");
-  g_enable_remote = false;
+  imsp_abook_session_free(g_remote);
+  g_remote_names.clear();
+  ReadServerAddress();
+  if (g_remote_host.empty()) g_enable_remote = false;
+  if (g_enable_remote && !IsOffline()) {
+    PrimeLogin();
+    WIN_start_critical();
+    g_remote = imsp_abook_session_new(g_remote_host.c_str(), g_remote_port);
+    WIN_end_critical();
+    if (!g_remote) {
+      // This session goes on with the local books alone.
+      g_enable_remote = false;
+      const std::string text = "Failed to initialize support stream " + g_remote_host + "...";
+      mm_log(text.c_str(), 2);
+    }
+  }
   isam_abook_forget_dir();
   delete g_local;
   g_local = new AB_SESSION;
@@ -215,12 +291,48 @@ int ABK_init() {
 void ABK_shutdown() {
   for (int id = 1; id <= kMaxBooks; ++id) ABK_closeBook(id);
   delete g_local;
-  delete g_remote;
-  g_local = g_remote = nullptr;
+  imsp_abook_session_free(g_remote);
+  g_local = nullptr;
+  g_remote_names.clear();
   g_search.clear();
 }
 
 AB_SESSION* ABK_localSession() { return g_local; }
+AB_SESSION* ABK_remoteSession() { return RemoteActive() ? g_remote : nullptr; }
+
+int ABK_ping() {
+  if (!g_remote || IsOffline()) return 1;
+  {
+    DriverCall c(kLoadQuiet);
+    if (imsp_abook_ping(g_remote)) return 1;
+  }
+  Trace(kTraceBooks, kTraceCritical, "ABK_ping: IMSP server ping failed.\n");
+  if (IsOffline()) return 1;
+  // The address is read again: a server moved in the preferences is
+  // reached at its new place.
+  ReadServerAddress();
+  long ok;
+  {
+    PrimeLogin();
+    DriverCall c(kLoadQuiet);
+    ok = imsp_abook_reconnect(g_remote, g_remote_host.c_str(), g_remote_port);
+  }
+  if (!ok) {
+    Trace(kTraceBooks, kTraceCritical, "ABK_ping: failed to reconnect to server.\n");
+    return 0;
+  }
+  // Each book opened anew in its own slot, so that windows holding ids keep
+  // their books, now on the new connection.
+  for (int id = 1; id <= kMaxBooks; ++id) {
+    BOOK_SLOT& s = g_slots[id - 1];
+    if (!s.open) continue;
+    AB_SESSION* session = s.book->session;
+    const std::string name = s.book->name;
+    ABK_closeBook(id);
+    ReopenIn(id, session, name.c_str());
+  }
+  return 1;
+}
 
 // --- Books ----------------------------------------------------------------------
 
@@ -228,6 +340,10 @@ std::vector<std::string> AM_BookGetBooks() {
   CreateDefaultBooks();
   std::vector<std::string> names;
   if (g_enable_local) names = FindBooks(g_local, "*");
+  if (RemoteActive()) {
+    g_remote_names = FindBooks(g_remote, "*");
+    names.insert(names.end(), g_remote_names.begin(), g_remote_names.end());
+  }
   return names;
 }
 
@@ -248,15 +364,10 @@ int ABK_openBook(const char* name) {
     Trace(kTraceBooks, kTraceCritical, "ABK_openBook: no free slot for '%s'\n", name ? name : "");
     return 0;
   }
-  BOOK_SLOT& s = g_slots[id - 1];
-  {
-    DriverCall c(kLoadQuiet);
-    s.book = abook_open(g_local, name, id);
-    if (!s.book) return 0;
-    s.open = 1;
-    abook_getacl(s.book, nullptr);
-  }
-  return id;
+  // A name the server listed is the server's book.
+  const bool remote = RemoteActive() && name &&
+                      std::find(g_remote_names.begin(), g_remote_names.end(), name) != g_remote_names.end();
+  return ReopenIn(id, remote ? g_remote : g_local, name) ? id : 0;
 }
 
 bool ABK_isRemoteBook(int id) {
@@ -294,21 +405,23 @@ int AM_BookSave(int id, const char* new_name) {
   }
   // The same slot, so that windows holding the id keep their book.
   ABK_closeBook(id);
-  BOOK_SLOT& s = g_slots[id - 1];
-  DriverCall c(kLoadQuiet);
-  s.book = abook_open(session, new_name, id);
-  if (!s.book) return 0;
-  s.open = 1;
-  abook_getacl(s.book, nullptr);
-  return 1;
+  if (session == g_remote)
+    std::replace(g_remote_names.begin(), g_remote_names.end(), b->name, std::string(new_name));
+  return ReopenIn(id, session, new_name);
 }
 
 std::string ABK_createNewABook(int kind, const char* name) {
   if (!name || !*name) return "";
-  if (kind != kBookLocal) {
-    Trace(kTraceBooks, kTraceCritical, "ABK_createNewABook: no server books in this version\n");
-    return "";
+  if (kind == kBookRemote) {
+    if (!RemoteActive()) return "";
+    // The server keeps a user's books under the user's name.
+    const std::string full = std::string(imsp_abook_user(g_remote)) + "." + name;
+    DriverCall c(kLoadQuiet);
+    if (!abook_create(g_remote, full.c_str())) return "";
+    g_remote_names.push_back(full);
+    return full;
   }
+  if (kind != kBookLocal) return "";
   DriverCall c(kLoadQuiet);
   return abook_create(g_local, name) ? name : "";
 }
@@ -328,6 +441,14 @@ EntryList AM_EntryGetEntries(int id) {
   MBook* b = BookOf(id);
   if (!b) return list;
   Collect(&list, [&] { return abook_getlist(b); });
+  if (ABK_isRemoteBook(id)) {
+    // The server's search does not tell entries without an attribute
+    // reliably: each entry is fetched, and its "member" marks a list.
+    for (AddressEntry& e : list)
+      for (const auto& [a, v] : entry_get_attributes(e))
+        if (strcasecmp(a.c_str(), "member") == 0) e.is_list = 1;
+    return list;
+  }
   // Lists are told apart by their "member" attribute: one search marks them.
   EntryList lists = AM_EntryGetListEntries(id);
   for (AddressEntry& e : list)
@@ -340,6 +461,11 @@ EntryList AM_EntryGetListEntries(int id) {
   EntryList list;
   MBook* b = BookOf(id);
   if (!b) return list;
+  if (ABK_isRemoteBook(id)) {
+    for (AddressEntry& e : AM_EntryGetEntries(id))
+      if (e.is_list) list.push_back(std::move(e));
+    return list;
+  }
   const AbPair member{"member", "*"};
   Collect(&list, [&] { return abook_search(b, "*", &member, 1); });
   for (AddressEntry& e : list) e.is_list = 1;

@@ -51,6 +51,11 @@ inline bool ABK_isPerson(const AddressEntry& e) { return e.is_list == 0; }
 int ABK_init();
 void ABK_shutdown();
 AB_SESSION* ABK_localSession();
+// The server's books, while they are on and the program is online; else null.
+AB_SESSION* ABK_remoteSession();
+// Keeps the server connection alive: on a failed NOOP it reconnects and
+// binds every open book anew. 0 when the server can't be reached again.
+int ABK_ping();
 
 // Book names of both sessions, after making the default books.
 std::vector<std::string> AM_BookGetBooks();

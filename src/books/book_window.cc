@@ -8,8 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "src/base/critical.h"
+#include "src/base/errors.h"
 #include "src/books/address_model.h"
 #include "src/books/book_import.h"
+#include "src/options/options.h"
 #include "xvt/xvt.h"
 
 namespace {
@@ -316,7 +319,16 @@ struct BookAsk {
   std::vector<std::string> books;
   EntryList entries;
   int book = 0;  // the chosen book's id
+  long timer = 0;  // keeps the server connection alive while the window is open
 };
+
+// The server drops connections left idle: the window pings it at the mail
+// check's interval (Timer.Interval, minutes).
+long PingPeriodMs() {
+  int minutes = 10;
+  if (!Opt_LookupInt("Timer.Interval", &minutes, kOptSession) || minutes < 1) minutes = 10;
+  return minutes * 60000L;
+}
 
 void FillEntries(WINDOW win, BookAsk* ask) {
   ask->entries = ask->book ? AM_EntryGetEntries(ask->book) : EntryList{};
@@ -373,8 +385,12 @@ void BookCommand(WINDOW win, BookAsk* ask, int id) {
     }
     case kBwEntries: break;
     case kBwNewBook:
-      if (Prompt("Name of the new book:", &name) && !ABK_createNewABook(kBookLocal, name.c_str()).empty())
-        FillBooks(win, ask, name);
+      // A new book goes where the chosen one lives.
+      if (Prompt("Name of the new book:", &name)) {
+        const int kind = ask->book && ABK_isRemoteBook(ask->book) ? kBookRemote : kBookLocal;
+        const std::string full = ABK_createNewABook(kind, name.c_str());
+        if (!full.empty()) FillBooks(win, ask, full);
+      }
       break;
     case kBwRenameBook:
       if (MayWrite(ask) && Prompt("New name of the book:", &name) && AM_BookSave(ask->book, name.c_str()))
@@ -389,8 +405,9 @@ void BookCommand(WINDOW win, BookAsk* ask, int id) {
       if (xvt_dm_post_ask("Delete", "Cancel", nullptr, "Delete the book \"%s\" and every entry in it?",
                           book.c_str()) != RESP_DEFAULT)
         break;
+      AB_SESSION* session = ABK_slot(ask->book)->book->session;
       ABK_closeBook(ask->book);
-      abook_delete(ABK_localSession(), book.c_str());
+      abook_delete(session, book.c_str());
       FillBooks(win, ask, "");
       break;
     }
@@ -440,7 +457,21 @@ void BookCommand(WINDOW win, BookAsk* ask, int id) {
 long book_eh(WINDOW win, EVENT* ev) {
   auto* ask = reinterpret_cast<BookAsk*>(xvt_vobj_get_data(win));
   switch (ev->type) {
-    case E_CREATE: FillBooks(win, ask, ""); break;
+    case E_CREATE:
+      FillBooks(win, ask, "");
+      if (ABK_remoteSession()) ask->timer = xvt_timer_create(win, PingPeriodMs());
+      break;
+    case E_TIMER:
+      if (WIN_in_critical()) break;  // a call to the server is running
+      if (!ABK_ping()) {
+        ErrorShow(4003, "IMSP server disconnect");
+        xvt_vobj_destroy(win);
+      }
+      break;
+    case E_DESTROY:
+      if (ask->timer) xvt_timer_destroy(ask->timer);
+      ask->timer = 0;
+      break;
     case E_CONTROL: BookCommand(win, ask, ev->v.ctl.id); break;
     case E_CLOSE: xvt_vobj_destroy(win); break;
     default: break;

@@ -297,36 +297,3 @@ void Opt_TranslateVersion() {
   for (const auto& t : kTranslators)
     if (t.version > version) t.translate();
 }
-
-// The option server's side arrives with its client; until then remote
-// options can't be read, and the program falls back to the local file.
-int Opt_LoadFromIMSP() {
-  Trace(kTraceOptions, kTraceHigh, "Opt_LoadFromIMSP: no option server client in this build\n");
-  return 0;
-}
-
-int Opt_SaveToIMSP() {
-  Trace(kTraceOptions, kTraceHigh, "Opt_SaveToIMSP: no option server client in this build\n");
-  return 0;
-}
-
-namespace {
-bool g_saving_to_server = false;
-}
-
-void mm_option(void*, const char* name, const char* value, int writable) {
-  if (g_saving_to_server || !name || !value) return;
-  std::string decoded = OptDecodeNameString(name);
-  int level = kOptDefault;
-  std::string key = decoded;
-  for (const char* prefix : {"velmar.", "vmrmail."}) {
-    size_t n = std::strlen(prefix);
-    if (decoded.compare(0, n, prefix) == 0) {
-      level = kOptPermanent;
-      key = decoded.substr(n);
-      break;
-    }
-  }
-  // A lock held on the server arrives as a readonly option.
-  Opt_AssignString(key.c_str(), value, level, writable ? 0 : 1);
-}

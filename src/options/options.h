@@ -89,6 +89,9 @@ int string_match(const char* text, const char* pattern);
 // Persistence.
 int Opt_LoadFromTCL(const char* file);
 int Opt_LoadFromIMSP();
+// A logged-in session on the option server (Options.RemoteHost and
+// Options.RemotePort), or null after showing why; free with imsp_session_free.
+struct ImspSession* Open_NewStream();
 int Opt_Save();
 int Opt_SaveToTCL();
 int Opt_SaveToIMSP();

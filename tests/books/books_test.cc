@@ -15,6 +15,7 @@
 #include "src/books/book_window.h"
 #include "src/compose/compose.h"
 #include "src/options/options.h"
+#include "tests/books/book_helpers.h"
 #include "tests/model/model_fixture.h"
 
 namespace {
@@ -43,27 +44,6 @@ class BooksTest : public ModelTest {
   int Book(const char* name) {
     ABK_createNewABook(kBookLocal, name);
     return ABK_openBook(name);
-  }
-  static int Store(int id, const char* entry, const AttrList& attrs) {
-    std::vector<AbPair> pairs;
-    for (const auto& [a, v] : attrs) pairs.push_back({a, v});
-    return Nice_imsp_io(kBookLocal, ABK_slot(id)->book, entry, pairs.data(), static_cast<int>(pairs.size()));
-  }
-  static std::string Names(const EntryList& list) {
-    std::string out;
-    for (const AddressEntry& e : list) out += (out.empty() ? "" : " ") + e.name + (e.is_list ? "*" : "");
-    return out;
-  }
-  static std::string Attrs(int id, const char* entry) {
-    std::string out;
-    for (const auto& [a, v] : entry_get_attributes(AddressEntry{static_cast<int16_t>(id), 0, entry}))
-      out += a + "=" + v + ";";
-    return out;
-  }
-  static std::string Joined(const std::vector<std::string>& v) {
-    std::string out;
-    for (const std::string& s : v) out += s + ",";
-    return out;
   }
 };
 
