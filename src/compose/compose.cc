@@ -150,6 +150,7 @@ void Layout(ComposeInfo* info) {
   RCT text{0, top, c.right, std::max(top + 20, c.bottom - list_h - (attachments ? 4 : 0))};
   RCT list{0, std::max(top + 24, c.bottom - list_h), c.right, c.bottom};
   xvt_vobj_move(info->text_pane, &text);
+  ComposeLayoutForm(info, text);
   xvt_vobj_move(info->attachment_pane, &list);
   xvt_vobj_set_visible(info->attachment_pane, attachments);
 }
@@ -171,6 +172,8 @@ std::string FieldsKey(const ComposeFields& f) {
 }
 
 }  // namespace
+
+void ComposeLayout(ComposeInfo* info) { Layout(info); }
 
 void ComposeMarkSaved(ComposeInfo* info) {
   info->address_snapshot = FieldsKey(ComposeGetFields(info));

@@ -270,8 +270,8 @@ bool EvalWords(Tcl_Interp* interp, std::initializer_list<std::string> words) {
 WINDOW FormTclCreate(WINDOW parent, const RCT* rect, const char* file, const FormHost& host) {
   Tcl_Interp* interp = task_interp;
   if (!interp || !file || !rect) return NULL_WIN;
-  if (Current().win && xvt_vobj_is_valid(Current().win)) {
-    xvt_dm_post_error("Only one phone message can be open at a time.");
+  if (FormTclIsOpen()) {
+    xvt_dm_post_error("%s", kFormTclBusy);
     return NULL_WIN;
   }
   Tcl_CreateObjCommand(interp, "form_completion", FormCompletionCmd, nullptr, nullptr);
@@ -311,6 +311,8 @@ WINDOW FormTclCreate(WINDOW parent, const RCT* rect, const char* file, const For
 }
 
 bool FormIsTcl(WINDOW win) { return win && Current().win == win; }
+
+bool FormTclIsOpen() { return Current().win && xvt_vobj_is_valid(Current().win); }
 
 int FormTclProduce(WINDOW form, const char* file) {
   if (!FormIsTcl(form) || !task_interp || !file) return 0;

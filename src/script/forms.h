@@ -74,6 +74,7 @@ struct FormHost {
 };
 
 constexpr const char* kFormWinName = "formwin";
+constexpr const char* kFormTclBusy = "Only one phone message can be open at a time.";
 
 // Runs the form script file in a new window formwin of rect inside parent.
 // The window, or null after telling the user ("invalid phone message").
@@ -82,3 +83,5 @@ WINDOW FormTclCreate(WINDOW parent, const RCT* rect, const char* file, const For
 // (produce_win_file formwin file); 1 or 0 (told).
 int FormTclProduce(WINDOW form, const char* file);
 bool FormIsTcl(WINDOW win);
+// Whether a Tcl form is open (there is one at a time: formwin).
+bool FormTclIsOpen();
