@@ -21,7 +21,7 @@
 namespace {
 
 constexpr size_t kMaxFormPart = 1u << 20;
-constexpr int kTclFormHeight = 330;
+constexpr int kTclFormMinHeight = 200;
 
 const char* const kHeaderNames[5] = {"To", "Cc", "Bcc", "Reply-To", "Subject"};
 
@@ -77,23 +77,30 @@ WINDOW OpenFormWindow(const char* file, bool tcl) {
   WINDOW win = createComposeWin(kComposeForm, 0, tcl ? "Phone Message" : "Form");
   ComposeInfo* info = ComposeInfoOf(win);
   if (!info) return NULL_WIN;
-  RCT c{};
-  xvt_vobj_get_client_rect(win, &c);
+  // The script lays its fields out in the place the text would take.
+  RCT r{};
+  xvt_vobj_get_outer_rect(info->text_pane, &r);
+  r.right = std::max(r.right, r.left + 100);
+  r.bottom = std::max(r.bottom, r.top + kTclFormMinHeight);
   if (tcl) {
-    RCT r{0, 0, std::max(c.right, 100), kTclFormHeight};
     FormHost host;
     host.set_title = HostSetTitle;
     host.set_header = HostSetHeader;
     host.get_header = HostGetHeader;
     host.completed = HostCompleted;
     host.data = win;
-    if (WINDOW pane = FormTclCreate(win, &r, file, host)) Attach(info, pane, true, r.right, r.bottom);
+    if (WINDOW pane = FormTclCreate(win, &r, file, host))
+      Attach(info, pane, true, r.right - r.left, r.bottom - r.top);
   } else {
     int w = 0, h = 0;
     if (WINDOW pane = form_read_file(win, file, 0, &w, &h)) {
       Attach(info, pane, false, w, h);
       char title[256] = "";
-      if (xvt_vobj_get_title(pane, title, sizeof title) && *title) xvt_vobj_set_title(win, title);
+      if (xvt_vobj_get_title(pane, title, sizeof title) && *title) {
+        xvt_vobj_set_title(win, title);
+        // The form's title says what the message is.
+        xvt_vobj_set_title(info->address_panel[4], title);
+      }
     }
   }
   // What the form starts with is not the user's yet.

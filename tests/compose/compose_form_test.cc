@@ -67,7 +67,7 @@ TEST_F(ComposeForms, FormsAreSentAsTheirOwnPartsInPlaceOfTheText) {
     EXPECT_EQ(Title(stored), "Visit");
     xvt_test_type(s->form_pane, 2, "Carol");
     const std::string text = Built(stored);  // no To: a form needs none
-    for (const char* want : {"Content-Type: TEXT/FORM; CHARSET=UTF-8\r\n",
+    for (const char* want : {"Subject: Visit\r\n", "Content-Type: TEXT/FORM; CHARSET=UTF-8\r\n",
                              "    Begin Form,  300,  120    Visit\r\n        TEXT,  4,  4, 60, 16  Name:  \r\n"
                              "        EDIT,  70,  4, 200, 20  Carol  \r\n"})
       EXPECT_NE(text.find(want), std::string::npos) << want << "\n" << text;
