@@ -312,6 +312,23 @@ WINDOW FormTclCreate(WINDOW parent, const RCT* rect, const char* file, const For
 
 bool FormIsTcl(WINDOW win) { return win && Current().win == win; }
 
+void FormFocusEdge(WINDOW form, bool last) {
+  if (FormIsTcl(form)) {
+    if (task_interp && !EvalWords(task_interp, {last ? "focus_last_kid" : "focus_first_kid", kFormWinName}))
+      Trace(kTraceFrame, kTraceHigh, "form focus: %s\n", Tcl_GetStringResult(task_interp));
+    return;
+  }
+  FormRecord* rec = RecordOf(form);
+  if (!rec) return;
+  for (size_t k = 0; k < rec->controls.size(); ++k) {
+    const size_t i = last ? rec->controls.size() - 1 - k : k;
+    if (rec->spec.fields[i].type != kFormText && rec->controls[i]) {
+      xvt_scr_set_focus_vobj(rec->controls[i]);
+      return;
+    }
+  }
+}
+
 bool FormTclIsOpen() { return Current().win && xvt_vobj_is_valid(Current().win); }
 
 int FormTclProduce(WINDOW form, const char* file) {

@@ -83,5 +83,8 @@ WINDOW FormTclCreate(WINDOW parent, const RCT* rect, const char* file, const For
 // (produce_win_file formwin file); 1 or 0 (told).
 int FormTclProduce(WINDOW form, const char* file);
 bool FormIsTcl(WINDOW win);
+// Gives the focus to the first (or last) field of a form that takes input:
+// Tab (or Shift-Tab) into the form from the pane beside it.
+void FormFocusEdge(WINDOW form, bool last);
 // Whether a Tcl form is open (there is one at a time: formwin).
 bool FormTclIsOpen();

@@ -49,6 +49,19 @@ TEST_F(ComposeForms, FormsAreSentAsTheirOwnPartsInPlaceOfTheText) {
                    "txeditctl phonemsg_message set \"Call about\\nthe roof\""),
               "");
     EXPECT_EQ(phone_message(), NULL_WIN) << "one phone message at a time";
+    // Tab from the pane before the form enters its first field; Shift-Tab round the front, its last.
+    const auto tab = [&](WINDOW from, bool back) {
+      xvt_scr_set_focus_vobj(from);
+      EVENT ev{};
+      ev.type = E_CHAR;
+      ev.v.chr.ch = back ? K_BTAB : K_TAB;
+      xvt_test_user_event(phone, &ev);
+      char ptr[32];
+      std::snprintf(ptr, sizeof ptr, "%p", static_cast<void*>(xvt_scr_get_focus_vobj()));
+      return std::string(ptr);
+    };
+    EXPECT_EQ(tab(info->address_panel[4], false), Eval("keylget $windows(phonemsg_for) windowptr"));
+    EXPECT_EQ(tab(info->address_panel[0], true), Eval("keylget $windows(phonemsg_message) windowptr"));
 
     xvt_test_type(phone, kComposeToId, "bob@example.org");
     const std::string tcl = Built(phone);
