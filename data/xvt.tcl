@@ -65,3 +65,8 @@ proc activate_control {name id} {
         }
     }
 }
+
+# Focus to the first (or last) control of window name that can take it:
+# Tab out of the pane before a form, and Shift-Tab out of the pane after it.
+proc focus_first_kid {name} { focus_step $name "" 1 }
+proc focus_last_kid {name} { focus_step $name "" -1 }

@@ -400,7 +400,7 @@ void Widest(E_DATA* ed, const std::vector<EDisRow>& rows) {
 EDisplay* edis_create(WINDOW win, XVT_FNTID font) {
   auto* dis = new EDisplay;
   dis->win = win;
-  dis->font = font ? font : xvt_font_create("mono", 14, 0);
+  dis->font = font ? font : xvt_font_create(kEdisFontFamily, kEdisFontSize, 0);
   int leading = 0, ascent = 12, descent = 4;
   xvt_font_get_metrics(dis->font, &leading, &ascent, &descent);
   dis->leading = leading;

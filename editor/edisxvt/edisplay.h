@@ -69,6 +69,8 @@ struct EDisplay {
 // The display of a window, with the font that sets the metrics (null: the
 // default fixed-pitch editor font).
 EDisplay* edis_create(WINDOW win, XVT_FNTID font);
+constexpr const char* kEdisFontFamily = "mono";
+constexpr int kEdisFontSize = 14;
 void edis_destroy(EDisplay*& dis, EditBuffer* buf);
 
 // Lays out and invalidates what changed. follow_point: the point must end

@@ -22,6 +22,7 @@ struct EditWin {
   int ctl_kind = 0;  // 0 for a document window
   int id = 0;
   bool read_only = false;
+  bool tab_leaves = false;
   std::string keybind;
   bool has_keybind = false;
   // An event that arrives while one is being handled (a dialog's or a
@@ -195,7 +196,8 @@ void Key(WINDOW win, EditWin* rec, EVENT* ev) {
   E_DATA* ed = rec->ed;
   const int ch = ev->v.chr.ch;
   const bool key = !ev->v.chr.text;
-  if (rec->ctl_kind == TXEDITLINE && key && (ch == K_ENTER || ch == K_TAB || ch == K_BTAB)) {
+  const bool tab = ch == K_TAB || ch == K_BTAB;
+  if (key && ((rec->ctl_kind == TXEDITLINE && (ch == K_ENTER || tab)) || (rec->tab_leaves && tab))) {
     // A field does not take these: they are the dialog's (default button,
     // next field).
     WINDOW parent = xvt_vobj_get_parent(win);
@@ -448,6 +450,10 @@ void txedit_set_readonly(WINDOW ctl, bool read_only) {
 bool txedit_is_readonly(WINDOW ctl) {
   EditWin* rec = Rec(ctl);
   return rec && rec->read_only;
+}
+
+void txedit_set_tab_leaves(WINDOW ctl, bool leaves) {
+  if (EditWin* rec = Rec(ctl); rec && rec->ctl_kind) rec->tab_leaves = leaves;
 }
 
 void txedit_focus(WINDOW ctl) {

@@ -32,3 +32,6 @@ std::string txedit_get_text(WINDOW ctl);
 void txedit_set_readonly(WINDOW ctl, bool read_only);
 bool txedit_is_readonly(WINDOW ctl);
 void txedit_focus(WINDOW ctl);
+// A multi-line field that hands Tab and Shift-Tab to its parent, as a
+// one-line field always does, instead of taking them as text.
+void txedit_set_tab_leaves(WINDOW ctl, bool leaves);

@@ -18,6 +18,7 @@
 #include "src/base/window_list.h"
 #include "src/compose/compose_internal.h"
 #include "src/compose/compose_text.h"
+#include "src/script/forms.h"
 #include "src/options/options.h"
 #include "src/security/pgp_mime.h"
 #include "src/viewer/attach.h"
@@ -150,6 +151,7 @@ void Layout(ComposeInfo* info) {
   RCT text{0, top, c.right, std::max(top + 20, c.bottom - list_h - (attachments ? 4 : 0))};
   RCT list{0, std::max(top + 24, c.bottom - list_h), c.right, c.bottom};
   xvt_vobj_move(info->text_pane, &text);
+  ComposeLayoutForm(info, text);
   xvt_vobj_move(info->attachment_pane, &list);
   xvt_vobj_set_visible(info->attachment_pane, attachments);
 }
@@ -168,6 +170,33 @@ void Describe(WINDOW win, std::string* out) {
 
 std::string FieldsKey(const ComposeFields& f) {
   return f.to + '\1' + f.cc + '\1' + f.bcc + '\1' + f.reply_to + '\1' + f.subject;
+}
+
+}  // namespace
+
+void ComposeLayout(ComposeInfo* info) { Layout(info); }
+
+namespace {
+
+// Tab and Shift-Tab that a pane hands on: the address fields, then the
+// text or the form (entered at its first field, or its last going back),
+// then the attachment list when it shows, round the end.
+void StepFocus(ComposeInfo* info, bool back) {
+  std::vector<WINDOW> panes(info->address_panel, info->address_panel + 5);
+  panes.push_back(info->form_pane ? info->form_pane : info->text_pane);
+  if (xvt_vobj_is_visible(info->attachment_pane)) panes.push_back(info->attachment_pane);
+  WINDOW focus = xvt_scr_get_focus_vobj();
+  // Focus inside the form counts as the form's.
+  if (info->form_pane && focus && xvt_vobj_get_parent(focus) == info->form_pane) focus = info->form_pane;
+  const size_t n = panes.size();
+  size_t at = back ? 0 : n - 1;
+  for (size_t i = 0; i < n; ++i)
+    if (panes[i] == focus) at = i;
+  WINDOW next = panes[back ? (at + n - 1) % n : (at + 1) % n];
+  if (next == info->form_pane)
+    FormFocusEdge(next, back);
+  else if (next)
+    xvt_scr_set_focus_vobj(next);
 }
 
 }  // namespace
@@ -722,6 +751,8 @@ long compose_eh(WINDOW win, EVENT* ev) {
     case E_COMMAND: doComposeMenu(win, ev->v.cmd.tag); break;
     case E_CHAR:
       if (ev->v.chr.control && (ev->v.chr.ch == 'w' || ev->v.chr.ch == 'W')) compose_close(win);
+      if (info && !ev->v.chr.text && (ev->v.chr.ch == K_TAB || ev->v.chr.ch == K_BTAB))
+        StepFocus(info, ev->v.chr.ch == K_BTAB || ev->v.chr.shift);
       break;
     case E_TIMER:
       if (info && ev->v.timer.id == info->autosave_timer && ComposeIsModified(info)) ComposeAutosave(info);

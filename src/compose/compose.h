@@ -36,6 +36,9 @@ constexpr int M_COMPOSE_SIGN = 14410;
 constexpr int M_COMPOSE_ENCRYPT = 14411;
 constexpr int M_COMPOSE_PGP_MIME = 14412;
 constexpr int M_COMPOSE_CLOSE = 14104;
+// Commands of the message windows that open a form to compose.
+constexpr int M_PHONE_MESSAGE = 20014;
+constexpr int M_COMPOSE_FORM = 20015;
 
 // Control ids of the panes.
 constexpr int kComposeToId = 11;
@@ -92,6 +95,10 @@ struct ComposeInfo {
   WINDOW address_panel[5] = {};  // To, Cc, Bcc, Reply-To, Subject
   WINDOW text_pane = NULL_WIN;
   WINDOW attachment_pane = NULL_WIN;
+  // A form in place of the text: a form script's window or a stored form.
+  WINDOW form_pane = NULL_WIN;
+  bool form_tcl = false;
+  int form_width = 0, form_height = 0;
   std::vector<ComposeAttachment> attachment_list;
   int notifier = -1;
   ComposeOptions options;
@@ -114,6 +121,10 @@ WINDOW compose_reply(UMI umi, int all = -1);
 // as_attachment: 1, 0, or -1 as Forward.Attachment says.
 WINDOW compose_forward(UMI umi, int as_attachment = -1);
 WINDOW compose_restart(UMI umi);
+// The phone message, a form script from the data folder.
+WINDOW phone_message();
+// A stored form: file, or one the user chooses.
+WINDOW compose_form(const char* file = nullptr);
 
 // --- The fields ---------------------------------------------------------------
 ComposeFields ComposeGetFields(ComposeInfo* info);

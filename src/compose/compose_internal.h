@@ -25,3 +25,8 @@ WINDOW ComposeRestoreWindow(int kind, const ComposeFields& f, const std::string&
                             const std::vector<ComposeAttachment>& atts);
 // The window's content counts as saved from now on (nothing to ask on close).
 void ComposeMarkSaved(ComposeInfo* info);
+void ComposeLayout(ComposeInfo* info);
+// Places the form pane in the area the text would take.
+void ComposeLayoutForm(ComposeInfo* info, const RCT& area);
+// The part a form window sends in place of its text; 1, or 0 (told).
+int ComposeFormPart(ComposeInfo* info, BodyPart** out);

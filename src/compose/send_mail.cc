@@ -160,11 +160,17 @@ int fill_envelope(WINDOW win, Envelope* env) {
 int fill_body(WINDOW win, BodyPart** out) {
   ComposeInfo* info = ComposeInfoOf(win);
   if (!info || !out) return 0;
-  BodyPart* text = mail_newbody();
-  text->type = TYPETEXT;
-  text->subtype = cpystr("PLAIN");
-  text->parameter = Param("CHARSET", "UTF-8");
-  SetText(text, ComposeTextGet(info->text_pane));
+  BodyPart* text = nullptr;
+  if (info->form_pane) {
+    // A form is the message: it goes in the place of the text.
+    if (!ComposeFormPart(info, &text)) return 0;
+  } else {
+    text = mail_newbody();
+    text->type = TYPETEXT;
+    text->subtype = cpystr("PLAIN");
+    text->parameter = Param("CHARSET", "UTF-8");
+    SetText(text, ComposeTextGet(info->text_pane));
+  }
   if (info->attachment_list.empty()) {
     *out = text;
     return 1;

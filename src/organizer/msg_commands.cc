@@ -96,6 +96,7 @@ const CommandRule kRules[] = {
     {M_MSG_SUBSCRIBE, kFolders},     {M_MSG_NEXT, kMessage},           {M_MSG_PREV, kMessage},
     {M_MSG_REPLY, kOneMessage},      {M_MSG_FORWARD, kOneMessage},     {M_MSG_RESTART, kOneMessage},
     {M_MSG_REPLY_ALL, kOneMessage},  {M_MSG_COMPOSE, kAlways},
+    {M_PHONE_MESSAGE, kAlways},      {M_COMPOSE_FORM, kAlways},
     {M_MSG_UNDELETE, kMessage},      {M_MSG_COPY, kMessage},           {M_MSG_MOVE, kMoveable},
     {M_MSG_EXTRACT, kNever},         {M_MSG_ACTION_DELETE, kAlways},   {M_MSG_NEW_SEARCH, kFolderHere},
     {M_MSG_NEW_SERVICE, kNever},     {M_MSG_NEW_FOLDER, kService},     {M_MSG_NEW_GROUP, kNever},
@@ -333,6 +334,8 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
     case M_MSG_MARK_ANSWERED: FlipFlag(info, s, "\\Answered", kMsgAnswered); break;
     case M_MSG_SAVE: SaveMessage(s); break;
     case M_MSG_COMPOSE: compose_new(); break;
+    case M_PHONE_MESSAGE: phone_message(); break;
+    case M_COMPOSE_FORM: compose_form(); break;
     case M_MSG_REPLY: compose_reply(MSG_Info(s.nodes[0])->umi, -1); break;
     case M_MSG_REPLY_ALL: compose_reply(MSG_Info(s.nodes[0])->umi, 1); break;
     case M_MSG_FORWARD: compose_forward(MSG_Info(s.nodes[0])->umi, -1); break;

@@ -15,6 +15,7 @@
 #include "src/base/trace.h"
 #include "src/base/window_list.h"
 #include "src/options/options.h"
+#include "src/compose/compose.h"
 #include "src/organizer/desktop.h"
 #include "src/organizer/msgwin.h"
 #include "src/organizer/nodes.h"
@@ -84,6 +85,8 @@ const MENU_ITEM kMessageMenu[] = {
     {M_MSG_PREV, "Show ~Previous", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_MSG_COMPOSE, "New ~Message...", true, false, false, nullptr},
+    {M_PHONE_MESSAGE, "New P~hone Message...", true, false, false, nullptr},
+    {M_COMPOSE_FORM, "New F~orm...", true, false, false, nullptr},
     {M_MSG_REPLY, "~Reply...", false, false, false, nullptr},
     {M_MSG_REPLY_ALL, "Reply to ~All...", false, false, false, nullptr},
     {M_MSG_FORWARD, "~Forward...", false, false, false, nullptr},

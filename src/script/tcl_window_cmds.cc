@@ -9,6 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "editor/edisxvt/edisplay.h"
+#include "editor/edisxvt/edit_window.h"
+#include "rclib/rc.h"
 #include "src/base/trace.h"
 #include "src/base/commands.h"
 #include "src/options/options.h"
@@ -18,7 +21,7 @@
 namespace {
 
 constexpr const char* kWindows = "windows";
-constexpr const char* kEditorMissing = "editor controls are not available yet";
+constexpr const char* kNoWrapper = "Could not create text wrapper window";
 // Longest control text or list item that a script reads back in one piece.
 constexpr size_t kTextLimit = 16384;
 // Coordinates beyond this are a script's mistake, not a layout.
@@ -59,6 +62,12 @@ WINDOW ParsePtr(const char* text) {
 }
 
 bool IsControlType(WIN_TYPE type) { return type >= WC_PUSHBUTTON; }
+
+// Editor fields are windows of the editor's own, not toolkit controls, but
+// scripts use them like any other control of their window.
+bool IsEditorControl(WINDOW win) { return xvt_vobj_get_type(win) == W_PLAIN && edit_data(win) != nullptr; }
+
+bool IsScriptControl(WINDOW win) { return IsControlType(xvt_vobj_get_type(win)) || IsEditorControl(win); }
 
 // ---------------------------------------------------------------------------
 // The windows array
@@ -194,6 +203,9 @@ const Word kControlTypes[] = {
     {"WC_TEXT", WC_TEXT},           {"WC_PUSHBUTTON", WC_PUSHBUTTON}, {"WC_EDIT", WC_EDIT},
     {"WC_CHECKBOX", WC_CHECKBOX},   {"WC_RADIOBUTTON", WC_RADIOBUTTON}, {"WC_GROUPBOX", WC_GROUPBOX},
     {"WC_LBOX", WC_LBOX},           {"WC_LISTBUTTON", WC_LISTBUTTON}, {"WC_LISTEDIT", WC_LISTEDIT},
+    // The editor's fields: kinds of its own, told from toolkit types by
+    // the branch that makes them.
+    {"TXEDIT", TXEDIT},             {"TXEDITLINE", TXEDITLINE},
 };
 
 const Word kWindowFlags[] = {
@@ -289,15 +301,28 @@ WINDOW NeedWindow(Tcl_Interp* interp, const char* cmd, Tcl_Obj* name) {
   return win;
 }
 
+// A control of win by its id. Editor fields are not the toolkit's
+// controls: they are found through the script's own record of win.
+WINDOW ControlById(Tcl_Interp* interp, WINDOW win, const char* winname, int id) {
+  if (WINDOW ctl = xvt_win_get_ctl(win, id)) return ctl;
+  for (const std::string& kid : Kids(interp, winname)) {
+    std::string kid_id;
+    if (!EntryKey(Entry(interp, kid.c_str()), "id", &kid_id) || kid_id != std::to_string(id)) continue;
+    WINDOW ctl = WindowNamed(interp, kid.c_str());
+    if (ctl && xvt_vobj_get_parent(ctl) == win && IsEditorControl(ctl)) return ctl;
+  }
+  return NULL_WIN;
+}
+
 // A control of win, by its id or by its name in `windows`.
 WINDOW NeedControl(Tcl_Interp* interp, const char* cmd, WINDOW win, Tcl_Obj* winname, Tcl_Obj* ctl) {
   int id = 0;
   WINDOW found = NULL_WIN;
   if (Tcl_GetIntFromObj(nullptr, ctl, &id) == TCL_OK) {
-    found = xvt_win_get_ctl(win, id);
+    found = ControlById(interp, win, Tcl_GetString(winname), id);
   } else {
     found = WindowNamed(interp, Tcl_GetString(ctl));
-    if (found && (xvt_vobj_get_parent(found) != win || !IsControlType(xvt_vobj_get_type(found)))) found = NULL_WIN;
+    if (found && (xvt_vobj_get_parent(found) != win || !IsScriptControl(found))) found = NULL_WIN;
   }
   if (!found)
     TclFail(interp, std::string(cmd) + ": no control " + Quoted(Tcl_GetString(ctl)) + " in window " +
@@ -504,8 +529,6 @@ int CreateControlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const ob
   const char* cmd = "_xvt_create_control";
   if (objc != 8) return TclWrongArgs(interp, cmd);
   const char* type_word = Tcl_GetString(objv[1]);
-  if (!std::strcmp(type_word, "TXEDIT") || !std::strcmp(type_word, "TXEDITLINE"))
-    return TclFail(interp, std::string(cmd) + ": " + kEditorMissing);
   const Word* type = FindWord(kControlTypes, type_word);
   if (!type) return TclFail(interp, std::string(cmd) + ": unknown control type " + Quoted(type_word));
   RCT rct;
@@ -514,7 +537,7 @@ int CreateControlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const ob
     return TCL_ERROR;
   WINDOW parent = NeedWindow(interp, cmd, objv[4]);
   if (!parent) return TCL_ERROR;
-  if (IsControlType(xvt_vobj_get_type(parent)))
+  if (IsScriptControl(parent))
     return TclFail(interp, std::string(cmd) + ": " + Quoted(Tcl_GetString(objv[4])) + " is a control, not a window");
   const char* parent_name = Tcl_GetString(objv[4]);
   const char* name = Tcl_GetString(objv[6]);
@@ -525,13 +548,25 @@ int CreateControlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const ob
     return TclFail(interp, std::string(cmd) + ": bad control id " + Quoted(Tcl_GetString(objv[7])) +
                             ": must be a number from 1 to 32767");
   // activate_control finds a control by its id: two alike would be confused.
-  if (xvt_win_get_ctl(parent, id))
+  if (ControlById(interp, parent, Tcl_GetString(objv[4]), id))
     return TclFail(interp, std::string(cmd) + ": window " + Quoted(parent_name) + " already has a control with id " +
                             std::to_string(id));
   std::string error;
   Tcl_Obj* parent_entry = WithKid(interp, parent_name, name, true, &error);
   if (!parent_entry) return TclFail(interp, std::string(cmd) + ": " + error);
-  WINDOW ctl = xvt_ctl_create(static_cast<WIN_TYPE>(type->value), &rct, Tcl_GetString(objv[3]), parent, flags, id);
+  WINDOW ctl = NULL_WIN;
+  if (type->value == TXEDIT || type->value == TXEDITLINE) {
+    ctl = txedit_create(static_cast<TXEDIT_KIND>(type->value), parent, &rct, id, flags);
+    if (!ctl) {
+      Tcl_DecrRefCount(parent_entry);
+      return TclFail(interp, kNoWrapper);
+    }
+    // In a form, Tab moves between fields even out of a multi-line one.
+    txedit_set_tab_leaves(ctl, true);
+    txedit_set_text(ctl, Tcl_GetString(objv[3]));
+  } else {
+    ctl = xvt_ctl_create(static_cast<WIN_TYPE>(type->value), &rct, Tcl_GetString(objv[3]), parent, flags, id);
+  }
   if (!ctl) {
     Tcl_DecrRefCount(parent_entry);
     return TclFail(interp, std::string(cmd) + ": could not create control " + Quoted(name));
@@ -738,7 +773,7 @@ int CloseWinCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[])
   std::string type;
   if (win == TASK_WIN || win == SCREEN_WIN || (EntryKey(entry, "type", &type) && type == "external"))
     return TclFail(interp, std::string(cmd) + ": window " + Quoted(name) + " belongs to the program");
-  if (IsControlType(xvt_vobj_get_type(win))) {
+  if (IsScriptControl(win)) {
     // Controls get no events of their own: their entries go here.
     std::string parent, error;
     bool has_parent = EntryKey(entry, "parent", &parent);
@@ -853,9 +888,11 @@ int ContainerNextFocusCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* con
   return DoneInt(interp, 1);
 }
 
-// The editor's controls and font come with the text editor.
-int EditorMissingCmd(ClientData data, Tcl_Interp* interp, int, Tcl_Obj* const[]) {
-  return TclFail(interp, std::string(static_cast<const char*>(data)) + ": " + kEditorMissing);
+// _xvt_editfont -> "family size" of the fixed-pitch font editor fields
+// draw with, so that a script can size them to their text.
+int EditFontCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const[]) {
+  if (objc != 1) return TclWrongArgs(interp, "_xvt_editfont");
+  return Done(interp, std::string(kEdisFontFamily) + " " + std::to_string(kEdisFontSize));
 }
 
 // txeditctl name get|set ?text?
@@ -863,8 +900,18 @@ int TxEditCtlCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]
   const char* cmd = "txeditctl";
   if (objc < 3 || objc > 4) return TclWrongArgs(interp, cmd);
   const char* sub = Tcl_GetString(objv[2]);
-  if (std::strcmp(sub, "get") && std::strcmp(sub, "set")) return TclFail(interp, "unknown txeditctl subcommand");
-  return TclFail(interp, std::string(cmd) + ": " + kEditorMissing);
+  const bool set = !std::strcmp(sub, "set");
+  if (!set && std::strcmp(sub, "get")) return TclFail(interp, "unknown txeditctl subcommand");
+  if (set != (objc == 4)) return TclWrongArgs(interp, cmd);
+  const char* name = Tcl_GetString(objv[1]);
+  WINDOW ctl = WindowNamed(interp, name);
+  if (!ctl || !IsEditorControl(ctl))
+    return TclFail(interp, std::string(cmd) + ": " + Quoted(name) + " is not an editor control");
+  if (!set) return Done(interp, txedit_get_text(ctl));
+  if (txedit_set_text(ctl, Tcl_GetString(objv[3])) != RC_OK)
+    return TclFail(interp, std::string(cmd) + ": could not set the text of " + Quoted(name));
+  Tcl_ResetResult(interp);
+  return TCL_OK;
 }
 
 // ---------------------------------------------------------------------------
@@ -938,6 +985,7 @@ const CommandDef kCommands[] = {
     {"_xvt_raise", RaiseCmd},
     {"_container_next_focus", ContainerNextFocusCmd},
     {"txeditctl", TxEditCtlCmd},
+    {"_xvt_editfont", EditFontCmd},
     {"get_filename", GetFilenameCmd},
     {"ideal_height", IdealHeightCmd},
     {"change_debug_level", ChangeDebugLevelCmd},
@@ -948,6 +996,4 @@ const CommandDef kCommands[] = {
 void TclRegisterWindowCommands(Tcl_Interp* interp) {
   if (!interp) return;
   for (const CommandDef& c : kCommands) Tcl_CreateObjCommand(interp, c.name, c.proc, nullptr, nullptr);
-  static const char kEditFont[] = "_xvt_editfont";
-  Tcl_CreateObjCommand(interp, kEditFont, EditorMissingCmd, const_cast<char*>(kEditFont), nullptr);
 }

@@ -16,6 +16,7 @@
 #include "src/compose/compose.h"
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
+#include "src/script/forms.h"
 #include "src/send/receipt.h"
 #include "src/viewer/attach.h"
 #include "src/viewer/viewer_internal.h"
@@ -158,7 +159,14 @@ void Layout(ViewerInfo* v) {
   RCT hr{0, 0, w, y1};
   xvt_vobj_move(v->header_pane, &hr);
   const bool text = v->content.has_text;
-  RCT body{0, y1 + gap, w, y2};
+  int top = y1 + gap;
+  if (v->form_pane && xvt_vobj_is_valid(v->form_pane)) {
+    RCT fr{0, top, std::min(w, v->form_width), top + v->form_height};
+    xvt_vobj_move(v->form_pane, &fr);
+    top = fr.bottom + gap;
+    y2 = std::max(y2, top + 3 * gap);
+  }
+  RCT body{0, top, w, y2};
   RCT rest{0, y2 + gap, w, h};
   if (panes == 3) {
     xvt_vobj_move(v->text_pane, &body);
@@ -166,7 +174,7 @@ void Layout(ViewerInfo* v) {
     xvt_vobj_set_visible(v->text_pane, true);
     xvt_vobj_set_visible(v->attachment_pane, true);
   } else {
-    RCT all{0, y1 + gap, w, h};
+    RCT all{0, top, w, h};
     xvt_vobj_move(text ? v->text_pane : v->attachment_pane, &all);
     xvt_vobj_set_visible(v->text_pane, text);
     xvt_vobj_set_visible(v->attachment_pane, !text);
@@ -300,6 +308,29 @@ void ViewerHandle(ModelEvent* ev, void* data) {
   }
 }
 
+}  // namespace
+
+int set_form(WINDOW window) {
+  ViewerInfo* v = ViewerInfoOf(window);
+  if (!v) return 0;
+  if (v->form_pane && xvt_vobj_is_valid(v->form_pane)) xvt_vobj_destroy(v->form_pane);
+  v->form_pane = NULL_WIN;
+  const AttachRow* form = nullptr;
+  for (const AttachRow& row : v->content.rows)
+    if (!form && row.mime == "text/form") form = &row;
+  if (!form) return 0;
+  std::string bytes;
+  if (!AttachPartBytes(v->umi, form->section, &bytes)) {
+    Trace(kTraceAttach, kTraceCritical, "set_form: failed to read message section for form.\n");
+    xvt_dm_post_error("Failed to read the message form's content");
+    return 0;
+  }
+  v->form_pane = form_read_text(window, bytes, CTL_FLAG_READONLY, &v->form_width, &v->form_height);
+  return v->form_pane ? 1 : 0;
+}
+
+namespace {
+
 void DisplayMessage(ViewerInfo* v) {
   v->building = true;
   v->header_style = OptionIs("Viewer.HeaderStyle", "raw") ? kHeaderRaw : kHeaderShort;
@@ -310,6 +341,7 @@ void DisplayMessage(ViewerInfo* v) {
   v->content = ViewerBuildContent(v->umi);
   // Reading a message is what marks it read, and every window hears of it.
   if (unread) MM_MsgSetFlag(v->umi, "\\Seen");
+  set_form(v->window);
   FillPanes(v);
   v->building = false;
   // The header is on screen: a message that asks for a receipt may get one

@@ -90,7 +90,14 @@ struct ViewerInfo {
   int drag_first = 0, drag_second = 0;
   std::string header_text;
   ViewerContent content;
+  // A stored form the message carries, shown below the header, and its size.
+  WINDOW form_pane = NULL_WIN;
+  int form_width = 0, form_height = 0;
 };
+
+// Shows the message's stored form (its first part of type text/form) in
+// the form pane, read-only; 1 when one is on screen.
+int set_form(WINDOW window);
 
 // Lists the uuencoded and BinHex blocks of the text as attachments to save.
 // The number of rows added.

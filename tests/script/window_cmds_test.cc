@@ -138,7 +138,6 @@ TEST_F(WindowCommands, BadCallsGiveClearErrorsAndLeaveNothingBehind) {
       std::string name(s, std::strcspn(s, " "));
       EXPECT_EQ(Eval(s), "error: " + name + ": wrong # of args") << s;
     }
-    const std::string editor = "editor controls are not available yet";
     const Case cases[] = {
         {"_xvt_create_window W_DIALOG {0 0 10 10} t TASK_WIN 0 x",
          "error: _xvt_create_window: unknown window type \"W_DIALOG\""},
@@ -147,7 +146,6 @@ TEST_F(WindowCommands, BadCallsGiveClearErrorsAndLeaveNothingBehind) {
         {"_xvt_create_window W_DOC {0 0 10 10} t TASK_WIN {WSF_CLOSE WSF_BOGUS} x",
          "error: _xvt_create_window: unknown flag \"WSF_BOGUS\""},
         {"_xvt_create_window W_DOC {0 0 10 10} t TASK_WIN 0 w", "error: _xvt_create_window: the name \"w\" is in use"},
-        {"_xvt_create_control TXEDITLINE {0 0 10 10} t w 0 ed 20", "error: _xvt_create_control: " + editor},
         {"_xvt_create_control WC_EDIT {0 0 10 10} t nosuch 0 ed 20",
          "error: _xvt_create_control: unknown window \"nosuch\""},
         {"_xvt_create_control WC_EDIT {0 0 10 10} t first 0 ed 20",
@@ -156,9 +154,6 @@ TEST_F(WindowCommands, BadCallsGiveClearErrorsAndLeaveNothingBehind) {
          "error: _xvt_create_control: the name \"first\" is in use"},
         {"_xvt_create_control WC_EDIT {0 0 10 10} t w 0 ed 1",
          "error: _xvt_create_control: window \"w\" already has a control with id 1"},
-        {"txeditctl ed frob", "error: unknown txeditctl subcommand"},
-        {"txeditctl ed get", "error: txeditctl: " + editor},
-        {"_xvt_editfont w", "error: _xvt_editfont: " + editor},
         {"_xvt_get_ctl_title w 99", "error: _xvt_get_ctl_title: no control \"99\" in window \"w\""},
         {"keylset windows(ghost) windowptr 0xdead; _xvt_show_win ghost",
          "error: _xvt_show_win: window \"ghost\" no longer exists"},
@@ -224,6 +219,48 @@ TEST_F(WindowCommands, ControlAndWindowOperations) {
     Eval("_xvt_create_window W_DOC {0 0 100 100} Other TASK_WIN 0 w2; "
          "_xvt_create_control WC_EDIT {0 0 50 20} elsewhere w2 0 other 1");
     EXPECT_EQ(Eval("_xvt_get_ctl_title w other"), "error: _xvt_get_ctl_title: no control \"other\" in window \"w\"");
+  });
+}
+
+// Editor fields are the editor's windows, not toolkit controls: scripts
+// still name them, read and set them, and Tab and typing reach the scripts.
+TEST_F(WindowCommands, EditorFieldsTakeTextFocusAndCommands) {
+  WithTestWindow([&](WINDOW w) {
+    const Case cases[] = {
+        {"_xvt_create_control TXEDITLINE {210 110 290 130} {first text} w 0 ed 20", "ok: "},
+        {"_xvt_create_control TXEDIT {210 140 290 190} {} w 0 big 21", "ok: "},
+        {"list [keylget $windows(ed) type] [keylget $windows(big) id] [lrange [keylget $windows(w) kidlist] end-1 end]",
+         "ok: TXEDITLINE 21 {ed big}"},
+        {"txeditctl ed get", "ok: first text"},
+        {"txeditctl ed set {a [b]}; txeditctl ed get", "ok: a [b]"},
+        {"txeditctl big set \"one\ntwo\"; txeditctl big get", "ok: one\ntwo"},
+        {"txeditctl ed frob", "error: unknown txeditctl subcommand"},
+        {"txeditctl ed set", "error: txeditctl: wrong # of args"},
+        {"txeditctl first get", "error: txeditctl: \"first\" is not an editor control"},
+        {"_xvt_create_control TXEDIT {0 0 10 10} t w 0 dup 21",
+         "error: _xvt_create_control: window \"w\" already has a control with id 21"},
+        {"_xvt_create_control WC_EDIT {0 0 10 10} t ed 0 inner 30",
+         "error: _xvt_create_control: \"ed\" is a control, not a window"},
+        {"list [_xvt_focus w ed] [_xvt_focus w 21]", "ok: 1 1"},
+        {"_xvt_editfont", "ok: mono 14"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(Eval(c.script).substr(0, c.expected == "ok: " ? 4 : std::string::npos), c.expected)
+        << c.script;
+    // Tab leaves both kinds of field for the next control, round the end.
+    xvt_scr_set_focus_vobj(Named("ed"));
+    SendKey(Named("ed"), K_TAB);
+    EXPECT_EQ(xvt_scr_get_focus_vobj(), Named("big"));
+    SendKey(Named("big"), K_TAB);
+    EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(w, 1));
+    // What the user types runs the field's command.
+    Eval("keylset windows(ed) command {lappend ::typed [txeditctl ed get]}");
+    EVENT ev = xvtrec::MakeEvent(E_CHAR);
+    ev.v.chr.ch = '!';
+    ev.v.chr.text = true;
+    xvt_test_user_event(Named("ed"), &ev);
+    EXPECT_EQ(Eval("set ::typed"), "ok: {!a [b]}");
+    EXPECT_EQ(Eval("_xvt_close_win ed; list [info exists windows(ed)] [keylget $windows(w) kidlist]"),
+              "ok: 0 {first label second off ok check r1 r2 list big}");
   });
 }
 

@@ -10,6 +10,7 @@
 
 #include "c-client/mh/mh_names.h"
 #include "src/options/options.h"
+#include "src/script/forms.h"
 #include "src/viewer/attach.h"
 #include "src/viewer/viewer_internal.h"
 #include "tests/organizer/nodes_fixture.h"
@@ -438,6 +439,39 @@ TEST_F(ViewerTest, TheDemoHomeReadsWell) {
         EXPECT_GE(html, 1);
       }
     }
+  });
+}
+
+// A stored form in a message shows in the form pane below the header,
+// read-only, with the values sent; a broken one is told and leaves no pane.
+TEST_F(ViewerTest, AStoredFormShowsInTheFormPane) {
+  const std::string head = "From: ann@example.org\r\nTo: bob@example.org\r\nSubject: Visit\r\n"
+                           "Date: Mon, 2 Nov 2026 10:00:00 +0000\r\nMIME-Version: 1.0\r\n"
+                           "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n"
+                           "Content-Type: text/form; charset=utf-8\r\n\r\n";
+  const std::string good = head + "    Begin Form,  300,  90    Visit\r\n        EDIT,  4,  4, 200, 20  Ann  \r\n"
+                                  "        TXEDIT,  4,  30, 290, 50  one   \\\r\ntwo  \r\n   End\r\n--b--\r\n";
+  const std::string bad = head + "begin form 0 0\r\nend\r\n--b--\r\n";
+  Run([&] {
+    TreeNode* node = Folder("forms", {good, bad});
+    ASSERT_TRUE(node);
+    ViewerInfo* v = Show(node, 1);
+    ASSERT_TRUE(v && v->form_pane);
+    FormSpec shown;
+    ASSERT_TRUE(FormCurrent(v->form_pane, &shown));
+    ASSERT_EQ(shown.fields.size(), 2u);
+    EXPECT_EQ(shown.fields[0].value, "Ann");
+    EXPECT_EQ(shown.fields[1].value, "one\ntwo");
+    RCT form{}, header{};
+    xvt_vobj_get_outer_rect(v->form_pane, &form);
+    xvt_vobj_get_outer_rect(v->header_pane, &header);
+    EXPECT_GE(form.top, header.bottom);
+    EXPECT_EQ(form.bottom - form.top, 90);
+
+    xvt_test_clear_posts();
+    doMenu(v->window, M_VIEW_NEXT);
+    EXPECT_FALSE(v->form_pane);
+    EXPECT_EQ(Posts(), "error: Invalid form specification\nerror: Invalid form file. Cannot create form\n");
   });
 }
 

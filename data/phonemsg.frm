@@ -1,0 +1,116 @@
+# The phone message: a form that a compose window shows in its form pane,
+# in the window the program names formwin. It is sent as a part of type
+# application/tcl-form, written by produce_win_file: a list of the fields
+# with what was entered, each as "set phonemsg(field) value".
+
+# Fields: key, label, kind, control id. Kinds: line (one-line field), box
+# (a check box), text (the message itself).
+set phonemsg_fields {
+    for       "For:"              line 11
+    caller    "Caller:"           line 12
+    company   "Of:"               line 13
+    phone     "Phone:"            line 14
+    when      "Date and time:"    line 15
+    called    "Telephoned"        box  21
+    callback  "Please call"       box  22
+    again     "Will call again"   box  23
+    returned  "Returned your call" box 24
+    urgent    "Urgent"            box  25
+    message   "Message:"          text 31
+}
+
+proc phonemsg_build {} {
+    global phonemsg_fields windows
+    lassign [_xvt_get_client_rect formwin] left top right bottom
+    set margin 8
+    set gap 6
+    set label_w 110
+    set label_h [ideal_height label]
+    set edit_h [expr {[ideal_height edit]}]
+    set box_h [ideal_height checkbox]
+    set x_end [expr {$right - $margin}]
+    set x_edit [expr {$margin + $label_w + 4}]
+    set y $margin
+    set box_x $margin
+    set box_w [expr {($right - 2 * $margin) / 3}]
+    set boxes 0
+    foreach {key label kind id} $phonemsg_fields {
+        switch $kind {
+            line {
+                set ly [expr {$y + ($edit_h - $label_h) / 2}]
+                _xvt_create_control WC_TEXT [list $margin $ly [expr {$margin + $label_w}] [expr {$ly + $label_h}]] \
+                    $label formwin 0 phonemsg_${key}_label [expr {$id + 100}]
+                _xvt_create_control TXEDITLINE [list $x_edit $y $x_end [expr {$y + $edit_h}]] \
+                    "" formwin 0 phonemsg_$key $id
+                incr y [expr {$edit_h + $gap}]
+            }
+            box {
+                set bx [expr {$margin + ($boxes % 3) * $box_w}]
+                _xvt_create_control WC_CHECKBOX [list $bx $y [expr {$bx + $box_w - 4}] [expr {$y + $box_h}]] \
+                    $label formwin 0 phonemsg_$key $id
+                incr boxes
+                if {$boxes % 3 == 0} { incr y [expr {$box_h + $gap}] }
+            }
+            text {
+                if {$boxes % 3 != 0} { incr y [expr {$box_h + $gap}] }
+                _xvt_create_control WC_TEXT [list $margin $y $x_end [expr {$y + $label_h}]] \
+                    $label formwin 0 phonemsg_${key}_label [expr {$id + 100}]
+                incr y [expr {$label_h + 2}]
+                set text_bottom [expr {max($y + 3 * $edit_h, $bottom - $margin)}]
+                _xvt_create_control TXEDIT [list $margin $y $x_end $text_bottom] \
+                    "" formwin 0 phonemsg_$key $id
+            }
+        }
+    }
+    if {![catch {clock format [clock seconds] -format {%Y-%m-%d %H:%M}} now]} {
+        txeditctl phonemsg_when set $now
+    }
+    settitle "Phone Message"
+    headerMod Subject "Phone Message"
+    _xvt_focus formwin phonemsg_caller
+}
+
+# A value as a Tcl word in plain ASCII on one line: the part goes out as
+# 7-bit text, so anything else is written as an escape.
+proc phonemsg_quote {value} {
+    set out "\""
+    foreach c [split $value ""] {
+        scan $c %c code
+        if {$c in {\" \\ $ [ ]}} {
+            append out \\ $c
+        } elseif {$c eq "\n"} {
+            append out \\n
+        } elseif {$code < 32 || $code > 126} {
+            append out [format [expr {$code > 0xFFFF ? {\U%08x} : {\u%04x}}] $code]
+        } else {
+            append out $c
+        }
+    }
+    return "$out\""
+}
+
+# What was entered, as "set phonemsg(key) value" lines.
+proc phonemsg_values {} {
+    global phonemsg_fields
+    set out "# Phone message\n"
+    foreach {key label kind id} $phonemsg_fields {
+        if {$kind eq "box"} {
+            set value [_xvt_checkbox GET formwin $id]
+        } else {
+            set value [txeditctl phonemsg_$key get]
+        }
+        append out "set phonemsg($key) [phonemsg_quote $value]\n"
+    }
+    return $out
+}
+
+# Writes the form's contents to file for sending, with the line ends mail
+# wants.
+proc produce_win_file {name file} {
+    set f [open $file w]
+    fconfigure $f -translation crlf -encoding ascii
+    puts -nonewline $f [phonemsg_values]
+    close $f
+}
+
+phonemsg_build

@@ -1,0 +1,2 @@
+begin form 0 20
+end
