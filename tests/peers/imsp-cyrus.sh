@@ -7,7 +7,6 @@
 #                               once a real LOGIN works
 #   imsp-cyrus.sh stop DIR      stops the server started in DIR and every
 #                               child serving a connection
-#   imsp-cyrus.sh clean DIR     stops it and removes DIR and its link
 #
 # The server has no bind-address option: it listens on every address of the
 # port. Its data directory /var/lib/imsp is compiled in, so the data of DIR
@@ -27,7 +26,7 @@ START_TIMEOUT=${IMSP_START_TIMEOUT:-20}
 DATA_PATH=/var/lib/imsp
 
 PEER_NAME=imsp-cyrus.sh
-PEER_USAGE="start [DIR] | stop DIR | clean DIR"
+PEER_USAGE="start [DIR] | stop DIR"
 # shellcheck source=peer_lib.sh
 . "$(dirname "$0")/peer_lib.sh"
 
@@ -158,18 +157,11 @@ cmd_stop() {
   fi
 }
 
-cmd_clean() {
-  [[ $# -eq 1 ]] || usage
-  cmd_stop "$1"
-  rm -rf "$1"
-}
-
 [[ $# -ge 1 ]] || usage
 op=$1
 shift
 case $op in
   start) [[ $# -le 1 ]] || usage; cmd_start "$@" ;;
   stop) cmd_stop "$@" ;;
-  clean) cmd_clean "$@" ;;
   *) usage ;;
 esac
