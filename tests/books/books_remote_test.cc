@@ -17,6 +17,11 @@ struct Cyrus : PeerServer {
   Cyrus() : PeerServer("imsp-cyrus.sh", "velmar-imspu-books") {}
 };
 
+void Point(const std::string& port) {
+  Opt_AssignString("AddrBook.Hostname", "127.0.0.1", kOptSession, 0);
+  Opt_AssignString("AddrBook.TCPPort", port.c_str(), kOptSession, 0);
+}
+
 class RemoteBooks : public ModelTest {
  protected:
   void SetUp() override {
@@ -33,10 +38,6 @@ class RemoteBooks : public ModelTest {
   void TearDown() override {
     ABK_shutdown();
     ModelTest::TearDown();
-  }
-  static void Point(const std::string& port) {
-    Opt_AssignString("AddrBook.Hostname", "127.0.0.1", kOptSession, 0);
-    Opt_AssignString("AddrBook.TCPPort", port.c_str(), kOptSession, 0);
   }
   Cyrus server_;
 };
@@ -128,8 +129,7 @@ TEST_F(RemoteBooks, PingReconnectsAfterARestartAndRebindsOpenBooks) {
 class RemoteBooksDown : public ModelTest {};
 
 TEST_F(RemoteBooksDown, UnreachableServerLeavesTheLocalBooks) {
-  Opt_AssignString("AddrBook.Hostname", "127.0.0.1", kOptSession, 0);
-  Opt_AssignString("AddrBook.TCPPort", "1", kOptSession, 0);  // nothing listens there
+  Point("1");  // nothing listens there
   ASSERT_EQ(ABK_init(), 1);
   EXPECT_EQ(ABK_remoteSession(), nullptr);
   EXPECT_EQ(ABK_ping(), 1);
