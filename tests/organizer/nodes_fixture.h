@@ -68,10 +68,7 @@ class NodesTest : public ModelTest {
 
   // A folder line for name under the tree's root, opened like a double click.
   TreeNode* Open(int ms, const std::string& name) {
-    FolderListEntry e;
-    e.name = name;
-    e.delimiter = '/';
-    TreeNode* node = folderAdd(TREE_GetRoot(tree_), ms, e, 1, INVALID_FOLDER);
+    TreeNode* node = folderAdd(TREE_GetRoot(tree_), ms, {name, '/'}, 1, INVALID_FOLDER);
     if (!node) return nullptr;
     if (folderHandleNodeEvent(tree_, node, kNodeEventDoubleClick) != kNodeActionOk) return nullptr;
     return node;

@@ -488,12 +488,8 @@ TEST_F(NodesTest, LowMemoryCutsTheLoadShort) {
 TEST_F(NodesTest, FolderLinesSortInboxFirstAndRefuseDuplicates) {
   Run([&] {
     TreeNode* root = TREE_GetRoot(tree_);
-    for (const char* name : {"b", "INBOX", "a", "a/inbox", "b", ".hidden", "c/"}) {
-      FolderListEntry e;
-      e.name = name;
-      e.delimiter = '/';
-      folderAdd(root, local_, e, 1, INVALID_FOLDER);
-    }
+    for (const char* name : {"b", "INBOX", "a", "a/inbox", "b", ".hidden", "c/"})
+      folderAdd(root, local_, {name, '/'}, 1, INVALID_FOLDER);
     std::string names;
     for (TreeNode* k = TREE_GetFirstKid(root); k; k = TREE_GetNext(k)) names += F(k)->name + " ";
     EXPECT_EQ(names, "INBOX a a/inbox b ");
@@ -532,13 +528,9 @@ TEST_F(NodesTest, AClosedFoldersCountChangesAtTheNextTick) {
   MakeFolder("Box", 3);
   MakeFolder("Box\\Inner", 2);
   Run([&] {
-    FolderListEntry e;
-    e.name = "Box";
-    e.delimiter = '\\';
-    TreeNode* node = folderAdd(TREE_GetRoot(tree_), local_, e, 1, INVALID_FOLDER);
+    TreeNode* node = folderAdd(TREE_GetRoot(tree_), local_, {"Box", '\\'}, 1, INVALID_FOLDER);
     ASSERT_NE(node, nullptr);
-    e.name = "Box\\Inner";
-    TreeNode* inner = folderAdd(node, local_, e, 1, INVALID_FOLDER);  // under a closed line
+    TreeNode* inner = folderAdd(node, local_, {"Box\\Inner", '\\'}, 1, INVALID_FOLDER);  // under a closed line
     ASSERT_NE(inner, nullptr);
     struct Step {
       const char* what;
