@@ -74,12 +74,9 @@ TEST(FormParse, GoodAndBadFiles) {
 }
 
 TEST(FormFormat, WritesTheLayoutAndRefusesWhatCantReadBack) {
-  FormSpec f;
-  f.width = 300;
-  f.height = 120;
-  f.title = "Visit";
-  f.fields = {{kFormText, 4, 6, 60, 16, "Caller:"}, {kFormEdit, 70, 6, 200, 20, ""},
-              {kFormTxEdit, 4, 30, 290, 80, "Call back\n\nafter  five"}, {9, 0, 0, 1, 1, "unknown"}};
+  FormSpec f{300, 120, "Visit",
+             {{kFormText, 4, 6, 60, 16, "Caller:"}, {kFormEdit, 70, 6, 200, 20, ""},
+              {kFormTxEdit, 4, 30, 290, 80, "Call back\n\nafter  five"}, {9, 0, 0, 1, 1, "unknown"}}};
   std::string text, error;
   ASSERT_TRUE(FormFormat(f, &text, &error)) << error;
   EXPECT_EQ(text,
