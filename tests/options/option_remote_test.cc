@@ -51,8 +51,7 @@ class RemoteOptions : public FrameTest {
   // The user's options as the server lists them, read by a session of its own.
   static ServerOptions OnServer() {
     ServerOptions seen;
-    ImspCallbacks cb;
-    cb.owner = &seen;
+    ImspCallbacks cb{.owner = &seen};
     cb.option = [](void* o, const char* name, const char* value, int writable) {
       (*static_cast<ServerOptions*>(o))[name] = std::string(value) + (writable ? "" : " [ro]");
     };
