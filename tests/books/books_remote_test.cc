@@ -13,10 +13,6 @@
 
 namespace {
 
-struct Cyrus : PeerServer {
-  Cyrus() : PeerServer("imsp-cyrus.sh", "velmar-imspu-books") {}
-};
-
 void Point(const std::string& port) {
   Opt_AssignString("AddrBook.Hostname", "127.0.0.1", kOptSession, 0);
   Opt_AssignString("AddrBook.TCPPort", port.c_str(), kOptSession, 0);
@@ -39,7 +35,7 @@ class RemoteBooks : public ModelTest {
     ABK_shutdown();
     ModelTest::TearDown();
   }
-  Cyrus server_;
+  PeerServer server_{"imsp-cyrus.sh", "velmar-imspu-books"};
 };
 
 TEST_F(RemoteBooks, FirstLoginEntriesListsAndBooks) {

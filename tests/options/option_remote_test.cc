@@ -15,16 +15,12 @@
 
 namespace {
 
-struct Cyrus : PeerServer {
-  Cyrus() : PeerServer("imsp-cyrus.sh", "velmar-imspu") {}
-};
-
 using ServerOptions = std::map<std::string, std::string>;  // name -> "value [flag]"
 
 class RemoteOptions : public FrameTest {
  protected:
   static void SetUpTestSuite() {
-    server_ = new Cyrus;
+    server_ = new PeerServer("imsp-cyrus.sh", "velmar-imspu");
     server_->Start();
   }
   static void TearDownTestSuite() { delete server_; }
@@ -81,9 +77,9 @@ class RemoteOptions : public FrameTest {
     return want.second;
   }
 
-  static Cyrus* server_;
+  static PeerServer* server_;
 };
-Cyrus* RemoteOptions::server_ = nullptr;
+PeerServer* RemoteOptions::server_ = nullptr;
 
 TEST_F(RemoteOptions, SavedLoadedDeletedLockedAndRefused) {
   Start(Port());
