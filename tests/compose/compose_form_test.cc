@@ -6,7 +6,6 @@
 #include <fstream>
 #include <string>
 
-#include "editor/edisxvt/edit_window.h"
 #include "src/base/tcl_interp.h"
 #include "src/compose/compose.h"
 #include "src/compose/compose_text.h"

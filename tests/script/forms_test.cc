@@ -5,7 +5,6 @@
 #include <fstream>
 #include <string>
 
-#include "editor/edisxvt/edit_window.h"
 #include "src/script/forms.h"
 #include "tests/support/frame_fixture.h"
 #include "xvt/xvt_test.h"
