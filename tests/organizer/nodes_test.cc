@@ -218,9 +218,7 @@ TEST_F(NodesTest, DrawRecordTexts) {
     EXPECT_EQ(MSG_DateTextOf(m), l.date) << l.msgno;
     EXPECT_EQ(static_cast<bool>(m->bits & kMsgHasSubject), l.has_subject) << l.msgno;
     EXPECT_EQ(m->flags & kMsgRead, 0);
-    if (!*l.date) {
-      EXPECT_EQ(m->date_key, kNoDate) << l.msgno;
-    }
+    EXPECT_EQ(m->date_key == kNoDate, !*l.date) << l.msgno;
     MSG_FreeInfo(m);
   }
   MM_FolClose(id, 1);
