@@ -6,9 +6,6 @@
 // the stream to one end of a socket pair and closes it; the reader reads
 // until the tagged reply or the end. Whatever arrives, the reader must stop,
 // and everything it stored must be sound (the sanitizers check the walk).
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +18,7 @@
 #include "c-client/imap/imap_internal.h"
 #include "c-client/imap/imap_slots.h"
 #include "c-client/net/tcp.h"
+#include "tests/fuzz/fuzz_feed.h"
 
 namespace {
 
@@ -63,19 +61,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const unsigned long nmsgs = 1 + data[0] % 40;
   const std::string input(reinterpret_cast<const char*>(data + 1), size - 1);
 
-  int pair[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) return 0;
   long before = connections;
-  TcpStream* tcp = tcp_attach_fd(pair[0], "fuzz");
-  Check(tcp != nullptr);
-  std::thread writer([&input, fd = pair[1]] {
-    for (size_t at = 0; at < input.size();) {
-      ssize_t sent = ::send(fd, input.data() + at, input.size() - at, MSG_NOSIGNAL);
-      if (sent <= 0) break;
-      at += static_cast<size_t>(sent);
-    }
-    ::close(fd);
-  });
+  std::thread writer;
+  TcpStream* tcp = FeedThroughSocket(input, &writer);
+  if (!tcp) return 0;
 
   MailStream* stream = imap_attach_for_test(tcp, nmsgs);
   MailStatus status{};

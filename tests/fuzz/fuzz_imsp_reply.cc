@@ -4,15 +4,13 @@
 // Input: one byte of settings (bit 0: expanding), then the server's stream,
 // written by a thread to one end of a socket pair. Whatever arrives, the
 // loop must stop, and what it keeps must stay within its limits.
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <string>
 #include <thread>
 
 #include "c-client/core/plain_env.h"
 #include "c-client/imsp/imsp_internal.h"
+#include "tests/fuzz/fuzz_feed.h"
 #include "tests/fuzz/fuzz_util.h"
 
 namespace {
@@ -45,18 +43,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool expanding = data[0] & 1;
   const std::string input(reinterpret_cast<const char*>(data + 1), size - 1);
 
-  int pair[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) return 0;
-  TcpStream* tcp = tcp_attach_fd(pair[0], "fuzz");
-  Check(tcp != nullptr);
-  std::thread writer([&input, fd = pair[1]] {
-    for (size_t at = 0; at < input.size();) {
-      ssize_t sent = ::send(fd, input.data() + at, input.size() - at, MSG_NOSIGNAL);
-      if (sent <= 0) break;
-      at += static_cast<size_t>(sent);
-    }
-    ::close(fd);
-  });
+  std::thread writer;
+  TcpStream* tcp = FeedThroughSocket(input, &writer);
+  if (!tcp) return 0;
 
   ImspSession* session = imsp_session_new(Callbacks());
   imsp_attach_for_test(session, tcp);

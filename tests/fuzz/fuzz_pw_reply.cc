@@ -2,9 +2,6 @@
 // reader through a socket pair. Every reply must be the next bytes of the
 // input, end at its line feed or at the limit, and the rest of a cut line
 // must be skipped, so the next reply starts after that line's feed.
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -12,23 +9,15 @@
 
 #include "c-client/net/tcp.h"
 #include "src/security/password_manager.h"
+#include "tests/fuzz/fuzz_feed.h"
 #include "tests/fuzz/fuzz_util.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   tcp_set_timeouts_for_test(10, 10, 10);
   const std::string input(reinterpret_cast<const char*>(data), size);
-  int pair[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) return 0;
-  TcpStream* stream = tcp_attach_fd(pair[0], "fuzz");
-  Check(stream != nullptr);
-  std::thread writer([&input, fd = pair[1]] {
-    for (size_t at = 0; at < input.size();) {
-      ssize_t sent = ::send(fd, input.data() + at, std::min<size_t>(97, input.size() - at), MSG_NOSIGNAL);
-      if (sent <= 0) break;
-      at += static_cast<size_t>(sent);
-    }
-    ::close(fd);
-  });
+  std::thread writer;
+  TcpStream* stream = FeedThroughSocket(input, &writer, [] { return size_t{97}; });
+  if (!stream) return 0;
   char reply[kPwReplyLimit + 1];
   size_t at = 0;
   while (PWM_ReadReply(stream, reply)) {

@@ -5,9 +5,6 @@
 // pieces to one end of a socket pair and closes it; the reader reads until
 // the stream ends. Whatever the chunking, every line and block must be
 // exactly the next bytes of the input, and the reader must stop at the end.
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -19,6 +16,7 @@
 #include "c-client/core/env.h"
 #include "c-client/core/plain_env.h"
 #include "c-client/net/tcp.h"
+#include "tests/fuzz/fuzz_feed.h"
 #include "tests/fuzz/fuzz_util.h"
 
 namespace {
@@ -42,21 +40,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::memcpy(&seed, data, 4);
   const std::string input(reinterpret_cast<const char*>(data + 4), size - 4);
 
-  int pair[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) return 0;
   long before = connections;
-  TcpStream* stream = tcp_attach_fd(pair[0], "fuzz");
-  Check(stream != nullptr);
-
-  std::thread writer([&input, seed, fd = pair[1]] {
-    uint32_t pick = seed | 1;
-    for (size_t at = 0; at < input.size();) {
-      ssize_t sent = ::send(fd, input.data() + at, std::min<size_t>(1 + Next(&pick, 300), input.size() - at), MSG_NOSIGNAL);
-      if (sent <= 0) break;  // the reader has gone
-      at += static_cast<size_t>(sent);
-    }
-    ::close(fd);
-  });
+  std::thread writer;
+  TcpStream* stream =
+      FeedThroughSocket(input, &writer, [pick = seed | 1]() mutable { return size_t{1 + Next(&pick, 300)}; });
+  if (!stream) return 0;
 
   uint32_t pick = (seed * 2654435761u) | 1;
   for (size_t at = 0;;) {  // where the reader is in the input
