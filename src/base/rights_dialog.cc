@@ -149,9 +149,8 @@ std::string RightsLine(const RightsOwner& owner, const RightsRow& row) {
   std::string names;
   for (const RightsBox& b : owner.boxes)
     if (row.flags & b.bit) names += (names.empty() ? "" : ", ") + std::string(b.label);
-  std::string line = row.identifier;
-  line.resize(std::max<size_t>(line.size() + 2, 24), ' ');
-  return line + (names.empty() ? "no rights" : names) + "  [" + row.text + "]";
+  // The list's font is proportional: padding would not line up columns.
+  return row.identifier + ": " + (names.empty() ? "no rights" : names) + "  [" + row.text + "]";
 }
 
 void RightsDialog(const RightsOwner& owner) {

@@ -74,7 +74,7 @@ const WIN_DEF kListDef[] = {
 const WIN_DEF kSearchDef[] = {
     {W_MODAL, {0, 0, 460, 380}, "Search Address Books", 0, 0},
     {WC_EDIT, {12, 10, 220, 34}, "", kSwText, 0},
-    {WC_LISTBUTTON, {228, 10, 360, 160}, "", kSwType, 0},
+    {WC_LISTBUTTON, {228, 10, 360, 34}, "", kSwType, 0},
     {WC_PUSHBUTTON, {368, 8, 448, 34}, "~Search", kSwRun, CTL_FLAG_DEFAULT},
     {WC_LBOX, {12, 44, 448, 330}, "", kSwResults, 0},
     {WC_PUSHBUTTON, {258, 342, 348, 368}, "~Paste", kSwPaste, 0},
@@ -344,6 +344,8 @@ long search_eh(WINDOW win, EVENT* ev) {
       Fill(win, kSwType, std::vector<std::string>(std::begin(kSearchTypes), std::end(kSearchTypes)));
       xvt_list_set_sel(xvt_win_get_ctl(win, kSwType), 1, true);
       xvt_vobj_set_enabled(xvt_win_get_ctl(win, kSwPaste), TargetAlive(ask->target));
+      // Opened beside a compose window, it takes the typing at once.
+      xvt_scr_set_focus_vobj(xvt_win_get_ctl(win, kSwText));
       break;
     }
     case E_CONTROL:

@@ -175,12 +175,12 @@ TEST_F(RemoteBooks, RightsDialogSendsFlagsAndShowsWhatTheServerHolds) {
   xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
   ASSERT_EQ(seen.size(), 4u) << Posts();
   EXPECT_EQ(seen[0], "A local book: you have every right in it, and there is no list to change.|off|"
-                     "(you)                   read, write, administer  [lrswipcda]");
+                     "(you): read, write, administer  [lrswipcda]");
   std::vector<AM_ACL> acl;
   ASSERT_EQ(ABK_GetBookACL(ABK_openBook("testuser"), &acl), 1);
   const char* names[] = {"read", "read, write", "read, write, administer"};
   for (int i = 0; i < 3; ++i)
-    EXPECT_EQ(seen[i + 1], std::string("|on|otheruser               ") + names[i] + "  [" + cases[i].rights + "]");
+    EXPECT_EQ(seen[i + 1], std::string("|on|otheruser: ") + names[i] + "  [" + cases[i].rights + "]");
   std::string held;
   for (const AM_ACL& a : acl) held += a.identifier + " " + a.rights + " " + std::to_string(a.flags) + ";";
   EXPECT_EQ(held, "testuser lrswipcda 7;otheruser lrwcda 7;");

@@ -36,17 +36,17 @@ TEST_F(FolderRights, ShowsSendsAndRefuses) {
     std::function<void(WINDOW)> act;
     const char* shown;
   } steps[] = {
-      {"the server's list", ms_, "INBOX", [](WINDOW) {}, "|testuser                read, write, post, administer  [lrwstipekxacd]"},
+      {"the server's list", ms_, "INBOX", [](WINDOW) {}, "|testuser: read, write, post, administer  [lrwstipekxacd]"},
       {"added", ms_, "INBOX", [&](WINDOW d) {
          xvt_test_type(d, kRdIdentifier, other.c_str());
          for (int b : {0, 2, 3}) xvt_ctl_set_checked(xvt_win_get_ctl(d, kRdRight0 + b), true);  // read, post, admin
          xvt_test_click(d, kRdAdd);
-       }, "|otheruser               read, post, administer  [alprs]" "|testuser                read, write, post, administer  [lrwstipekxacd]"},
+       }, "|otheruser: read, post, administer  [alprs]" "|testuser: read, write, post, administer  [lrwstipekxacd]"},
       {"changed", ms_, "INBOX", [&](WINDOW d) {
          xvt_test_select(d, kRdList, 0);
          xvt_ctl_set_checked(xvt_win_get_ctl(d, kRdRight1), true);  // and write
          xvt_test_click(d, kRdChange);
-       }, "|otheruser               read, write, post, administer  [aeilprwtsd]" "|testuser                read, write, post, administer  [lrwstipekxacd]"},
+       }, "|otheruser: read, write, post, administer  [aeilprwtsd]" "|testuser: read, write, post, administer  [lrwstipekxacd]"},
       // The owner takes the other user's administer right while the other
       // user's dialog is open.
       {"refused", ms3, "shared/testuser/INBOX", [&](WINDOW d) {
@@ -54,7 +54,7 @@ TEST_F(FolderRights, ShowsSendsAndRefuses) {
          xvt_test_type(d, kRdIdentifier, "anyone");
          xvt_ctl_set_checked(xvt_win_get_ctl(d, kRdRight0), true);
          xvt_test_click(d, kRdAdd);
-       }, "You do not have the administer right here (yours: lrs): the list is read-only.|(you)                   read  [lrs]"},
+       }, "You do not have the administer right here (yours: lrs): the list is read-only.|(you): read  [lrs]"},
   };
   std::vector<std::string> shown;
   for (Step& s : steps)
