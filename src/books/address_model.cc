@@ -228,9 +228,15 @@ void mm_address(MBook* book, const char* entry, const AbPair* pairs, int n) {
   }
 }
 
+// Collects a listing of a book's access list (ABK_GetBookACL) while set.
+static std::vector<AM_ACL>* g_acl_rows = nullptr;
+
 void mm_abook_acl(MBook* book, const char* identifier, const char* rights) {
   const int id = SlotOf(book);
   if (id && !identifier && rights) g_slots[id - 1].rights = rights;
+  // A server's list is bounded: a runaway answer must not eat the memory.
+  if (id && identifier && rights && g_acl_rows && g_acl_rows->size() < 10000)
+    g_acl_rows->push_back(AM_ACL{identifier, ABK_FlagsOfRights(rights), rights});
 }
 
 // --- Entries --------------------------------------------------------------------
@@ -432,6 +438,34 @@ int ABK_SetBookACL(int id, const char* identifier, unsigned flags) {
   const char* rights = (flags & 4) ? "lrwcda" : (flags & 2) ? "lrwcd" : (flags & 1) ? "lr" : "";
   DriverCall c(kLoadQuiet);
   return abook_setacl(b, identifier, rights) ? 1 : 0;
+}
+
+int ABK_DeleteBookACL(int id, const char* identifier) {
+  MBook* b = BookOf(id);
+  if (!b || !identifier || !*identifier) return 0;
+  DriverCall c(kLoadQuiet);
+  return abook_delacl(b, identifier) ? 1 : 0;
+}
+
+unsigned ABK_FlagsOfRights(const char* rights) {
+  const std::string r = rights ? rights : "";
+  auto all = [&r](const char* letters) { return std::string(letters).find_first_not_of(r) == std::string::npos; };
+  return (all("lr") ? 1u : 0u) | (all("wcd") ? 2u : 0u) | (all("a") ? 4u : 0u);
+}
+
+int ABK_GetBookACL(int id, std::vector<AM_ACL>* out) {
+  out->clear();
+  MBook* b = BookOf(id);
+  if (!b) return 0;
+  std::vector<AM_ACL> rows;
+  DriverCall c(kLoadQuiet);
+  abook_getacl(b, nullptr);
+  g_acl_rows = &rows;
+  const long ok = abook_getacl(b, "");
+  g_acl_rows = nullptr;
+  if (!ok) return 0;
+  *out = std::move(rows);
+  return 1;
 }
 
 // --- Entries in books -----------------------------------------------------------
@@ -702,6 +736,11 @@ void Addresses(const AddressEntry& e, int depth, std::vector<std::string>* seen,
 }
 
 }  // namespace
+
+void ABK_EntryAddresses(const AddressEntry& entry, ResolvedAddresses* hits) {
+  std::vector<std::string> seen;
+  Addresses(entry, 0, &seen, hits);
+}
 
 namespace {
 

@@ -40,7 +40,10 @@ struct BOOK_SLOT {
 struct AM_ACL {
   std::string identifier;
   unsigned flags = 0;  // 1 read, 2 write, 4 administer
+  std::string rights;  // the letters as the server wrote them
 };
+// The flags word of a rights string: each flag needs all of its letters.
+unsigned ABK_FlagsOfRights(const char* rights);
 
 AddressEntry* allocateNewEntry(const char* name, int is_list, int book);
 void ABK_freeEntry(AddressEntry*& entry);
@@ -70,6 +73,10 @@ int AM_BookSave(int id, const char* new_name);
 // kBookLocal: a local book; kBookRemote: a server book. The full name, or empty.
 std::string ABK_createNewABook(int kind, const char* name);
 int ABK_SetBookACL(int id, const char* identifier, unsigned flags);
+int ABK_DeleteBookACL(int id, const char* identifier);
+// The book's whole access list, read from its server, with the user's own
+// rights read anew (a change may have taken the user's). 1 or 0.
+int ABK_GetBookACL(int id, std::vector<AM_ACL>* out);
 
 EntryList AM_EntryGetEntries(int id);
 EntryList AM_EntryGetListEntries(int id);
@@ -108,3 +115,6 @@ void AM_DestroyEntryList(EntryList& list);
 // email); a list gives its members. 1 found, 0 not.
 using ResolvedAddresses = std::vector<std::pair<std::string, std::string>>;
 int ABK_ResolveAddress(const std::string& mailbox, const std::string& host, ResolvedAddresses* hits);
+// The (personal name, email) of a person, or of each member of a list
+// (nested lists followed, cycles cut).
+void ABK_EntryAddresses(const AddressEntry& entry, ResolvedAddresses* hits);

@@ -10,6 +10,7 @@
 
 #include "src/base/critical.h"
 #include "src/base/errors.h"
+#include "src/base/rights_dialog.h"
 #include "src/books/address_model.h"
 #include "src/books/book_import.h"
 #include "src/options/options.h"
@@ -33,6 +34,7 @@ const WIN_DEF kBookDef[] = {
     {WC_PUSHBUTTON, {452, 260, 588, 286}, "~Import...", kBwImport, 0},
     {WC_PUSHBUTTON, {452, 290, 588, 316}, "E~xport...", kBwExport, 0},
     {WC_PUSHBUTTON, {452, 320, 588, 346}, "~Search...", kBwSearch, 0},
+    {WC_PUSHBUTTON, {452, 350, 588, 376}, "Access Ri~ghts...", kBwRights, 0},
     {WC_PUSHBUTTON, {488, 380, 588, 406}, "Close", kBwClose, 0},
     {W_NONE, {}, nullptr, 0, 0},
 };
@@ -72,9 +74,10 @@ const WIN_DEF kListDef[] = {
 const WIN_DEF kSearchDef[] = {
     {W_MODAL, {0, 0, 460, 380}, "Search Address Books", 0, 0},
     {WC_EDIT, {12, 10, 220, 34}, "", kSwText, 0},
-    {WC_LISTBUTTON, {228, 10, 360, 160}, "", kSwType, 0},
+    {WC_LISTBUTTON, {228, 10, 360, 34}, "", kSwType, 0},
     {WC_PUSHBUTTON, {368, 8, 448, 34}, "~Search", kSwRun, CTL_FLAG_DEFAULT},
     {WC_LBOX, {12, 44, 448, 330}, "", kSwResults, 0},
+    {WC_PUSHBUTTON, {258, 342, 348, 368}, "~Paste", kSwPaste, 0},
     {WC_PUSHBUTTON, {358, 342, 448, 368}, "Close", kSwClose, 0},
     {W_NONE, {}, nullptr, 0, 0},
 };
@@ -274,43 +277,131 @@ long list_eh(WINDOW win, EVENT* ev) {
 
 const char* const kSearchTypes[] = {"Exact Match", "Starts With", "Ends With", "Contains"};
 
+// The compose field of the last quick search.
+WINDOW g_quick_target = NULL_WIN;
+
+struct SearchAsk {
+  int book = 0;          // 0: every book
+  WINDOW target = NULL_WIN;  // the compose field chosen entries go to
+  bool owned = false;    // a modeless window frees its record
+  EntryList found;
+};
+
+bool TargetAlive(WINDOW target) { return target && xvt_vobj_is_valid(target); }
+
+void RunSearch(WINDOW win, SearchAsk* ask) {
+  const std::string text = Text(win, kSwText);
+  const int type = std::max(0, Selected(win, kSwType));
+  const bool leading = type >= 2, trailing = type == 1 || type == 3;
+  const std::string pattern = std::string(leading ? "*" : "") + text + (trailing ? "*" : "");
+  std::vector<std::string> lines;
+  ask->found.clear();
+  if (text.find_first_of("\"|") != std::string::npos) {
+    xvt_dm_post_error("The text to search for cannot hold \" or |.");
+  } else {
+    AM_SearchStart();
+    for (int id = 1; id <= kMaxBooks; ++id) {
+      const BOOK_SLOT* slot = ABK_slot(id);
+      if (!slot->open || (ask->book && id != ask->book)) continue;
+      for (const char* a : {"Name", "Alias", "Email"})
+        AM_Search(id, ("\"" + std::string(a) + "\" \"" + pattern + "\"").c_str());
+    }
+    ask->found = AM_SearchGetList();
+    for (const AddressEntry& e : ask->found)
+      lines.push_back(e.name + (e.is_list ? "*" : "") + "  (" + ABK_slot(e.book)->book->name + ")");
+    AM_SearchCleanup();
+  }
+  Fill(win, kSwResults, lines);
+}
+
+void PasteChosen(WINDOW win, SearchAsk* ask) {
+  const int at = Selected(win, kSwResults);
+  if (at < 0 || at >= static_cast<int>(ask->found.size())) {
+    xvt_dm_post_error("Select the person or list to paste.");
+    return;
+  }
+  if (!TargetAlive(ask->target)) {
+    xvt_dm_post_error("The compose window this search was opened from is closed.");
+    return;
+  }
+  const std::string add = ABK_PasteText(ask->found[at]);
+  if (add.empty()) {
+    xvt_dm_post_error("\"%s\" has no address to paste.", ask->found[at].name.c_str());
+    return;
+  }
+  std::vector<char> buffer(64 * 1024);
+  std::string field;
+  if (xvt_vobj_get_title(ask->target, buffer.data(), buffer.size())) field = buffer.data();
+  const size_t end = field.find_last_not_of(" ,");
+  field = end == std::string::npos ? "" : field.substr(0, end + 1) + ", ";
+  xvt_vobj_set_title(ask->target, (field + add).c_str());
+}
+
 long search_eh(WINDOW win, EVENT* ev) {
+  auto* ask = reinterpret_cast<SearchAsk*>(xvt_vobj_get_data(win));
   switch (ev->type) {
     case E_CREATE: {
       Fill(win, kSwType, std::vector<std::string>(std::begin(kSearchTypes), std::end(kSearchTypes)));
       xvt_list_set_sel(xvt_win_get_ctl(win, kSwType), 1, true);
+      xvt_vobj_set_enabled(xvt_win_get_ctl(win, kSwPaste), TargetAlive(ask->target));
+      // Opened beside a compose window, it takes the typing at once.
+      xvt_scr_set_focus_vobj(xvt_win_get_ctl(win, kSwText));
       break;
     }
     case E_CONTROL:
-      if (ev->v.ctl.id == kSwRun) {
-        const std::string text = Text(win, kSwText);
-        const int type = std::max(0, Selected(win, kSwType));
-        const bool leading = type >= 2, trailing = type == 1 || type == 3;
-        const std::string pattern = std::string(leading ? "*" : "") + text + (trailing ? "*" : "");
-        std::vector<std::string> lines;
-        if (text.find_first_of("\"|") != std::string::npos) {
-          xvt_dm_post_error("The text to search for cannot hold \" or |.");
-        } else {
-          AM_SearchStart();
-          for (int id = 1; id <= kMaxBooks; ++id) {
-            const BOOK_SLOT* slot = ABK_slot(id);
-            if (!slot->open) continue;
-            for (const char* a : {"Name", "Alias", "Email"})
-              AM_Search(id, ("\"" + std::string(a) + "\" \"" + pattern + "\"").c_str());
-          }
-          for (const AddressEntry& e : AM_SearchGetList())
-            lines.push_back(e.name + (e.is_list ? "*" : "") + "  (" + ABK_slot(e.book)->book->name + ")");
-          AM_SearchCleanup();
-        }
-        Fill(win, kSwResults, lines);
-      } else if (ev->v.ctl.id == kSwClose) {
-        xvt_vobj_destroy(win);
+      switch (ev->v.ctl.id) {
+        case kSwRun: RunSearch(win, ask); break;
+        case kSwResults:
+          if (ev->v.ctl.ci.v.lbox.dbl_click && TargetAlive(ask->target)) PasteChosen(win, ask);
+          break;
+        case kSwPaste: PasteChosen(win, ask); break;
+        case kSwClose: xvt_vobj_destroy(win); break;
+        default: break;
       }
       break;
     case E_CLOSE: xvt_vobj_destroy(win); break;
+    case E_DESTROY:
+      if (ask->owned) delete ask;
+      break;
     default: break;
   }
   return 0;
+}
+
+// --- Access rights of a book -----------------------------------------------------
+
+void BookRights(int id) {
+  const BOOK_SLOT* slot = ABK_slot(id);
+  if (!slot || !slot->open) return;
+  RightsOwner owner;
+  owner.title = "Access Rights of the book " + slot->book->name;
+  owner.boxes = {{"read", 1}, {"write", 2}, {"administer", 4}};
+  owner.load = [id](std::vector<RightsRow>* rows, bool* may_change, std::string* note) {
+    if (!ABK_isRemoteBook(id)) {
+      const std::string& mine = ABK_slot(id)->rights;
+      rows->push_back({"(you)", static_cast<int>(ABK_FlagsOfRights(mine.c_str())), mine});
+      *note = "A local book: you have every right in it, and there is no list to change.";
+      return true;
+    }
+    std::vector<AM_ACL> list;
+    // Only an administrator may read the whole list; others see their own.
+    abook_getacl(ABK_slot(id)->book, nullptr);
+    *may_change = ABK_DoesUserHaveACLRight(id, 'a');
+    const std::string mine = ABK_slot(id)->rights;
+    if (!*may_change) {
+      *note = "You do not have the administer right in this book (yours: " + mine + "): the list is read-only.";
+      rows->push_back({"(you)", static_cast<int>(ABK_FlagsOfRights(mine.c_str())), mine});
+      return true;
+    }
+    if (!ABK_GetBookACL(id, &list)) return false;
+    for (const AM_ACL& a : list) rows->push_back({a.identifier, static_cast<int>(a.flags), a.rights});
+    return true;
+  };
+  owner.set = [id](const std::string& who, int flags) {
+    return ABK_SetBookACL(id, who.c_str(), static_cast<unsigned>(flags)) != 0;
+  };
+  owner.remove = [id](const std::string& who) { return ABK_DeleteBookACL(id, who.c_str()) != 0; };
+  RightsDialog(owner);
 }
 
 // --- The book window -----------------------------------------------------------
@@ -448,7 +539,16 @@ void BookCommand(WINDOW win, BookAsk* ask, int id) {
       if (ask->book && xvt_dm_post_file_save("Export the book to", path, sizeof path)) ABK_Export(ask->book, path);
       break;
     }
-    case kBwSearch: xvt_dlg_create_res(W_MODAL, kBookSearchRid, EM_ALL, search_eh, 0); break;
+    case kBwSearch: {
+      // Chosen entries go to the field the user last searched for, if its
+      // compose window is still open.
+      SearchAsk search{0, ABK_QuickSearchTarget(), false, {}};
+      xvt_dlg_create_res(W_MODAL, kBookSearchRid, EM_ALL, search_eh, reinterpret_cast<intptr_t>(&search));
+      break;
+    }
+    case kBwRights:
+      if (ask->book) BookRights(ask->book);
+      break;
     case kBwClose: xvt_vobj_destroy(win); break;
     default: break;
   }
@@ -481,11 +581,67 @@ long book_eh(WINDOW win, EVENT* ev) {
 
 }  // namespace
 
-void ABK_BookWindow() {
+namespace {
+
+void RegisterDialogs() {
   xvt_res_register_dialog(kBookWindowRid, kBookDef);
   xvt_res_register_dialog(kPersonRid, kPersonDef);
   xvt_res_register_dialog(kListRid, kListDef);
   xvt_res_register_dialog(kBookSearchRid, kSearchDef);
+}
+
+// A name goes quoted when it holds characters that mean something in an
+// address.
+std::string PersonalPart(const std::string& name) {
+  if (name.find_first_of("()<>@,;:\\\".[]") == std::string::npos) return name;
+  std::string q = "\"";
+  for (char c : name) {
+    if (c == '"' || c == '\\') q += '\\';
+    q += c;
+  }
+  return q + "\"";
+}
+
+}  // namespace
+
+std::string ABK_PasteText(const AddressEntry& entry) {
+  ResolvedAddresses hits;
+  ABK_EntryAddresses(entry, &hits);
+  std::string text;
+  for (const auto& [personal, email] : hits) {
+    if (email.empty()) continue;
+    // An address the user typed whole ("Bob" <bob@x.org>) goes as it is.
+    const std::string one = email.find('<') != std::string::npos || personal.empty()
+                                ? email
+                                : PersonalPart(personal) + " <" + email + ">";
+    text += (text.empty() ? "" : ", ") + one;
+  }
+  return text;
+}
+
+WINDOW ABK_QuickSearchTarget() { return TargetAlive(g_quick_target) ? g_quick_target : NULL_WIN; }
+
+int ABK_QuickSearch(int book, WINDOW target) {
+  RegisterDialogs();
+  if (!ABK_localSession() && !ABK_init()) {
+    ErrorShow(2019, "abksrch.c : ABK_QuickSearch");
+    return 0;
+  }
+  // Every book takes part: open those not open yet.
+  if (!book)
+    for (const std::string& name : AM_BookGetBooks()) ABK_openBook(name.c_str());
+  g_quick_target = target;
+  auto* ask = new SearchAsk{book, target, true, {}};
+  if (!xvt_dlg_create_res(W_MODELESS, kBookSearchRid, EM_ALL, search_eh, reinterpret_cast<intptr_t>(ask))) {
+    delete ask;
+    ErrorShow(2019, "abksrch.c : ABK_QuickSearch");
+    return 0;
+  }
+  return 1;
+}
+
+void ABK_BookWindow() {
+  RegisterDialogs();
   if (!ABK_localSession() && !ABK_init()) {
     xvt_dm_post_error("The address books cannot be opened.");
     return;

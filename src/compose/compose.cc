@@ -16,6 +16,7 @@
 #include "src/base/model_events.h"
 #include "src/base/trace.h"
 #include "src/base/window_list.h"
+#include "src/books/book_window.h"
 #include "src/compose/compose_internal.h"
 #include "src/compose/compose_text.h"
 #include "src/script/forms.h"
@@ -39,6 +40,7 @@ const MENU_ITEM kFileMenu[] = {
 };
 const MENU_ITEM kEditMenu[] = {
     {M_COMPOSE_EXPAND, "~Expand Aliases", true, false, false, nullptr},
+    {M_COMPOSE_ADDRESS_BOOK, "~Address Book...", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 const MENU_ITEM kSecurityMenu[] = {
@@ -717,6 +719,14 @@ void doComposeMenu(WINDOW win, int command) {
     case M_COMPOSE_DETACH: compose_detach_selected(win); break;
     case M_COMPOSE_INSERT: InsertFile(info); break;
     case M_COMPOSE_EXPAND: ExpandAllAddresses(win); break;
+    case M_COMPOSE_ADDRESS_BOOK: {
+      // Entries go to the address field being edited, else to To.
+      WINDOW target = info->address_panel[0];
+      for (int i = 0; i < 3; ++i)
+        if (info->address_panel[i] && info->address_panel[i] == xvt_scr_get_focus_vobj()) target = info->address_panel[i];
+      ABK_QuickSearch(0, target);
+      break;
+    }
     case M_COMPOSE_SIGN: info->options.sign = !info->options.sign; break;
     case M_COMPOSE_ENCRYPT: info->options.encrypt = !info->options.encrypt; break;
     case M_COMPOSE_PGP_MIME: info->options.pgp_mime = !info->options.pgp_mime; break;

@@ -131,7 +131,7 @@ void mm_mailbox_progress(const char* name, char delimiter, const char* attribute
 
 void mm_acl(MailStream*, const char*, const char* identifier, const char* rights) {
   if (!g_acl_list || !identifier || !rights) return;
-  g_acl_list->push_back(ACLEntry{identifier, MM_CCACLParse(rights)});
+  g_acl_list->push_back(ACLEntry{identifier, MM_CCACLParse(rights), rights});
 }
 
 void mm_quota(MailStream*, const char* resource, unsigned long used, unsigned long limit) {

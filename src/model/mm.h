@@ -182,6 +182,7 @@ constexpr int kAclPost = 8;
 struct ACLEntry {
   std::string identifier;
   int rights = 0;
+  std::string text;  // the rights letters as the server wrote them
 };
 using ACLList = std::vector<ACLEntry>;
 int MM_CCACLParse(const char* text);

@@ -83,6 +83,7 @@ enum Need {
   kMoveable,    // messages, or one folder
   kService,     // the selection (or window) lies in a service
   kOneSearch,   // one saved search line, or a search window
+  kAclFolder,   // one folder (or a folder window) whose server keeps access lists
 };
 
 struct CommandRule {
@@ -103,7 +104,14 @@ const CommandRule kRules[] = {
     {M_MSG_MARK_SEEN, kMessage},     {M_MSG_MARK_FLAGGED, kMessage},   {M_MSG_MARK_ANSWERED, kMessage},
     {M_MSG_SAVE, kOneMessage},       {32008, kNever},
     {M_MSG_SAVED_SEARCH, kFolderHere}, {M_MSG_QUICK_SEARCH, kAlways}, {M_MSG_SEARCH_PROPERTIES, kOneSearch},
+    {M_MSG_ACCESS_RIGHTS, kAclFolder},
 };
+
+// The one folder selected, else a folder window's own.
+FolderNodeInfo* OneFolder(MsgWinInfo* info, const Selection& s) {
+  if (s.nodes.size() == 1) return FOL_Info(s.nodes[0]);
+  return s.nodes.empty() && info->type == kMsgWinFolder ? FOL_Info(Origin(info)) : nullptr;
+}
 
 bool Allowed(MsgWinInfo* info, const Selection& s, Need need) {
   const size_t n = s.nodes.size();
@@ -119,6 +127,10 @@ bool Allowed(MsgWinInfo* info, const Selection& s, Need need) {
     case kMoveable: return s.message || (n == 1 && s.folder);
     case kService: return n <= 1 && ServiceOf(n == 1 ? s.nodes[0] : Origin(info)) != INVALID_SERVICE;
     case kOneSearch: return (n == 1 && s.search) || (n == 0 && info->type == kMsgWinSearch);
+    case kAclFolder: {
+      const FolderNodeInfo* f = OneFolder(info, s);
+      return f && FOL_ServiceHasACL(f->ms);
+    }
   }
   return false;
 }
@@ -310,6 +322,9 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
     case M_MSG_CLEAN: CleanFolders(info, s); break;
     case M_MSG_CHECK: CheckMail(info, s); break;
     case M_MSG_SUBSCRIBE: Subscribe(s); break;
+    case M_MSG_ACCESS_RIGHTS:
+      if (FolderNodeInfo* f = OneFolder(info, s)) FOL_AccessRights(f->ms, f->name.c_str());
+      break;
     case M_MSG_NEXT:
     case M_MSG_PREV: ShowStep(info, s, command == M_MSG_NEXT); break;
     case M_MSG_UNDELETE: DeleteMessages(info, s, false); break;

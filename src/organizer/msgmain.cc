@@ -77,6 +77,7 @@ const MENU_ITEM kFolderMenu[] = {
     {M_MSG_CHECK, "C~heck New Mail\tF5", true, false, false, nullptr},
     {M_MSG_CLEAN, "C~lean", true, false, false, nullptr},
     {M_MSG_SUBSCRIBE, "S~ubscribe", true, false, false, nullptr},
+    {M_MSG_ACCESS_RIGHTS, "~Access Rights...", false, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 

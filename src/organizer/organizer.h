@@ -24,3 +24,10 @@ void MSG_MailTimerTick();
 // check may run now. In a critical section, or while the mouse is held,
 // the timer drops to the retry rate; the first free tick restores it.
 int MSG_MailTimerGate();
+
+// Folder > Access Rights...: the rights of folder name of service ms, on a
+// server that keeps access lists.
+void FOL_AccessRights(int ms, const char* name);
+// Whether the service's server keeps access lists (asks it only once the
+// service is connected).
+bool FOL_ServiceHasACL(int ms);

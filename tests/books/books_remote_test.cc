@@ -5,7 +5,10 @@
 #include <string>
 
 #include "src/base/cenv.h"
+#include "src/base/rights_dialog.h"
 #include "src/books/address_model.h"
+#include "src/books/book_window.h"
+#include "xvt/xvt_test.h"
 #include "src/options/options.h"
 #include "tests/books/book_helpers.h"
 #include "tests/model/model_fixture.h"
@@ -135,3 +138,46 @@ TEST_F(RemoteBooksDown, UnreachableServerLeavesTheLocalBooks) {
 }
 
 }  // namespace
+
+// The rights dialog over the book window: a local book is shown with every
+// right and read-only; on the server each flags word is sent as its rights
+// and read back from the server.
+TEST_F(RemoteBooks, RightsDialogSendsFlagsAndShowsWhatTheServerHolds) {
+  const struct { int flags; const char* rights; } cases[] = {{1, "lr"}, {3, "lrwcd"}, {7, "lrwcda"}};
+  std::vector<std::string> seen;  // per dialog: its note, Add enabled, and the line of otheruser
+  xvt_test_push_dialog(kBookWindowRid, [&](WINDOW win) {
+    for (int i = -1; i < 3; ++i) {
+      xvt_test_select(win, kBwBooks, i < 0 ? 0 : 1);  // "local", then "testuser"
+      xvt_test_push_dialog(kRightsDialogRid, [&, i](WINDOW d) {
+        if (i >= 0) {
+          xvt_test_type(d, kRdIdentifier, "otheruser");
+          for (int b = 0; b < 3; ++b) xvt_ctl_set_checked(xvt_win_get_ctl(d, kRdRight0 + b), cases[i].flags & (1 << b));
+          xvt_test_click(d, kRdAdd);
+        }
+        std::string line = xvt_ctl_get_text(d, kRdNote, 200) + "|" + (xvt_vobj_is_enabled(xvt_win_get_ctl(d, kRdAdd)) ? "on" : "off");
+        const WINDOW list = xvt_win_get_ctl(d, kRdList);
+        char buf[300];
+        for (int n = 0; n < xvt_list_count_all(list); ++n)
+          if (std::string row = xvt_list_get_elt(list, n, buf, sizeof buf); i < 0 || row.rfind("otheruser", 0) == 0) line += "|" + row;
+        seen.push_back(line);
+        xvt_test_click(d, kRdClose);
+      });
+      xvt_test_click(win, kBwRights);
+    }
+    xvt_test_click(win, kBwClose);
+  });
+  XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+  xvt_test_set_run_hook([] { ABK_BookWindow(); });
+  xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
+  ASSERT_EQ(seen.size(), 4u) << Posts();
+  EXPECT_EQ(seen[0], "A local book: you have every right in it, and there is no list to change.|off|"
+                     "(you): read, write, administer  [lrswipcda]");
+  std::vector<AM_ACL> acl;
+  ASSERT_EQ(ABK_GetBookACL(ABK_openBook("testuser"), &acl), 1);
+  const char* names[] = {"read", "read, write", "read, write, administer"};
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(seen[i + 1], std::string("|on|otheruser: ") + names[i] + "  [" + cases[i].rights + "]");
+  std::string held;
+  for (const AM_ACL& a : acl) held += a.identifier + " " + a.rights + " " + std::to_string(a.flags) + ";";
+  EXPECT_EQ(held, "testuser lrswipcda 7;otheruser lrwcda 7;");
+}

@@ -483,3 +483,49 @@ TEST_F(BooksTest, WindowMakesAndEditsAPersonKeptInTheBookFiles) {
 }
 
 }  // namespace
+
+namespace {
+
+// Edit > Address Book... in a compose window: the search window pastes a
+// chosen person, or a list's members, into the field it was opened from.
+TEST_F(BooksTest, QuickSearchPastesIntoTheComposeFieldItCameFrom) {
+  const int id = Book("b");
+  ASSERT_EQ(Store(id, "Lee, Ann", {{"Email", "ann@x.org"}}), 1);
+  ASSERT_EQ(Store(id, "bob", {{"Email", "bob@y.org"}}), 1);
+  ASSERT_EQ(Store(id, "team", {{"member", "Lee, Ann\nbob\n"}}), 1);
+  const struct {
+    int field;  // 0 To, 1 Cc, 2 Bcc
+    const char *search, *before, *after;
+  } cases[] = {
+      {1, "Lee", "", "\"Lee, Ann\" <ann@x.org>"},
+      {2, "te", "carl@z.org,", "carl@z.org, \"Lee, Ann\" <ann@x.org>, bob <bob@y.org>"},
+  };
+  std::vector<std::string> fields;
+  XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+  xvt_test_set_run_hook([&] {
+    const WINDOW win = compose_new();
+    ComposeInfo* info = ComposeInfoOf(win);
+    for (const auto& c : cases) {
+      xvt_vobj_set_title(info->address_panel[c.field], c.before);
+      xvt_scr_set_focus_vobj(info->address_panel[c.field]);
+      xvt_test_user_command(win, M_COMPOSE_ADDRESS_BOOK);
+      const WINDOW search = xvt_test_find_window("Search Address Books");
+      ASSERT_TRUE(search) << Posts();
+      xvt_test_type(search, kSwText, c.search);
+      xvt_test_click(search, kSwRun);
+      xvt_test_select(search, kSwResults, 0);
+      xvt_test_click(search, kSwPaste);
+      xvt_test_click(search, kSwClose);
+      const ComposeFields f = ComposeGetFields(info);
+      fields.push_back(f.to + "|" + f.cc + "|" + f.bcc);
+    }
+    info->options.changed = 0;
+    xvt_vobj_destroy(win);
+  });
+  xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
+  ASSERT_EQ(fields.size(), 2u) << Posts();
+  EXPECT_EQ(fields[0], std::string("|") + cases[0].after + "|");
+  EXPECT_EQ(fields[1], std::string("|") + cases[0].after + "|" + cases[1].after);
+}
+
+}  // namespace

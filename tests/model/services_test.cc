@@ -205,7 +205,7 @@ TEST_F(Services, WithoutAStreamCallsSayWhy) {
   EXPECT_TRUE(caps & CAP_FOLDERS);
   EXPECT_EQ(MM_MSCapabilities(INVALID_SERVICE, &caps), 0);
   long su = 5, sl = 5, mu = 5, ml = 5;
-  ACLList list = {{"left", 1}};
+  ACLList list = {{"left", 1, "lrs"}};
   const std::function<int()> calls[] = {[&] { return MM_FolGetACLList(local_, "INBOX", &list); },
                                         [&] { return MM_FolGetMyRights(local_, "INBOX", &list); },
                                         [&] { return MM_FolAddACL(local_, "INBOX", "ann", kAclRead); },
