@@ -141,13 +141,14 @@ std::vector<WIN_DEF>& Defs(Prefs* p) {
     defs.push_back({type, r, title, id, flags});
     if (page >= 0) p->controls.push_back({id, page});
   };
-  auto row = [&](int page, int r, const char* label, WIN_TYPE type, int id, int height = 24) {
+  auto row = [&](int page, int r, const char* label, WIN_TYPE type, int id, int height = 24,
+                 int right = kPrefPageRight) {
     const int top = PrefRowTop(r);
     add(page, WC_TEXT, {kPrefPageLeft, top + 4, kPrefLabelRight, top + 22}, label, ++label_id, 0);
-    add(page, type, {kPrefControlLeft, top, kPrefPageRight, top + height}, "", id, 0);
+    add(page, type, {kPrefControlLeft, top, right, top + height}, "", id, 0);
   };
-  defs.push_back({W_MODAL, {0, 0, 640, 470}, "Preferences", 0, 0});
-  add(-1, WC_LBOX, {12, 14, 164, 412}, "", kPrefPages, 0);
+  defs.push_back({W_MODAL, {0, 0, 660, 470}, "Preferences", 0, 0});
+  add(-1, WC_LBOX, {12, 14, 184, 412}, "", kPrefPages, 0);
   for (const Field& f : kFields) {
     switch (f.kind) {
       case kCheck: add(f.page, WC_CHECKBOX, {kPrefPageLeft, PrefRowTop(f.row), kPrefPageRight, PrefRowTop(f.row) + 24},
@@ -156,14 +157,16 @@ std::vector<WIN_DEF>& Defs(Prefs* p) {
       case kChoice:
       case kSmtpSecurity: row(f.page, f.row, f.label, WC_LISTBUTTON, f.id); break;
       case kSignature: row(f.page, f.row, f.label, WC_TEXTEDIT, f.id, 160); break;
+      case kNumber: row(f.page, f.row, f.label, WC_EDIT, f.id, 24, kPrefControlLeft + kPrefNumberWidth); break;
       default: row(f.page, f.row, f.label, WC_EDIT, f.id); break;
     }
   }
   const int svc = kPrefPageServices;
-  add(svc, WC_LBOX, {kPrefPageLeft, kPrefTop, 520, 330}, "", kPrefServiceList, 0);
-  add(svc, WC_PUSHBUTTON, {532, kPrefTop, kPrefPageRight, kPrefTop + 28}, "Add...", kPrefServiceAdd, 0);
-  add(svc, WC_PUSHBUTTON, {532, kPrefTop + 36, kPrefPageRight, kPrefTop + 64}, "Edit...", kPrefServiceEdit, 0);
-  add(svc, WC_PUSHBUTTON, {532, kPrefTop + 72, kPrefPageRight, kPrefTop + 100}, "Delete", kPrefServiceDelete, 0);
+  constexpr int kButtons = kPrefPageRight - 92;
+  add(svc, WC_LBOX, {kPrefPageLeft, kPrefTop, kButtons - 12, 330}, "", kPrefServiceList, 0);
+  add(svc, WC_PUSHBUTTON, {kButtons, kPrefTop, kPrefPageRight, kPrefTop + 28}, "Add...", kPrefServiceAdd, 0);
+  add(svc, WC_PUSHBUTTON, {kButtons, kPrefTop + 36, kPrefPageRight, kPrefTop + 64}, "Edit...", kPrefServiceEdit, 0);
+  add(svc, WC_PUSHBUTTON, {kButtons, kPrefTop + 72, kPrefPageRight, kPrefTop + 100}, "Delete", kPrefServiceDelete, 0);
   const int loc = kPrefPageLocation;
   add(loc, WC_RADIOBUTTON, {kPrefPageLeft, PrefRowTop(0), kPrefPageRight, PrefRowTop(0) + 24},
       "Local: options in a file", kPrefLocLocal, 0);
@@ -171,9 +174,9 @@ std::vector<WIN_DEF>& Defs(Prefs* p) {
   add(loc, WC_RADIOBUTTON, {kPrefPageLeft, PrefRowTop(2), kPrefPageRight, PrefRowTop(2) + 24},
       "Remote: options on an option server", kPrefLocRemote, 0);
   row(loc, 3, "Server:", WC_EDIT, kPrefLocHost);
-  row(loc, 4, "Port:", WC_EDIT, kPrefLocPort);
-  add(-1, WC_PUSHBUTTON, {448, 424, 532, 454}, "OK", kPrefOk, CTL_FLAG_DEFAULT);
-  add(-1, WC_PUSHBUTTON, {544, 424, kPrefPageRight, 454}, "Cancel", kPrefCancel, 0);
+  row(loc, 4, "Port:", WC_EDIT, kPrefLocPort, 24, kPrefControlLeft + kPrefNumberWidth);
+  add(-1, WC_PUSHBUTTON, {kPrefPageRight - 192, 424, kPrefPageRight - 104, 454}, "OK", kPrefOk, CTL_FLAG_DEFAULT);
+  add(-1, WC_PUSHBUTTON, {kPrefPageRight - 88, 424, kPrefPageRight, 454}, "Cancel", kPrefCancel, 0);
   defs.push_back({W_NONE, {}, nullptr, 0, 0});
   return defs;
 }
@@ -447,6 +450,7 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
   Prefs* p = reinterpret_cast<Prefs*>(xvt_vobj_get_data(dlg));
   switch (ev->type) {
     case E_CREATE: {
+      PrefCentre(dlg);
       WINDOW list = Ctl(dlg, kPrefPages);
       for (const char* name : kPageNames) xvt_list_add(list, -1, name);
       for (const Field& f : kFields) Load(dlg, f);
@@ -486,6 +490,16 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
 }
 
 }  // namespace
+
+void PrefCentre(WINDOW dlg) {
+  RCT screen{}, r{};
+  xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
+  xvt_vobj_get_outer_rect(dlg, &r);
+  const int w = r.right - r.left, h = r.bottom - r.top;
+  const int left = (screen.right - w) / 2, top = (screen.bottom - h) / 2;
+  const RCT centred{left, top, left + w, top + h};
+  xvt_vobj_move(dlg, &centred);
+}
 
 bool PrefParseNumber(const std::string& text, int min, int max, int* out) {
   if (text.empty() || text.size() > 10) return false;

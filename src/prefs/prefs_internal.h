@@ -8,10 +8,11 @@
 #include "xvt/xvt.h"
 
 // A row of a page: label at the left, control at the right.
-constexpr int kPrefPageLeft = 176;
-constexpr int kPrefLabelRight = 324;
-constexpr int kPrefControlLeft = 330;
-constexpr int kPrefPageRight = 628;
+constexpr int kPrefPageLeft = 196;
+constexpr int kPrefLabelRight = 344;
+constexpr int kPrefControlLeft = 350;
+constexpr int kPrefPageRight = 648;
+constexpr int kPrefNumberWidth = 90;
 constexpr int kPrefRowHeight = 34;
 constexpr int kPrefTop = 14;
 inline int PrefRowTop(int row) { return kPrefTop + row * kPrefRowHeight; }
@@ -41,6 +42,9 @@ bool PrefServicesChanged(const std::vector<PrefService>& services);
 // Assigns what changed at the permanent level and tells the model and the
 // windows; afterwards the records describe what is stored.
 void PrefServicesApply(std::vector<PrefService>* services);
+
+// Puts a dialog in the middle of the screen.
+void PrefCentre(WINDOW dlg);
 
 // An integer field: true and the value when the text is one in [min, max].
 bool PrefParseNumber(const std::string& text, int min, int max, int* out);

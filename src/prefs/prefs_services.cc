@@ -25,28 +25,32 @@ constexpr int kSecurityCount = 4;
 constexpr int kServiceControls[kSvfCount] = {kSvcName, kSvcType, kSvcHost, kSvcPort, kSvcSecurity, kSvcUser,
                                              kSvcLocation};
 
-WIN_DEF Row(int row, WIN_TYPE type, const char* title, int id, int left = 150) {
+WIN_DEF Label(int row, const char* title, int id) {
   const int top = 14 + row * 34;
-  return {type, {left, type == WC_TEXT ? top + 4 : top, type == WC_TEXT ? 144 : 420, type == WC_TEXT ? top + 22 : top + 24},
-          title, id, 0};
+  return {WC_TEXT, {12, top + 4, 144, top + 22}, title, id, 0};
+}
+
+WIN_DEF Row(int row, WIN_TYPE type, int id, int right = 420) {
+  const int top = 14 + row * 34;
+  return {type, {150, top, right, top + 24}, "", id, 0};
 }
 
 const WIN_DEF kServiceDef[] = {
     {W_MODAL, {0, 0, 432, 300}, "Message Service", 0, 0},
-    Row(0, WC_TEXT, "Name:", 2751, 12),
-    Row(0, WC_EDIT, "", kSvcName),
-    Row(1, WC_TEXT, "Kind:", 2752, 12),
-    Row(1, WC_LISTBUTTON, "", kSvcType),
-    Row(2, WC_TEXT, "Server:", 2753, 12),
-    Row(2, WC_EDIT, "", kSvcHost),
-    Row(3, WC_TEXT, "Port (0: default):", 2754, 12),
-    Row(3, WC_EDIT, "", kSvcPort),
-    Row(4, WC_TEXT, "Security:", 2755, 12),
-    Row(4, WC_LISTBUTTON, "", kSvcSecurity),
-    Row(5, WC_TEXT, "Login name:", 2756, 12),
-    Row(5, WC_EDIT, "", kSvcUser),
-    Row(6, WC_TEXT, "Folder location:", 2757, 12),
-    Row(6, WC_EDIT, "", kSvcLocation),
+    Label(0, "Name:", 2751),
+    Row(0, WC_EDIT, kSvcName),
+    Label(1, "Kind:", 2752),
+    Row(1, WC_LISTBUTTON, kSvcType),
+    Label(2, "Server:", 2753),
+    Row(2, WC_EDIT, kSvcHost),
+    Label(3, "Port (0: default):", 2754),
+    Row(3, WC_EDIT, kSvcPort, 150 + kPrefNumberWidth),
+    Label(4, "Security:", 2755),
+    Row(4, WC_LISTBUTTON, kSvcSecurity),
+    Label(5, "Login name:", 2756),
+    Row(5, WC_EDIT, kSvcUser),
+    Label(6, "Folder location:", 2757),
+    Row(6, WC_EDIT, kSvcLocation),
     {WC_PUSHBUTTON, {232, 256, 320, 286}, "OK", kSvcOk, CTL_FLAG_DEFAULT},
     {WC_PUSHBUTTON, {332, 256, 420, 286}, "Cancel", kSvcCancel, 0},
     {W_NONE, {}, nullptr, 0, 0},
@@ -94,6 +98,7 @@ long service_eh(WINDOW dlg, EVENT* ev) {
   PrefService& s = *e->service;
   switch (ev->type) {
     case E_CREATE: {
+      PrefCentre(dlg);
       WINDOW type = xvt_win_get_ctl(dlg, kSvcType);
       for (int code : kTypes) xvt_list_add(type, -1, MM_MSGetTypedescByType(code));
       xvt_list_set_sel(type, TypeIndex(s.value[kSvfType]), true);
