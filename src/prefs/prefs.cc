@@ -477,8 +477,9 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
         if (page >= 0 && page < kPrefPageCount && page != p->page) ShowPage(dlg, p, page);
       } else if (id == kPrefLocLocal || id == kPrefLocRemote) {
         CheckLocation(dlg, id == kPrefLocRemote);
-      } else if (id == kPrefServiceAdd || id == kPrefServiceEdit || id == kPrefServiceDelete ||
-                 id == kPrefServiceList) {
+      } else if (id == kPrefServiceList && ev->v.ctl.ci.v.lbox.dbl_click) {
+        PrefServicesCommand(dlg, kPrefServiceEdit, &p->services);  // a double click edits
+      } else if (id == kPrefServiceAdd || id == kPrefServiceEdit || id == kPrefServiceDelete) {
         PrefServicesCommand(dlg, id, &p->services);
       }
       break;

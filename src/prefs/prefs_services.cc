@@ -93,6 +93,16 @@ std::string Invalid(const Edit& e, const std::string (&v)[kSvfCount]) {
   return "";
 }
 
+// A local service has no server: its server fields are of no use.
+void EnableServerFields(WINDOW dlg, const PrefService& s) {
+  const int type = xvt_list_get_sel_index(xvt_win_get_ctl(dlg, kSvcType));
+  const bool remote = type < 0 || kTypes[type] != kServiceLocal;
+  for (int f : {kSvfHost, kSvfPort, kSvfSecurity}) {
+    const bool locked = !s.added && Opt_GetReadonly(PrefServiceKey(s.number, f).c_str());
+    xvt_vobj_set_enabled(xvt_win_get_ctl(dlg, kServiceControls[f]), remote && !locked);
+  }
+}
+
 long service_eh(WINDOW dlg, EVENT* ev) {
   Edit* e = reinterpret_cast<Edit*>(xvt_vobj_get_data(dlg));
   PrefService& s = *e->service;
@@ -110,11 +120,14 @@ long service_eh(WINDOW dlg, EVENT* ev) {
       for (int f = 0; f < kSvfCount; ++f)
         if (!s.added && Opt_GetReadonly(PrefServiceKey(s.number, f).c_str()))
           xvt_vobj_set_enabled(xvt_win_get_ctl(dlg, kServiceControls[f]), false);
+      EnableServerFields(dlg, s);
       xvt_scr_set_focus_vobj(xvt_win_get_ctl(dlg, kSvcName));
       break;
     }
     case E_CONTROL:
-      if (ev->v.ctl.id == kSvcOk) {
+      if (ev->v.ctl.id == kSvcType) {
+        EnableServerFields(dlg, s);
+      } else if (ev->v.ctl.id == kSvcOk) {
         std::string v[kSvfCount];
         for (int f : {kSvfName, kSvfHost, kSvfPort, kSvfUser, kSvfLocation})
           v[f] = xvt_ctl_get_text(dlg, kServiceControls[f], kPrefFieldLimit);

@@ -93,6 +93,9 @@ const Case kCases[] = {
          xvt_test_type(s, kSvcName, "Home");  // taken: the dialog stays
          xvt_test_click(s, kSvcOk);
          xvt_test_type(s, kSvcName, "Uni");
+         xvt_test_select(s, kSvcType, 4);  // local: no server to type
+         EXPECT_FALSE(xvt_test_type(s, kSvcHost, "imap.u"));
+         xvt_test_select(s, kSvcType, 0);
          xvt_test_type(s, kSvcHost, "imap.u");
          xvt_test_select(s, kSvcSecurity, 2);
          xvt_test_click(s, kSvcOk);
