@@ -24,6 +24,7 @@
 #include "src/base/tcl_interp.h"
 #include "src/books/book_window.h"
 #include "src/script/tcl_window_cmds.h"
+#include "src/prefs/prefs.h"
 #include "src/security/password_manager.h"
 #include "src/send/submit.h"
 
@@ -182,9 +183,10 @@ void LoadOptionsCommand() {
     if (SessionManagerDialog()) ReinitWorkspace();
     return;
   }
-  // Without named configurations the options come from one place.
-  xvt_dm_post_note("Options are read from %s.\nStart Velmar with -f FILE to use another file.",
-                   Opt_LookupText("Options.LocalFile", kOptSession).c_str());
+  // Without named configurations the place of the options is chosen on
+  // the preferences' own page.
+  PREF_Open(kPrefPageLocation);
+  Opt_AssignInt("Options.Loading", 0, kOptSession, 0);
 }
 
 void OnCommand(WINDOW win, EVENT* ev) {
@@ -195,6 +197,10 @@ void OnCommand(WINDOW win, EVENT* ev) {
   }
   if (command == M_OPTIONS_LOAD) {
     LoadOptionsCommand();
+    return;
+  }
+  if (command == M_OPTIONS_PREFERENCES) {
+    PREF_Open(kPrefPageIdentity);
     return;
   }
   if (command == M_OPTIONS_CHANGE_PASSWORD) {

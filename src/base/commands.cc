@@ -1,6 +1,7 @@
 #include "src/base/commands.h"
 
 const MENU_ITEM kOptionsMenu[] = {
+    {M_OPTIONS_PREFERENCES, "~Preferences...", true, false, false, nullptr},
     {M_OPTIONS_LOAD, "~Load...", true, false, false, nullptr},
     {M_OPTIONS_SAVE, "~Save", true, false, false, nullptr},
     {M_OPTIONS_CHANGE_PASSWORD, "Change ~Password...", false, false, false, nullptr},

@@ -445,7 +445,8 @@ void MSG_DoCommonCommand(WINDOW, int command) {
   switch (command) {
     case M_FILE_QUIT:
     case M_GO_ONLINE_OFFLINE:
-    case M_OPTIONS_LOAD: {
+    case M_OPTIONS_LOAD:
+    case M_OPTIONS_PREFERENCES: {
       // The program's life belongs to the task window: it shuts down and
       // goes online or offline.
       EVENT ev{};
