@@ -35,6 +35,7 @@ constexpr int M_COMPOSE_SAVE_DRAFT = 14406;
 constexpr int M_COMPOSE_SIGN = 14410;
 constexpr int M_COMPOSE_ENCRYPT = 14411;
 constexpr int M_COMPOSE_PGP_MIME = 14412;
+constexpr int M_COMPOSE_SPELL = 14413;
 constexpr int M_COMPOSE_CLOSE = 14104;
 
 // Control ids of the panes.
