@@ -160,10 +160,27 @@ std::string ChangeTo(WINDOW dlg) {
   return s;
 }
 
+// Near the right edge of the main window, where lines of a message rarely
+// reach, so that the word shown in the text stays in sight.
+void Place(WINDOW dlg) {
+  RCT task{}, me{};
+  if (!TASK_WIN || !xvt_vobj_get_outer_rect(TASK_WIN, &task) || !xvt_vobj_get_outer_rect(dlg, &me)) return;
+  const int w = me.right - me.left, h = me.bottom - me.top;
+  RCT r{};
+  r.left = task.right - w - 24;
+  r.top = task.top + 96;
+  r.right = r.left + w;
+  r.bottom = r.top + h;
+  if (r.left >= task.left) xvt_vobj_move(dlg, &r);
+}
+
 long dialog_eh(WINDOW dlg, EVENT* ev) {
   auto* w = reinterpret_cast<Walk*>(xvt_vobj_get_data(dlg));
   switch (ev->type) {
-    case E_CREATE: Show(dlg, *w); break;
+    case E_CREATE:
+      Place(dlg);
+      Show(dlg, *w);
+      break;
     case E_CONTROL: {
       const int id = ev->v.ctl.id;
       if (id == kSpellListId) {
