@@ -147,6 +147,8 @@ std::vector<std::string> Spell_Suggest(std::string_view word) {
   std::vector<std::string> out;
 #ifdef VELMAR_HAVE_HUNSPELL
   if (Checker* c = Current().get()) out = c->dict->suggest(std::string(word));
+#else
+  (void)word;
 #endif
   if (out.size() > kSpellMaxSuggestions) out.resize(kSpellMaxSuggestions);
   return out;
