@@ -22,6 +22,7 @@
 #include "src/script/forms.h"
 #include "src/options/options.h"
 #include "src/security/pgp_mime.h"
+#include "src/spell/spell_dialog.h"
 #include "src/viewer/attach.h"
 #include "src/viewer/viewer_internal.h"
 
@@ -41,6 +42,7 @@ const MENU_ITEM kFileMenu[] = {
 const MENU_ITEM kEditMenu[] = {
     {M_COMPOSE_EXPAND, "~Expand Aliases", true, false, false, nullptr},
     {M_COMPOSE_ADDRESS_BOOK, "~Address Book...", true, false, false, nullptr},
+    {M_COMPOSE_SPELL, "Check ~Spelling...", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 const MENU_ITEM kSecurityMenu[] = {
@@ -727,6 +729,7 @@ void doComposeMenu(WINDOW win, int command) {
       ABK_QuickSearch(0, target);
       break;
     }
+    case M_COMPOSE_SPELL: Spell_CheckWindow(info->address_panel[4], info->text_pane, false); break;
     case M_COMPOSE_SIGN: info->options.sign = !info->options.sign; break;
     case M_COMPOSE_ENCRYPT: info->options.encrypt = !info->options.encrypt; break;
     case M_COMPOSE_PGP_MIME: info->options.pgp_mime = !info->options.pgp_mime; break;

@@ -36,6 +36,7 @@ constexpr int M_COMPOSE_SIGN = 14410;
 constexpr int M_COMPOSE_ENCRYPT = 14411;
 constexpr int M_COMPOSE_PGP_MIME = 14412;
 constexpr int M_COMPOSE_ADDRESS_BOOK = 14413;
+constexpr int M_COMPOSE_SPELL = 14414;
 constexpr int M_COMPOSE_CLOSE = 14104;
 // Commands of the message windows that open a form to compose.
 constexpr int M_PHONE_MESSAGE = 20014;

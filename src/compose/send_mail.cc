@@ -19,6 +19,8 @@
 #include "src/security/pgp.h"
 #include "src/security/pgp_mime.h"
 #include "src/send/send.h"
+#include "src/spell/spell.h"
+#include "src/spell/spell_dialog.h"
 
 namespace {
 
@@ -286,6 +288,15 @@ int send_mail(WINDOW win) {
   Trace(kTraceCompose, kTraceAll, "send_mail: function entry.\n");
   ComposeInfo* info = ComposeInfoOf(win);
   if (!info) return 0;
+  // The writer's last look at the spelling. Cancel keeps the window as it
+  // is; a missing dictionary has been told and does not hold the mail back.
+  int spell_first = 0;
+  if (!info->options.draft && Opt_LookupInt("Compose.SpellCheckBeforeSend", &spell_first, kOptSession) &&
+      spell_first == 1 && Spell_Available()) {
+    if (Spell_CheckWindow(info->address_panel[4], info->text_pane, true) == 0) return 0;
+    info = ComposeInfoOf(win);
+    if (!info) return 0;
+  }
   ComposeOptions& o = info->options;
   short expand = 0;
   if (Opt_LookupBoolean("AddrBook.ExpandOnSend", &expand, kOptSession) && expand) ExpandAllAddresses(win);
