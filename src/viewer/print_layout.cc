@@ -75,7 +75,7 @@ void ForEachLine(std::string_view text, Fn fn) {
     size_t end = text.find('\n', start);
     if (end == std::string_view::npos) end = text.size();
     std::string_view line = text.substr(start, end - start);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (end < text.size() && !line.empty() && line.back() == '\r') line.remove_suffix(1);  // CRLF
     if (end == text.size() && line.empty() && start > 0) break;  // the text's last line end
     fn(line);
     start = end + 1;
