@@ -41,6 +41,8 @@ bool xvt_print_start(const char* title, const char* pdf_path, XVT_PRINT_GEOMETRY
   job->printer = std::make_unique<QPrinter>(QPrinter::HighResolution);
   job->printer->setDocName(FromUtf8(title ? title : ""));
   job->printer->setPageSize(QPageSize(QPageSize::A4));
+  // Room to hold the sheet and to punch it, whatever the printer's own edge.
+  job->printer->setPageMargins(QMarginsF(20, 15, 15, 15), QPageLayout::Millimeter);
   if (pdf_path) {
     job->printer->setOutputFormat(QPrinter::PdfFormat);
     job->printer->setOutputFileName(FromUtf8(pdf_path));
