@@ -81,6 +81,8 @@ int VIEW_PrintMessages(const std::vector<UMI>& umis) {
     if (!pdf.empty()) xvt_dm_post_error("The PDF file %s could not be made.", pdf.c_str());
     return 0;
   }
+  Trace(kTracePrint, kTraceLow, "VIEW_PrintMessages: pages of %d lines of %d characters\n", geometry.lines,
+        geometry.columns);
   const std::string printed = PrintedAt();
   int total = 0;
   bool ok = true;
