@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 struct xvt_object;
 typedef xvt_object* WINDOW;
@@ -348,6 +349,9 @@ bool xvt_vobj_is_visible(WINDOW win);
 void xvt_vobj_set_enabled(WINDOW win, bool enabled);
 bool xvt_vobj_is_enabled(WINDOW win);
 void xvt_vobj_raise(WINDOW win);
+// The text shown when the pointer rests on a window or control.
+void xvt_vobj_set_tooltip(WINDOW win, const char* text);
+std::string xvt_vobj_get_tooltip(WINDOW win);
 
 // Calls the window's handler with the event, at once.
 long xvt_win_dispatch_event(WINDOW win, EVENT* ev);
@@ -530,9 +534,30 @@ bool xvt_menu_get_item_checked(WINDOW win, int tag);
 // Copies the title (with its '~'); returns false for an unknown tag.
 bool xvt_menu_get_item_title(WINDOW win, int tag, char* buf, size_t size);
 void xvt_menu_update(WINDOW win);
+// The menu bar a window shows (its own, else the task window's), as it was
+// registered; null when there is none. Tells apart windows whose bars reuse
+// command numbers for different things.
+const MENU_ITEM* xvt_menu_get_bar(WINDOW win);
 // Shows a pop-up menu at pnt (client coordinates of win); the chosen item
 // reaches win as E_COMMAND.
 void xvt_menu_popup(const MENU_ITEM* items, WINDOW win, PNT pnt);
+
+// ---------------------------------------------------------------------------
+// Printing: a job of pages of plain text lines in a fixed-pitch font, so
+// that the program lays out the pages itself and knows every page break.
+
+struct XVT_PRINT_GEOMETRY {
+  int lines;    // lines that fit on a page
+  int columns;  // characters that fit on a line
+};
+// Starts a job. pdf_path null: the user chooses a printer in the toolkit's
+// print dialog (false when cancelled or no printer exists); else the pages
+// go to that PDF file. Fills in the page's size.
+bool xvt_print_start(const char* title, const char* pdf_path, XVT_PRINT_GEOMETRY* geometry);
+// One page; lines past the page's size are not printed.
+bool xvt_print_page(const std::vector<std::string>& lines);
+// Ends the job; false when the printer or the file failed.
+bool xvt_print_end(void);
 
 // ---------------------------------------------------------------------------
 // Timers: deliver E_TIMER with the id to the window every period.

@@ -119,3 +119,15 @@ std::string xvt_test_help_shown(void);  // last help file opened or topic shown
 // The window's caret: false when it has none; else its rectangle and
 // whether it is shown.
 bool xvt_test_caret(WINDOW win, RCT* rct, bool* visible);
+
+// Printing: the page size the next jobs get (66 lines of 80 by default), a
+// printer that fails at the end of the job, and the jobs printed so far.
+struct XvtPrintJob {
+  std::string title;
+  std::string pdf_path;  // empty: the printer the user chose
+  std::vector<std::vector<std::string>> pages;
+  bool ended = false;
+};
+void xvt_test_set_print_geometry(int lines, int columns);
+void xvt_test_set_print_failure(bool fail);
+const std::vector<XvtPrintJob>& xvt_test_print_jobs(void);

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "src/base/cenv.h"
+#include "src/app/toolbar.h"
 #include "src/app/workspace.h"
 #include "src/model/mm.h"
 #include "src/base/model_events.h"
@@ -33,6 +34,7 @@ void UpdateConnectionMenus() {
   xvt_menu_set_item_title(TASK_WIN, M_GO_ONLINE_OFFLINE, offline ? "~Go Online" : "~Go Offline");
   xvt_menu_set_item_enabled(TASK_WIN, M_GO_ONLINE_OFFLINE, true);
   xvt_menu_set_item_enabled(TASK_WIN, M_SEND_QUEUE_NOW, !offline);
+  TBAR_Refresh();
 }
 
 void GoOffline() {

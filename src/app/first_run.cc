@@ -5,6 +5,7 @@
 
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
+#include "src/app/toolbar.h"
 #include "src/app/workspace.h"
 #include "src/organizer/organizer.h"
 #include "src/base/tcl_interp.h"
@@ -69,6 +70,7 @@ long setup_eh(WINDOW win, EVENT* ev) {
 
 int DoneStartupCmd(ClientData, Tcl_Interp*, int, Tcl_Obj* const[]) {
   if (g_setup) xvt_vobj_destroy(g_setup);
+  TBAR_SetVisible(true);
   openMessageServicesWindow();
   SDDE_SetFullyStarted(1);
   return TCL_OK;
@@ -87,6 +89,7 @@ void RunFirstRunBranch() {
   RCT r{left, top, left + 400, top + 300};
   g_setup = xvt_win_create(W_DOC, &r, "Velmar Setup", 0, TASK_WIN, WSF_CLOSE, EM_ALL, setup_eh, 0);
   if (!g_setup) return;
+  TBAR_SetVisible(false);
   if (task_interp) {
     Tcl_CreateObjCommand(task_interp, "doneVMRStartup", DoneStartupCmd, nullptr, nullptr);
     TclBindWindow("startupwin", g_setup);

@@ -17,6 +17,7 @@
 #include "src/base/filenames.h"
 #include "src/base/fs.h"
 #include "src/base/trace.h"
+#include "src/app/toolbar.h"
 #include "src/app/workspace.h"
 #include "src/options/options.h"
 #include "src/options/session.h"
@@ -143,6 +144,7 @@ void OnCreate(WINDOW win) {
   P().mdi_client = reinterpret_cast<WINDOW>(xvt_vobj_get_attr(NULL_WIN, ATTR_MDI_CLIENT_WIN));
   OpenHelpFile();
   WIN_create_critical_window(win);
+  TBAR_Create(win);
 
   if (!InitWorkspace(win)) return;
   if (banner && xvt_vobj_is_valid(banner)) xvt_vobj_destroy(banner);
@@ -209,6 +211,12 @@ void OnCommand(WINDOW win, EVENT* ev) {
   }
   if (command == M_ADDRESS_BOOKS) {
     ABK_BookWindow();
+    return;
+  }
+  // Handled here rather than passed on: the compose window uses the same
+  // number for one of its own commands.
+  if (command == M_SEND_QUEUE_NOW) {
+    SUBMIT_FlushOutbox();
     return;
   }
   if (command == M_GO_ONLINE_OFFLINE) {

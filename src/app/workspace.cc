@@ -13,6 +13,7 @@
 #include "src/base/errors.h"
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
+#include "src/app/toolbar.h"
 #include "src/app/workspace.h"
 #include "src/books/address_model.h"
 #include "src/model/mm.h"
@@ -177,6 +178,7 @@ void ReinitWorkspace() {
 void Shutdown() {
   Trace(kTraceFrame, kTraceLow, "Shutdown: function entry\n");
   ShutdownWorkspace();
+  TBAR_Destroy();
   WIN_destroy_critical_window();
   xvt_app_process_pending_events();
   xvt_app_destroy();

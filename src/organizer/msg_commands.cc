@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "rclib/safe_file.h"
+#include "src/base/commands.h"
 #include "src/base/critical.h"
 #include "src/compose/compose.h"
 #include "src/base/model_events.h"
@@ -19,6 +20,7 @@
 #include "src/organizer/organizer.h"
 #include "src/search/search_dialog.h"
 #include "src/search/search_node.h"
+#include "src/viewer/print.h"
 #include "src/viewer/viewer.h"
 
 namespace {
@@ -102,7 +104,7 @@ const CommandRule kRules[] = {
     {M_MSG_EXTRACT, kNever},         {M_MSG_ACTION_DELETE, kAlways},   {M_MSG_NEW_SEARCH, kFolderHere},
     {M_MSG_NEW_SERVICE, kNever},     {M_MSG_NEW_FOLDER, kService},     {M_MSG_NEW_GROUP, kNever},
     {M_MSG_MARK_SEEN, kMessage},     {M_MSG_MARK_FLAGGED, kMessage},   {M_MSG_MARK_ANSWERED, kMessage},
-    {M_MSG_SAVE, kOneMessage},       {32008, kNever},
+    {M_MSG_SAVE, kOneMessage},       {M_FILE_PRINT, kMessage},
     {M_MSG_SAVED_SEARCH, kFolderHere}, {M_MSG_QUICK_SEARCH, kAlways}, {M_MSG_SEARCH_PROPERTIES, kOneSearch},
     {M_MSG_ACCESS_RIGHTS, kAclFolder},
 };
@@ -213,6 +215,14 @@ void ShowStep(MsgWinInfo* info, const Selection& s, bool forward) {
   TREE_ShowNodeOnDisplay(line);
   (void)info;
   spawnNextViewer(MSG_Info(line)->umi, messageContainer(line));
+}
+
+// The selected messages in the order they are shown.
+void PrintMessages(const Selection& s) {
+  std::vector<UMI> umis;
+  for (TreeNode* n : s.nodes)
+    if (MessageNodeInfo* m = MSG_Info(n)) umis.push_back(m->umi);
+  VIEW_PrintMessages(umis);
 }
 
 void SaveMessage(const Selection& s) {
@@ -348,6 +358,7 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
     case M_MSG_MARK_FLAGGED: FlipFlag(info, s, "\\Flagged", kMsgFlagged); break;
     case M_MSG_MARK_ANSWERED: FlipFlag(info, s, "\\Answered", kMsgAnswered); break;
     case M_MSG_SAVE: SaveMessage(s); break;
+    case M_FILE_PRINT: PrintMessages(s); break;
     case M_MSG_COMPOSE: compose_new(); break;
     case M_PHONE_MESSAGE: phone_message(); break;
     case M_COMPOSE_FORM: compose_form(); break;

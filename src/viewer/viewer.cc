@@ -19,6 +19,7 @@
 #include "src/script/forms.h"
 #include "src/send/receipt.h"
 #include "src/viewer/attach.h"
+#include "src/viewer/print.h"
 #include "src/viewer/viewer_internal.h"
 
 namespace {
@@ -601,8 +602,9 @@ void setMenus(WINDOW win) {
   xvt_menu_set_item_enabled(win, M_VIEW_EXTRACT, v->content.has_text && !v->content.extracted);
   for (int tag : {M_VIEW_COMPOSE, M_VIEW_REPLY, M_VIEW_REPLY_ALL, M_VIEW_FORWARD, M_VIEW_RESTART})
     xvt_menu_set_item_enabled(win, tag, true);
-  // Print and the security commands arrive with their windows.
-  for (int tag : {M_VIEW_PRINT, M_VIEW_PGP_DECRYPT, M_VIEW_PGP_VERIFY, M_VIEW_PGP_CAPTURE})
+  xvt_menu_set_item_enabled(win, M_VIEW_PRINT, true);
+  // The security commands arrive with their windows.
+  for (int tag : {M_VIEW_PGP_DECRYPT, M_VIEW_PGP_VERIFY, M_VIEW_PGP_CAPTURE})
     xvt_menu_set_item_enabled(win, tag, false);
 }
 
@@ -635,6 +637,7 @@ void doMenu(WINDOW win, int command) {
       xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
       break;
     case M_VIEW_SAVE: SaveText(v); break;
+    case M_VIEW_PRINT: VIEW_PrintMessages({v->umi}); break;
     case M_VIEW_COMPOSE: compose_new(); break;
     case M_VIEW_REPLY: compose_reply(v->umi, -1); break;
     case M_VIEW_REPLY_ALL: compose_reply(v->umi, 1); break;

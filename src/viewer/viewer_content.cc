@@ -271,6 +271,28 @@ std::string ViewerHeaderText(UMI umi, int style) {
   return out;
 }
 
+std::vector<std::pair<std::string, std::string>> ViewerPrintFields(UMI umi) {
+  std::vector<std::pair<std::string, std::string>> out;
+  const Envelope* env = MM_MsgEnvelope(umi);
+  if (!env) return out;
+  auto addresses = [](const MailAddress* list) {
+    std::string text;
+    int count = 0;
+    for (const MailAddress* a = list; a && count < 1000; a = a->next, ++count) {
+      if (!a->mailbox && !a->host) continue;  // the ends of a group
+      if (!text.empty()) text += '\n';
+      text += Address(a);
+    }
+    return text;
+  };
+  out.emplace_back("From", addresses(env->from));
+  out.emplace_back("To", addresses(env->to));
+  out.emplace_back("Cc", addresses(env->cc));
+  out.emplace_back("Date", env->date ? mime_display_text(env->date) : std::string());
+  out.emplace_back("Subject", env->subject ? mime_display_text(env->subject) : std::string());
+  return out;
+}
+
 std::string ViewerTitle(UMI umi, TreeNode* container) {
   const Envelope* env = MM_MsgEnvelope(umi);
   const std::string subject = env && env->subject ? mime_display_text(env->subject) : std::string();

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <vector>
+#include <utility>
 
 #include "src/model/mm.h"
 #include "src/viewer/viewer.h"
@@ -119,6 +120,8 @@ int getNumberOfContainerWindows(UMI umi, int mode);
 ViewerContent ViewerBuildContent(UMI umi);
 // The header pane's text in a style.
 std::string ViewerHeaderText(UMI umi, int style);
+// From, To, Cc, Date and Subject as printed: addresses one a line.
+std::vector<std::pair<std::string, std::string>> ViewerPrintFields(UMI umi);
 // The window title for a message.
 std::string ViewerTitle(UMI umi, TreeNode* container);
 // The text of a part, in UTF-8 (HTML rendered when as_html).

@@ -132,26 +132,26 @@ TEST_F(OrganizerWindowsTest, MenuStatesFollowTheKindOfSelection) {
     std::function<void()> select;
     const char* enabled;
   };
-  // Reply needs exactly one message and a search a folder; extract and print stay greyed.
+  // Reply needs exactly one message and a search a folder; extract stays greyed; print needs a message.
   const std::vector<Case> cases = {
       {"nothing", [] { TREE_ClearSelections(Top()->tree); }, "14104"},
       {"service", [] { TREE_SelectOnlyNode(Service()); }, "14104 14105 14106 20007"},
       {"folder", [] { TREE_SelectOnlyNode(Folder("work")); }, "14104 14105 14106 14501 14504 14613 20003 20007"},
       {"message", [] { TREE_SelectOnlyNode(Messages("mail")[0]); },
-       "14104 14105 14601 14603 14608 14612 14613 20007 20401 20501"},
+       "14104 14105 14601 14603 14608 14612 14613 20007 20401 20501 32008"},
       {"two messages",
        [] {
          auto m = Messages("mail");
          TREE_SelectOnlyNode(m[0]);
          TREE_SelectNode(m[1], 1);
        },
-       "14104 14105 14601 14608 14612 14613 20401"},
+       "14104 14105 14601 14608 14612 14613 20401 32008"},
       {"folder and message",
        [] {
          TREE_SelectOnlyNode(Messages("mail")[0]);
          TREE_SelectNode(Folder("work"), 1);
        },
-       "14104 14105 14501 14601 14608 14612 14613 20003 20401"},
+       "14104 14105 14501 14601 14608 14612 14613 20003 20401 32008"},
   };
   Run([&] {
     for (const Case& c : cases) {

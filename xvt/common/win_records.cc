@@ -122,6 +122,7 @@ bool SetSharedAttr(XVT_ATTR attr, intptr_t value) {
 void LoadMenuItems(xvt_object* w, const MENU_ITEM* items) {
   WinRecord* r = Find(w);
   if (!r || !items) return;
+  if (!r->has_menu_bar) r->menu_bar = items;
   r->has_menu_bar = true;
   for (const MENU_ITEM* m = items; m->tag || m->text || m->separator; ++m) {
     if (m->separator) continue;
@@ -162,6 +163,16 @@ void xvt_vobj_destroy(WINDOW win) {
 }
 
 bool xvt_vobj_is_valid(WINDOW win) { return Live(win); }
+
+std::string xvt_vobj_get_tooltip(WINDOW win) {
+  WinRecord* r = Find(win);
+  return r ? r->tooltip : std::string();
+}
+
+const MENU_ITEM* xvt_menu_get_bar(WINDOW win) {
+  WinRecord* r = Find(MenuOwner(win));
+  return r ? r->menu_bar : nullptr;
+}
 
 WIN_TYPE xvt_vobj_get_type(WINDOW win) {
   WinRecord* r = Find(win);

@@ -39,6 +39,8 @@ struct WinRecord {
   std::string title;
   bool destroying = false;   // E_DESTROY is on its way; no second one
   bool has_menu_bar = false;
+  const MENU_ITEM* menu_bar = nullptr;  // as registered
+  std::string tooltip;
   std::map<int, MenuItem> menu_items;  // the bar's tagged items, by tag
   virtual ~WinRecord() = default;
 };

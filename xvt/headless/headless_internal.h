@@ -84,6 +84,9 @@ struct State {
   std::map<long, std::pair<int, std::pair<XVT_FD_CALLBACK, void*>>> watches;
   long next_watch = 1;
   int toolbar_height = 42;
+  XVT_PRINT_GEOMETRY print_geometry{66, 80};
+  bool print_fail = false;
+  std::vector<XvtPrintJob> print_jobs;
 };
 
 State& S();

@@ -1,0 +1,186 @@
+// The toolbar. The organizer's and the viewer's menu bars give different
+// numbers to the same command (Reply is 14603 in one and 14604 in the
+// other), so a button holds one number per kind of window and looks at the
+// front window's menu bar to pick it. Commands that belong to the program
+// (send the queue, the address books, going online) go to the task window.
+#include "src/app/toolbar.h"
+
+#include <algorithm>
+#include <string>
+
+#include "src/app/workspace.h"
+#include "src/base/commands.h"
+#include "src/base/trace.h"
+#include "src/base/window_list.h"
+#include "src/books/book_window.h"
+#include "src/options/session.h"
+#include "src/organizer/msgwin.h"
+#include "src/viewer/viewer_internal.h"
+
+namespace {
+
+struct ButtonDef {
+  int id;
+  const char* label;
+  const char* tip;
+  int organizer;  // the command in an organizer window; 0: none there
+  int viewer;     // in a viewer
+  int task;       // a command of the task window, whatever window is in front
+};
+
+const ButtonDef kButtons[] = {
+    {kTbarNew, "New", "New Message", M_MSG_COMPOSE, M_VIEW_COMPOSE, 0},
+    {kTbarReply, "Reply", "Reply", M_MSG_REPLY, M_VIEW_REPLY, 0},
+    {kTbarReplyAll, "Reply All", "Reply to All", M_MSG_REPLY_ALL, M_VIEW_REPLY_ALL, 0},
+    {kTbarForward, "Forward", "Forward", M_MSG_FORWARD, M_VIEW_FORWARD, 0},
+    {kTbarDelete, "Delete", "Delete", M_MSG_DELETE, M_VIEW_DELETE, 0},
+    {kTbarPrevious, "Previous", "Previous Message", M_MSG_PREV, M_VIEW_PREVIOUS, 0},
+    {kTbarNext, "Next", "Next Message", M_MSG_NEXT, M_VIEW_NEXT, 0},
+    {kTbarCheck, "Check", "Check New Mail", M_MSG_CHECK, 0, 0},
+    {kTbarSendQueue, "Send Queue", "Send Queue Now", 0, 0, M_SEND_QUEUE_NOW},
+    {kTbarBooks, "Books", "Address Books", 0, 0, M_ADDRESS_BOOKS},
+    {kTbarPrint, "Print", "Print", M_FILE_PRINT, M_VIEW_PRINT, 0},
+    {kTbarOnline, "Online", "Go Offline", 0, 0, M_GO_ONLINE_OFFLINE},
+};
+
+constexpr int kGap = 4;
+constexpr int kButtonTop = 6;
+constexpr int kButtonHeight = 30;
+constexpr long kRefreshPeriod = 300;
+
+struct Toolbar {
+  WINDOW win = NULL_WIN;
+  long timer = 0;
+  bool enabled[kTbarCount + 1] = {};
+  bool offline = false;
+  bool known = false;  // the buttons show a state taken at least once
+};
+
+Toolbar& T() {
+  static Toolbar t;
+  return t;
+}
+
+int ButtonWidth(const char* label) { return std::max(56, 8 * static_cast<int>(std::string(label).size()) + 20); }
+
+// The window a button's command goes to and the command there; 0 when that
+// window has no such command.
+int Target(const ButtonDef& b, WINDOW* to) {
+  if (b.task) {
+    *to = TASK_WIN;
+    return b.task;
+  }
+  WINDOW front = WinList_Head();
+  *to = front;
+  if (!front || front == TASK_WIN || !xvt_vobj_is_valid(front)) return 0;
+  const MENU_ITEM* bar = xvt_menu_get_bar(front);
+  if (bar && bar == xvt_res_get_menubar(kMsgMenuBar)) return b.organizer;
+  if (bar && bar == xvt_res_get_menubar(kViewerMenuBar)) return b.viewer;
+  return 0;
+}
+
+bool Enabled(const ButtonDef& b) {
+  WINDOW to = NULL_WIN;
+  const int tag = Target(b, &to);
+  return tag && to && xvt_menu_get_item_enabled(to, tag);
+}
+
+void Press(int id) {
+  TBAR_Refresh();
+  for (const ButtonDef& b : kButtons) {
+    if (b.id != id) continue;
+    WINDOW to = NULL_WIN;
+    const int tag = Target(b, &to);
+    if (!tag || !to || !xvt_menu_get_item_enabled(to, tag)) return;
+    Trace(kTraceToolbar, kTraceLow, "toolbar: %s sends command %d\n", b.label, tag);
+    EVENT ev{};
+    ev.type = E_COMMAND;
+    ev.v.cmd.tag = tag;
+    xvt_win_dispatch_event(to, &ev);
+    break;
+  }
+  // The command may have changed what the buttons stand for.
+  if (T().win) TBAR_Refresh();
+}
+
+long toolbar_eh(WINDOW win, EVENT* ev) {
+  switch (ev->type) {
+    case E_CREATE: {
+      int x = kGap;
+      for (const ButtonDef& b : kButtons) {
+        const int w = ButtonWidth(b.label);
+        RCT r{x, kButtonTop, x + w, kButtonTop + kButtonHeight};
+        if (WINDOW ctl = xvt_ctl_create(WC_PUSHBUTTON, &r, b.label, win, CTL_FLAG_DISABLED, b.id))
+          xvt_vobj_set_tooltip(ctl, b.tip);
+        x += w + kGap;
+      }
+      break;
+    }
+    case E_UPDATE: xvt_dwin_clear(win, COLOR_SYSTEM_WINDOW); break;
+    case E_CONTROL: Press(ev->v.ctl.id); break;
+    case E_TIMER: TBAR_Refresh(); break;
+    case E_DESTROY:
+      if (T().win == win) {
+        if (T().timer) xvt_timer_destroy(T().timer);
+        T() = Toolbar();
+      }
+      break;
+    default: break;
+  }
+  return 0;
+}
+
+}  // namespace
+
+WINDOW TBAR_Create(WINDOW task_win) {
+  Toolbar& t = T();
+  if (t.win) return t.win;
+  int width = kGap;
+  for (const ButtonDef& b : kButtons) width += ButtonWidth(b.label) + kGap;
+  RCT r{kCriticalWinWidth, 0, kCriticalWinWidth + width, kToolbarHeight};
+  t.win = xvt_win_create(W_PLAIN, &r, "", 0, task_win, WSF_NONE, EM_ALL, toolbar_eh, 0);
+  if (!t.win) {
+    Trace(kTraceToolbar, kTraceCritical, "TBAR_Create: the toolbar window could not be made\n");
+    return NULL_WIN;
+  }
+  // The front window changes without a word to us (a click in another
+  // window, a selection): the buttons follow it on a short beat.
+  t.timer = xvt_timer_create(t.win, kRefreshPeriod);
+  TBAR_Refresh();
+  return t.win;
+}
+
+void TBAR_Destroy() {
+  Toolbar& t = T();
+  if (t.timer) xvt_timer_destroy(t.timer);
+  t.timer = 0;
+  WINDOW win = t.win;
+  t = Toolbar();
+  if (win && xvt_vobj_is_valid(win)) xvt_vobj_destroy(win);
+}
+
+WINDOW TBAR_Window() { return T().win; }
+
+void TBAR_Refresh() {
+  Toolbar& t = T();
+  if (!t.win) return;
+  for (const ButtonDef& b : kButtons) {
+    const bool on = Enabled(b);
+    if (t.known && t.enabled[b.id] == on) continue;
+    t.enabled[b.id] = on;
+    xvt_vobj_set_enabled(xvt_win_get_ctl(t.win, b.id), on);
+  }
+  // The face says the state the program is in; the tip, what a press does.
+  const bool offline = IsOffline() != 0;
+  if (!t.known || offline != t.offline) {
+    WINDOW ctl = xvt_win_get_ctl(t.win, kTbarOnline);
+    xvt_vobj_set_title(ctl, offline ? "Offline" : "Online");
+    xvt_vobj_set_tooltip(ctl, offline ? "Go Online" : "Go Offline");
+    t.offline = offline;
+  }
+  t.known = true;
+}
+
+void TBAR_SetVisible(bool visible) {
+  if (T().win) xvt_vobj_set_visible(T().win, visible);
+}

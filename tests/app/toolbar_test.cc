@@ -1,0 +1,99 @@
+// The toolbar over a viewer of an MH folder: each button sends the front
+// window's own number for its command and is enabled exactly when that
+// window's menu item is, and Print reaches the printer with the message.
+#include <gtest/gtest.h>
+
+#include "src/app/toolbar.h"
+#include "src/base/window_list.h"
+#include "src/options/options.h"
+#include "src/viewer/viewer_internal.h"
+#include "tests/organizer/nodes_fixture.h"
+
+namespace nodestest {
+namespace {
+
+std::string Mail(int i) {
+  return "From: Ann <ann@example.org>\r\nTo: bob@example.org\r\nSubject: note " + std::to_string(i) +
+         "\r\nDate: Mon, 2 Nov 2026 10:00:00 +0000\r\n\r\nbody of " + std::to_string(i) + "\r\n";
+}
+
+class ToolbarTest : public NodesTest {
+ protected:
+  // A viewer of message `msgno` of three, in front, and the toolbar.
+  void WithViewer(unsigned long msgno, const std::function<void(WINDOW viewer, WINDOW bar)>& body) {
+    Run([&] {
+      const std::string name = "tb" + std::to_string(++round_);
+      MakeFolder(name, {Mail(1), Mail(2), Mail(3)});
+      Opt_AssignString(("Folder.1." + name + ".Sort").c_str(), MSG_SortName(kSortLeastRecentArrival), kOptSession, 0);
+      TreeNode* node = Open(local_, name);
+      ASSERT_TRUE(node);
+      const UMI umi = MM_UMIFromMsgno(F(node)->folder_id, msgno);
+      spawnViewer(umi, node);
+      WINDOW bar = TBAR_Create(TASK_WIN);
+      ASSERT_TRUE(bar && viewerFind(umi));
+      body(viewerFind(umi), bar);
+      TBAR_Destroy();
+    });
+  }
+  int round_ = 0;
+  static bool On(WINDOW bar, int id) { return xvt_vobj_is_enabled(xvt_win_get_ctl(bar, id)); }
+};
+
+TEST_F(ToolbarTest, NextAndPreviousFollowTheViewer) {
+  WithViewer(1, [](WINDOW viewer, WINDOW bar) {
+    EXPECT_EQ(xvt_vobj_get_tooltip(xvt_win_get_ctl(bar, kTbarReplyAll)), "Reply to All");
+    EXPECT_FALSE(On(bar, kTbarCheck));  // a viewer has no such command
+    struct Step {
+      int press;
+      unsigned long shown;
+      bool previous, next;
+    } steps[] = {{0, 1, false, true}, {kTbarNext, 2, true, true}, {kTbarNext, 3, true, false},
+                 {kTbarNext, 3, true, false}, {kTbarPrevious, 2, true, true}};
+    for (const Step& s : steps) {
+      if (s.press) xvt_test_click(bar, s.press);
+      xvt_test_advance_ms(300);  // the toolbar's beat
+      EXPECT_EQ(MM_UMIMsgno(ViewerInfoOf(viewer)->umi), s.shown);
+      EXPECT_EQ(On(bar, kTbarPrevious), s.previous) << s.shown;
+      EXPECT_EQ(On(bar, kTbarNext), s.next) << s.shown;
+      EXPECT_EQ(On(bar, kTbarNext), xvt_menu_get_item_enabled(viewer, M_VIEW_NEXT));
+    }
+  });
+}
+
+TEST_F(ToolbarTest, ButtonsSendTheViewersOwnCommands) {
+  const struct {
+    int press;
+    const char* opens;
+    int questions;  // a reply asks whom to answer and whether to quote
+  } cases[] = {{kTbarNew, "Compose", 0}, {kTbarReply, "Reply", 2}, {kTbarForward, "Forward", 0}};
+  for (const auto& c : cases) {
+    WithViewer(2, [&](WINDOW viewer, WINDOW bar) {
+      for (int i = 0; i < c.questions; ++i) xvt_test_push_answer(RESP_2);
+      ASSERT_TRUE(xvt_test_click(bar, c.press));
+      char title[100] = "";
+      ASSERT_NE(WinList_Head(), viewer);
+      EXPECT_STREQ(xvt_vobj_get_title(WinList_Head(), title, sizeof title), c.opens);
+    });
+  }
+}
+
+TEST_F(ToolbarTest, PrintSendsTheMessageToThePdfFile) {
+  WithViewer(2, [](WINDOW, WINDOW bar) {
+    xvt_test_set_print_geometry(20, 40);
+    xvt_test_push_answer(RESP_2);
+    xvt_test_push_text("/tmp/out.pdf");
+    ASSERT_TRUE(xvt_test_click(bar, kTbarPrint));
+    ASSERT_EQ(xvt_test_print_jobs().size(), 1u);
+    const XvtPrintJob& job = xvt_test_print_jobs()[0];
+    EXPECT_EQ(job.title, "Velmar: note 2");
+    EXPECT_EQ(job.pdf_path, "/tmp/out.pdf");
+    ASSERT_EQ(job.pages.size(), 1u);
+    EXPECT_EQ(job.pages[0][2], "From:    Ann <ann@example.org>");
+    EXPECT_EQ(job.pages[0][7], "body of 2");
+    EXPECT_EQ(job.pages[0][19], "              Page 1 of 1");
+    EXPECT_TRUE(job.ended);
+  });
+}
+
+}  // namespace
+}  // namespace nodestest
