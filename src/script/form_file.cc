@@ -10,7 +10,7 @@
 namespace {
 
 constexpr const char* kInvalidForm = "Invalid form";
-constexpr const char* kInvalidSpec = "Invalid form specification";
+constexpr const char* kInvalidFormLine = "Invalid form specification";
 
 // ---------------------------------------------------------------------------
 // Reading
@@ -189,8 +189,8 @@ bool Writable(const std::string& value, std::string* error) {
 
 }  // namespace
 
-bool FormParse(std::string_view data, FormSpec* out, std::string* error) {
-  FormSpec spec;
+bool FormParse(std::string_view data, FormLayout* out, std::string* error) {
+  FormLayout layout;
   Lines lines(data);
   std::string_view line;
   bool begun = false;
@@ -202,7 +202,7 @@ bool FormParse(std::string_view data, FormSpec* out, std::string* error) {
     begun = true;
     break;
   }
-  if (!begun) return Fail(error, lines.too_long() ? kInvalidSpec : kInvalidForm);
+  if (!begun) return Fail(error, lines.too_long() ? kInvalidFormLine : kInvalidForm);
   bool first = true, ended = false;
   while (first || lines.Next(&line)) {
     first = false;
@@ -212,7 +212,7 @@ bool FormParse(std::string_view data, FormSpec* out, std::string* error) {
     const Keyword* key = nullptr;
     for (const Keyword& k : kKeywords)
       if (!strcasecmp(k.word, word.c_str())) key = &k;
-    if (!key) return Fail(error, kInvalidSpec);
+    if (!key) return Fail(error, kInvalidFormLine);
     if (key->type == kKeyHide) continue;
     if (key->type == kKeyEnd) {
       ended = true;
@@ -220,28 +220,28 @@ bool FormParse(std::string_view data, FormSpec* out, std::string* error) {
     }
     if (key->type == kKeyBegin) {
       // Only the first line opens a form.
-      if (spec.width) return Fail(error, kInvalidSpec);
-      if (strcasecmp(Word(line, &pos).c_str(), "form") || !Number(line, &pos, 1, &spec.width) ||
-          !Number(line, &pos, 1, &spec.height))
-        return Fail(error, kInvalidSpec);
-      spec.title = Value(&lines, line, pos);
+      if (layout.width) return Fail(error, kInvalidFormLine);
+      if (strcasecmp(Word(line, &pos).c_str(), "form") || !Number(line, &pos, 1, &layout.width) ||
+          !Number(line, &pos, 1, &layout.height))
+        return Fail(error, kInvalidFormLine);
+      layout.title = Value(&lines, line, pos);
       continue;
     }
     FormField f;
     f.type = key->type;
     if (!Number(line, &pos, 0, &f.left) || !Number(line, &pos, 0, &f.top) || !Number(line, &pos, 0, &f.width) ||
-        !Number(line, &pos, 0, &f.height) || spec.fields.size() >= kFormFieldsMax)
-      return Fail(error, kInvalidSpec);
+        !Number(line, &pos, 0, &f.height) || layout.fields.size() >= kFormFieldsMax)
+      return Fail(error, kInvalidFormLine);
     f.value = Value(&lines, line, pos);
-    spec.fields.push_back(std::move(f));
+    layout.fields.push_back(std::move(f));
   }
   // A file cut short (a lost end, a line too long) is not a form.
-  if (!ended || lines.too_long()) return Fail(error, kInvalidSpec);
-  if (out) *out = std::move(spec);
+  if (!ended || lines.too_long()) return Fail(error, kInvalidFormLine);
+  if (out) *out = std::move(layout);
   return true;
 }
 
-bool FormFormat(const FormSpec& form, std::string* out, std::string* error) {
+bool FormFormat(const FormLayout& form, std::string* out, std::string* error) {
   std::string text;
   char buf[128];
   if (form.title.find_first_of("\\\n") != std::string::npos) {

@@ -21,7 +21,7 @@ namespace {
 
 struct FormRecord {
   char kind[8] = "V2FORM";
-  FormSpec spec;
+  FormLayout layout;
   std::vector<WINDOW> controls;  // one for each field, in order
 };
 
@@ -35,7 +35,7 @@ FormRecord* RecordOf(WINDOW win) {
 void StepFocus(FormRecord* rec, bool back) {
   std::vector<WINDOW> inputs;
   for (size_t i = 0; i < rec->controls.size(); ++i)
-    if (rec->spec.fields[i].type != kFormText && rec->controls[i]) inputs.push_back(rec->controls[i]);
+    if (rec->layout.fields[i].type != kFormText && rec->controls[i]) inputs.push_back(rec->controls[i]);
   if (inputs.empty()) return;
   const WINDOW focus = xvt_scr_get_focus_vobj();
   size_t at = back ? 0 : inputs.size() - 1;
@@ -63,18 +63,18 @@ long form_eh(WINDOW win, EVENT* ev) {
   return 0;
 }
 
-WINDOW BuildForm(WINDOW parent, const FormSpec& spec, unsigned long flags, int* width, int* height) {
+WINDOW BuildForm(WINDOW parent, const FormLayout& layout, unsigned long flags, int* width, int* height) {
   auto rec = std::make_unique<FormRecord>();
-  rec->spec = spec;
-  RCT r{0, 0, spec.width, spec.height};
+  rec->layout = layout;
+  RCT r{0, 0, layout.width, layout.height};
   FormRecord* raw = rec.get();
-  WINDOW win = xvt_win_create(W_PLAIN, &r, spec.title.c_str(), 0, parent, WSF_NONE, EM_ALL, form_eh,
+  WINDOW win = xvt_win_create(W_PLAIN, &r, layout.title.c_str(), 0, parent, WSF_NONE, EM_ALL, form_eh,
                               reinterpret_cast<intptr_t>(raw));
   if (!win) return NULL_WIN;
   rec.release();  // the window's now: E_DESTROY frees it
   const unsigned long ro = flags & CTL_FLAG_READONLY;
-  for (size_t i = 0; i < spec.fields.size(); ++i) {
-    const FormField& f = spec.fields[i];
+  for (size_t i = 0; i < layout.fields.size(); ++i) {
+    const FormField& f = layout.fields[i];
     RCT fr{f.left, f.top, f.left + f.width, f.top + f.height};
     const int id = static_cast<int>(i) + 1;
     WINDOW ctl = NULL_WIN;
@@ -95,23 +95,23 @@ WINDOW BuildForm(WINDOW parent, const FormSpec& spec, unsigned long flags, int* 
     }
     raw->controls.push_back(ctl);
   }
-  if (width) *width = spec.width;
-  if (height) *height = spec.height;
+  if (width) *width = layout.width;
+  if (height) *height = layout.height;
   return win;
 }
 
 }  // namespace
 
 WINDOW form_read_text(WINDOW parent, std::string_view data, unsigned long flags, int* width, int* height) {
-  FormSpec spec;
+  FormLayout layout;
   std::string error;
-  if (!FormParse(data, &spec, &error)) {
+  if (!FormParse(data, &layout, &error)) {
     Trace(kTraceFrame, kTraceMedium, "form: %s\n", error.c_str());
     xvt_dm_post_error("%s", error.c_str());
     xvt_dm_post_error("Invalid form file. Cannot create form");
     return NULL_WIN;
   }
-  return BuildForm(parent, spec, flags, width, height);
+  return BuildForm(parent, layout, flags, width, height);
 }
 
 WINDOW form_read_file(WINDOW parent, const char* file, unsigned long flags, int* width, int* height) {
@@ -135,12 +135,12 @@ WINDOW form_read_file(WINDOW parent, const char* file, unsigned long flags, int*
   return form_read_text(parent, data, flags, width, height);
 }
 
-bool FormCurrent(WINDOW win, FormSpec* out) {
+bool FormCurrent(WINDOW win, FormLayout* out) {
   FormRecord* rec = RecordOf(win);
   if (!rec) return false;
-  FormSpec spec = rec->spec;
-  for (size_t i = 0; i < spec.fields.size() && i < rec->controls.size(); ++i) {
-    FormField& f = spec.fields[i];
+  FormLayout layout = rec->layout;
+  for (size_t i = 0; i < layout.fields.size() && i < rec->controls.size(); ++i) {
+    FormField& f = layout.fields[i];
     WINDOW ctl = rec->controls[i];
     if (!xvt_vobj_is_valid(ctl)) continue;
     if (f.type == kFormTxEdit) {
@@ -150,15 +150,15 @@ bool FormCurrent(WINDOW win, FormSpec* out) {
       if (xvt_vobj_get_title(ctl, buf.data(), buf.size())) f.value = buf.data();
     }
   }
-  *out = std::move(spec);
+  *out = std::move(layout);
   return true;
 }
 
 int form_write_file(WINDOW win, const char* file) {
-  FormSpec spec;
+  FormLayout layout;
   std::string text, error;
-  if (!file || !FormCurrent(win, &spec)) return 0;
-  if (!FormFormat(spec, &text, &error)) {
+  if (!file || !FormCurrent(win, &layout)) return 0;
+  if (!FormFormat(layout, &text, &error)) {
     xvt_dm_post_error("%s", error.c_str());
     return 0;
   }
@@ -322,7 +322,7 @@ void FormFocusEdge(WINDOW form, bool last) {
   if (!rec) return;
   for (size_t k = 0; k < rec->controls.size(); ++k) {
     const size_t i = last ? rec->controls.size() - 1 - k : k;
-    if (rec->spec.fields[i].type != kFormText && rec->controls[i]) {
+    if (rec->layout.fields[i].type != kFormText && rec->controls[i]) {
       xvt_scr_set_focus_vobj(rec->controls[i]);
       return;
     }

@@ -33,7 +33,7 @@ struct FormField {
   std::string value;  // line feeds between the lines of a multi-line value
 };
 
-struct FormSpec {
+struct FormLayout {
   int width = 0, height = 0;
   std::string title;
   std::vector<FormField> fields;
@@ -43,10 +43,10 @@ struct FormSpec {
 // for the user: "Invalid form" when the first line that holds a "b" is not
 // "begin form", "Invalid form specification" for anything after it that
 // isn't a form's line.
-bool FormParse(std::string_view data, FormSpec* out, std::string* error);
+bool FormParse(std::string_view data, FormLayout* out, std::string* error);
 // The text of a stored form in its written layout; false with *error when
 // a value can't be written so that it reads back the same.
-bool FormFormat(const FormSpec& form, std::string* out, std::string* error);
+bool FormFormat(const FormLayout& form, std::string* out, std::string* error);
 
 // Builds a form window from a file as a child of parent (CTL_FLAG_READONLY
 // in flags: fields that can't be changed); *width and *height get its
@@ -57,7 +57,7 @@ WINDOW form_read_text(WINDOW parent, std::string_view data, unsigned long flags,
 // Writes a form window with the values now in its fields; 1 or 0 (told).
 int form_write_file(WINDOW win, const char* file);
 // The form a window made by form_read_file shows now; false for any other.
-bool FormCurrent(WINDOW win, FormSpec* out);
+bool FormCurrent(WINDOW win, FormLayout* out);
 
 // --- Tcl forms -----------------------------------------------------------------
 

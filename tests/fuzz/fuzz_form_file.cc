@@ -11,18 +11,18 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size > kFormFileMax) return 0;
-  FormSpec spec;
+  FormLayout layout;
   std::string error;
-  if (!FormParse(std::string_view(reinterpret_cast<const char*>(data), size), &spec, &error)) {
+  if (!FormParse(std::string_view(reinterpret_cast<const char*>(data), size), &layout, &error)) {
     if (error.empty()) std::abort();
     return 0;
   }
-  if (spec.width < 1 || spec.height < 1 || spec.fields.size() > kFormFieldsMax) std::abort();
-  for (const FormField& f : spec.fields)
+  if (layout.width < 1 || layout.height < 1 || layout.fields.size() > kFormFieldsMax) std::abort();
+  for (const FormField& f : layout.fields)
     if (f.value.size() > kFormValueMax || f.left > kFormCoordMax || f.height > kFormCoordMax) std::abort();
   std::string text;
-  if (!FormFormat(spec, &text, &error)) return 0;
-  FormSpec back;
+  if (!FormFormat(layout, &text, &error)) return 0;
+  FormLayout back;
   std::string again;
   if (!FormParse(text, &back, &error) || !FormFormat(back, &again, &error) || again != text) std::abort();
   return 0;

@@ -18,7 +18,7 @@ struct ReadCase {
   std::string summary;   // width height title | type left top width height value | ...
 };
 
-std::string Summary(const FormSpec& f) {
+std::string Summary(const FormLayout& f) {
   std::string s = std::to_string(f.width) + " " + std::to_string(f.height) + " " + f.title;
   for (const FormField& x : f.fields)
     s += " | " + std::to_string(x.type) + " " + std::to_string(x.left) + " " + std::to_string(x.top) + " " +
@@ -53,22 +53,22 @@ TEST(FormParse, GoodAndBadFiles) {
        "Invalid form specification", ""},
   };
   for (const ReadCase& c : cases) {
-    FormSpec spec;
+    FormLayout layout;
     std::string error;
-    const bool ok = FormParse(c.file, &spec, &error);
+    const bool ok = FormParse(c.file, &layout, &error);
     EXPECT_EQ(ok ? "" : error, c.error) << c.name;
-    EXPECT_EQ(ok ? Summary(spec) : "", c.summary) << c.name;
+    EXPECT_EQ(ok ? Summary(layout) : "", c.summary) << c.name;
   }
   // A value is cut at its limit, never beyond.
   std::string long_value = "begin form 5 5\nedit 1 1 1 1 ";
   for (int i = 0; i < 20; ++i) long_value += std::string(1000, 'v') + "\\\n";
-  FormSpec spec;
-  ASSERT_TRUE(FormParse(long_value + "z\nend\n", &spec, nullptr));
-  EXPECT_EQ(spec.fields.at(0).value.size(), kFormValueMax);
+  FormLayout layout;
+  ASSERT_TRUE(FormParse(long_value + "z\nend\n", &layout, nullptr));
+  EXPECT_EQ(layout.fields.at(0).value.size(), kFormValueMax);
 }
 
 TEST(FormFormat, WritesTheLayoutAndRefusesWhatCantReadBack) {
-  FormSpec f{300, 120, "Visit",
+  FormLayout f{300, 120, "Visit",
              {{kFormText, 4, 6, 60, 16, "Caller:"}, {kFormEdit, 70, 6, 200, 20, ""},
               {kFormTxEdit, 4, 30, 290, 80, "Call back\n\nafter  five"}, {9, 0, 0, 1, 1, "unknown"}}};
   std::string text, error;
@@ -79,7 +79,7 @@ TEST(FormFormat, WritesTheLayoutAndRefusesWhatCantReadBack) {
             "        EDIT,  70,  6, 200, 20    \n"
             "        TXEDIT,  4,  30, 290, 80  Call back   \\\n   \\\nafter  five  \n"
             "   End\n");
-  FormSpec back;
+  FormLayout back;
   ASSERT_TRUE(FormParse(text, &back, &error)) << error;
   f.fields.pop_back();
   EXPECT_EQ(Summary(back), Summary(f));
@@ -104,7 +104,7 @@ TEST_F(FormWindows, ReadFillWriteAndReadAgainKeepsLineFeeds) {
     ASSERT_TRUE(form);
     EXPECT_EQ(std::to_string(w) + "x" + std::to_string(h), "300x200");
     xvt_test_type(form, 2, "Bob");
-    FormSpec now;
+    FormLayout now;
     ASSERT_TRUE(FormCurrent(form, &now));
     ASSERT_EQ(now.fields.size(), 3u);
     EXPECT_EQ(now.fields[1].value, "Bob");
@@ -114,7 +114,7 @@ TEST_F(FormWindows, ReadFillWriteAndReadAgainKeepsLineFeeds) {
     ASSERT_EQ(form_write_file(form, out.c_str()), 1);
     WINDOW again = form_read_file(TASK_WIN, out.c_str(), 0, &w, &h);
     ASSERT_TRUE(again);
-    FormSpec read;
+    FormLayout read;
     ASSERT_TRUE(FormCurrent(again, &read));
     EXPECT_EQ(Summary(read), "300 200 Visit | 1 4 4 60 16 Name: | 2 70 4 200 20 Bob | 3 4 30 290 120 first\nsecond");
     EXPECT_TRUE(xvt_test_posts().empty());

@@ -457,7 +457,7 @@ TEST_F(ViewerTest, AStoredFormShowsInTheFormPane) {
     ASSERT_TRUE(node);
     ViewerInfo* v = Show(node, 1);
     ASSERT_TRUE(v && v->form_pane);
-    FormSpec shown;
+    FormLayout shown;
     ASSERT_TRUE(FormCurrent(v->form_pane, &shown));
     ASSERT_EQ(shown.fields.size(), 2u);
     EXPECT_EQ(shown.fields[0].value, "Ann");
