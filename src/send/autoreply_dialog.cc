@@ -25,24 +25,28 @@ enum {
   kOk,
   kCancel,
   kHint,
+  kSubjectHint,
+  kDaysUnit,
 };
 
 const WIN_DEF kDialogDef[] = {
-    {W_MODAL, {0, 0, 460, 400}, "Auto Reply", 0, 0},
+    {W_MODAL, {0, 0, 460, 430}, "Auto Reply", 0, 0},
     {WC_CHECKBOX, {12, 12, 440, 34}, "~Answer new mail automatically", kEnable, 0},
     {WC_TEXT, {12, 48, 110, 68}, "~Subject:", kSubjectLabel, 0},
     {WC_EDIT, {120, 44, 448, 68}, "", kSubject, 0},
-    {WC_TEXT, {12, 84, 110, 104}, "Once in ~days:", kDaysLabel, 0},
-    {WC_EDIT, {120, 80, 180, 104}, "", kDays, 0},
-    {WC_TEXT, {12, 120, 110, 140}, "F~rom date:", kStartLabel, 0},
-    {WC_EDIT, {120, 116, 230, 140}, "", kStart, 0},
-    {WC_TEXT, {246, 120, 326, 140}, "~Until date:", kEndLabel, 0},
-    {WC_EDIT, {336, 116, 448, 140}, "", kEnd, 0},
-    {WC_TEXT, {12, 148, 448, 166}, "Dates as YYYY-MM-DD; leave empty for no limit. %s is the subject.", kHint, 0},
-    {WC_TEXT, {12, 176, 448, 196}, "~Text:", kTextLabel, 0},
-    {WC_TEXTEDIT, {12, 198, 448, 344}, "", kText, 0},
-    {WC_PUSHBUTTON, {250, 358, 340, 388}, "OK", kOk, CTL_FLAG_DEFAULT},
-    {WC_PUSHBUTTON, {358, 358, 448, 388}, "Cancel", kCancel, 0},
+    {WC_TEXT, {120, 72, 448, 90}, "%s stands for the subject of the message answered.", kSubjectHint, 0},
+    {WC_TEXT, {12, 106, 110, 126}, "Answer ~once in:", kDaysLabel, 0},
+    {WC_EDIT, {120, 102, 170, 126}, "", kDays, 0},
+    {WC_TEXT, {178, 106, 448, 126}, "days to the same sender", kDaysUnit, 0},
+    {WC_TEXT, {12, 142, 110, 162}, "F~rom date:", kStartLabel, 0},
+    {WC_EDIT, {120, 138, 230, 162}, "", kStart, 0},
+    {WC_TEXT, {246, 142, 326, 162}, "~Until date:", kEndLabel, 0},
+    {WC_EDIT, {336, 138, 448, 162}, "", kEnd, 0},
+    {WC_TEXT, {120, 166, 448, 184}, "Dates as YYYY-MM-DD; empty means no limit.", kHint, 0},
+    {WC_TEXT, {12, 202, 448, 222}, "~Text:", kTextLabel, 0},
+    {WC_TEXTEDIT, {12, 224, 448, 374}, "", kText, 0},
+    {WC_PUSHBUTTON, {250, 388, 340, 418}, "OK", kOk, CTL_FLAG_DEFAULT},
+    {WC_PUSHBUTTON, {358, 388, 448, 418}, "Cancel", kCancel, 0},
     {W_NONE, {}, nullptr, 0, 0},
 };
 
@@ -83,9 +87,9 @@ int Save(WINDOW win) {
     return 0;
   }
   const bool on = xvt_ctl_is_checked(xvt_win_get_ctl(win, kEnable));
-  Opt_AssignBoolean("AutoReply.Enable", on ? 1 : 0, kOptPermanent, 0);
+  Opt_AssignString("AutoReply.Enable", on ? "1" : "0", kOptPermanent, 0);
   Opt_AssignString("AutoReply.Subject", Field(win, kSubject).c_str(), kOptPermanent, 0);
-  Opt_AssignInt("AutoReply.Days", std::stoi(days), kOptPermanent, 0);
+  Opt_AssignString("AutoReply.Days", std::to_string(std::stoi(days)).c_str(), kOptPermanent, 0);
   Opt_AssignString("AutoReply.StartDate", start.c_str(), kOptPermanent, 0);
   Opt_AssignString("AutoReply.EndDate", end.c_str(), kOptPermanent, 0);
   Opt_AssignString("AutoReply.Text", Field(win, kText).c_str(), kOptPermanent, 0);
