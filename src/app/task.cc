@@ -21,6 +21,7 @@
 #include "src/app/workspace.h"
 #include "src/options/options.h"
 #include "src/options/session.h"
+#include "src/send/autoreply.h"
 #include "src/organizer/organizer.h"
 #include "src/base/tcl_interp.h"
 #include "src/books/book_window.h"
@@ -207,6 +208,10 @@ void OnCommand(WINDOW win, EVENT* ev) {
   }
   if (command == M_OPTIONS_CHANGE_PASSWORD) {
     if (PWM_Enabled()) PWM_ChangePassword();
+    return;
+  }
+  if (command == M_OPTIONS_AUTO_REPLY) {
+    autoreply_dialog();
     return;
   }
   if (command == M_ADDRESS_BOOKS) {

@@ -24,6 +24,7 @@
 #include "src/organizer/organizer.h"
 #include "src/search/search_rules.h"
 #include "src/security/password_manager.h"
+#include "src/send/autoreply.h"
 #include "src/send/submit.h"
 
 namespace {
@@ -96,6 +97,7 @@ int InitWorkspace(WINDOW task_win) {
   Trace(kTraceFrame, kTraceLow, "main.c: task_eh - initializing the Mail Model.\n");
   MM_Init();
   ABK_init();
+  autoreply_init();
   g_task_notifier = MM_NotRegister(TaskWantEvent, TaskHandleEvent, nullptr, "Task Window");
   DesktopRegister();
   DM_InitListeners();
@@ -165,6 +167,7 @@ void ShutdownWorkspace() {
   Trace(kTraceFrame, kTraceLow, "ShutdownWorkspace : posting E_SHIP_SUNK\n");
   MM_NotPostSimple(E_SHIP_SUNK);
   ABK_shutdown();
+  autoreply_shutdown();
   MM_Shutdown(expunge);
   g_task_notifier = -1;
   DM_FreeListeners();

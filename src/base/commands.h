@@ -17,6 +17,7 @@ constexpr int M_OPTIONS_LOAD = 20801;
 constexpr int M_OPTIONS_SAVE = 20802;
 constexpr int M_OPTIONS_CHANGE_PASSWORD = 20803;  // offered when the password manager is enabled
 constexpr int M_OPTIONS_PREFERENCES = 20804;
+constexpr int M_OPTIONS_AUTO_REPLY = 20810;
 constexpr int M_HELP_CONTENTS = 32301;
 constexpr int M_HELP_ABOUT = 32302;
 

@@ -3,6 +3,7 @@
 #include "src/base/model_events.h"
 #include "src/options/options.h"
 #include "src/organizer/organizer.h"
+#include "src/send/autoreply.h"
 
 namespace {
 
@@ -57,6 +58,9 @@ void MSG_MailTimerTick() {
   m.posting = true;
   MM_NotPostSimple(E_MAIL_TIMER);
   m.posting = false;
+  // New mail is answered once every check of this tick is over: the
+  // answers need the connections the checks were using.
+  autoreply_run_pending();
 }
 
 int MSG_MailTimerGate() {

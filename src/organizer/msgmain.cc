@@ -446,9 +446,11 @@ void MSG_DoCommonCommand(WINDOW, int command) {
     case M_FILE_QUIT:
     case M_GO_ONLINE_OFFLINE:
     case M_OPTIONS_LOAD:
-    case M_OPTIONS_PREFERENCES: {
-      // The program's life belongs to the task window: it shuts down and
-      // goes online or offline.
+    case M_OPTIONS_PREFERENCES:
+    case M_OPTIONS_CHANGE_PASSWORD:
+    case M_OPTIONS_AUTO_REPLY: {
+      // The program's life belongs to the task window: it shuts down, goes
+      // online or offline, and owns the dialogs of the Options menu.
       EVENT ev{};
       ev.type = E_COMMAND;
       ev.v.cmd.tag = command;
