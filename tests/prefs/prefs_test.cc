@@ -10,6 +10,7 @@
 #include "src/base/commands.h"
 #include "src/base/model_events.h"
 #include "src/model/mm.h"
+#include "src/organizer/organizer.h"
 #include "tests/support/frame_fixture.h"
 
 namespace {
@@ -145,7 +146,8 @@ TEST_F(Prefs, OkWritesWhatChangedAndCancelNothing) {
       before = Lines(ReadFile(home_ + "/default.tcl"));
       const int notifier = MM_NotRegister(Want, Handle, nullptr, "prefs test");
       xvt_test_push_dialog(kPrefsRid, c.drive);
-      xvt_test_user_command(TASK_WIN, M_OPTIONS_PREFERENCES);
+      // As an organizer window passes it on to the task window.
+      MSG_DoCommonCommand(nullptr, M_OPTIONS_PREFERENCES);
       MM_NotUnregister(notifier);
       after = Lines(ReadFile(home_ + "/default.tcl"));
       EXPECT_EQ(Option("General.ReplyTo", kOptPermanent), c.options.find("-readonly") == std::string::npos ? "(none)" : "r@x");
