@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "c-client/core/env.h"
+#include "c-client/rfc822/rfc822_write.h"
 
 namespace {
 
@@ -124,4 +125,28 @@ std::string auth_hmac_md5_hex(const std::string& key, const std::string& text) {
   }
   OPENSSL_cleanse(digest, sizeof digest);
   return hex;
+}
+
+std::string auth_base64_line(const std::string& raw) {
+  unsigned long n = 0;
+  unsigned char* b = rfc822_binary(raw.data(), raw.size(), &n);
+  std::string out;
+  for (unsigned long i = 0; b && i < n; ++i)
+    if (b[i] != '\r' && b[i] != '\n') out += static_cast<char>(b[i]);
+  if (b) {
+    OPENSSL_cleanse(b, n);
+    FS_GIVE(&b);
+  }
+  return out;
+}
+
+bool auth_unbase64(const std::string& text, std::string* raw) {
+  raw->clear();
+  if (text.empty()) return true;
+  unsigned long n = 0;
+  unsigned char* b = rfc822_base64(reinterpret_cast<const unsigned char*>(text.data()), text.size(), &n);
+  if (!b) return false;
+  raw->assign(reinterpret_cast<char*>(b), n);
+  FS_GIVE(&b);
+  return true;
 }

@@ -31,3 +31,9 @@ const Authenticator* auth_lookup(const char* name);
 
 // HMAC-MD5 of text keyed with key, as 32 lower-case hex digits.
 std::string auth_hmac_md5_hex(const std::string& key, const std::string& text);
+
+// One step of an AUTHENTICATE exchange on the wire: the answer as base64 on
+// one line (the buffer that held it wiped), and a challenge decoded from it;
+// false when the challenge is not base64.
+std::string auth_base64_line(const std::string& raw);
+bool auth_unbase64(const std::string& text, std::string* raw);

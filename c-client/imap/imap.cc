@@ -10,7 +10,6 @@
 #include "c-client/core/mail_core.h"
 #include "c-client/imap/imap_internal.h"
 #include "c-client/imap/imap_slots.h"
-#include "c-client/rfc822/rfc822_write.h"
 
 namespace {
 
@@ -95,27 +94,6 @@ void ResetCapabilities(ImapLocal* local) {
 
 bool Connected(ImapLocal* local) { return local->tcp && local->tcp->socket >= 0; }
 
-std::string Base64(const std::string& raw) {
-  unsigned long n = 0;
-  unsigned char* b = rfc822_binary(raw.data(), raw.size(), &n);
-  std::string out;
-  for (unsigned long i = 0; b && i < n; ++i)
-    if (b[i] != '\r' && b[i] != '\n') out += static_cast<char>(b[i]);
-  if (b) FS_GIVE(&b);
-  return out;
-}
-
-bool Unbase64(const std::string& text, std::string* raw) {
-  raw->clear();
-  if (text.empty()) return true;
-  unsigned long n = 0;
-  unsigned char* b = rfc822_base64(reinterpret_cast<const unsigned char*>(text.data()), text.size(), &n);
-  if (!b) return false;
-  raw->assign(reinterpret_cast<char*>(b), n);
-  FS_GIVE(&b);
-  return true;
-}
-
 // AUTHENTICATE with each mechanism in turn; true once one succeeds.
 bool Authenticate(MailStream* stream, const char* host) {
   ImapLocal* local = imap_local(stream);
@@ -137,12 +115,12 @@ bool Authenticate(MailStream* stream, const char* host) {
       } else {
         for (r = imap_reply(stream, "auth"); r->tag == "+"; r = imap_reply(stream, "auth")) {
           std::string challenge, answer;
-          if (!Unbase64(r->text == "Ready for more command" ? "" : r->text, &challenge)) {
+          if (!auth_unbase64(r->text == "Ready for more command" ? "" : r->text, &challenge)) {
             imap_send_line(stream, "*", "*");
             continue;
           }
           last = (*a)->client_step(state, challenge, &answer);
-          std::string line = last == kAuthCancel ? "*" : Base64(answer);
+          std::string line = last == kAuthCancel ? "*" : auth_base64_line(answer);
           if (!imap_send_line(stream, line, last == kAuthCancel ? "*" : "***")) {
             r = imap_fake(stream, "auth", "IMAP connection broken while sending command");
             break;

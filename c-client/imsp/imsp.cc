@@ -8,35 +8,10 @@
 #include "c-client/core/env.h"
 #include "c-client/core/mail_core.h"
 #include "c-client/imsp/imsp_internal.h"
-#include "c-client/rfc822/rfc822_write.h"
 
 namespace {
 
 constexpr int kLoginTries = 3;
-
-std::string Base64(const std::string& raw) {
-  unsigned long n = 0;
-  unsigned char* b = rfc822_binary(raw.data(), raw.size(), &n);
-  std::string out;
-  for (unsigned long i = 0; b && i < n; ++i)
-    if (b[i] != '\r' && b[i] != '\n') out += static_cast<char>(b[i]);
-  if (b) {
-    OPENSSL_cleanse(b, n);
-    FS_GIVE(&b);
-  }
-  return out;
-}
-
-bool Unbase64(const std::string& text, std::string* raw) {
-  raw->clear();
-  if (text.empty()) return true;
-  unsigned long n = 0;
-  unsigned char* b = rfc822_base64(reinterpret_cast<const unsigned char*>(text.data()), text.size(), &n);
-  if (!b) return false;
-  raw->assign(reinterpret_cast<char*>(b), n);
-  FS_GIVE(&b);
-  return true;
-}
 
 void Trace(const std::string& text) { mm_dlog(text.c_str()); }
 
@@ -58,14 +33,14 @@ bool Authenticate(ImspSession* s, const char* host) {
     long ok = imsp_send(s, "%t AUTHENTICATE %s\r\n", (*a)->name);
     while (s->tcp && !s->reply.tag.empty() && s->reply.tag[0] == '+') {
       std::string challenge, answer;
-      last = Unbase64(s->reply.text, &challenge) ? (*a)->client_step(state, challenge, &answer) : kAuthCancel;
+      last = auth_unbase64(s->reply.text, &challenge) ? (*a)->client_step(state, challenge, &answer) : kAuthCancel;
       if (last == kAuthCancel) {
         ok = imsp_send(s, "*\r\n");
         continue;
       }
       // The answer names the user before its first blank.
       if (last == kAuthDone) user = answer.substr(0, answer.find(' '));
-      std::string line = Base64(answer);
+      std::string line = auth_base64_line(answer);
       OPENSSL_cleanse(answer.data(), answer.size());
       ok = imsp_send(s, "%a\r\n", line.c_str());
     }
