@@ -6,6 +6,7 @@
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/app/workspace.h"
+#include "src/app/compose_request.h"
 #include "src/organizer/organizer.h"
 #include "src/base/tcl_interp.h"
 #include "src/script/tcl_window_cmds.h"
@@ -71,6 +72,7 @@ int DoneStartupCmd(ClientData, Tcl_Interp*, int, Tcl_Obj* const[]) {
   if (g_setup) xvt_vobj_destroy(g_setup);
   openMessageServicesWindow();
   SDDE_SetFullyStarted(1);
+  CREQ_StartupDone();
   return TCL_OK;
 }
 

@@ -14,6 +14,7 @@
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/app/workspace.h"
+#include "src/app/compose_request.h"
 #include "src/books/address_model.h"
 #include "src/model/mm.h"
 #include "src/base/model_events.h"
@@ -120,6 +121,7 @@ int InitWorkspace(WINDOW task_win) {
     SDDE_SetFullyStarted(1);
     // Messages that were being written when the program last ended abruptly.
     COMP_OfferRestore();
+    CREQ_StartupDone();
   } else {
     RunFirstRunBranch();
   }
