@@ -157,6 +157,11 @@ bool AddField(const std::string& name, const std::string& value, Source source, 
   if (name == "cc") return AddAddresses(value, &r->cc, *r, why);
   if (name == "bcc") return AddAddresses(value, &r->bcc, *r, why);
   if (name == "body") {
+    for (unsigned char c : value)
+      if ((c < 0x20 && c != '\t' && c != '\n' && c != '\r') || c == 0x7f) {
+        *why = "control character in the body";
+        return false;
+      }
     if (value.size() > kComposeMaxBody) {
       *why = "the body is longer than " + std::to_string(kComposeMaxBody) + " bytes";
       return false;
@@ -222,11 +227,7 @@ bool ReadBodyFile(const std::string& path, std::string* body, std::string* why) 
     *why = "the body file " + path + " is larger than " + std::to_string(kComposeMaxBody) + " bytes";
     return false;
   }
-  if (!ValidUtf8(text)) {
-    *why = "the body file " + path + " is not UTF-8 text";
-    return false;
-  }
-  *body = NormalizeBody(text);
+  *body = text;
   return true;
 }
 
@@ -239,7 +240,7 @@ std::string PercentEncode(const std::string& s) {
   static const char kHex[] = "0123456789ABCDEF";
   std::string out;
   for (unsigned char c : s) {
-    if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || std::strchr("-._~@/", c)) {
+    if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || (c && std::strchr("-._~@/", c))) {
       out += static_cast<char>(c);
     } else {
       out += '%';
@@ -340,7 +341,13 @@ bool ComposeParseArgs(const std::vector<std::string>& args, const std::string& c
       return false;
     }
     if (option == "--body-file") {
-      if (!ReadBodyFile(Absolute(value, cwd), &out->body, why)) return false;
+      std::string text;
+      if (!ReadBodyFile(Absolute(value, cwd), &text, why)) return false;
+      out->body.clear();  // the file wins over a link's body
+      if (!AddField("body", text, Source::kLink, out, why)) {
+        *why = "the body file " + value + ": " + *why;
+        return false;
+      }
       continue;
     }
     if (option == "--attach") {

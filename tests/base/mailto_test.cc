@@ -88,6 +88,7 @@ TEST(Mailto, CommandLineTravelsWhole) {
       {{}, "attach=rel.txt", "not an absolute path"},
       {{}, "subject=a b", "not printable ASCII"},
       {{}, "from=x%40y", "unknown field from"},
+      {{}, "body=a%00", "control character in the body"},
   };
   for (const Bad& b : bad) {
     ComposeRequest out;
