@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace {
 
 std::string Show(const ComposeRequest& r) {
@@ -92,7 +90,6 @@ TEST(Mailto, CommandLineTravelsWhole) {
   };
   for (const Bad& b : bad) {
     ComposeRequest out;
-    why.clear();
     const bool ok = b.text.empty() ? ComposeParseArgs(b.args, "/", &out, &rest, &found, &why)
                                    : ComposeRequestDecode(b.text, &out, &why);
     EXPECT_FALSE(ok) << b.want;
