@@ -7,6 +7,7 @@
 #include "src/base/trace.h"
 #include "src/app/toolbar.h"
 #include "src/app/workspace.h"
+#include "src/app/compose_request.h"
 #include "src/organizer/organizer.h"
 #include "src/base/tcl_interp.h"
 #include "src/script/tcl_window_cmds.h"
@@ -73,6 +74,7 @@ int DoneStartupCmd(ClientData, Tcl_Interp*, int, Tcl_Obj* const[]) {
   TBAR_SetVisible(true);
   openMessageServicesWindow();
   SDDE_SetFullyStarted(1);
+  CREQ_StartupDone();
   return TCL_OK;
 }
 

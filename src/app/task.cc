@@ -17,6 +17,7 @@
 #include "src/base/filenames.h"
 #include "src/base/fs.h"
 #include "src/base/trace.h"
+#include "src/app/compose_request.h"
 #include "src/app/toolbar.h"
 #include "src/app/workspace.h"
 #include "src/options/options.h"
@@ -80,6 +81,7 @@ bool StopFrameServices() {
   CloseHelpFile();
   SUBMIT_StopLink();
   SDDE_StopServer();
+  CREQ_StopServer();
   return true;
 }
 
@@ -142,6 +144,7 @@ void OnCreate(WINDOW win) {
   // General.TCPConnectOk is set once the option store exists (InitWorkspace).
 
   SDDE_StartServer();
+  CREQ_StartServer();
   P().mdi_client = reinterpret_cast<WINDOW>(xvt_vobj_get_attr(NULL_WIN, ATTR_MDI_CLIENT_WIN));
   OpenHelpFile();
   WIN_create_critical_window(win);
@@ -302,6 +305,12 @@ long task_eh(WINDOW win, EVENT* ev) {
 }
 
 int velmar_main(int argc, char** argv) {
+  // A request to compose goes to a running copy when there is one; the
+  // words of the request are not options of ours.
+  std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+  if (const int status = CREQ_FromCommandLine(&words); status >= 0) return status;
+  words.insert(words.begin(), argc > 0 ? argv[0] : "velmar");
+  argc = static_cast<int>(words.size());
   fs_init();
   if (!xvt_vobj_set_attr(NULL_WIN, ATTR_3D_CONTROLS, 1) || !xvt_vobj_set_attr(NULL_WIN, ATTR_NATIVE_DIALOGS, 1) ||
       !xvt_vobj_set_attr(NULL_WIN, ATTR_RESOURCES_IN_CODE, 1))
@@ -309,10 +318,10 @@ int velmar_main(int argc, char** argv) {
   XVT_CONFIG config{kTaskMenuBar, kAboutBox, "velmar", "Velmar", "Velmar", kToolbarHeight};
   xvt_res_register_menubar(kTaskMenuBar, kTaskMenuBarItems);
   xvt_vobj_set_attr(NULL_WIN, ATTR_NATIVE_HOOK, reinterpret_cast<intptr_t>(&WIN_native_hook));
-  // The command line is kept as given, for the configuration environment;
+  // The command line is kept as given (less a request's words), for the configuration environment;
   // the toolkit gets a copy it may rearrange.
   Process& p = P();
-  p.args.assign(argv, argv + argc);
+  p.args = words;
   p.argv.clear();
   for (std::string& a : p.args) p.argv.push_back(a.data());
   p.argv.push_back(nullptr);

@@ -15,6 +15,7 @@
 #include "src/base/trace.h"
 #include "src/app/toolbar.h"
 #include "src/app/workspace.h"
+#include "src/app/compose_request.h"
 #include "src/books/address_model.h"
 #include "src/model/mm.h"
 #include "src/base/model_events.h"
@@ -123,6 +124,7 @@ int InitWorkspace(WINDOW task_win) {
     SDDE_SetFullyStarted(1);
     // Messages that were being written when the program last ended abruptly.
     COMP_OfferRestore();
+    CREQ_StartupDone();
   } else {
     RunFirstRunBranch();
   }

@@ -103,15 +103,6 @@ std::string FindApplicationDir() {
   return IsDirectory(source) ? source : std::string();
 }
 
-std::string FindUserDir() {
-  const char* home = std::getenv("VELMAR_HOME");
-  if (home && *home) return StripTrailingSlashes(home);
-  const char* xdg = std::getenv("XDG_DATA_HOME");
-  if (xdg && *xdg == '/') return StripTrailingSlashes(xdg) + "/velmar";
-  const char* h = std::getenv("HOME");
-  if (h && *h) return StripTrailingSlashes(h) + "/.local/share/velmar";
-  return std::string();
-}
 
 // mkdir -p, with mode 0700 for what it creates.
 bool MakeDirs(const std::string& path) {
@@ -135,6 +126,16 @@ bool MatchesTempPattern(const char* name) {
 }
 
 }  // namespace
+
+std::string FindUserDir() {
+  const char* home = std::getenv("VELMAR_HOME");
+  if (home && *home) return StripTrailingSlashes(home);
+  const char* xdg = std::getenv("XDG_DATA_HOME");
+  if (xdg && *xdg == '/') return StripTrailingSlashes(xdg) + "/velmar";
+  const char* h = std::getenv("HOME");
+  if (h && *h) return StripTrailingSlashes(h) + "/.local/share/velmar";
+  return std::string();
+}
 
 int InitDirectories() {
   Dirs& d = D();

@@ -41,6 +41,8 @@ constexpr size_t kMaxDirName = 4096;
 // directory (mode 0700) and makes it the current directory. 1 on success;
 // on failure the user has been told.
 int InitDirectories();
+// Where the user directory is, by the environment, without making it.
+std::string FindUserDir();
 // For tests: forget the directories.
 void ResetDirectories();
 

@@ -1,0 +1,90 @@
+// Other programs start a message: from a second process to the running program over its socket, and on the
+// command line of a program that starts.
+#include "src/app/compose_request.h"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "src/app/workspace.h"
+#include "src/base/filenames.h"
+#include "src/compose/compose.h"
+#include "src/compose/compose_text.h"
+#include "tests/support/frame_fixture.h"
+
+namespace {
+
+class ComposeRequestTest : public UserFrameTest {
+ protected:
+  // The second process sends; we serve our socket until it has its answer. Its exit status.
+  static int SendFromChild(const ComposeRequest& request) {
+    const std::string path = CREQ_SocketPath(GetUserDir());
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      std::string why;
+      ::_exit(CREQ_SendToRunning(path, request, &why) == 1 ? 0 : 1);
+    }
+    int status = -1;
+    for (int i = 0; i < 500 && ::waitpid(pid, &status, WNOHANG) == 0; ++i) CREQ_Pump(20);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  static std::string Window(WINDOW win) {
+    ComposeInfo* info = ComposeInfoOf(win);
+    const ComposeFields f = ComposeGetFields(info);
+    std::string out = f.to + "|" + f.cc + "|" + f.bcc + "|" + f.subject + "|" + info->in_reply_to + "|" +
+                      ComposeTextGet(info->text_pane).substr(0, 9) + "|";
+    for (const ComposeAttachment& a : info->attachment_list) out += a.path + ";";
+    return out;
+  }
+};
+
+TEST_F(ComposeRequestTest, RunningProgramOpensFilledWindowOrRefuses) {
+  const std::string file = home_ + "/report.pdf";
+  WriteFile(file, "%PDF-1.4\n");
+  ASSERT_EQ(::mkfifo((home_ + "/fifo").c_str(), 0600), 0);
+  struct Case {
+    std::string attach;
+    int status;
+    std::string want;  // the window, or what the refusal said
+  } cases[] = {
+      {file, 0, "a@x.org, b@y.org|c@z.org|d@w.org|Caf\u00e9 &|<1@x>|Hi\nthere\n|" + file + ";"},
+      {home_ + "/missing.pdf", 1, "No such file or directory"},
+      {home_, 1, "not a regular file"},
+      {home_ + "/fifo", 1, "not a regular file"},
+  };
+  Run({"-b"}, [&] {
+    for (const Case& c : cases) {
+      ComposeRequest r;
+      std::string why;
+      ASSERT_TRUE(MailtoParse("mailto:a@x.org,b@y.org?cc=c@z.org&bcc=d@w.org&subject=Caf%C3%A9%20%26&body=Hi%0D%0A"
+                              "there%0A&in-reply-to=%3C1@x%3E&from=evil@x.org",
+                              &r, &why));
+      r.attach = {c.attach};
+      const size_t before = ComposeWindows().size();
+      xvt_test_clear_posts();
+      EXPECT_EQ(SendFromChild(r), c.status) << c.attach;
+      ASSERT_EQ(ComposeWindows().size(), before + (c.status == 0)) << c.attach;
+      const std::string seen = c.status == 0 ? Window(ComposeWindows().back()) : Posts();
+      EXPECT_NE(seen.find(c.want), std::string::npos) << seen;
+    }
+    for (WINDOW w : ComposeWindows()) xvt_vobj_destroy(w);
+    Exit();
+  });
+}
+
+// A program that is not running yet opens the request once it has started; a bad link opens nothing.
+TEST_F(ComposeRequestTest, StartingProgramOpensAfterStartUp) {
+  std::string seen;
+  Run({"-b", "mailto:z@x.org?subject=Start"}, [&] {
+    seen = ComposeWindows().empty() ? "(none)" : Window(ComposeWindows().back());
+    for (WINDOW w : ComposeWindows()) xvt_vobj_destroy(w);
+    Exit();
+  });
+  EXPECT_EQ(seen, "z@x.org|||Start|||");
+  std::string bad[] = {"velmar", "mailto:a@x.org?subject=%ZZ"};
+  char* argv[] = {bad[0].data(), bad[1].data(), nullptr};
+  EXPECT_EQ(velmar_main(2, argv), 2);
+  EXPECT_TRUE(ComposeWindows().empty());
+}
+
+}  // namespace
