@@ -115,14 +115,27 @@ long imsp_open(ImspSession* s, const char* host, long port) {
   }
   if (s->reply.keyword_id == kImspPreauth) {
     Trace("imsp_open(): preauthorized connection established.\n");
+    s->logged_in = true;
     return 1;
   }
-  if (Authenticate(s, host) || (s->tcp && Login(s, host))) return 1;
+  if (Authenticate(s, host) || (s->tcp && Login(s, host))) {
+    s->logged_in = true;
+    return 1;
+  }
   imsp_close(s);
   return 0;
 }
 
 void imsp_close(ImspSession* s) {
+  // The server writes what a session stored when the session logs out: a
+  // connection merely dropped may leave the last changes unwritten, and a
+  // new session would not see them.
+  if (s->logged_in && imsp_is_open(s)) {
+    s->logging_out = true;
+    imsp_send(s, "%t LOGOUT\r\n");
+    s->logging_out = false;
+  }
+  s->logged_in = false;
   if (s->tcp) tcp_close(s->tcp);
   s->tcp = nullptr;
   s->reply.tcp = nullptr;

@@ -69,6 +69,8 @@ struct ImspSession {
   std::string user;
   std::string gen_text;
   bool quiet = false;
+  bool logged_in = false;    // a LOGOUT is owed before the connection closes
+  bool logging_out = false;  // the server's BYE is the expected answer
   ImspReply reply;
   // Group expansion: the walk's queue and the addresses found so far.
   bool expand_mode = false;

@@ -165,6 +165,9 @@ void Unsolicited(ImspSession* s) {
       if (cb.acl) cb.acl(cb.owner, b.c_str(), acl ? c.c_str() : nullptr, d.c_str());
       break;
     }
+    case kImspBye:
+      if (s->logging_out) break;
+      [[fallthrough]];
     default:
       mm_log(mail_format("Unhandled unsolicited keyword: %s", r->keyword.c_str()).c_str(), 1);
   }
