@@ -43,11 +43,11 @@ const WIN_DEF kEditDef[] = {
     {WC_TEXT, {12, 14, 100, 32}, "~Name:", kNameLabel, 0},
     {WC_EDIT, {110, 10, 448, 34}, "", kName, 0},
     {WC_TEXT, {12, 50, 100, 68}, "~Rule:", kRuleLabel, 0},
-    {WC_LISTBUTTON, {110, 46, 448, 220}, "", kRule, 0},
+    {WC_LISTBUTTON, {110, 46, 448, 70}, "", kRule, 0},
     {WC_TEXT, {12, 86, 100, 104}, "~Action:", kActionLabel, 0},
-    {WC_LISTBUTTON, {110, 82, 448, 220}, "", kAction, 0},
+    {WC_LISTBUTTON, {110, 82, 448, 106}, "", kAction, 0},
     {WC_TEXT, {12, 122, 100, 140}, "~Folder:", kFolderLabel, 0},
-    {WC_LISTBUTTON, {110, 118, 448, 260}, "", kFolder, 0},
+    {WC_LISTBUTTON, {110, 118, 448, 142}, "", kFolder, 0},
     {WC_CHECKBOX, {110, 156, 448, 178}, "~Stop here: later filters leave these messages alone", kStop, 0},
     {WC_CHECKBOX, {110, 184, 448, 206}, "E~nabled", kEnabled, 0},
     {WC_PUSHBUTTON, {258, 238, 348, 266}, "OK", kEditOk, CTL_FLAG_DEFAULT},
@@ -216,7 +216,8 @@ void RunNow(WINDOW win, ListAsk* ask) {
   FilterReport report;
   FLT_Apply(folder, ask->filters, messages, &report);
   MM_FolClose(folder, 0);
-  const std::string done = std::to_string(report.acted) + (report.acted == 1 ? " action done." : " actions done.");
+  const std::string done = "On \"" + ask->folder + "\": " + std::to_string(report.acted) +
+                           (report.acted == 1 ? " message filed or marked." : " messages filed or marked.");
   xvt_vobj_set_title(xvt_win_get_ctl(win, kRunNote), done.c_str());
   if (!report.problems.empty()) {
     std::string text = done;
