@@ -23,6 +23,7 @@
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
 #include "src/organizer/organizer.h"
+#include "src/search/filters.h"
 #include "src/search/search_rules.h"
 #include "src/security/password_manager.h"
 #include "src/send/autoreply.h"
@@ -99,6 +100,7 @@ int InitWorkspace(WINDOW task_win) {
   MM_Init();
   ABK_init();
   autoreply_init();
+  FLT_Init();
   g_task_notifier = MM_NotRegister(TaskWantEvent, TaskHandleEvent, nullptr, "Task Window");
   DesktopRegister();
   DM_InitListeners();
@@ -170,6 +172,7 @@ void ShutdownWorkspace() {
   MM_NotPostSimple(E_SHIP_SUNK);
   ABK_shutdown();
   autoreply_shutdown();
+  FLT_Shutdown();
   MM_Shutdown(expunge);
   g_task_notifier = -1;
   DM_FreeListeners();

@@ -796,7 +796,8 @@ bool MM_SearchMatches(const SearchProgram& program, SearchMessage* message) {
   return !program.nodes.empty() && Eval(program, 0, message);
 }
 
-int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>* out, std::string* error) {
+int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>* out, std::string* error,
+                      unsigned long first) {
   const long count = MM_FolGetNumMsgs(folder);
   std::string name;
   if (count < 0 || !MM_FolStream(folder) ||
@@ -810,7 +811,7 @@ int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>
   // messages that arrived since the model's last check come after its count.
   MailStream* model = MM_FolStream(folder);
   const unsigned long last = std::min({static_cast<unsigned long>(count), side->nmsgs, model->nmsgs});
-  for (unsigned long i = 1; i <= last; ++i) {
+  for (unsigned long i = std::max(first, 1ul); i <= last; ++i) {
     const UMI umi = MM_UMIFromMsgno(folder, i);
     if (!umi) continue;
     MessageElt* elt = mail_elt(side, i);

@@ -92,5 +92,7 @@ unsigned MM_SearchFoldCodePoint(unsigned cp);
 std::vector<std::string> MM_SearchHeaderValues(const std::string& headers, const std::string& name);
 
 // Runs the program over every message of an open folder through the model
-// and appends the UMIs found. 1, or 0 with a reason.
-int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>* out, std::string* error);
+// and appends the UMIs found. 1, or 0 with a reason. Messages before
+// `first` are not looked at: new mail is searched without the old.
+int MM_FolSearchLocal(int folder, const SearchProgram& program, std::vector<UMI>* out, std::string* error,
+                      unsigned long first = 1);

@@ -3,6 +3,7 @@
 #include "src/base/model_events.h"
 #include "src/options/options.h"
 #include "src/organizer/organizer.h"
+#include "src/search/filters.h"
 #include "src/send/autoreply.h"
 
 namespace {
@@ -61,6 +62,8 @@ void MSG_MailTimerTick() {
   // New mail is answered once every check of this tick is over: the
   // answers need the connections the checks were using.
   autoreply_run_pending();
+  // Filed after the answers: a message moved away first would not be answered.
+  FLT_RunPending();
 }
 
 int MSG_MailTimerGate() {

@@ -18,6 +18,7 @@
 #include "src/organizer/msgwin.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
+#include "src/search/filters.h"
 #include "src/search/search_dialog.h"
 #include "src/search/search_node.h"
 #include "src/viewer/print.h"
@@ -106,7 +107,7 @@ const CommandRule kRules[] = {
     {M_MSG_MARK_SEEN, kMessage},     {M_MSG_MARK_FLAGGED, kMessage},   {M_MSG_MARK_ANSWERED, kMessage},
     {M_MSG_SAVE, kOneMessage},       {M_FILE_PRINT, kMessage},
     {M_MSG_SAVED_SEARCH, kFolderHere}, {M_MSG_QUICK_SEARCH, kAlways}, {M_MSG_SEARCH_PROPERTIES, kOneSearch},
-    {M_MSG_ACCESS_RIGHTS, kAclFolder},
+    {M_MSG_ACCESS_RIGHTS, kAclFolder},  {M_MSG_FILTERS, kService},
 };
 
 // The one folder selected, else a folder window's own.
@@ -277,6 +278,16 @@ std::vector<std::string> CanonicalFoldersHere(MsgWinInfo* info, const Selection&
   return out;
 }
 
+// The filters of the service the selection lies in; "Run now" works on
+// the selected folder (or the folder window's), when there is one.
+void Filters(MsgWinInfo* info, const Selection& s) {
+  TreeNode* at = s.nodes.size() == 1 ? s.nodes[0] : Origin(info);
+  const int ms = ServiceOf(at);
+  if (ms == INVALID_SERVICE) return;
+  FolderNodeInfo* f = FOL_Info(FolderOf(at));
+  FLT_FiltersDialog(ms, f && f->selectable && f->ms == ms ? f->name : "");
+}
+
 void SearchProperties(MsgWinInfo* info, const Selection& s) {
   SearchInfo* si = s.nodes.size() == 1 ? SRCH_NodeInfo(s.nodes[0]) : SRCH_NodeInfo(Origin(info));
   if (si) searchInfo(si->id);
@@ -354,6 +365,7 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
     case M_MSG_SAVED_SEARCH: INFO_SearchNew(CanonicalFoldersHere(info, s)); break;
     case M_MSG_QUICK_SEARCH: SRCH_QuickSearchDialog(CanonicalFoldersHere(info, s)); break;
     case M_MSG_SEARCH_PROPERTIES: SearchProperties(info, s); break;
+    case M_MSG_FILTERS: Filters(info, s); break;
     case M_MSG_MARK_SEEN: FlipFlag(info, s, "\\Seen", kMsgRead); break;
     case M_MSG_MARK_FLAGGED: FlipFlag(info, s, "\\Flagged", kMsgFlagged); break;
     case M_MSG_MARK_ANSWERED: FlipFlag(info, s, "\\Answered", kMsgAnswered); break;

@@ -97,6 +97,7 @@ const MENU_ITEM kMessageMenu[] = {
     {M_MSG_MARK_FLAGGED, "Mark ~Special", true, false, false, nullptr},
     {M_MSG_MARK_ANSWERED, "Mark Repl~ied", true, false, false, nullptr},
     {M_MSG_EXTRACT, "~Extract Enclosures...", false, false, false, nullptr},
+    {M_MSG_FILTERS, "~Filters...", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_MSG_ACTION_DELETE, "Select Pre~vious on Delete", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
