@@ -12,6 +12,7 @@
 #include "src/base/errors.h"
 #include "src/base/model_events.h"
 #include "src/base/trace.h"
+#include "src/base/window_list.h"
 #include "src/options/options.h"
 #include "src/options/session.h"
 #include "src/prefs/prefs_internal.h"
@@ -450,7 +451,7 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
   Prefs* p = reinterpret_cast<Prefs*>(xvt_vobj_get_data(dlg));
   switch (ev->type) {
     case E_CREATE: {
-      PrefCentre(dlg);
+      DM_CentreOnScreen(dlg);
       WINDOW list = Ctl(dlg, kPrefPages);
       for (const char* name : kPageNames) xvt_list_add(list, -1, name);
       for (const Field& f : kFields) Load(dlg, f);
@@ -491,16 +492,6 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
 }
 
 }  // namespace
-
-void PrefCentre(WINDOW dlg) {
-  RCT screen{}, r{};
-  xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
-  xvt_vobj_get_outer_rect(dlg, &r);
-  const int w = r.right - r.left, h = r.bottom - r.top;
-  const int left = (screen.right - w) / 2, top = (screen.bottom - h) / 2;
-  const RCT centred{left, top, left + w, top + h};
-  xvt_vobj_move(dlg, &centred);
-}
 
 bool PrefParseNumber(const std::string& text, int min, int max, int* out) {
   if (text.empty() || text.size() > 10) return false;
