@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "src/base/critical.h"
+#include "src/options/font_options.h"
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
 #include "src/organizer/msgwin.h"
@@ -464,6 +465,35 @@ TEST_F(OrganizerWindowsTest, SpoiledSearchWindowRecordsAreRefused) {
   ASSERT_TRUE(DesktopParseSearchWindow("1 2 300 400 Max A name with blanks", &w));
   EXPECT_EQ(w.name, "A name with blanks");
   EXPECT_EQ(w.state, "Max");
+}
+
+// A font chosen for a kind of line redraws the open tree at once, in the
+// new face; a font of another window leaves the tree alone.
+TEST_F(OrganizerWindowsTest, ANewFontRedrawsTheTreeInIt) {
+  struct Case {
+    int kind;
+    const char* drawn;  // a text drawn in the new face; null: no redraw
+  };
+  const Case cases[] = {{kFontService, "Local"}, {kFontNormalPriority, "message 1"}, {kFontViewerText, nullptr}};
+  Run([&] {
+    Messages("mail");
+    WINDOW tree = Top()->tree;
+    for (const Case& c : cases) {
+      SCOPED_TRACE(Font_KindName(c.kind));
+      xvt_test_paint(tree);
+      xvt_test_clear_damage(tree);
+      Font_Assign(c.kind, FontChoice{"Courier", 15, XVT_FS_ITALIC}, kOptPermanent);
+      ModelEvent* ev = MM_NotEventNew(E_FONT_CHANGED);
+      ev->value = c.kind;
+      MM_NotEventPost(ev);
+      MM_NotEventFree(ev);
+      EXPECT_EQ(xvt_test_damage(tree).empty(), c.drawn == nullptr);
+      std::string in_face;
+      for (const XvtDrawOp& op : xvt_test_paint(tree))
+        if (op.op == "text" && op.font == "Courier 15 2") in_face += op.text + ";";
+      if (c.drawn) EXPECT_NE(in_face.find(c.drawn), std::string::npos) << in_face;
+    }
+  });
 }
 
 TEST_F(OrganizerWindowsTest, ServiceListsAreReadWithBlanksOrCommas) {
