@@ -31,7 +31,7 @@ const Kind kKinds[kFontKindCount] = {
     {"Search", "Saved searches", {"Helvetica", 12, XVT_FS_NONE}},
     {"Group", "Message groups", {"Helvetica", 12, XVT_FS_BOLD}},
     {"LowPriority", "Low-priority mail", {"Helvetica", 12, XVT_FS_NONE}},
-    {"NormalPriority", "Mail", {"Helvetica", 12, XVT_FS_NONE}},
+    {"NormalPriority", "Normal-priority mail", {"Helvetica", 12, XVT_FS_NONE}},
     {"HighPriority", "High-priority mail", {"Helvetica", 12, XVT_FS_NONE}},
 };
 
