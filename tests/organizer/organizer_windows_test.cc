@@ -451,24 +451,6 @@ TEST_F(OrganizerWindowsTest, SearchWindowsComeBackWhereTheyStood) {
   EXPECT_FALSE(readSavedSearchWindow(2, &w));
 }
 
-TEST_F(OrganizerWindowsTest, SpoiledSearchWindowRecordsAreRefused) {
-  const std::pair<const char*, bool> cases[] = {
-      {"1 2 300 400 Max A name with blanks", true}, {"1 2 300 400 Norm ", false},
-      {"1 2 300 400 Huge x", false},                {"300 2 1 400 Norm x", false},
-      {"1 2 300 999999 Norm x", false},             {"1 2 300", false},
-  };
-  for (const auto& [value, good] : cases) {
-    SavedSearchWindow w;
-    EXPECT_EQ(DesktopParseSearchWindow(value, &w), good) << value;
-  }
-  SavedSearchWindow w;
-  ASSERT_TRUE(DesktopParseSearchWindow("1 2 300 400 Max A name with blanks", &w));
-  EXPECT_EQ(w.name, "A name with blanks");
-  EXPECT_EQ(w.state, "Max");
-}
-
-// A font chosen for a kind of line redraws the open tree at once, in the
-// new face; a font of another window leaves the tree alone.
 TEST_F(OrganizerWindowsTest, ANewFontRedrawsTheTreeInIt) {
   struct Case {
     int kind;
