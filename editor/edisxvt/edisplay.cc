@@ -397,10 +397,9 @@ void Widest(E_DATA* ed, const std::vector<EDisRow>& rows) {
 
 // ---------------------------------------------------------------------------
 
-EDisplay* edis_create(WINDOW win, XVT_FNTID font) {
-  auto* dis = new EDisplay;
-  dis->win = win;
-  dis->font = font ? font : xvt_font_create(kEdisFontFamily, kEdisFontSize, 0);
+namespace {
+
+void TakeMetrics(EDisplay* dis) {
   int leading = 0, ascent = 12, descent = 4;
   xvt_font_get_metrics(dis->font, &leading, &ascent, &descent);
   dis->leading = leading;
@@ -408,7 +407,33 @@ EDisplay* edis_create(WINDOW win, XVT_FNTID font) {
   dis->descent = descent;
   dis->height = std::max(1, leading + ascent + descent);
   dis->avg_width = std::max(1, xvt_font_get_text_width(dis->font, "1", 1));
+}
+
+}  // namespace
+
+EDisplay* edis_create(WINDOW win, XVT_FNTID font) {
+  auto* dis = new EDisplay;
+  dis->win = win;
+  dis->font = font ? font : xvt_font_create(kEdisFontFamily, kEdisFontSize, 0);
+  TakeMetrics(dis);
   return dis;
+}
+
+void edis_set_font(E_DATA* ed, XVT_FNTID font) {
+  EDisplay* dis = Dis(ed);
+  if (!dis || !font) {
+    xvt_font_destroy(font);
+    return;
+  }
+  for (XVT_FNTID& f : dis->styled)
+    if (f) xvt_font_destroy(f), f = nullptr;
+  xvt_font_destroy(dis->font);
+  dis->font = font;
+  TakeMetrics(dis);
+  // Rows and the caret are measured in the old cells.
+  if (dis->caret_made && xvt_vobj_is_valid(dis->win)) xvt_caret_destroy(dis->win);
+  dis->caret_made = false;
+  edis_resize(ed);
 }
 
 void edis_destroy(EDisplay*& dis, EditBuffer* buf) {

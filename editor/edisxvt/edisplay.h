@@ -72,6 +72,9 @@ EDisplay* edis_create(WINDOW win, XVT_FNTID font);
 constexpr const char* kEdisFontFamily = "mono";
 constexpr int kEdisFontSize = 14;
 void edis_destroy(EDisplay*& dis, EditBuffer* buf);
+// Takes the font for the text from now on (the display owns it) and lays
+// the window out again in its cells.
+void edis_set_font(E_DATA* ed, XVT_FNTID font);
 
 // Lays out and invalidates what changed. follow_point: the point must end
 // up in view (after a command); false after a scroll, which leaves the

@@ -435,6 +435,12 @@ std::string txedit_get_text(WINDOW ctl) {
   return out;
 }
 
+void txedit_set_font(WINDOW ctl, const char* family, int size, unsigned style) {
+  EditWin* rec = Rec(ctl);
+  if (!rec || !rec->ed || !family) return;
+  edis_set_font(rec->ed, xvt_font_create(family, size, style));
+}
+
 void txedit_set_readonly(WINDOW ctl, bool read_only) {
   EditWin* rec = Rec(ctl);
   if (!rec) return;

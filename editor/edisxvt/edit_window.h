@@ -32,6 +32,8 @@ std::string txedit_get_text(WINDOW ctl);
 void txedit_set_readonly(WINDOW ctl, bool read_only);
 bool txedit_is_readonly(WINDOW ctl);
 void txedit_focus(WINDOW ctl);
+// The text's face from now on: family, pixel size, XVT_FS_* style.
+void txedit_set_font(WINDOW ctl, const char* family, int size, unsigned style);
 // A multi-line field that hands Tab and Shift-Tab to its parent, as a
 // one-line field always does, instead of taking them as text.
 void txedit_set_tab_leaves(WINDOW ctl, bool leaves);

@@ -91,6 +91,10 @@ enum ModelEventType {
   E_EXIT_QUERY = 89,
   E_DROP_FILES = 90,
   E_DROP_MESSAGES = 91,
+  // Around a run of many model changes (the outbox sent in the foreground):
+  // views hold their redraws from the first and redraw once at the second.
+  E_BATCH_BEGIN = 92,
+  E_BATCH_END = 93,
 };
 
 // Pointers are borrowed: valid only during the post.

@@ -47,3 +47,14 @@ void DM_FreeListeners() {
   g_listeners = nullptr;
 }
 int DM_ListenerCount() { return g_listeners ? static_cast<int>(g_listeners->size()) : 0; }
+
+void DM_CentreOnScreen(WINDOW win) {
+  RCT screen{}, r{};
+  xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
+  xvt_vobj_get_outer_rect(win, &r);
+  const int w = r.right - r.left, h = r.bottom - r.top;
+  const int left = screen.left + (screen.right - screen.left - w) / 2;
+  const int top = screen.top + (screen.bottom - screen.top - h) / 2;
+  const RCT centred{left, top, left + w, top + h};
+  xvt_vobj_move(win, &centred);
+}

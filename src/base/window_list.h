@@ -20,3 +20,6 @@ void DM_InitListeners();
 void DM_RegisterListener(DM_LISTENER listener);
 void DM_FreeListeners();
 int DM_ListenerCount();
+
+// Puts a dialog in the middle of the screen, keeping its size.
+void DM_CentreOnScreen(WINDOW win);

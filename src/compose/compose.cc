@@ -20,6 +20,7 @@
 #include "src/compose/compose_internal.h"
 #include "src/compose/compose_text.h"
 #include "src/script/forms.h"
+#include "src/options/font_options.h"
 #include "src/options/options.h"
 #include "src/security/pgp_mime.h"
 #include "src/spell/spell_dialog.h"
@@ -218,6 +219,7 @@ int Want(ModelEvent* ev, void* data) {
   switch (ev->type) {
     case E_ABANDON_SHIP:
     case E_EXIT_QUERY: return 1;
+    case E_FONT_CHANGED: return ev->value == kFontCompose;
     case E_FOLDER_CLOSED:
     case E_FOLDER_INVALID: return info->umi && ev->folder == MM_UMIFolder(info->umi);
     case E_DELETED_FLAG_SET:
@@ -228,6 +230,10 @@ int Want(ModelEvent* ev, void* data) {
 
 void Handle(ModelEvent* ev, void* data) {
   auto* info = static_cast<ComposeInfo*>(data);
+  if (ev->type == E_FONT_CHANGED) {
+    ComposeTextSetFont(info->text_pane, Font_Lookup(kFontCompose));
+    return;
+  }
   if (ev->type == E_ABANDON_SHIP) {
     // The windows are about to go with the program: what was not dealt
     // with waits in the autosave file, written while the panes still stand.
@@ -497,6 +503,7 @@ WINDOW createComposeWin(int kind, UMI umi, const char* tag) {
     info->address_panel[i] = xvt_ctl_create(WC_EDIT, &zero, "", win, 0, kFieldIds[i]);
   }
   info->text_pane = ComposeTextCreate(win, kComposeTextId);
+  ComposeTextSetFont(info->text_pane, Font_Lookup(kFontCompose));
   info->attachment_pane = xvt_ctl_create(WC_LBOX, &zero, "", win, 0, kComposeAttachId);
   xvt_win_set_describe(win, Describe);
   info->notifier = MM_NotRegister(Want, Handle, info, "compose.c : compose");

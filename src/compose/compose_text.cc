@@ -25,6 +25,10 @@ WINDOW ComposeTextCreate(WINDOW win, int id) {
   return pane;
 }
 
+void ComposeTextSetFont(WINDOW pane, const FontChoice& font) {
+  if (pane) txedit_set_font(pane, font.family.c_str(), font.size, font.style);
+}
+
 std::string ComposeTextGet(WINDOW pane) {
   if (!pane || !xvt_vobj_is_valid(pane)) return "";
   return txedit_get_text(pane);

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "src/options/font_options.h"
 #include "xvt/xvt.h"
 
 // Makes the pane as a child of win with the control id.
@@ -16,5 +17,6 @@ void ComposeTextInsert(WINDOW pane, const std::string& text);
 bool ComposeTextModified(WINDOW pane);
 void ComposeTextSetModified(WINDOW pane, bool modified);
 void ComposeTextFocus(WINDOW pane);
+void ComposeTextSetFont(WINDOW pane, const FontChoice& font);
 // The window is going: forget what the pane kept.
 void ComposeTextForget(WINDOW pane);

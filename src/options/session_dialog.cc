@@ -8,6 +8,7 @@
 
 #include "src/base/cenv.h"
 #include "src/base/trace.h"
+#include "src/base/window_list.h"
 #include "src/options/session.h"
 #include "src/options/options.h"
 
@@ -73,15 +74,6 @@ bool LoadingOptions() {
   return Opt_LookupBoolean("Options.Loading", &loading, kOptSession) && loading;
 }
 
-void Center(WINDOW win) {
-  RCT screen{}, r{};
-  xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
-  xvt_vobj_get_outer_rect(win, &r);
-  int w = r.right - r.left, h = r.bottom - r.top;
-  RCT centred{(screen.right - w) / 2, (screen.bottom - h) / 2, (screen.right - w) / 2 + w, (screen.bottom - h) / 2 + h};
-  xvt_vobj_move(win, &centred);
-}
-
 void CheckRadio(WINDOW win, int id) {
   WINDOW group[2] = {xvt_win_get_ctl(win, kOnline), xvt_win_get_ctl(win, kOffline)};
   xvt_ctl_check_radio_button(xvt_win_get_ctl(win, id), group, 2);
@@ -122,7 +114,7 @@ void SetText(WINDOW win, int id, const char* text) { xvt_vobj_set_title(xvt_win_
 long details_eh(WINDOW win, EVENT* ev) {
   switch (ev->type) {
     case E_CREATE: {
-      Center(win);
+      DM_CentreOnScreen(win);
       const std::string name = Opt_LookupText("Options.ConfigName", kOptSession);
       int index = CENV_FindConfigByName(name.c_str());
       SetText(win, kDetailsName, name.c_str());
@@ -193,7 +185,7 @@ long session_eh(WINDOW win, EVENT* ev) {
   switch (ev->type) {
     case E_CREATE: {
       if (LoadingOptions()) xvt_vobj_set_title(win, "Load Options");
-      Center(win);
+      DM_CentreOnScreen(win);
       CheckRadio(win, kOnline);
       SLIST list = CENV_GetConfigList("all", nullptr, nullptr);
       if (!list || xvt_slist_count(list) == 0) {

@@ -15,6 +15,8 @@
 #include "src/organizer/msgwin.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
+#include "src/search/saved_search.h"
+#include "src/search/search_node.h"
 
 namespace {
 
@@ -51,6 +53,12 @@ void StoreScreen(const RCT& r, int flag, int letter) {
   char value[200];
   std::snprintf(value, sizeof value, "%d %d %d %d %d %d", r.left, r.top, r.right, r.bottom, flag, letter);
   Opt_AssignString(kScreenKey, value, kOptPermanent, 0);
+}
+
+const char* StateWord(WINDOW win) {
+  const bool zoomed = xvt_vobj_get_attr(win, ATTR_WIN_MAXIMIZED) != 0;
+  const bool iconic = xvt_vobj_get_attr(win, ATTR_WIN_MINIMIZED) != 0;
+  return zoomed && !iconic ? "Max" : (iconic && !zoomed ? "Icon" : "Norm");
 }
 
 int WantEvent(ModelEvent* ev, void*) { return ev->type == E_SAVE_DESKTOP || ev->type == E_SHIP_SUNK; }
@@ -90,9 +98,7 @@ int saveWindowGeometry(int slot, WINDOW win) {
     xvt_dm_post_error("There was a problem retrieving your window size to save. Please contact Velmar support.");
     return 0;
   }
-  bool zoomed = xvt_vobj_get_attr(win, ATTR_WIN_MAXIMIZED) != 0;
-  bool iconic = xvt_vobj_get_attr(win, ATTR_WIN_MINIMIZED) != 0;
-  StoreSlot(slot, r, zoomed && !iconic ? "Max" : (iconic && !zoomed ? "Icon" : "Norm"));
+  StoreSlot(slot, r, StateWord(win));
   Trace(kTraceOrganizer, kTraceAll, "saveWindowGeometry exit\n");
   return 1;
 }
@@ -196,6 +202,12 @@ constexpr int kStateDone = 4;
 const char* const kStateWords[] = {"", "COLLAPSE", "EXPAND", "OPEN", "DONE"};
 
 std::string RecordKey(int n, const char* field) { return "SaveMsg." + std::to_string(n) + "." + field; }
+std::string SearchWindowKey(int n) { return "SaveMsg.Search." + std::to_string(n); }
+
+// More than a desktop holds; a longer list in the file is cut here.
+constexpr int kMaxSearchWindows = 100;
+constexpr size_t kMaxSearchName = 256;
+constexpr int kMaxCoordinate = 100000;
 
 void WriteRecord(int n, const SavedNode& r) {
   Opt_AssignString(RecordKey(n, "ms").c_str(), std::to_string(r.ms).c_str(), kOptPermanent, 0);
@@ -284,10 +296,52 @@ void saveMsgWinsContents(int reopening) {
     records.push_back(SavedNode{s->ms_id, "", 0, state});
     if (state != kStateCollapse) CollectOpen(Holder(k), s->ms_id, &records);
   }
+  // Search windows are kept apart from the lines: each has its own place,
+  // where the other kinds share one slot.
+  std::vector<std::string> searches;
+  for (WINDOW w : MSG_ContextWindows()) {
+    MsgWinInfo* info = MSG_WinInfo(w);
+    RCT r{};
+    if (!info || info->type != kMsgWinSearch || !xvt_vobj_get_outer_rect(w, &r)) continue;
+    const std::string name = searchGetName(info->search);
+    if (name.empty() || name.size() > kMaxSearchName) continue;
+    char value[400];
+    std::snprintf(value, sizeof value, "%d %d %d %d %s %s", r.left, r.top, r.right, r.bottom, StateWord(w),
+                  name.c_str());
+    searches.push_back(value);
+  }
   Opt_DeleteMatching("SaveMsg.*");
   int n = 1;
   for (const SavedNode& r : records) WriteRecord(n++, r);
   WriteRecord(n, SavedNode{});
+  n = 1;
+  for (const std::string& value : searches)
+    if (n <= kMaxSearchWindows) Opt_AssignString(SearchWindowKey(n++).c_str(), value.c_str(), kOptPermanent, 0);
+}
+
+bool DesktopParseSearchWindow(const char* value, SavedSearchWindow* out) {
+  if (!value) return false;
+  RCT r{};
+  char state[8] = "";
+  int used = 0;
+  if (std::sscanf(value, "%d %d %d %d %7s %n", &r.left, &r.top, &r.right, &r.bottom, state, &used) != 5 || !used)
+    return false;
+  for (int c : {r.left, r.top, r.right, r.bottom})
+    if (c < -kMaxCoordinate || c > kMaxCoordinate) return false;
+  if (r.right <= r.left || r.bottom <= r.top) return false;
+  if (std::strcmp(state, "Norm") != 0 && std::strcmp(state, "Max") != 0 && std::strcmp(state, "Icon") != 0)
+    return false;
+  const std::string name = value + used;
+  if (name.empty() || name.size() > kMaxSearchName) return false;
+  *out = SavedSearchWindow{r, state, name};
+  return true;
+}
+
+bool readSavedSearchWindow(int n, SavedSearchWindow* out) {
+  char value[601];
+  if (n < 1 || n > kMaxSearchWindows) return false;
+  if (!Opt_LookupString(SearchWindowKey(n).c_str(), value, sizeof value - 1, kOptSession)) return false;
+  return DesktopParseSearchWindow(value, out);
 }
 
 int reloadOneNode(WINDOW, const SavedNode& r) {
@@ -322,6 +376,15 @@ void reloadMsgPositions(WINDOW win, int) {
   WINDOW tree = MSG_TopTree();
   if (tree) TREE_SuspendUpdates(tree);
   for (int n = 1; n < 10000 && readSavedNode(n, &r) && r.state != kStateDone; ++n) reloadOneNode(win, r);
+  // A search deleted or renamed since is passed over, like a gone folder.
+  SavedSearchWindow w;
+  for (int n = 1; (tree = MSG_TopTree()) && readSavedSearchWindow(n, &w); ++n) {
+    const int id = searchFindByName(w.name.c_str());
+    TreeNode* node = id ? searchFindNode(TREE_GetRoot(tree), id) : nullptr;
+    if (!node) continue;
+    fitWindowToScreen(&w.rect);
+    MSG_OpenNodeWindow(node, &w.rect, windowAttrForState(w.state.c_str()));
+  }
   if ((tree = MSG_TopTree())) TREE_ResumeUpdates(tree);
   Trace(kTraceOrganizer, kTraceLow, "desktop.c: reloadMsgPositions function exit\n");
 }

@@ -50,3 +50,15 @@ bool readSavedNode(int n, SavedNode* out);  // false when record n is not there
 int reloadOneNode(WINDOW win, const SavedNode& record);
 void reloadMsgPositions(WINDOW win, int state);
 void reopenMsgService(int ms);
+
+// A saved search that had a window of its own: where the window stood, its
+// frame state word, and the search's name (names outlive search numbers).
+struct SavedSearchWindow {
+  RCT rect{};
+  std::string state = "Norm";
+  std::string name;
+};
+// Reads one record as written by saveMsgWinsContents ("l t r b state name");
+// false for anything else, with *out untouched.
+bool DesktopParseSearchWindow(const char* value, SavedSearchWindow* out);
+bool readSavedSearchWindow(int n, SavedSearchWindow* out);  // false past the last

@@ -765,7 +765,7 @@ int FolderWant(ModelEvent* ev, void* data) {
       const size_t stem = prefix.size() - std::strlen("IDList");
       return std::strncmp(ev->option, prefix.c_str(), stem) == 0;
     }
-    case E_FONT_CHANGED: return TREE_GetParent(node) != nullptr;
+    case E_FONT_CHANGED: return TREE_GetParent(node) != nullptr && NodeFontKind(ev->value);
     case E_GROUP_SHOWN:
     case E_GROUP_HIDDEN:
     case E_GROUP_NEW:

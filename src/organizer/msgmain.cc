@@ -14,6 +14,7 @@
 #include "src/base/model_events.h"
 #include "src/base/trace.h"
 #include "src/base/window_list.h"
+#include "src/options/font_options.h"
 #include "src/options/options.h"
 #include "src/compose/compose.h"
 #include "src/organizer/desktop.h"
@@ -193,6 +194,8 @@ int window_wantEvent(ModelEvent* ev, void* data) {
   MsgWinInfo* info = MSG_WinInfo(static_cast<WINDOW>(data));
   if (!info) return 0;
   if (ev->type == E_ABANDON_SHIP) return 1;
+  // Any of the line kinds: message lines have no handler of their own.
+  if (ev->type == E_FONT_CHANGED) return ev->value >= kFontService && ev->value < kFontKindCount;
   if (info->type == kMsgWinFolder) {
     switch (ev->type) {
       case E_MAIL_TIMER:
@@ -212,6 +215,10 @@ void window_handleEvent(ModelEvent* ev, void* data) {
   WINDOW win = static_cast<WINDOW>(data);
   MsgWinInfo* info = MSG_WinInfo(win);
   if (!info) return;
+  if (ev->type == E_FONT_CHANGED) {
+    if (info->tree) xvt_dwin_invalidate_rect(info->tree, nullptr);
+    return;
+  }
   if (ev->type == E_MAIL_TIMER || ev->type == E_CHECK_NOW) {
     // The folder's own line leaves the check to the window that shows it.
     if (ev->type == E_MAIL_TIMER && !MSG_MailTimerGate()) return;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "src/options/font_options.h"
 #include "src/options/options.h"
 #include "src/organizer/tree_internal.h"
 
@@ -63,6 +64,19 @@ const int kDefaultWidths[][6] = {
 XVT_FNTID MSG_SlotFont(int slot) {
   if (slot < 0 || slot >= kFontSlots) slot = kSlotNormalPriority;
   Slot& s = Slots()[slot];
+  // The preferences change the options and then post E_FONT_CHANGED; the
+  // lines redraw in whatever order their handlers run, so each draw asks
+  // for the font stored now rather than waiting to be told.
+  if (Opt_Ready()) {
+    const FontChoice chosen = Font_Lookup(slot);
+    if (chosen.family != s.family || chosen.size != s.size || chosen.style != s.style) {
+      if (s.font) xvt_font_destroy(s.font);
+      s.font = nullptr;
+      s.family = chosen.family;
+      s.size = chosen.size;
+      s.style = chosen.style;
+    }
+  }
   if (!s.font) s.font = xvt_font_create(s.family.c_str(), s.size, s.style);
   return s.font;
 }

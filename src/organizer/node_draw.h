@@ -17,7 +17,10 @@ constexpr int kSlotLowPriority = 8;
 constexpr int kSlotNormalPriority = 9;
 constexpr int kSlotHighPriority = 10;
 
-XVT_FNTID MSG_SlotFont(int slot);  // made on first use
+XVT_FNTID MSG_SlotFont(int slot);  // made on first use, and again when the options change
+// The font kinds a service or folder line redraws for itself; the window
+// redraws its whole tree for the others of its lines.
+inline bool NodeFontKind(int kind) { return kind == 4 || (kind >= 7 && kind <= 10); }
 COLOR MSG_SlotColor(int slot);
 void MSG_SetSlot(int slot, const char* family, int size, unsigned style, COLOR color);
 void MSG_FreeSlots();

@@ -16,7 +16,7 @@ int ServiceWant(ModelEvent* ev, void* data) {
   if (!s) return 0;
   // The view of unsubscribed folders changes for every service at once.
   if (ev->type == E_SHOW_UNSUBSCRIBED || ev->type == E_HIDE_UNSUBSCRIBED) return s->fetched_subscribed;
-  if (ev->type == E_FONT_CHANGED) return TREE_GetParent(static_cast<TreeNode*>(data)) != nullptr;
+  if (ev->type == E_FONT_CHANGED) return TREE_GetParent(static_cast<TreeNode*>(data)) != nullptr && NodeFontKind(ev->value);
   if (ev->ms != s->ms) return 0;
   switch (ev->type) {
     case E_MS_CLOSED: return s->fetched_subscribed;

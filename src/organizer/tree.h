@@ -157,6 +157,7 @@ struct TreeInfo {
   int32_t entries_visible;  // lines the whole open tree occupies
   int32_t max_line_width;
   int32_t suspend_count;
+  int32_t batch_depth;  // E_BATCH_BEGIN posts this widget has answered
   int16_t v_state;  // scroll bar states: 1 shown, 2 undecided, 3 hidden
   int16_t h_state;
   // The selection list, in order of selection.

@@ -132,11 +132,28 @@ void freeNode(WINDOW win, TreeNode* node) {
   delete node;
 }
 
-int WantAbandon(ModelEvent* event, void*) { return event->type == E_ABANDON_SHIP; }
-void HandleAbandon(ModelEvent*, void* data) {
-  // Nothing redraws while the program shuts down.
+int WantAbandon(ModelEvent* event, void*) {
+  return event->type == E_ABANDON_SHIP || event->type == E_BATCH_BEGIN || event->type == E_BATCH_END;
+}
+void HandleAbandon(ModelEvent* event, void* data) {
   auto* info = static_cast<TreeInfo*>(data);
-  if (info && info->window) TREE_SuspendUpdates(info->window);
+  if (!info || !info->window) return;
+  switch (event->type) {
+    case E_BATCH_BEGIN:
+      ++info->batch_depth;
+      TREE_SuspendUpdates(info->window);
+      break;
+    case E_BATCH_END:
+      // A widget made during the run never suspended for it.
+      if (info->batch_depth == 0) break;
+      --info->batch_depth;
+      TREE_ResumeUpdates(info->window);
+      break;
+    default:
+      // Nothing redraws while the program shuts down.
+      TREE_SuspendUpdates(info->window);
+      break;
+  }
 }
 
 // Puts sorted kids back in their new order; the lines don't change, only

@@ -12,6 +12,8 @@
 #include "src/base/errors.h"
 #include "src/base/model_events.h"
 #include "src/base/trace.h"
+#include "src/base/window_list.h"
+#include "src/options/font_options.h"
 #include "src/options/options.h"
 #include "src/options/session.h"
 #include "src/prefs/prefs_internal.h"
@@ -19,7 +21,7 @@
 namespace {
 
 const char* const kPageNames[kPrefPageCount] = {
-    "Identity", "Message Services", "Sending", "Reading and Composing", "Address Books", "Options Location",
+    "Identity", "Message Services", "Sending", "Reading and Composing", "Address Books", "Options Location", "Fonts",
 };
 
 // Fields whose control stands for one option, and a few that share one.
@@ -129,6 +131,8 @@ struct Prefs {
   std::vector<PrefService> services;
   Location location;
   std::vector<std::pair<int, int>> controls;  // (control id, page)
+  FontChoice fonts[kFontKindCount];         // as the page shows them
+  FontChoice fonts_stored[kFontKindCount];  // as read, or as last assigned
   int result = 0;
 };
 
@@ -175,6 +179,15 @@ std::vector<WIN_DEF>& Defs(Prefs* p) {
       "Remote: options on an option server", kPrefLocRemote, 0);
   row(loc, 3, "Server:", WC_EDIT, kPrefLocHost);
   row(loc, 4, "Port:", WC_EDIT, kPrefLocPort, 24, kPrefControlLeft + kPrefNumberWidth);
+  constexpr int kChooseLeft = kPrefPageRight - 96;
+  for (int k = 0; k < kFontKindCount; ++k) {
+    const int top = kPrefTop + k * 32;
+    add(kPrefPageFonts, WC_TEXT, {kPrefPageLeft, top + 4, kPrefLabelRight, top + 22}, Font_KindLabel(k), ++label_id,
+        0);
+    add(kPrefPageFonts, WC_TEXT, {kPrefControlLeft, top + 4, kChooseLeft - 8, top + 22}, "", kPrefFontText + k, 0);
+    add(kPrefPageFonts, WC_PUSHBUTTON, {kChooseLeft, top, kPrefPageRight, top + 26}, "Choose...",
+        kPrefFontChoose + k, 0);
+  }
   add(-1, WC_PUSHBUTTON, {kPrefPageRight - 192, 424, kPrefPageRight - 104, 454}, "OK", kPrefOk, CTL_FLAG_DEFAULT);
   add(-1, WC_PUSHBUTTON, {kPrefPageRight - 88, 424, kPrefPageRight, 454}, "Cancel", kPrefCancel, 0);
   defs.push_back({W_NONE, {}, nullptr, 0, 0});
@@ -318,6 +331,36 @@ void ShowLocation(WINDOW dlg, const Location& l) {
   if (IsOffline()) xvt_vobj_set_enabled(Ctl(dlg, kPrefLocRemote), false);
 }
 
+bool FontLocked(int kind) {
+  for (const char* part : {"Face", "Size", "Style"})
+    if (Opt_GetReadonly((std::string("Font.") + part + "." + Font_KindName(kind)).c_str())) return true;
+  return false;
+}
+
+void LoadFonts(WINDOW dlg, Prefs* p) {
+  for (int k = 0; k < kFontKindCount; ++k) {
+    p->fonts[k] = p->fonts_stored[k] = Font_Lookup(k);
+    SetText(dlg, kPrefFontText + k, Font_Describe(p->fonts[k]));
+    if (FontLocked(k)) xvt_vobj_set_enabled(Ctl(dlg, kPrefFontChoose + k), false);
+  }
+}
+
+// The toolkit's chooser, starting from what the page shows. A face the
+// options could not keep (a size out of range, too long a name) is
+// brought into their bounds rather than refused.
+void ChooseFont(WINDOW dlg, Prefs* p, int kind) {
+  FontChoice& f = p->fonts[kind];
+  XVT_FNTID font = xvt_font_create(f.family.c_str(), f.size, f.style);
+  if (xvt_dm_post_font_sel(dlg, &font) && font) {
+    std::string family = xvt_font_get_family(font) ? xvt_font_get_family(font) : "";
+    if (!family.empty() && family.size() <= kFontFamilyLimit) f.family = family;
+    f.size = std::clamp(xvt_font_get_size(font), kFontSizeMin, kFontSizeMax);
+    f.style = xvt_font_get_style(font) & (XVT_FS_BOLD | XVT_FS_ITALIC | XVT_FS_UNDERLINE);
+    SetText(dlg, kPrefFontText + kind, Font_Describe(f));
+  }
+  xvt_font_destroy(font);
+}
+
 void ShowPage(WINDOW dlg, Prefs* p, int page) {
   p->page = page;
   for (const auto& [id, on] : p->controls)
@@ -389,7 +432,10 @@ void Ok(WINDOW dlg, Prefs* p) {
   const Location location = ShownLocation(dlg);
   const bool moved = !(location == p->location);
   const bool services = PrefServicesChanged(p->services);
-  const bool anything = !changed.empty() || moved || services;
+  std::vector<int> fonts;
+  for (int k = 0; k < kFontKindCount; ++k)
+    if (!(p->fonts[k] == p->fonts_stored[k]) && !FontLocked(k)) fonts.push_back(k);
+  const bool anything = !changed.empty() || moved || services || !fonts.empty();
   if (!anything && !Opt_Changed()) {
     p->result = 1;
     xvt_vobj_destroy(dlg);
@@ -428,7 +474,19 @@ void Ok(WINDOW dlg, Prefs* p) {
     Opt_AssignInt("Options.SaveLocation", 1, kOptSession, 0);
     Opt_MarkChanged();
   }
+  for (int k : fonts) {
+    Font_Assign(k, p->fonts[k], kOptPermanent);
+    p->fonts_stored[k] = p->fonts[k];
+  }
   for (int type : events) MM_NotPostSimple(type);
+  // Open windows take a new font at once, each only for its own kinds.
+  for (int k : fonts) {
+    ModelEvent* ev = MM_NotEventNew(E_FONT_CHANGED);
+    if (!ev) continue;
+    ev->value = k;
+    MM_NotEventPost(ev);
+    MM_NotEventFree(ev);
+  }
   Snapshot(dlg, p);
   const int saved = Opt_Save();
   if (!saved && moved) {
@@ -450,7 +508,7 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
   Prefs* p = reinterpret_cast<Prefs*>(xvt_vobj_get_data(dlg));
   switch (ev->type) {
     case E_CREATE: {
-      PrefCentre(dlg);
+      DM_CentreOnScreen(dlg);
       WINDOW list = Ctl(dlg, kPrefPages);
       for (const char* name : kPageNames) xvt_list_add(list, -1, name);
       for (const Field& f : kFields) Load(dlg, f);
@@ -463,6 +521,7 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
       }
       p->location = LoadLocation();
       ShowLocation(dlg, p->location);
+      LoadFonts(dlg, p);
       ShowPage(dlg, p, p->page);
       break;
     }
@@ -479,6 +538,8 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
         CheckLocation(dlg, id == kPrefLocRemote);
       } else if (id == kPrefServiceList && ev->v.ctl.ci.v.lbox.dbl_click) {
         PrefServicesCommand(dlg, kPrefServiceEdit, &p->services);  // a double click edits
+      } else if (id >= kPrefFontChoose && id < kPrefFontChoose + kFontKindCount) {
+        ChooseFont(dlg, p, id - kPrefFontChoose);
       } else if (id == kPrefServiceAdd || id == kPrefServiceEdit || id == kPrefServiceDelete) {
         PrefServicesCommand(dlg, id, &p->services);
       }
@@ -491,16 +552,6 @@ long prefs_eh(WINDOW dlg, EVENT* ev) {
 }
 
 }  // namespace
-
-void PrefCentre(WINDOW dlg) {
-  RCT screen{}, r{};
-  xvt_vobj_get_client_rect(SCREEN_WIN, &screen);
-  xvt_vobj_get_outer_rect(dlg, &r);
-  const int w = r.right - r.left, h = r.bottom - r.top;
-  const int left = (screen.right - w) / 2, top = (screen.bottom - h) / 2;
-  const RCT centred{left, top, left + w, top + h};
-  xvt_vobj_move(dlg, &centred);
-}
 
 bool PrefParseNumber(const std::string& text, int min, int max, int* out) {
   if (text.empty() || text.size() > 10) return false;

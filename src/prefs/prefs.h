@@ -15,6 +15,7 @@ enum PrefPage {
   kPrefPageReading,
   kPrefPageBooks,
   kPrefPageLocation,
+  kPrefPageFonts,
   kPrefPageCount
 };
 
@@ -69,6 +70,10 @@ constexpr int kPrefLocRemote = 2602;
 constexpr int kPrefLocFile = 2603;
 constexpr int kPrefLocHost = 2604;
 constexpr int kPrefLocPort = 2605;
+
+// Fonts: for each font kind k, what it holds now and its Choose button.
+constexpr int kPrefFontText = 2610;    // + k
+constexpr int kPrefFontChoose = 2630;  // + k
 
 // Controls of the service dialog.
 constexpr int kSvcName = 2701;

@@ -43,8 +43,5 @@ bool PrefServicesChanged(const std::vector<PrefService>& services);
 // windows; afterwards the records describe what is stored.
 void PrefServicesApply(std::vector<PrefService>* services);
 
-// Puts a dialog in the middle of the screen.
-void PrefCentre(WINDOW dlg);
-
 // An integer field: true and the value when the text is one in [min, max].
 bool PrefParseNumber(const std::string& text, int min, int max, int* out);

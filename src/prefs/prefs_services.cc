@@ -7,6 +7,7 @@
 
 #include "src/base/model_events.h"
 #include "src/base/trace.h"
+#include "src/base/window_list.h"
 #include "src/model/mm.h"
 #include "src/options/options.h"
 #include "src/prefs/prefs.h"
@@ -108,7 +109,7 @@ long service_eh(WINDOW dlg, EVENT* ev) {
   PrefService& s = *e->service;
   switch (ev->type) {
     case E_CREATE: {
-      PrefCentre(dlg);
+      DM_CentreOnScreen(dlg);
       WINDOW type = xvt_win_get_ctl(dlg, kSvcType);
       for (int code : kTypes) xvt_list_add(type, -1, MM_MSGetTypedescByType(code));
       xvt_list_set_sel(type, TypeIndex(s.value[kSvfType]), true);

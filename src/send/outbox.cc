@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "rclib/safe_file.h"
+#include "src/base/model_events.h"
 #include "src/base/trace.h"
 #include "src/model/mm.h"
 #include "src/options/options.h"
@@ -152,6 +153,19 @@ Message* BuildMessageFromUMI(UMI umi) {
   return m;
 }
 
+namespace {
+
+// Every message sent changes the outbox: the views hold their redraws and
+// redraw once at the end, however the run ends.
+struct ViewBatch {
+  ViewBatch() { MM_NotPostSimple(E_BATCH_BEGIN); }
+  ~ViewBatch() { MM_NotPostSimple(E_BATCH_END); }
+  ViewBatch(const ViewBatch&) = delete;
+  ViewBatch& operator=(const ViewBatch&) = delete;
+};
+
+}  // namespace
+
 int OUTBOX_SendMessages(int folder) {
   if (folder == INVALID_FOLDER) return 0;
   const long count = MM_FolGetNumMsgs(folder);
@@ -164,6 +178,7 @@ int OUTBOX_SendMessages(int folder) {
     xvt_progress_open("Queued Messages", "Sending queued messages ...", true);
     xvt_progress_set_range(count);
   }
+  const ViewBatch batch;
   // UMIs first: a deletion must not move the walk.
   std::vector<UMI> umis;
   for (long n = 1; n <= count; ++n)
@@ -212,6 +227,7 @@ int Mob_AnyQueuedMessages() {
 int Mob_ProcessOutbox() {
   const int folder = OUTBOX_Open();
   if (folder == INVALID_FOLDER) return -1;
+  const ViewBatch batch;  // the expunge after the sends is part of the run
   const int gone = OUTBOX_SendMessages(folder);
   OUTBOX_Close(folder);
   if (gone > 0) Mob_RebuildOutbox();

@@ -14,6 +14,7 @@
 #include "src/base/trace.h"
 #include "src/base/window_list.h"
 #include "src/compose/compose.h"
+#include "src/options/font_options.h"
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
 #include "src/script/forms.h"
@@ -263,9 +264,20 @@ void QueryPosition(ViewerInfo* v) {
   PostView(E_VIEW_POSITION_QUERY, v->umi, v->folder_node);
 }
 
+// The panes keep a copy of the font they are given.
+void ApplyFont(WINDOW pane, int kind) {
+  const FontChoice f = Font_Lookup(kind);
+  XVT_FNTID font = xvt_font_create(f.family.c_str(), f.size, f.style);
+  if (!font) return;
+  xvt_dwin_set_font(pane, font);
+  xvt_font_destroy(font);
+  xvt_dwin_invalidate_rect(pane, nullptr);
+}
+
 int ViewerWant(ModelEvent* ev, void* data) {
   auto* v = static_cast<ViewerInfo*>(data);
   switch (ev->type) {
+    case E_FONT_CHANGED: return ev->value == kFontViewerHeader || ev->value == kFontViewerText;
     case E_ABANDON_SHIP:
     case E_SAVE_DESKTOP:
     case E_MAIL_TIMER: return 1;
@@ -286,6 +298,9 @@ void CloseLater(ViewerInfo* v) {
 void ViewerHandle(ModelEvent* ev, void* data) {
   auto* v = static_cast<ViewerInfo*>(data);
   switch (ev->type) {
+    case E_FONT_CHANGED:
+      ApplyFont(ev->value == kFontViewerHeader ? v->header_pane : v->text_pane, ev->value);
+      return;
     case E_DELETED_FLAG_SET:
     case E_MSG_EXPUNGED:
     case E_FOLDER_CLOSED:
@@ -397,9 +412,9 @@ WINDOW createViewerWin(UMI umi, TreeNode* container) {
   v->header_pane = xvt_ctl_create(WC_TEXTEDIT, &zero, "", win, CTL_FLAG_READONLY, kHeaderPaneId);
   v->text_pane = xvt_ctl_create(WC_TEXTEDIT, &zero, "", win, CTL_FLAG_READONLY, kTextPaneId);
   // The header's names are padded to one width: its values line up only in
-  // a fixed-pitch face.
-  static XVT_FNTID fixed = xvt_font_create("fixed", 13, XVT_FS_NONE);
-  xvt_dwin_set_font(v->header_pane, fixed);
+  // a fixed-pitch face, which is what that kind holds until a user chooses.
+  ApplyFont(v->header_pane, kFontViewerHeader);
+  ApplyFont(v->text_pane, kFontViewerText);
   v->attachment_pane = xvt_ctl_create(WC_LBOX, &zero, "", win, CTL_FLAG_DEFAULT & 0, kAttachPaneId);
   xvt_win_set_describe(win, Describe);
   v->notifier = MM_NotRegister(ViewerWant, ViewerHandle, v, "viewer.c : viewer");

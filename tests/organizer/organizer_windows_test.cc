@@ -13,10 +13,13 @@
 #include <vector>
 
 #include "src/base/critical.h"
+#include "src/options/font_options.h"
 #include "src/options/options.h"
 #include "src/organizer/desktop.h"
 #include "src/organizer/msgwin.h"
+#include "src/search/saved_search.h"
 #include "src/search/search_dialog.h"
+#include "src/search/search_rules.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 #include "src/viewer/viewer_internal.h"
@@ -416,6 +419,65 @@ TEST_F(OrganizerWindowsTest, DesktopReloadSkipsWhatHasGoneAndSavesWhatIsOpen) {
   for (int i = 1; readSavedNode(i, &r); ++i)
     saved += std::to_string(r.ms) + ":" + r.folder + ":" + std::to_string(r.state) + " ";
   EXPECT_EQ(saved, "1::2 1:work:3 1:zoo:2 999::4 ");
+}
+
+// A saved search's window comes back at its own place at the next start;
+// one of a search deleted since, or a record spoiled in the file, does not.
+TEST_F(OrganizerWindowsTest, SearchWindowsComeBackWhereTheyStood) {
+  const int id = SRCH_AddSearch(kOptPermanent, "Firsts of mail");
+  ASSERT_NE(id, 0);
+  ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", "Ones", "SUBJECT \"message 1\"", "Message"));
+  ASSERT_TRUE(searchSaveSelectedRules(id, {"Ones"}));
+  ASSERT_TRUE(searchSaveSelectedFoldersByID(id, {MM_FolCanonNameBuild(local_, "mail")}));
+  const char* records[] = {"40 60 440 360 Norm Gone search", "50 70 450 370 Norm Firsts of mail",
+                           "1 2 3 Norm Firsts of mail"};
+  for (int n = 1; n <= 3; ++n)
+    Opt_AssignString(("SaveMsg.Search." + std::to_string(n)).c_str(), records[n - 1], kOptPermanent, 0);
+  Run([&] {
+    ASSERT_EQ(MSG_ContextWindows().size(), 1u) << Posts();
+    WINDOW w = MSG_ContextWindows()[0];
+    EXPECT_EQ(MSG_WinInfo(w)->search, id);
+    RCT r{};
+    xvt_vobj_get_outer_rect(w, &r);
+    EXPECT_EQ(std::make_tuple(r.left, r.top, r.right, r.bottom), std::make_tuple(50, 70, 450, 370));
+    const RCT moved{80, 90, 500, 400};
+    xvt_vobj_move(w, &moved);
+    saveMsgWinsContents(0);
+  });
+  SavedSearchWindow w;
+  ASSERT_TRUE(readSavedSearchWindow(1, &w));
+  EXPECT_EQ(std::make_tuple(w.rect.left, w.rect.top, w.rect.right, w.rect.bottom, w.state, w.name),
+            std::make_tuple(80, 90, 500, 400, std::string("Norm"), std::string("Firsts of mail")));
+  EXPECT_FALSE(readSavedSearchWindow(2, &w));
+}
+
+TEST_F(OrganizerWindowsTest, ANewFontRedrawsTheTreeInIt) {
+  struct Case {
+    int kind;
+    const char* drawn;  // a text drawn in the new face; null: no redraw
+  };
+  const Case cases[] = {{kFontService, "Local"}, {kFontNormalPriority, "message 1"}, {kFontViewerText, nullptr}};
+  Run([&] {
+    Messages("mail");
+    WINDOW tree = Top()->tree;
+    for (const Case& c : cases) {
+      SCOPED_TRACE(Font_KindName(c.kind));
+      xvt_test_paint(tree);
+      xvt_test_clear_damage(tree);
+      Font_Assign(c.kind, FontChoice{"Courier", 15, XVT_FS_ITALIC}, kOptPermanent);
+      ModelEvent* ev = MM_NotEventNew(E_FONT_CHANGED);
+      ev->value = c.kind;
+      MM_NotEventPost(ev);
+      MM_NotEventFree(ev);
+      EXPECT_EQ(xvt_test_damage(tree).empty(), c.drawn == nullptr);
+      std::string in_face;
+      for (const XvtDrawOp& op : xvt_test_paint(tree))
+        if (op.op == "text" && op.font == "Courier 15 2") in_face += op.text + ";";
+      if (c.drawn) {
+        EXPECT_NE(in_face.find(c.drawn), std::string::npos) << in_face;
+      }
+    }
+  });
 }
 
 TEST_F(OrganizerWindowsTest, ServiceListsAreReadWithBlanksOrCommas) {

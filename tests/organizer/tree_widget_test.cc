@@ -5,6 +5,7 @@
 // display (the cache's size, what a change invalidates and scrolls, with
 // the exact rectangles in vertical and horizontal widgets, painting,
 // scrolling and the scroll bars).
+#include "src/base/model_events.h"
 #include "src/organizer/tree_display.h"
 #include "src/organizer/tree_internal.h"
 #include "tests/organizer/tree_fixture.h"
@@ -598,6 +599,49 @@ TEST_F(Display, ResizingKeepsTheLastScreenFull) {
       EXPECT_EQ(xvt_sbar_get_pos(w, VSCROLL), c.v_enabled ? c.top : 0);
     });
   }
+}
+
+// A run of model changes between E_BATCH_BEGIN and E_BATCH_END damages
+// the widget once, at the end; the end of a run it never saw does not undo
+// a widget's own hold of its updates.
+TEST_F(TreeTest, ABatchOfChangesPaintsOnceAtItsEnd) {
+  struct Case {
+    const char* what;
+    int begins, ends;
+    bool made_inside;
+    int damage;  // invalidations by the run's five new lines
+    int depth;
+  };
+  const Case cases[] = {
+      {"one run", 1, 1, false, 1, 0},
+      {"nested runs", 2, 2, false, 1, 0},
+      {"run still going", 1, 0, false, 0, 1},
+      {"widget made inside the run, holding its own", 1, 1, true, 0, 1},
+  };
+  MM_NotInit();
+  MM_NotSetActive(true);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Run([&] {
+      WINDOW w = c.made_inside ? NULL_WIN : MakeTree(10);
+      for (int i = 0; i < c.begins; ++i) MM_NotPostSimple(E_BATCH_BEGIN);
+      if (c.made_inside) {
+        w = MakeTree(10);
+        TREE_SuspendUpdates(w);
+      }
+      xvt_test_paint(w);
+      xvt_test_clear_damage(w);
+      for (int i = 0; i < 5; ++i) Add(TREE_GetRoot(w), "n" + std::to_string(i));
+      for (int i = 0; i < c.ends; ++i) MM_NotPostSimple(E_BATCH_END);
+      int invalidations = 0;
+      for (const XvtDamage& d : xvt_test_damage(w)) invalidations += d.op == "invalidate";
+      EXPECT_EQ(invalidations, c.damage);
+      EXPECT_EQ(TREE_GetInfo(w)->suspend_count, c.depth);
+      for (int i = c.ends; i < c.begins; ++i) MM_NotPostSimple(E_BATCH_END);
+      if (c.made_inside) TREE_ResumeUpdates(w);
+    });
+  }
+  MM_NotShutdown();
 }
 
 }  // namespace

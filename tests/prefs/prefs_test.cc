@@ -10,6 +10,7 @@
 #include "src/base/commands.h"
 #include "src/base/model_events.h"
 #include "src/model/mm.h"
+#include "src/options/font_options.h"
 #include "src/organizer/organizer.h"
 #include "tests/support/frame_fixture.h"
 
@@ -29,10 +30,11 @@ std::string Text(WINDOW dlg, int id) { return xvt_ctl_get_text(dlg, id, 100); }
 std::vector<int>* g_events;
 int Want(ModelEvent* ev, void*) {
   return ev->type == E_MS_NEW || ev->type == E_MS_CHANGED || ev->type == E_MS_NAME_CHANGED ||
-         ev->type == E_MS_DESTROYED || ev->type == E_MAIL_TIMER_CHANGED;
+         ev->type == E_MS_DESTROYED || ev->type == E_MAIL_TIMER_CHANGED || ev->type == E_FONT_CHANGED;
 }
 void Handle(ModelEvent* ev, void*) {
   g_events->push_back(ev->type);
+  if (ev->type == E_FONT_CHANGED) g_events->push_back(ev->value);
   // The model knows a new or renamed service by the time it is told.
   if (ev->type == E_MS_NEW || ev->type == E_MS_NAME_CHANGED) g_events->push_back(MM_MSGetNumber(ev->ms));
 }
@@ -121,6 +123,30 @@ const Case kCases[] = {
        xvt_test_click(d, kPrefOk);
      }, {"option MsgService.IDList \"3\"", "option MsgService.ms3.Name \"Office\""},
      {E_MS_DESTROYED, E_MS_NAME_CHANGED, 3, E_MS_CHANGED}},
+    {"fonts: two chosen, each told to its windows", "", [](WINDOW d) {
+       Page(d, kPrefPageFonts);
+       EXPECT_EQ(Text(d, kPrefFontText + kFontService), "Helvetica 12 Bold");
+       xvt_test_push_text("Courier 15 1");
+       xvt_test_click(d, kPrefFontChoose + kFontService);
+       EXPECT_EQ(Text(d, kPrefFontText + kFontService), "Courier 15 Bold");
+       xvt_test_push_text("Times 14 2");
+       xvt_test_click(d, kPrefFontChoose + kFontViewerText);
+       xvt_test_click(d, kPrefOk);
+     }, {"option Font.Face.Service \"Courier\"", "option Font.Size.Service \"15\"",
+         "option Font.Style.Service \"Bold\"", "option Font.Face.Viewer \"Times\"",
+         "option Font.Size.Viewer \"14\"", "option Font.Style.Viewer \"Italic\""},
+     {E_FONT_CHANGED, kFontViewerText, E_FONT_CHANGED, kFontService}},
+    {"fonts: a cancelled chooser changes nothing, a tiny size is brought up",
+     "option Font.Size.Folder 99\n", [](WINDOW d) {
+       Page(d, kPrefPageFonts);
+       EXPECT_EQ(Text(d, kPrefFontText + kFontFolder), "Helvetica 12 Italic");  // 99 is no size
+       xvt_test_push_text(nullptr);
+       xvt_test_click(d, kPrefFontChoose + kFontCompose);
+       xvt_test_push_text("Tiny 2 0");
+       xvt_test_click(d, kPrefFontChoose + kFontFolder);
+       xvt_test_click(d, kPrefOk);
+     }, {"option Font.Face.Folder \"Tiny\"", "option Font.Size.Folder \"6\"",
+         "option Font.Style.Folder \"Normal\""}, {E_FONT_CHANGED, kFontFolder}},
 };
 
 std::set<std::string> Lines(const std::string& text) {

@@ -86,7 +86,30 @@ TEST_F(OutboxPeer, EachQueuedMessageLeavesOrStays) {
       if (c.queued[i].deleted) MM_MsgSetFlag(MM_UMIFromMsgno(id, i + 1), "\\Deleted");
     OUTBOX_Close(id);
     xvt_test_clear_posts();
+    // Views hold their redraws while the messages leave and get them back
+    // afterwards, also when one of them stays.
+    struct Seen {
+      int depth = 0, changes = 0, outside = 0;
+    } seen;
+    const int watch = MM_NotRegister(
+        [](ModelEvent* e, void*) {
+          return e->type <= E_MSG_EXPUNGED || e->type == E_BATCH_BEGIN || e->type == E_BATCH_END ? 1 : 0;
+        },
+        [](ModelEvent* e, void* data) {
+          auto* s = static_cast<Seen*>(data);
+          if (e->type == E_BATCH_BEGIN || e->type == E_BATCH_END) {
+            s->depth += e->type == E_BATCH_BEGIN ? 1 : -1;
+            return;
+          }
+          ++s->changes;
+          if (s->depth <= 0) ++s->outside;
+        },
+        &seen, "outbox test");
     EXPECT_EQ(Mob_ProcessOutbox(), c.gone) << Posts();
+    MM_NotUnregister(watch);
+    EXPECT_GT(seen.changes, 0);
+    EXPECT_EQ(seen.outside, 0);
+    EXPECT_EQ(seen.depth, 0);
     const auto eml = sink_.Delivered("eml");
     ASSERT_EQ(eml.size() - before, c.delivered.size()) << AllDelivered();
     for (size_t i = 0; i < c.delivered.size(); ++i) {
