@@ -4,30 +4,41 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "c-client/net/tcp.h"
 #include "src/options/options.h"
 #include "tests/c-client/imap/dovecot_peer.h"
 #include "tests/model/model_fixture.h"
 
+// Starts the server and makes service 2 ("Work") on it, with the Security
+// option given (null: the service's default); INVALID_SERVICE when the
+// server does not start.
+inline int StartWorkService(imap_test::Dovecot* server, const char* security = nullptr) {
+  if (!server->Start()) return INVALID_SERVICE;
+  tcp_tls_set_ca_file(server->env["CAFILE"].c_str());
+  std::vector<std::pair<const char*, std::string>> options = {
+      {"Name", "Work"},
+      {"Type", "imap"},
+      {"Hostname", server->env["HOST"]},
+      {"Port", server->env["PORT"]},
+      {"Userid", server->env["USER"]},
+      {"Password", server->env["PASSWORD"]},
+  };
+  if (security) options.emplace_back("Security", security);
+  for (const auto& [key, value] : options)
+    Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
+  return MM_MSNew(2);
+}
+
 template <typename Base>
 class ImapServiceTest : public Base {
  protected:
   void SetUp() override {
     Base::SetUp();
-    ASSERT_TRUE(server_.Start()) << "no Dovecot (package dovecot-imapd)";
-    tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
-    const std::pair<const char*, std::string> options[] = {
-        {"Name", "Work"},
-        {"Type", "imap"},
-        {"Hostname", server_.env["HOST"]},
-        {"Port", server_.env["PORT"]},
-        {"Userid", server_.env["USER"]},
-        {"Password", server_.env["PASSWORD"]},
-    };
-    for (const auto& [key, value] : options)
-      Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
-    ms_ = MM_MSNew(2);
+    ms_ = StartWorkService(&server_);
+    ASSERT_TRUE(server_.env.count("PORT")) << "no Dovecot (package dovecot-imapd)";
   }
   void TearDown() override {
     Base::TearDown();

@@ -9,6 +9,7 @@
 #include "src/search/search_node.h"
 #include "src/search/search_rules.h"
 #include "tests/c-client/imap/dovecot_peer.h"
+#include "tests/model/imap_service_fixture.h"
 #include "tests/organizer/nodes_fixture.h"
 
 namespace {
@@ -20,16 +21,8 @@ class SavedSearchPeer : public nodestest::NodesTest {
     tcp_tls_set_ca_file(nullptr);
     server_.Remove();
   }
-  int RemoteService() {
-    if (!server_.Start()) return INVALID_SERVICE;
-    tcp_tls_set_ca_file(server_.env["CAFILE"].c_str());
-    const std::pair<const char*, std::string> options[] = {
-        {"Name", "Work"}, {"Type", "imap"}, {"Hostname", server_.env["HOST"]}, {"Port", server_.env["PORT"]},
-        {"Userid", server_.env["USER"]}, {"Password", server_.env["PASSWORD"]}, {"Security", "none"}};
-    for (const auto& [key, value] : options)
-      Opt_AssignString(("MsgService.ms2." + std::string(key)).c_str(), value.c_str(), kOptPermanent, 0);
-    return MM_MSNew(2);
-  }
+  // Starts the server and makes service 2 on it, in the clear.
+  int RemoteService() { return StartWorkService(&server_, "none"); }
   imap_test::Dovecot server_;
 };
 
