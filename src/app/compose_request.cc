@@ -58,21 +58,7 @@ void OnReadable(int, void*) {
   TellRefusal();
 }
 
-void SyncWatches() {
-  State& s = S();
-  std::map<int, long> now;
-  for (int fd : s.server.Descriptors()) {
-    auto it = s.watches.find(fd);
-    if (it != s.watches.end()) {
-      now[fd] = it->second;
-      s.watches.erase(it);
-    } else {
-      now[fd] = xvt_fd_watch(fd, OnReadable, nullptr);
-    }
-  }
-  for (auto& entry : s.watches) xvt_fd_unwatch(entry.second);
-  s.watches = std::move(now);
-}
+void SyncWatches() { ChannelSyncWatches(&S().server, &S().watches, OnReadable); }
 
 bool OpenOrKeep(const ComposeRequest& request) {
   State& s = S();

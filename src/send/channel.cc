@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "src/base/trace.h"
+#include "xvt/xvt.h"
 
 namespace {
 
@@ -318,4 +319,19 @@ bool ChannelClient::Transact(const ChannelLine& line, std::string* value, int ti
       wait();
     }
   }
+}
+
+void ChannelSyncWatches(ChannelServer* server, std::map<int, long>* watches, void (*on_readable)(int, void*)) {
+  std::map<int, long> now;
+  for (int fd : server->Descriptors()) {
+    auto it = watches->find(fd);
+    if (it != watches->end()) {
+      now[fd] = it->second;
+      watches->erase(it);
+    } else {
+      now[fd] = xvt_fd_watch(fd, on_readable, nullptr);
+    }
+  }
+  for (const auto& entry : *watches) xvt_fd_unwatch(entry.second);
+  *watches = std::move(now);
 }

@@ -12,6 +12,7 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -91,3 +92,9 @@ struct ChannelClient {
   int fd_ = -1;
   std::string buffer_;
 };
+
+// Keeps one toolkit watch on each descriptor the server has now (the
+// listening socket and each client's), on_readable called when one can be
+// read; watches is the descriptor -> watch map it keeps. Call it after each
+// Pump and after Stop (which leaves no descriptor, so every watch ends).
+void ChannelSyncWatches(ChannelServer* server, std::map<int, long>* watches, void (*on_readable)(int, void*));

@@ -61,23 +61,7 @@ void OnReadable(int, void*) {
   SyncWatches();
 }
 
-// One watcher per descriptor the server has now: the listening socket and
-// each client's.
-void SyncWatches() {
-  State& s = S();
-  std::map<int, long> now;
-  for (int fd : s.server.Descriptors()) {
-    auto it = s.watches.find(fd);
-    if (it != s.watches.end()) {
-      now[fd] = it->second;
-      s.watches.erase(it);
-    } else {
-      now[fd] = xvt_fd_watch(fd, OnReadable, nullptr);
-    }
-  }
-  for (auto& [fd, id] : s.watches) xvt_fd_unwatch(id);
-  s.watches = std::move(now);
-}
+void SyncWatches() { ChannelSyncWatches(&S().server, &S().watches, OnReadable); }
 
 bool Handle(const ChannelLine& line, std::string* answer) {
   if (line.kind == ChannelKind::kPoke) return SDDE_HandlePoke(line.item.c_str(), line.value.c_str()) != 0;
