@@ -171,6 +171,9 @@ int MM_MsgCopy(UMI umi, int ms, const char* folder) {
     if (elt->day) date_arg = mail_date(date, elt);
   }
   const std::string file = MM_MsgToFile(umi);
+  // Reading the message to copy it marks it read; a copy is no reading, so
+  // a message the user has not seen stays new where it was.
+  if (!MM_MsgIsShadowMessage(umi) && !(flags & kAppendSeen) && MM_MsgIsRead(umi)) MM_MsgClearFlag(umi, "\\Seen");
   if (file.empty()) {
     ErrorShow(2009, "MM_MsgCopy: failed to dump a copy of the message to disk");
     return 0;

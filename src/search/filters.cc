@@ -88,20 +88,10 @@ bool Act(const MailFilter& f, int folder, const std::vector<UMI>& found, std::st
         *why = "it would file the messages into the folder they are in";
         return false;
       }
-      {
-        // A local copy reads each message, which marks it read; filed mail
-        // the user has not seen must still show as new.
-        std::vector<UMI> unseen;
-        if (MM_MSGetType(ms) == kServiceLocal)
-          for (UMI u : found)
-            if (!MM_MsgIsRead(u)) unseen.push_back(u);
-        // The copies first: nothing is deleted unless each one is stored.
-        const bool copied = MM_MsgCopyMany(found, ms, f.folder.c_str()) == n;
-        if (!unseen.empty()) MM_MsgClearFlagMany(unseen, "\\Seen");
-        if (!copied) {
-          *why = "they could not be copied to \"" + f.folder + "\"";
-          return false;
-        }
+      // The copies first: nothing is deleted unless each one is stored.
+      if (MM_MsgCopyMany(found, ms, f.folder.c_str()) != n) {
+        *why = "they could not be copied to \"" + f.folder + "\"";
+        return false;
       }
       if (f.action == kFilterMove && MM_MsgSetFlagMany(found, "\\Deleted") != n) {
         *why = "they were copied to \"" + f.folder + "\" but could not be deleted here";
