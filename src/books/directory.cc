@@ -159,7 +159,7 @@ bool Password(const std::string& server, const std::string& bind_dn, std::string
   char user[kMailLoginSize] = "";
   char password[kMailLoginSize] = "";
   AUTH_InitLogin(bind_dn.c_str(), "");
-  AUTH_Login(("directory " + server).c_str(), user, password, 1);
+  AUTH_Login((server + " (directory)").c_str(), user, password, 1);
   g_password = password;
   memset(password, 0, sizeof password);
   AUTH_InitLogin("", "");  // the mail login record keeps nothing of ours
@@ -263,11 +263,12 @@ DirectoryAnswer DIR_Search(const std::string&) {
 namespace {
 
 const WIN_DEF kPickDef[] = {
-    {W_MODAL, {0, 0, 460, 320}, "Choose from the Directory", 0, 0},
-    {WC_TEXT, {12, 10, 448, 46}, "", kDpNote, 0},
-    {WC_LBOX, {12, 50, 448, 270}, "", kDpList, 0},
-    {WC_PUSHBUTTON, {258, 282, 348, 308}, "OK", kDpOk, CTL_FLAG_DEFAULT},
-    {WC_PUSHBUTTON, {358, 282, 448, 308}, "Cancel", kDpCancel, 0},
+    {W_MODAL, {0, 0, 460, 346}, "Choose from the Directory", 0, 0},
+    // Room for a size-limit note of three lines above the question.
+    {WC_TEXT, {12, 8, 448, 72}, "", kDpNote, 0},
+    {WC_LBOX, {12, 76, 448, 296}, "", kDpList, 0},
+    {WC_PUSHBUTTON, {258, 308, 348, 334}, "OK", kDpOk, CTL_FLAG_DEFAULT},
+    {WC_PUSHBUTTON, {358, 308, 448, 334}, "Cancel", kDpCancel, 0},
     {W_NONE, {}, nullptr, 0, 0},
 };
 
