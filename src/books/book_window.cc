@@ -636,6 +636,7 @@ void BookCommand(WINDOW win, BookAsk* ask, int id) {
       // compose window is still open.
       SearchAsk search{0, ABK_QuickSearchTarget(), false, {}, {}};
       xvt_dlg_create_res(W_MODAL, kBookSearchRid, EM_ALL, search_eh, reinterpret_cast<intptr_t>(&search));
+      FillEntries(win, ask);  // people copied in from the directory show at once
       break;
     }
     case kBwRights:
