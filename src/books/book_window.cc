@@ -13,6 +13,7 @@
 #include "src/base/rights_dialog.h"
 #include "src/books/address_model.h"
 #include "src/books/book_import.h"
+#include "src/books/directory.h"
 #include "src/options/options.h"
 #include "xvt/xvt.h"
 
@@ -72,13 +73,16 @@ const WIN_DEF kListDef[] = {
 };
 
 const WIN_DEF kSearchDef[] = {
-    {W_MODAL, {0, 0, 460, 380}, "Search Address Books", 0, 0},
+    {W_MODAL, {0, 0, 460, 410}, "Search Address Books", 0, 0},
     {WC_EDIT, {12, 10, 220, 34}, "", kSwText, 0},
     {WC_LISTBUTTON, {228, 10, 360, 34}, "", kSwType, 0},
     {WC_PUSHBUTTON, {368, 8, 448, 34}, "~Search", kSwRun, CTL_FLAG_DEFAULT},
-    {WC_LBOX, {12, 44, 448, 330}, "", kSwResults, 0},
-    {WC_PUSHBUTTON, {258, 342, 348, 368}, "~Paste", kSwPaste, 0},
-    {WC_PUSHBUTTON, {358, 342, 448, 368}, "Close", kSwClose, 0},
+    {WC_TEXT, {12, 46, 80, 64}, "S~ource:", 6398, 0},
+    {WC_LISTBUTTON, {84, 42, 260, 66}, "", kSwSource, 0},
+    {WC_LBOX, {12, 76, 448, 360}, "", kSwResults, 0},
+    {WC_PUSHBUTTON, {138, 372, 248, 398}, "~Copy to Book...", kSwCopy, 0},
+    {WC_PUSHBUTTON, {258, 372, 348, 398}, "~Paste", kSwPaste, 0},
+    {WC_PUSHBUTTON, {358, 372, 448, 398}, "Close", kSwClose, 0},
     {W_NONE, {}, nullptr, 0, 0},
 };
 
@@ -94,6 +98,18 @@ void Fill(WINDOW win, int id, const std::vector<std::string>& items) {
   xvt_list_clear(ctl);
   for (const std::string& item : items) xvt_list_add(ctl, -1, item.c_str());
   xvt_list_resume(ctl);
+}
+
+// A name goes quoted when it holds characters that mean something in an
+// address.
+std::string PersonalPart(const std::string& name) {
+  if (name.find_first_of("()<>@,;:\\\".[]") == std::string::npos) return name;
+  std::string q = "\"";
+  for (char c : name) {
+    if (c == '"' || c == '\\') q += '\\';
+    q += c;
+  }
+  return q + "\"";
 }
 
 bool Prompt(const char* prompt, std::string* out) {
@@ -285,9 +301,26 @@ struct SearchAsk {
   WINDOW target = NULL_WIN;  // the compose field chosen entries go to
   bool owned = false;    // a modeless window frees its record
   EntryList found;
+  std::vector<DirectoryHit> people;  // what the directory gave, when it is the source
 };
 
+bool FromDirectory(WINDOW win) { return Selected(win, kSwSource) == 1; }
+
+std::string PersonText(const DirectoryHit& h) {
+  return h.name.empty() ? h.email : PersonalPart(h.name) + " <" + h.email + ">";
+}
+
 bool TargetAlive(WINDOW target) { return target && xvt_vobj_is_valid(target); }
+
+// Added behind what the field holds, after a comma.
+void AppendToField(WINDOW target, const std::string& add) {
+  std::vector<char> buffer(64 * 1024);
+  std::string field;
+  if (xvt_vobj_get_title(target, buffer.data(), buffer.size())) field = buffer.data();
+  const size_t end = field.find_last_not_of(" ,");
+  field = end == std::string::npos ? "" : field.substr(0, end + 1) + ", ";
+  xvt_vobj_set_title(target, (field + add).c_str());
+}
 
 void RunSearch(WINDOW win, SearchAsk* ask) {
   const std::string text = Text(win, kSwText);
@@ -296,6 +329,16 @@ void RunSearch(WINDOW win, SearchAsk* ask) {
   const std::string pattern = std::string(leading ? "*" : "") + text + (trailing ? "*" : "");
   std::vector<std::string> lines;
   ask->found.clear();
+  ask->people.clear();
+  if (FromDirectory(win)) {
+    const DirectoryAnswer answer = DIR_Search(text);
+    ask->people = answer.hits;
+    for (const DirectoryHit& h : ask->people) lines.push_back(PersonText(h));
+    Fill(win, kSwResults, lines);
+    if (answer.failed) xvt_dm_post_error("%s", answer.message.c_str());
+    if (answer.partial) xvt_dm_post_note("%s", answer.message.c_str());
+    return;
+  }
   if (text.find_first_of("\"|") != std::string::npos) {
     xvt_dm_post_error("The text to search for cannot hold \" or |.");
   } else {
@@ -314,8 +357,47 @@ void RunSearch(WINDOW win, SearchAsk* ask) {
   Fill(win, kSwResults, lines);
 }
 
+// A person of the directory into a book, under the name the directory
+// gives; an entry of that name already there is left as it is.
+void CopyChosen(WINDOW win, SearchAsk* ask) {
+  const int at = Selected(win, kSwResults);
+  if (at < 0 || at >= static_cast<int>(ask->people.size())) {
+    xvt_dm_post_error("Select a person found in the directory to copy.");
+    return;
+  }
+  const DirectoryHit& h = ask->people[at];
+  const std::vector<std::string> books = AM_BookGetBooks();
+  char book[200] = "";
+  if (!books.empty()) snprintf(book, sizeof book, "%s", books.front().c_str());
+  if (!xvt_dm_post_string_prompt(("Copy \"" + PersonText(h) + "\" into the book:").c_str(), book, sizeof book))
+    return;
+  const int id = ABK_openBook(book);
+  if (!id) {
+    xvt_dm_post_error("There is no book \"%s\".", book);
+    return;
+  }
+  const std::string name = (h.name.empty() ? h.email : h.name).substr(0, 199);
+  if (entry_get_value(AddressEntry{static_cast<int16_t>(id), 0, name}, "Email")) {
+    xvt_dm_post_error("The book \"%s\" already has an entry \"%s\".", book, name.c_str());
+    return;
+  }
+  const AbPair email{"Email", h.email};
+  if (Nice_imsp_io(kBookLocal, ABK_slot(id)->book, name.c_str(), &email, 1))
+    xvt_dm_post_note("\"%s\" is now in the book \"%s\".", name.c_str(), book);
+}
+
 void PasteChosen(WINDOW win, SearchAsk* ask) {
   const int at = Selected(win, kSwResults);
+  if (FromDirectory(win)) {
+    if (at < 0 || at >= static_cast<int>(ask->people.size())) {
+      xvt_dm_post_error("Select the person to paste.");
+    } else if (!TargetAlive(ask->target)) {
+      xvt_dm_post_error("The compose window this search was opened from is closed.");
+    } else {
+      AppendToField(ask->target, PersonText(ask->people[at]));
+    }
+    return;
+  }
   if (at < 0 || at >= static_cast<int>(ask->found.size())) {
     xvt_dm_post_error("Select the person or list to paste.");
     return;
@@ -329,12 +411,7 @@ void PasteChosen(WINDOW win, SearchAsk* ask) {
     xvt_dm_post_error("\"%s\" has no address to paste.", ask->found[at].name.c_str());
     return;
   }
-  std::vector<char> buffer(64 * 1024);
-  std::string field;
-  if (xvt_vobj_get_title(ask->target, buffer.data(), buffer.size())) field = buffer.data();
-  const size_t end = field.find_last_not_of(" ,");
-  field = end == std::string::npos ? "" : field.substr(0, end + 1) + ", ";
-  xvt_vobj_set_title(ask->target, (field + add).c_str());
+  AppendToField(ask->target, add);
 }
 
 long search_eh(WINDOW win, EVENT* ev) {
@@ -343,6 +420,10 @@ long search_eh(WINDOW win, EVENT* ev) {
     case E_CREATE: {
       Fill(win, kSwType, std::vector<std::string>(std::begin(kSearchTypes), std::end(kSearchTypes)));
       xvt_list_set_sel(xvt_win_get_ctl(win, kSwType), 1, true);
+      Fill(win, kSwSource, {"Address Books", "Directory"});
+      xvt_list_set_sel(xvt_win_get_ctl(win, kSwSource), 0, true);
+      xvt_vobj_set_enabled(xvt_win_get_ctl(win, kSwSource), DIR_Enabled());
+      xvt_vobj_set_enabled(xvt_win_get_ctl(win, kSwCopy), false);
       xvt_vobj_set_enabled(xvt_win_get_ctl(win, kSwPaste), TargetAlive(ask->target));
       // Opened beside a compose window, it takes the typing at once.
       xvt_scr_set_focus_vobj(xvt_win_get_ctl(win, kSwText));
@@ -355,6 +436,17 @@ long search_eh(WINDOW win, EVENT* ev) {
           if (ev->v.ctl.ci.v.lbox.dbl_click && TargetAlive(ask->target)) PasteChosen(win, ask);
           break;
         case kSwPaste: PasteChosen(win, ask); break;
+        case kSwCopy: CopyChosen(win, ask); break;
+        case kSwSource: {
+          // The directory has its own filter: the match type is the books'.
+          const bool directory = FromDirectory(win);
+          xvt_vobj_set_enabled(xvt_win_get_ctl(win, kSwType), !directory);
+          xvt_vobj_set_enabled(xvt_win_get_ctl(win, kSwCopy), directory);
+          ask->found.clear();
+          ask->people.clear();
+          Fill(win, kSwResults, {});
+          break;
+        }
         case kSwClose: xvt_vobj_destroy(win); break;
         default: break;
       }
@@ -542,8 +634,9 @@ void BookCommand(WINDOW win, BookAsk* ask, int id) {
     case kBwSearch: {
       // Chosen entries go to the field the user last searched for, if its
       // compose window is still open.
-      SearchAsk search{0, ABK_QuickSearchTarget(), false, {}};
+      SearchAsk search{0, ABK_QuickSearchTarget(), false, {}, {}};
       xvt_dlg_create_res(W_MODAL, kBookSearchRid, EM_ALL, search_eh, reinterpret_cast<intptr_t>(&search));
+      FillEntries(win, ask);  // people copied in from the directory show at once
       break;
     }
     case kBwRights:
@@ -590,17 +683,6 @@ void RegisterDialogs() {
   xvt_res_register_dialog(kBookSearchRid, kSearchDef);
 }
 
-// A name goes quoted when it holds characters that mean something in an
-// address.
-std::string PersonalPart(const std::string& name) {
-  if (name.find_first_of("()<>@,;:\\\".[]") == std::string::npos) return name;
-  std::string q = "\"";
-  for (char c : name) {
-    if (c == '"' || c == '\\') q += '\\';
-    q += c;
-  }
-  return q + "\"";
-}
 
 }  // namespace
 
@@ -631,7 +713,7 @@ int ABK_QuickSearch(int book, WINDOW target) {
   if (!book)
     for (const std::string& name : AM_BookGetBooks()) ABK_openBook(name.c_str());
   g_quick_target = target;
-  auto* ask = new SearchAsk{book, target, true, {}};
+  auto* ask = new SearchAsk{book, target, true, {}, {}};
   if (!xvt_dlg_create_res(W_MODELESS, kBookSearchRid, EM_ALL, search_eh, reinterpret_cast<intptr_t>(ask))) {
     delete ask;
     ErrorShow(2019, "abksrch.c : ABK_QuickSearch");

@@ -24,7 +24,7 @@ enum {
   // The list window.
   kLwName = 6341, kLwMembers, kLwMember, kLwAdd, kLwRemove, kLwSave, kLwCancel,
   // The search window.
-  kSwText = 6361, kSwType, kSwRun, kSwResults, kSwClose, kSwPaste,
+  kSwText = 6361, kSwType, kSwRun, kSwResults, kSwClose, kSwPaste, kSwSource, kSwCopy,
 };
 
 void ABK_BookWindow();

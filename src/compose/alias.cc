@@ -2,7 +2,7 @@
 // replaced by the addresses they stand for: first in the address books (an
 // entry's "Email", a list's members), then in the options named
 // Compose.Alias.<name>, which hold "Full Name <address>" or a list of
-// addresses.
+// addresses, and last in the public directory when it is switched on.
 #include <strings.h>
 
 #include <cstring>
@@ -10,6 +10,7 @@
 #include "src/base/critical.h"
 #include "src/base/trace.h"
 #include "src/books/address_model.h"
+#include "src/books/directory.h"
 #include "src/compose/compose.h"
 #include "src/compose/compose_internal.h"
 #include "src/options/options.h"
@@ -49,7 +50,15 @@ int BooksThenOptions(const std::string& name, int fields, std::vector<AliasEntry
     for (auto& [personal, email] : found) hits->push_back(AliasEntry{std::move(personal), std::move(email)});
     return 1;
   }
-  return OptionTable(name, fields, hits);
+  if (OptionTable(name, fields, hits)) return 1;
+  // The user's own books and aliases answer first; the network is asked
+  // only for a name neither knows.
+  found.clear();
+  if (fields && DIR_Enabled() && DIR_ResolveName(name, &found)) {
+    for (auto& [personal, email] : found) hits->push_back(AliasEntry{std::move(personal), std::move(email)});
+    return 1;
+  }
+  return 0;
 }
 
 AliasLookupFn g_lookup = BooksThenOptions;

@@ -1,0 +1,102 @@
+// The public directory against a real server (tests/peers/ldap-slapd.sh):
+// what a search gives, the size limit, a wrong password, and a compose
+// field filled from the directory when no book knows the name.
+#include <gtest/gtest.h>
+
+#include "c-client/auth/auth.h"
+#include "src/books/directory.h"
+#include "src/compose/compose.h"
+#include "src/options/options.h"
+#include "tests/organizer/nodes_fixture.h"
+#include "tests/support/peer_script.h"
+
+namespace {
+
+std::string g_typed_password;
+int g_asked = 0;
+long Dialog(const char*, char*, char* password, long) {
+  snprintf(password, kMailLoginSize, "%s", g_typed_password.c_str());
+  return ++g_asked, kLoginOk;
+}
+
+std::string Shown(const DirectoryAnswer& a) {
+  std::string out;
+  for (const DirectoryHit& h : a.hits) out += h.name + " <" + h.email + ">;";
+  return out;
+}
+
+class DirectoryPeer : public nodestest::NodesTest {
+ protected:
+  void SetUp() override {
+    NodesTest::SetUp();
+    if (!server_.Start()) GTEST_SKIP() << "no server";
+    const std::pair<const char*, std::string> options[] = {
+        {"Directory.Enable", "1"}, {"Directory.Host", "127.0.0.1"}, {"Directory.Port", server_.env.at("PORT")},
+        {"Directory.BaseDN", server_.env.at("BASEDN")}, {"Directory.BindDN", server_.env.at("BINDDN")}};
+    for (const auto& [name, value] : options) Opt_AssignString(name, value.c_str(), kOptSession, 0);
+    g_typed_password = server_.env.at("PASSWORD");
+    g_asked = 0;
+    DIR_ForgetPassword();
+    AUTH_SetDialog(Dialog);
+  }
+  void TearDown() override {
+    AUTH_SetDialog(nullptr);
+    NodesTest::TearDown();
+  }
+  PeerServer server_{"ldap-slapd.sh", "velmar-ldap"};
+};
+
+TEST_F(DirectoryPeer, SearchesGiveEveryAddressAndTellALimit) {
+  const struct {
+    const char* typed;
+    const char* max;
+    const char* hits;
+    bool partial;
+  } cases[] = {
+      {"Twomail", "50", "Bob Twomail <bob@example.org>;Bob Twomail <bob@home.example.net>;", false},
+      {"Nora", "50", "", false},  // no mail: nothing to write to
+      {"Müller", "50", "Jürgen Müller (Sales) <jm@example.org>;", false},
+      {"ann)(cn=*", "50", "", false},  // typed text never becomes filter syntax
+      {"smith", "3", "Sam Smith 1 <smith1@example.org>;Sam Smith 2 <smith2@example.org>;Sam Smith 3 <smith3@example.org>;",
+       true},
+  };
+  for (const auto& c : cases) {
+    Opt_AssignString("Directory.MaxResults", c.max, kOptSession, 0);
+    const DirectoryAnswer a = DIR_Search(c.typed);
+    EXPECT_FALSE(a.failed) << c.typed << ": " << a.message;
+    EXPECT_EQ(Shown(a), c.hits) << c.typed;
+    EXPECT_EQ(a.partial, c.partial) << c.typed;
+    EXPECT_EQ(a.message.find("more than 3 entries") != std::string::npos, c.partial) << a.message;
+  }
+  EXPECT_EQ(g_asked, 1);  // the password is asked once a session
+}
+
+TEST_F(DirectoryPeer, AWrongPasswordIsRefusedAndAskedAgain) {
+  const std::pair<std::string, std::string> tries[] = {
+      {"wrong", "The directory server 127.0.0.1:" + server_.env.at("PORT") + " refused the name or password."},
+      {server_.env.at("PASSWORD"), "Ann Example <ann@example.org>;"}};
+  for (const auto& [password, answer] : tries) {
+    g_typed_password = password;
+    const DirectoryAnswer a = DIR_Search("ann");
+    EXPECT_EQ(a.failed ? a.message : Shown(a), answer);
+  }
+  EXPECT_EQ(g_asked, 2);  // the refused password was forgotten
+}
+
+TEST_F(DirectoryPeer, ComposeTakesANameNoBookKnowsFromTheDirectory) {
+  Run([&] {
+    WINDOW win = compose_new();
+    xvt_test_type(win, kComposeToId, "ann, Twomail, zzznobody");
+    // Two addresses for Twomail: the user picks the second.
+    xvt_test_push_dialog(kDirPickRid, [](WINDOW dlg) {
+      xvt_test_select(dlg, kDpList, 1);
+      xvt_test_click(dlg, kDpOk);
+    });
+    ExpandAllAddresses(win);
+    EXPECT_EQ(ComposeGetFields(ComposeInfoOf(win)).to,
+              "Ann Example <ann@example.org>, Bob Twomail <bob@home.example.net>, zzznobody");
+    xvt_vobj_destroy(win);
+  });
+}
+
+}  // namespace
