@@ -172,29 +172,16 @@ cmd_start() {
   printf '%s:{PLAIN}%s::::::\n' "$USER_NAME" "$PASSWORD" "$OTHER_NAME" "$PASSWORD" >"$d/users"
   chmod 644 "$d/users"
 
-  local tries=0 port sslport pid
-  while :; do
-    read -r port sslport < <(free_ports)
-    write_config "$d" "$port" "$sslport"
+  launch() {
+    write_config "$d" "$1" "$2"
     [[ $(id -u) -ne 0 ]] || chown -R "$MAIL_UID:$MAIL_GID" "$d/mail" "$d/state"
     : >"$d/log/dovecot.log"
     # A process group of its own: the mail processes of live connections
     # outlive the master, and stop ends them with it.
     setsid "$DOVECOT" -F -c "$d/dovecot.conf" >>"$d/log/stdout.log" 2>&1 </dev/null &
-    pid=$!
-    echo "$pid" >"$d/dovecot.pid"
-    wait_ready "$pid" "$START_TIMEOUT" probe_login "$port" && break
-    { kill "$pid" && wait "$pid"; } 2>/dev/null || true
-    tries=$((tries + 1))
-    # A port taken between our choice and dovecot's bind: try new ones.
-    if ((tries < 3)) && grep -q "Address already in use" "$d/log/dovecot.log" "$d/log/stdout.log" 2>/dev/null; then
-      continue
-    fi
-    rm -f "$d/dovecot.pid"
-    echo "imap-dovecot.sh: dovecot did not accept a login within ${START_TIMEOUT}s; its log:" >&2
-    tail -n 20 "$d/log/dovecot.log" "$d/log/stdout.log" >&2 || true
-    exit 1
-  done
+  }
+  start_on_free_ports "$d/dovecot.pid" "$START_TIMEOUT" "$d/log/dovecot.log $d/log/stdout.log" launch probe_login
+  local port=$PORT sslport=$SSLPORT pid=$PID
 
   print_env "$d" "DIR=$d" "PID=$pid" HOST=127.0.0.1 "PORT=$port" "SSLPORT=$sslport" "USER=$USER_NAME" \
     "PASSWORD=$PASSWORD" "OTHERUSER=$OTHER_NAME" "CAFILE=$d/cert.pem" "MAILDIR=$d/mail/$USER_NAME/Maildir"

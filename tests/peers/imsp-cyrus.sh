@@ -118,28 +118,18 @@ cmd_start() {
   done
   [[ $MODE == ns ]] || patch_binary "$d"
 
-  local tries=0 port _ pid
-  while :; do
-    read -r port _ < <(free_ports)
-    # A process group of its own: each connection is served by a child that
-    # outlives the listener, and stop ends the group.
+  # A process group of its own: each connection is served by a child that
+  # outlives the listener, and stop ends the group.
+  launch() {
     if [[ $MODE == ns ]]; then
       setsid "${UNSHARE[@]}" sh -c 'mount --bind "$1/data" "$2" && exec "$3" -p "$4"' sh "$d" "$DATA_PATH" \
-        "$IMSPD" "$port" >>"$d/log/stdout.log" 2>&1 </dev/null &
+        "$IMSPD" "$1" >>"$d/log/stdout.log" 2>&1 </dev/null &
     else
-      setsid "$d/bin/cyrus-imspd" -p "$port" >>"$d/log/stdout.log" 2>&1 </dev/null &
+      setsid "$d/bin/cyrus-imspd" -p "$1" >>"$d/log/stdout.log" 2>&1 </dev/null &
     fi
-    pid=$!
-    echo "$pid" >"$d/imspd.pid"
-    wait_ready "$pid" "$START_TIMEOUT" probe_login "$port" && break
-    { kill -- "-$pid" && wait "$pid"; } 2>/dev/null || true
-    tries=$((tries + 1))
-    ((tries < 3)) && continue  # most likely the port was taken meanwhile
-    rm -f "$d/imspd.pid"
-    echo "imsp-cyrus.sh: cyrus-imspd ($MODE mode) did not accept a login within ${START_TIMEOUT}s; its output:" >&2
-    tail -n 20 "$d/log/stdout.log" >&2 || true
-    exit 1
-  done
+  }
+  start_on_free_ports "$d/imspd.pid" "$START_TIMEOUT" "$d/log/stdout.log" launch probe_login
+  local port=$PORT pid=$PID
 
   print_env "$d" "DIR=$d" "PID=$pid" "MODE=$MODE" HOST=127.0.0.1 "PORT=$port" "USER=$USER_NAME" \
     "PASSWORD=$PASSWORD" "OTHERUSER=$OTHER_NAME"

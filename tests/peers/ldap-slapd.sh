@@ -99,32 +99,20 @@ cmd_start() {
   write_config "$d"
   write_people "$d"
 
-  local tries=0 port _ pid
-  while :; do
-    read -r port _ < <(free_ports)
+  launch() {
     rm -rf "$d/db" && mkdir -p "$d/db"
     : >"$d/log/slapd.log"
     # -d keeps it in the foreground, so that the pid we record is the server's.
-    setsid "$SLAPD" -f "$d/slapd.conf" -h "ldap://127.0.0.1:$port/" -d 0 >>"$d/log/slapd.log" 2>&1 </dev/null &
-    pid=$!
-    echo "$pid" >"$d/slapd.pid"
-    if wait_ready "$pid" "$START_TIMEOUT" ldapsearch -x -o nettimeout=1 -H "ldap://127.0.0.1:$port/" -s base -b "" \
-      >/dev/null 2>&1; then
-      ldapadd -x -H "ldap://127.0.0.1:$port/" -D "$ROOT_DN" -w "$ROOT_PW" -f "$d/people.ldif" \
-        >"$d/log/ldapadd.log" 2>&1 || { stop_recorded "$d/slapd.pid" "$d/slapd.conf" 10 group;
-        die "seeding failed (see $d/log/ldapadd.log)"; }
-      probe "$port" && break
-    fi
-    { kill "$pid" && wait "$pid"; } 2>/dev/null || true
-    tries=$((tries + 1))
-    if ((tries < 3)) && grep -qi "Address already in use" "$d/log/slapd.log" 2>/dev/null; then
-      continue
-    fi
-    rm -f "$d/slapd.pid"
-    echo "ldap-slapd.sh: slapd did not answer within ${START_TIMEOUT}s; its log:" >&2
-    tail -n 20 "$d/log/slapd.log" >&2 || true
-    exit 1
-  done
+    setsid "$SLAPD" -f "$d/slapd.conf" -h "ldap://127.0.0.1:$1/" -d 0 >>"$d/log/slapd.log" 2>&1 </dev/null &
+  }
+  answers() { ldapsearch -x -o nettimeout=1 -H "ldap://127.0.0.1:$1/" -s base -b "" >/dev/null 2>&1; }
+  start_on_free_ports "$d/slapd.pid" "$START_TIMEOUT" "$d/log/slapd.log" launch answers
+  local port=$PORT pid=$PID
+  if ! ldapadd -x -H "ldap://127.0.0.1:$port/" -D "$ROOT_DN" -w "$ROOT_PW" -f "$d/people.ldif" \
+    >"$d/log/ldapadd.log" 2>&1 || ! probe "$port"; then
+    stop_recorded "$d/slapd.pid" "$d/slapd.conf" 10 group
+    die "seeding failed (see $d/log/ldapadd.log)"
+  fi
 
   print_env "$d" "DIR=$d" "PID=$pid" HOST=127.0.0.1 "PORT=$port" "BASEDN=ou=people,$BASE" \
     "BINDDN=$BIND_DN" "PASSWORD=$BIND_PW"

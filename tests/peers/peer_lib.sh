@@ -78,3 +78,30 @@ print_env() {  # DIR KEY=VALUE...: to DIR/env and to stdout
   shift
   printf '%s\n' "$@" | tee "$_dir/env"
 }
+
+# Starts a server on two free ports and waits until it answers, three tries
+# in all: the likely failure is a port taken between our choice and the
+# server's bind. LAUNCH PORT SSLPORT starts it in the background (in a
+# process group of its own when it has children); READY PORT probes it.
+# Sets PORT, SSLPORT and PID, the pid also in PIDFILE; when it never
+# answers, shows the tail of LOGS and exits.
+#   start_on_free_ports PIDFILE SECONDS "LOGS" LAUNCH READY
+start_on_free_ports() {
+  _pidfile=$1 _secs=$2 _logs=$3 _try=0
+  while [ $_try -lt 3 ]; do
+    _try=$((_try + 1))
+    read -r PORT SSLPORT <<EOF_PORTS
+$(free_ports)
+EOF_PORTS
+    "$4" "$PORT" "$SSLPORT"
+    PID=$!
+    echo "$PID" >"$_pidfile"
+    wait_ready "$PID" "$_secs" "$5" "$PORT" && return 0
+    { kill -TERM -- "-$PID" || kill -TERM "$PID"; wait "$PID"; } 2>/dev/null || true
+  done
+  rm -f "$_pidfile"
+  echo "$PEER_NAME: the server did not answer within ${_secs}s; its log:" >&2
+  # shellcheck disable=SC2086
+  tail -n 20 $_logs >&2 || true
+  exit 1
+}

@@ -147,25 +147,14 @@ cmd_start() {
   mkdir -p "$d/mail" "$d/log"
   self_signed "$d"
   write_sink "$d"
-  local tries port sslport pid
-  for ((tries = 0; tries < 3; tries++)); do
-    read -r port sslport < <(free_ports)
-    printf 'PORT=%s\nSSLPORT=%s\n' "$port" "$sslport" >"$d/ports"
+  launch() {
+    printf 'PORT=%s\nSSLPORT=%s\n' "$1" "$2" >"$d/ports"
     rm -f "$d/ready"
     "$PY" "$d/sink.py" "$d" >"$d/log/sink.log" 2>&1 </dev/null &
-    pid=$!
-    echo "$pid" >"$d/smtp.pid"
-    wait_ready "$pid" "$START_TIMEOUT" ready "$d" "$port" && break
-    { kill "$pid" && wait "$pid"; } 2>/dev/null || true
-    grep -q "Address already in use" "$d/log/sink.log" 2>/dev/null && continue
-    break
-  done
-  if [[ ! -f $d/ready ]] || ! kill -0 "$pid" 2>/dev/null; then
-    rm -f "$d/smtp.pid"
-    echo "smtp-aiosmtpd.sh: the server did not answer within ${START_TIMEOUT}s; its log:" >&2
-    tail -n 20 "$d/log/sink.log" >&2 || true
-    exit 1
-  fi
+  }
+  up() { ready "$d" "$1"; }
+  start_on_free_ports "$d/smtp.pid" "$START_TIMEOUT" "$d/log/sink.log" launch up
+  local port=$PORT sslport=$SSLPORT pid=$PID
   print_env "$d" "DIR=$d" "PID=$pid" HOST=127.0.0.1 "PORT=$port" "SSLPORT=$sslport" USER=testuser \
     PASSWORD=secret "CAFILE=$d/cert.pem" "MAILDIR=$d/mail"
 }
