@@ -2,8 +2,6 @@
 // that cannot be used are left out rather than run half-understood.
 #include <gtest/gtest.h>
 
-#include <tuple>
-
 #include "src/options/options.h"
 #include "src/search/filters.h"
 #include "tests/model/model_fixture.h"
@@ -12,7 +10,9 @@ namespace {
 
 using Filters = ModelTest;
 
-auto Fields(const MailFilter& f) { return std::tie(f.name, f.rule, f.action, f.folder, f.stop, f.enabled); }
+auto Fields(const MailFilter& f) {
+  return std::tie(f.name, f.rule, f.action, f.folder, f.stop, f.enabled);
+}
 
 TEST_F(Filters, TheListComesBackAsSavedAndBadEntriesAreLeftOut) {
   const std::vector<MailFilter> saved = {
@@ -29,7 +29,8 @@ TEST_F(Filters, TheListComesBackAsSavedAndBadEntriesAreLeftOut) {
   const std::vector<MailFilter> back = FLT_Load(3, &damaged);
   ASSERT_EQ(back.size(), saved.size());
   EXPECT_EQ(damaged, 0);
-  for (size_t i = 0; i < saved.size(); ++i) EXPECT_TRUE(Fields(back[i]) == Fields(saved[i])) << saved[i].name;
+  for (size_t i = 0; i < saved.size(); ++i)
+    EXPECT_TRUE(Fields(back[i]) == Fields(saved[i])) << saved[i].name;
   EXPECT_TRUE(FLT_Load(4).empty());  // per service
 
   // Hand-edited option files: each broken entry is dropped, the rest run.
