@@ -39,7 +39,8 @@ class ToolbarTest : public NodesTest {
   static bool On(WINDOW bar, int id) { return xvt_vobj_is_enabled(xvt_win_get_ctl(bar, id)); }
 };
 
-TEST_F(ToolbarTest, NextAndPreviousFollowTheViewer) {
+// Back at message 2, Print sends it to the PDF file.
+TEST_F(ToolbarTest, NextAndPreviousFollowTheViewerAndPrintTakesItsMessage) {
   WithViewer(1, [](WINDOW viewer, WINDOW bar) {
     EXPECT_EQ(xvt_vobj_get_tooltip(xvt_win_get_ctl(bar, kTbarReplyAll)), "Reply to All");
     EXPECT_FALSE(On(bar, kTbarCheck));  // a viewer has no such command
@@ -57,6 +58,19 @@ TEST_F(ToolbarTest, NextAndPreviousFollowTheViewer) {
       EXPECT_EQ(On(bar, kTbarNext), s.next) << s.shown;
       EXPECT_EQ(On(bar, kTbarNext), xvt_menu_get_item_enabled(viewer, M_VIEW_NEXT));
     }
+    xvt_test_set_print_geometry(20, 40);
+    xvt_test_push_answer(RESP_2);
+    xvt_test_push_text("/tmp/out.pdf");
+    ASSERT_TRUE(xvt_test_click(bar, kTbarPrint));
+    ASSERT_EQ(xvt_test_print_jobs().size(), 1u);
+    const XvtPrintJob& job = xvt_test_print_jobs()[0];
+    EXPECT_EQ(job.title, "Velmar: note 2");
+    EXPECT_EQ(job.pdf_path, "/tmp/out.pdf");
+    ASSERT_EQ(job.pages.size(), 1u);
+    EXPECT_EQ(job.pages[0][2], "From:    Ann <ann@example.org>");
+    EXPECT_EQ(job.pages[0][7], "body of 2");
+    EXPECT_EQ(job.pages[0][19], "              Page 1 of 1");
+    EXPECT_TRUE(job.ended);
   });
 }
 
@@ -75,24 +89,6 @@ TEST_F(ToolbarTest, ButtonsSendTheViewersOwnCommands) {
       EXPECT_STREQ(xvt_vobj_get_title(WinList_Head(), title, sizeof title), c.opens);
     });
   }
-}
-
-TEST_F(ToolbarTest, PrintSendsTheMessageToThePdfFile) {
-  WithViewer(2, [](WINDOW, WINDOW bar) {
-    xvt_test_set_print_geometry(20, 40);
-    xvt_test_push_answer(RESP_2);
-    xvt_test_push_text("/tmp/out.pdf");
-    ASSERT_TRUE(xvt_test_click(bar, kTbarPrint));
-    ASSERT_EQ(xvt_test_print_jobs().size(), 1u);
-    const XvtPrintJob& job = xvt_test_print_jobs()[0];
-    EXPECT_EQ(job.title, "Velmar: note 2");
-    EXPECT_EQ(job.pdf_path, "/tmp/out.pdf");
-    ASSERT_EQ(job.pages.size(), 1u);
-    EXPECT_EQ(job.pages[0][2], "From:    Ann <ann@example.org>");
-    EXPECT_EQ(job.pages[0][7], "body of 2");
-    EXPECT_EQ(job.pages[0][19], "              Page 1 of 1");
-    EXPECT_TRUE(job.ended);
-  });
 }
 
 }  // namespace

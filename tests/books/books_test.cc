@@ -482,10 +482,6 @@ TEST_F(BooksTest, WindowMakesAndEditsAPersonKeptInTheBookFiles) {
   EXPECT_EQ(Posts(), "dialog: Address Books\ndialog: Person\ndialog: Person\n");  // nothing refused
 }
 
-}  // namespace
-
-namespace {
-
 // Edit > Address Book... in a compose window: the search window pastes a
 // chosen person, or a list's members, into the field it was opened from.
 TEST_F(BooksTest, QuickSearchPastesIntoTheComposeFieldItCameFrom) {

@@ -1,13 +1,12 @@
 // The public directory without a server: the typed text escaped into the
 // filter, and servers that refuse or never answer told within the time-out.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <unistd.h>
 
 #include <chrono>
 
 #include "src/books/directory.h"
 #include "src/options/options.h"
+#include "tests/c-client/net/tcp_test_util.h"
 #include "tests/model/model_fixture.h"
 
 namespace {
@@ -32,29 +31,22 @@ TEST(Directory, TypedTextIsEscapedIntoTheFilter) {
 
 // A port that refuses, and one that takes the connection and then says nothing.
 TEST_F(ModelTest, DirectoryServerDownOrSilentIsToldWithinTheTimeout) {
-  int ports[2], fds[2];
-  for (int i = 0; i < 2; ++i) {
-    sockaddr_in a{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t len = sizeof a;
-    fds[i] = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(bind(fds[i], reinterpret_cast<sockaddr*>(&a), len) | listen(fds[i], 4), 0);
-    getsockname(fds[i], reinterpret_cast<sockaddr*>(&a), &len);
-    ports[i] = ntohs(a.sin_port);
-  }
-  close(fds[0]);
+  const unsigned short refusing = tcptest::LoopbackServer().port();  // closed again at once
+  tcptest::LoopbackServer silent;
+  ASSERT_TRUE(silent.ok());
   for (const auto& [name, value] :
        {std::pair{"Directory.Enable", "1"}, {"Directory.Host", "127.0.0.1"}, {"Directory.TimeoutSeconds", "1"}})
     Opt_AssignString(name, value, kOptSession, 0);
-  const char* says[] = {"cannot be reached", "did not answer within 1 seconds"};
-  for (int i = 0; i < 2; ++i) {
-    Opt_AssignString("Directory.Port", std::to_string(ports[i]).c_str(), kOptSession, 0);
+  const std::pair<unsigned short, const char*> cases[] = {{refusing, "cannot be reached"},
+                                                          {silent.port(), "did not answer within 1 seconds"}};
+  for (const auto& [port, says] : cases) {
+    Opt_AssignString("Directory.Port", std::to_string(port).c_str(), kOptSession, 0);
     const auto start = std::chrono::steady_clock::now();
     const DirectoryAnswer answer = DIR_Search("ann");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3)) << says[i];
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3)) << says;
     EXPECT_TRUE(answer.failed);
-    EXPECT_NE(answer.message.find(says[i]), std::string::npos) << answer.message;
+    EXPECT_NE(answer.message.find(says), std::string::npos) << answer.message;
   }
-  close(fds[1]);
 }
 
 }  // namespace

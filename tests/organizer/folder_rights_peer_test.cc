@@ -1,9 +1,6 @@
 // Folder > Access Rights... over a private Dovecot: the dialog shows the
 // server's list, sends a change and shows it as read back, and a change the
 // server refuses leaves the list as the server holds it.
-#include <fstream>
-#include <sstream>
-
 #include "src/base/rights_dialog.h"
 #include "src/organizer/organizer.h"
 #include "tests/model/imap_service_fixture.h"
@@ -70,10 +67,8 @@ TEST_F(FolderRights, ShowsSendsAndRefuses) {
   xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
   ASSERT_EQ(shown.size(), std::size(steps)) << Posts();
   for (size_t i = 0; i < shown.size(); ++i) EXPECT_EQ(shown[i], steps[i].shown) << steps[i].what;
-  std::ifstream acl(server_.dir + "/mail/testuser/Maildir/dovecot-acl");
-  std::stringstream held;
-  held << acl.rdbuf();
-  EXPECT_EQ(held.str(), "user=otheruser lrs\n");  // no "anyone"
+  // No "anyone".
+  EXPECT_EQ(ReadFile(server_.dir + "/mail/testuser/Maildir/dovecot-acl"), "user=otheruser lrs\n");
   EXPECT_NE(Posts().find("error: IMAP operation failed: [NOPERM] You lack administrator privileges on this mailbox"),
             std::string::npos) << Posts();
   EXPECT_NE(Posts().find("error: The rights of \"anyone\" were not changed: the server refused."), std::string::npos);

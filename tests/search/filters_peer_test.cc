@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "c-client/net/tcp.h"
-#include "c-client/rfc822/strsrc.h"
 #include "src/options/options.h"
 #include "src/organizer/organizer.h"
 #include "src/search/filters.h"
@@ -40,15 +39,12 @@ class FiltersPeer : public ModelTest {
   }
   // Appends to the INBOX behind the model's back, then a mail timer tick.
   void Arrive(int ms, int inbox, const std::vector<std::string>& subjects) {
-    for (const std::string& s : subjects) {
-      std::string raw = "From: " + s.substr(0, s.find(' ')) + "@example.org\r\nSubject: " + s + "\r\n\r\nbody\r\n";
-      StringSource source;
-      string_init(&source, &mail_string, raw.data(), raw.size());
-      std::string full;
-      ASSERT_TRUE(MM_CCGenFolName(ms, "INBOX", &full));
-      ASSERT_TRUE(mail_append(MM_MSGetType(ms) == kServiceLocal ? nullptr : MM_FolStream(inbox), full.c_str(),
-                              nullptr, nullptr, &source));
-    }
+    std::string full;
+    ASSERT_TRUE(MM_CCGenFolName(ms, "INBOX", &full));
+    MM_MSInitAuthInfo(ms);
+    for (const std::string& s : subjects)
+      Append(full, "From: " + s.substr(0, s.find(' ')) + "@example.org\r\nSubject: " + s +
+                       "\r\n\r\nbody\r\n");
     MM_FolCheckNewMail(inbox, 0);
     FLT_RunPending();
   }

@@ -10,6 +10,10 @@ namespace {
 
 using Filters = ModelTest;
 
+auto Fields(const MailFilter& f) {
+  return std::tie(f.name, f.rule, f.action, f.folder, f.stop, f.enabled);
+}
+
 TEST_F(Filters, TheListComesBackAsSavedAndBadEntriesAreLeftOut) {
   const std::vector<MailFilter> saved = {
       {"Lists", "List rule", kFilterMove, "Mail/Lists", true, true},
@@ -25,14 +29,8 @@ TEST_F(Filters, TheListComesBackAsSavedAndBadEntriesAreLeftOut) {
   const std::vector<MailFilter> back = FLT_Load(3, &damaged);
   ASSERT_EQ(back.size(), saved.size());
   EXPECT_EQ(damaged, 0);
-  for (size_t i = 0; i < saved.size(); ++i) {
-    EXPECT_EQ(back[i].name, saved[i].name);
-    EXPECT_EQ(back[i].rule, saved[i].rule);
-    EXPECT_EQ(back[i].action, saved[i].action);
-    EXPECT_EQ(back[i].folder, saved[i].folder);
-    EXPECT_EQ(back[i].stop, saved[i].stop);
-    EXPECT_EQ(back[i].enabled, saved[i].enabled);
-  }
+  for (size_t i = 0; i < saved.size(); ++i)
+    EXPECT_TRUE(Fields(back[i]) == Fields(saved[i])) << saved[i].name;
   EXPECT_TRUE(FLT_Load(4).empty());  // per service
 
   // Hand-edited option files: each broken entry is dropped, the rest run.

@@ -1,8 +1,6 @@
 // Auto-replies to mail arriving in a Dovecot INBOX, sent through a private
 // SMTP server: what arrives there, once per sender, across a restart, and
 // nothing recorded for an answer that could not be sent.
-#include "c-client/core/mail.h"
-#include "c-client/rfc822/strsrc.h"
 #include "rclib/safe_file.h"
 #include "src/organizer/organizer.h"
 #include "src/send/autoreply.h"
@@ -29,17 +27,14 @@ class AutoReplyPeer : public ImapServiceTest<SmtpModelTest> {
     autoreply_shutdown();
     ImapServiceTest<SmtpModelTest>::TearDown();
   }
-  // Another client delivers; the next tick of the mail timer sees it.
+  // Another client delivers, on a connection of its own; the next tick of
+  // the mail timer sees it.
   void Arrive(const std::string& from, const std::string& more = "") {
-    std::string full, raw = "From: " + from + "\r\nReturn-Path: <" + from + ">\r\nTo: me@example.org\r\n" + more +
-                            "Subject: Plans\r\n\r\nSee you?\r\n";
+    std::string full;
     ASSERT_TRUE(MM_CCGenFolName(ms_, "INBOX", &full));
     MM_MSInitAuthInfo(ms_);
-    MailStream* other = mail_open(nullptr, full.c_str(), 0);
-    StringSource source;
-    string_init(&source, &mail_string, raw.data(), raw.size());
-    ASSERT_TRUE(other && mail_append(other, full.c_str(), nullptr, nullptr, &source));
-    mail_close(other);
+    Append(full, "From: " + from + "\r\nReturn-Path: <" + from + ">\r\nTo: me@example.org\r\n" +
+                     more + "Subject: Plans\r\n\r\nSee you?\r\n");
   }
   void Tick() {
     ASSERT_TRUE(MM_FolCheckNewMail(inbox_, 0));
