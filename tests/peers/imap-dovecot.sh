@@ -188,7 +188,6 @@ cmd_start() {
 }
 
 cmd_stop() {
-  [[ $# -eq 1 ]] || usage
   # Only our own master (its command line names our config file); the
   # processes of open connections, in its group, go too, so that a client
   # sees the server go away.
@@ -250,12 +249,4 @@ EOF
   [[ $(id -u) -ne 0 ]] || chown -R "$MAIL_UID:$MAIL_GID" "$d/mail/$user"
 }
 
-[[ $# -ge 1 ]] || usage
-op=$1
-shift
-case $op in
-  start) [[ $# -le 1 ]] || usage; cmd_start "$@" ;;
-  stop) cmd_stop "$@" ;;
-  seed) cmd_seed "$@" ;;
-  *) usage ;;
-esac
+peer_main "$@"

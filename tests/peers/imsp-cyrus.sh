@@ -137,7 +137,6 @@ cmd_start() {
 
 # The link of the patched binary goes with the server: nothing else uses it.
 cmd_stop() {
-  [[ $# -eq 1 ]] || usage
   stop_recorded "$1/imspd.pid" "cyrus-imspd -p" 10 group
   if [[ -f $1/link ]]; then
     local link
@@ -147,11 +146,4 @@ cmd_stop() {
   fi
 }
 
-[[ $# -ge 1 ]] || usage
-op=$1
-shift
-case $op in
-  start) [[ $# -le 1 ]] || usage; cmd_start "$@" ;;
-  stop) cmd_stop "$@" ;;
-  *) usage ;;
-esac
+peer_main "$@"

@@ -119,15 +119,7 @@ cmd_start() {
 }
 
 cmd_stop() {
-  [[ $# -eq 1 ]] || usage
   stop_recorded "$1/slapd.pid" "$1/slapd.conf" 10 group
 }
 
-[[ $# -ge 1 ]] || usage
-op=$1
-shift
-case $op in
-  start) [[ $# -le 1 ]] || usage; cmd_start "$@" ;;
-  stop) cmd_stop "$@" ;;
-  *) usage ;;
-esac
+peer_main "$@"

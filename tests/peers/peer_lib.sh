@@ -105,3 +105,17 @@ EOF_PORTS
   tail -n 20 $_logs >&2 || true
   exit 1
 }
+
+# The command line of a peer script: start [DIR], stop DIR, or another
+# command the script defines as a function cmd_NAME.
+peer_main() {
+  [ $# -ge 1 ] || usage
+  _op=$1
+  shift
+  case $_op in
+    start) [ $# -le 1 ] || usage ;;
+    stop) [ $# -eq 1 ] || usage ;;
+  esac
+  [ "$(type -t "cmd_$_op" 2>/dev/null)" = function ] || usage
+  "cmd_$_op" "$@"
+}

@@ -160,16 +160,8 @@ cmd_start() {
 }
 
 cmd_stop() {
-  [[ $# -eq 1 ]] || usage
   # Only our own server: its command line names our sink.
   stop_recorded "$1/smtp.pid" "$1/sink.py" 5
 }
 
-[[ $# -ge 1 ]] || usage
-op=$1
-shift
-case $op in
-  start) [[ $# -le 1 ]] || usage; cmd_start "$@" ;;
-  stop) cmd_stop "$@" ;;
-  *) usage ;;
-esac
+peer_main "$@"
