@@ -1,6 +1,7 @@
 #include "src/script/tcl_window_cmds.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -854,6 +855,9 @@ int FocusCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   if (!win) return TCL_ERROR;
   if (!CanTakeFocus(win)) return DoneInt(interp, 0);
   xvt_scr_set_focus_vobj(win);
+  // Text already in the field is selected, as in dialogs: typing replaces
+  // it, and an arrow key keeps it, instead of typing in front of it.
+  if (xvt_vobj_get_type(win) == WC_EDIT) xvt_ctl_set_text_sel(win, 0, INT_MAX);
   return DoneInt(interp, 1);
 }
 

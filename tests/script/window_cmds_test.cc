@@ -327,6 +327,8 @@ TEST_F(WindowCommands, TabAndShiftTabMoveTheFocusAlongTheKidlist) {
       ASSERT_TRUE(SendKey(w, s.ch, s.shift));
       EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(w, s.expected_id)) << "expected control " << s.expected_id;
     }
+    // An edit reached by Tab has its text selected, so typing replaces it.
+    EXPECT_TRUE(xvt_test_text_sel(xvt_win_get_ctl(w, 1), nullptr, nullptr));
     // A window inside a container hands Tab on to the container.
     Eval("_xvt_create_window W_PLAIN {0 0 50 50} Pane w 0 pane");
     EXPECT_EQ(Eval("_container_next_focus pane"), "ok: 1");
