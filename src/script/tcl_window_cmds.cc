@@ -858,6 +858,7 @@ int FocusCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   // Text already in the field is selected, as in dialogs: typing replaces
   // it, and an arrow key keeps it, instead of typing in front of it.
   if (xvt_vobj_get_type(win) == WC_EDIT) xvt_ctl_set_text_sel(win, 0, INT_MAX);
+  txedit_caret_to_end(win);
   return DoneInt(interp, 1);
 }
 

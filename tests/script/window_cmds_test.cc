@@ -252,13 +252,14 @@ TEST_F(WindowCommands, EditorFieldsTakeTextFocusAndCommands) {
     EXPECT_EQ(xvt_scr_get_focus_vobj(), Named("big"));
     SendKey(Named("big"), K_TAB);
     EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(w, 1));
-    // What the user types runs the field's command.
+    // What the user types runs the field's command; _xvt_focus left the
+    // caret behind the text.
     Eval("keylset windows(ed) command {lappend ::typed [txeditctl ed get]}");
     EVENT ev = xvtrec::MakeEvent(E_CHAR);
     ev.v.chr.ch = '!';
     ev.v.chr.text = true;
     xvt_test_user_event(Named("ed"), &ev);
-    EXPECT_EQ(Eval("set ::typed"), "ok: {!a [b]}");
+    EXPECT_EQ(Eval("set ::typed"), "ok: {a [b]!}");
     EXPECT_EQ(Eval("_xvt_close_win ed; list [info exists windows(ed)] [keylget $windows(w) kidlist]"),
               "ok: 0 {first label second off ok check r1 r2 list big}");
   });
