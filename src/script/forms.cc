@@ -199,6 +199,7 @@ long tclform_eh(WINDOW win, EVENT* ev) {
   switch (ev->type) {
     case E_UPDATE: xvt_dwin_clear(win, COLOR_SYSTEM_WINDOW); break;
     case E_CHAR:
+    case E_SIZE:
     case E_CONTROL: TclScriptWindowEvent(kFormWinName, win, ev); break;
     case E_DESTROY:
       TclScriptWindowEvent(kFormWinName, win, ev);
