@@ -19,8 +19,10 @@ set phonemsg_fields {
     message   "Message:"          text 31
 }
 
-proc phonemsg_build {} {
-    global phonemsg_fields windows
+# Lays the fields out for the form window's size: made (make 1) or moved,
+# so that they follow the compose window when it is resized.
+proc phonemsg_place {make} {
+    global phonemsg_fields
     lassign [_xvt_get_client_rect formwin] left top right bottom
     set margin 8
     set gap 6
@@ -38,30 +40,44 @@ proc phonemsg_build {} {
         switch $kind {
             line {
                 set ly [expr {$y + ($edit_h - $label_h) / 2}]
-                _xvt_create_control WC_TEXT [list $margin $ly [expr {$margin + $label_w}] [expr {$ly + $label_h}]] \
-                    $label formwin 0 phonemsg_${key}_label [expr {$id + 100}]
-                _xvt_create_control TXEDITLINE [list $x_edit $y $x_end [expr {$y + $edit_h}]] \
-                    "" formwin 0 phonemsg_$key $id
+                phonemsg_put $make WC_TEXT [list $margin $ly [expr {$margin + $label_w}] [expr {$ly + $label_h}]] \
+                    $label phonemsg_${key}_label [expr {$id + 100}]
+                phonemsg_put $make TXEDITLINE [list $x_edit $y $x_end [expr {$y + $edit_h}]] \
+                    "" phonemsg_$key $id
                 incr y [expr {$edit_h + $gap}]
             }
             box {
                 set bx [expr {$margin + ($boxes % 3) * $box_w}]
-                _xvt_create_control WC_CHECKBOX [list $bx $y [expr {$bx + $box_w - 4}] [expr {$y + $box_h}]] \
-                    $label formwin 0 phonemsg_$key $id
+                phonemsg_put $make WC_CHECKBOX [list $bx $y [expr {$bx + $box_w - 4}] [expr {$y + $box_h}]] \
+                    $label phonemsg_$key $id
                 incr boxes
                 if {$boxes % 3 == 0} { incr y [expr {$box_h + $gap}] }
             }
             text {
                 if {$boxes % 3 != 0} { incr y [expr {$box_h + $gap}] }
-                _xvt_create_control WC_TEXT [list $margin $y $x_end [expr {$y + $label_h}]] \
-                    $label formwin 0 phonemsg_${key}_label [expr {$id + 100}]
+                phonemsg_put $make WC_TEXT [list $margin $y $x_end [expr {$y + $label_h}]] \
+                    $label phonemsg_${key}_label [expr {$id + 100}]
                 incr y [expr {$label_h + 2}]
                 set text_bottom [expr {max($y + 3 * $edit_h, $bottom - $margin)}]
-                _xvt_create_control TXEDIT [list $margin $y $x_end $text_bottom] \
-                    "" formwin 0 phonemsg_$key $id
+                phonemsg_put $make TXEDIT [list $margin $y $x_end $text_bottom] \
+                    "" phonemsg_$key $id
             }
         }
     }
+}
+
+proc phonemsg_put {make type rect title name id} {
+    if {$make} {
+        _xvt_create_control $type $rect $title formwin 0 $name $id
+    } else {
+        _xvt_move formwin $name $rect
+    }
+}
+
+proc phonemsg_build {} {
+    global windows
+    phonemsg_place 1
+    keylset windows(formwin) sizecommand {phonemsg_place 0}
     if {![catch {clock format [clock seconds] -format {%Y-%m-%d %H:%M}} now]} {
         txeditctl phonemsg_when set $now
     }

@@ -457,6 +457,9 @@ WINDOW xvt_win_get_ctl(WINDOW win, int id);
 int xvt_ctl_get_id(WINDOW ctl);
 void xvt_ctl_set_checked(WINDOW ctl, bool checked);
 bool xvt_ctl_is_checked(WINDOW ctl);
+// Selects bytes [start, end) of an edit control's UTF-8 text; offsets inside
+// a character are moved to its start, offsets past the end to the end.
+void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end);
 // Checks ctl and clears the other radio buttons of the group.
 void xvt_ctl_check_radio_button(WINDOW ctl, WINDOW* group, int count);
 

@@ -119,6 +119,8 @@ std::string xvt_test_help_shown(void);  // last help file opened or topic shown
 // The window's caret: false when it has none; else its rectangle and
 // whether it is shown.
 bool xvt_test_caret(WINDOW win, RCT* rct, bool* visible);
+// The selection last set in an edit control (byte offsets); false when none.
+bool xvt_test_text_sel(WINDOW ctl, int* start, int* end);
 
 // Printing: the page size the next jobs get (66 lines of 80 by default), a
 // printer that fails at the end of the job, and the jobs printed so far.

@@ -465,3 +465,12 @@ void txedit_set_tab_leaves(WINDOW ctl, bool leaves) {
 void txedit_focus(WINDOW ctl) {
   if (Rec(ctl)) xvt_scr_set_focus_vobj(ctl);
 }
+
+void txedit_caret_to_end(WINDOW ctl) {
+  EditWin* rec = Rec(ctl);
+  if (!rec || !rec->ed || rec->ctl_kind != TXEDITLINE) return;
+  // The line is the buffer's first; its end, not the end-of-buffer line.
+  if (elib_mark_goto_bob(rec->ed->buf, rec->ed->buf->the_point) != RC_OK) return;
+  ecmd_run(rec->ed, "point-goto-eol", nullptr, false);
+  edis_layout(rec->ed, true);
+}

@@ -32,6 +32,9 @@ std::string txedit_get_text(WINDOW ctl);
 void txedit_set_readonly(WINDOW ctl, bool read_only);
 bool txedit_is_readonly(WINDOW ctl);
 void txedit_focus(WINDOW ctl);
+// A one-line field entered by Tab: the caret goes behind its text, so what
+// is typed adds to it. A multi-line field keeps its caret.
+void txedit_caret_to_end(WINDOW ctl);
 // The text's face from now on: family, pixel size, XVT_FS_* style.
 void txedit_set_font(WINDOW ctl, const char* family, int size, unsigned style);
 // A multi-line field that hands Tab and Shift-Tab to its parent, as a

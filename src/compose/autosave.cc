@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "rclib/safe_file.h"
@@ -21,6 +22,7 @@
 #include "src/compose/compose.h"
 #include "src/compose/compose_internal.h"
 #include "src/compose/compose_text.h"
+#include "src/script/forms.h"
 
 namespace {
 
@@ -71,7 +73,7 @@ bool ReadSmallFile(const std::string& path, std::string* out, std::string* error
 std::string ComposeAutosaveDir() { return JoinPath(GetUserDir(), "autosave"); }
 
 std::string ComposeAutosaveText(const ComposeFields& f, int kind, const std::vector<ComposeAttachment>& atts,
-                                const std::string& text) {
+                                const std::string& text, const std::string& form) {
   std::string out = std::string(kMagic) + "\n";
   out += "Kind: " + std::to_string(kind) + "\n";
   const std::pair<const char*, const std::string*> fields[] = {
@@ -84,17 +86,22 @@ std::string ComposeAutosaveText(const ComposeFields& f, int kind, const std::vec
     std::replace(type.begin(), type.end(), '\t', ' ');
     out += "Attachment: " + name + "\t" + type + "\t" + path + (a.temporary ? "\ttemporary" : "") + "\n";
   }
-  return out + "\n" + text;
+  // The form's bytes come first after the header, counted, so that any
+  // text may follow them.
+  if (!form.empty()) out += "Form: " + std::to_string(form.size()) + "\n";
+  return out + "\n" + form + text;
 }
 
 bool ComposeAutosaveParse(const std::string& data, ComposeFields* f, int* kind,
-                          std::vector<ComposeAttachment>* atts, std::string* text, std::string* error) {
+                          std::vector<ComposeAttachment>* atts, std::string* text, std::string* error,
+                          std::string* form) {
   if (data.size() > kAutosaveMaxSize) {
     *error = "the file is too large";
     return false;
   }
   size_t at = 0;
   bool first = true;
+  size_t form_size = 0;
   *kind = kComposeNew;
   for (;;) {
     const size_t end = data.find('\n', at);
@@ -145,6 +152,14 @@ bool ComposeAutosaveParse(const std::string& data, ComposeFields* f, int* kind,
       f->in_reply_to = value;
     } else if (name == "References") {
       f->references = value;
+    } else if (name == "Form") {
+      char* e = nullptr;
+      const unsigned long long n = std::strtoull(value.c_str(), &e, 10);
+      if (value.empty() || *e || value[0] == '-' || n > data.size()) {
+        *error = "the form is longer than the file";
+        return false;
+      }
+      form_size = static_cast<size_t>(n);
     } else if (name == "Attachment") {
       if (atts->size() >= kMaxAttachments) {
         *error = "too many attachments";
@@ -168,7 +183,12 @@ bool ComposeAutosaveParse(const std::string& data, ComposeFields* f, int* kind,
     }
     // Other names are skipped: a later version may write more.
   }
-  *text = data.substr(at);
+  if (form_size > data.size() - at) {
+    *error = "the form is longer than the file";
+    return false;
+  }
+  if (form) *form = data.substr(at, form_size);
+  *text = data.substr(at + form_size);
   return true;
 }
 
@@ -177,8 +197,18 @@ int ComposeAutosave(ComposeInfo* info) {
   const std::string dir = ComposeAutosaveDir();
   ::mkdir(dir.c_str(), 0700);
   if (info->autosave_file.empty()) info->autosave_file = NewName();
+  std::string form;
+  FormLayout layout;
+  std::string form_error;
+  // A stored form's fields are what the user wrote; a form script's window
+  // has no text of its own to keep.
+  if (info->form_pane && !info->form_tcl && FormCurrent(info->form_pane, &layout) &&
+      !FormFormat(layout, &form, &form_error)) {
+    Trace(kTraceCompose, kTraceCritical, "ComposeAutosave: the form: %s\n", form_error.c_str());
+    form.clear();
+  }
   const std::string data = ComposeAutosaveText(ComposeGetFields(info), info->options.kind, info->attachment_list,
-                                               ComposeTextGet(info->text_pane));
+                                               ComposeTextGet(info->text_pane), form);
   SafeFileError err;
   if (!safe_replace_file(info->autosave_file, data, 0600, &err)) {
     Trace(kTraceCompose, kTraceCritical, "ComposeAutosave: %s: %s\n", info->autosave_file.c_str(), err.text().c_str());
@@ -211,11 +241,11 @@ int COMP_OfferRestore() {
     for (WINDOW w : ComposeWindows())
       if (ComposeInfo* info = ComposeInfoOf(w)) ours |= info->autosave_file == path;
     if (ours) continue;
-    std::string data, error, text;
+    std::string data, error, text, form;
     ComposeFields f;
     int kind = kComposeNew;
     std::vector<ComposeAttachment> atts;
-    if (!ReadSmallFile(path, &data, &error) || !ComposeAutosaveParse(data, &f, &kind, &atts, &text, &error)) {
+    if (!ReadSmallFile(path, &data, &error) || !ComposeAutosaveParse(data, &f, &kind, &atts, &text, &error, &form)) {
       xvt_dm_post_error("A message kept from an earlier session could not be read (%s: %s). The file is left as it is.",
                         path.c_str(), error.c_str());
       continue;
@@ -241,6 +271,7 @@ int COMP_OfferRestore() {
     }
     WINDOW win = ComposeRestoreWindow(kind, f, text, present);
     ComposeInfo* info = ComposeInfoOf(win);
+    if (info && !form.empty() && ComposeRestoreForm(info, form)) ComposeAutosave(info);
     // The old file stays until the new one stands.
     if (!info || info->autosave_file.empty() || ::access(info->autosave_file.c_str(), F_OK) != 0) continue;
     ::unlink(path.c_str());

@@ -189,11 +189,13 @@ constexpr long kAutosavePeriodMs = 60 * 1000;
 constexpr size_t kAutosaveMaxSize = 16u << 20;
 // Writes the window's fields and text to its autosave file now.
 int ComposeAutosave(ComposeInfo* info);
-// The file as text, and back (false with *error on a bad file).
+// The file as text, and back (false with *error on a bad file). form is
+// the text of a stored form shown in place of the message text, if any.
 std::string ComposeAutosaveText(const ComposeFields& f, int kind, const std::vector<ComposeAttachment>& atts,
-                                const std::string& text);
+                                const std::string& text, const std::string& form = {});
 bool ComposeAutosaveParse(const std::string& data, ComposeFields* f, int* kind,
-                          std::vector<ComposeAttachment>* atts, std::string* text, std::string* error);
+                          std::vector<ComposeAttachment>* atts, std::string* text, std::string* error,
+                          std::string* form = nullptr);
 std::string ComposeAutosaveDir();
 // At start: offers to restore what windows of a program that ended without
 // closing them left. The number of windows restored.

@@ -156,6 +156,17 @@ WINDOW phone_message() {
   return OpenFormWindow(file.c_str(), true);
 }
 
+bool ComposeRestoreForm(ComposeInfo* info, const std::string& form) {
+  if (!info || info->form_pane) return false;
+  int w = 0, h = 0;
+  WINDOW pane = form_read_text(info->window, form, 0, &w, &h);
+  if (!pane) return false;
+  Attach(info, pane, false, w, h);
+  char title[256] = "";
+  if (xvt_vobj_get_title(pane, title, sizeof title) && *title) xvt_vobj_set_title(info->window, title);
+  return true;
+}
+
 WINDOW compose_form(const char* file) {
   char chosen[4096] = "";
   if (!file) {

@@ -28,5 +28,8 @@ void ComposeMarkSaved(ComposeInfo* info);
 void ComposeLayout(ComposeInfo* info);
 // Places the form pane in the area the text would take.
 void ComposeLayoutForm(ComposeInfo* info, const RCT& area);
+// Shows a stored form's text (kept by the autosave) in place of the text;
+// false, the user told, when it can't be read.
+bool ComposeRestoreForm(ComposeInfo* info, const std::string& form);
 // The part a form window sends in place of its text; 1, or 0 (told).
 int ComposeFormPart(ComposeInfo* info, BodyPart** out);

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -43,6 +44,8 @@ void StepFocus(FormRecord* rec, bool back) {
     if (inputs[i] == focus) at = i;
   const size_t next = back ? (at + inputs.size() - 1) % inputs.size() : (at + 1) % inputs.size();
   xvt_scr_set_focus_vobj(inputs[next]);
+  // Selected, as in dialogs, so typing does not go in front of the old text.
+  xvt_ctl_set_text_sel(inputs[next], 0, INT_MAX);
 }
 
 long form_eh(WINDOW win, EVENT* ev) {
@@ -196,6 +199,7 @@ long tclform_eh(WINDOW win, EVENT* ev) {
   switch (ev->type) {
     case E_UPDATE: xvt_dwin_clear(win, COLOR_SYSTEM_WINDOW); break;
     case E_CHAR:
+    case E_SIZE:
     case E_CONTROL: TclScriptWindowEvent(kFormWinName, win, ev); break;
     case E_DESTROY:
       TclScriptWindowEvent(kFormWinName, win, ev);
@@ -324,6 +328,7 @@ void FormFocusEdge(WINDOW form, bool last) {
     const size_t i = last ? rec->controls.size() - 1 - k : k;
     if (rec->layout.fields[i].type != kFormText && rec->controls[i]) {
       xvt_scr_set_focus_vobj(rec->controls[i]);
+      xvt_ctl_set_text_sel(rec->controls[i], 0, INT_MAX);
       return;
     }
   }

@@ -1,6 +1,7 @@
 #include "src/script/tcl_window_cmds.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -447,6 +448,13 @@ int ScriptEvent(Tcl_Interp* interp, const char* name_in, WINDOW win, EVENT* ev) 
       Evaluate(interp, Command({"activate_control", name, std::to_string(ev->v.ctl.id)}));
       return 1;
     }
+    case E_SIZE: {
+      // A window whose controls follow its size says how in its sizecommand.
+      std::string command;
+      if (!EntryKey(Entry(interp, name.c_str()), "sizecommand", &command) || command.empty()) return 0;
+      Evaluate(interp, Tcl_NewStringObj(command.data(), static_cast<int>(command.size())));
+      return 1;
+    }
     case E_DESTROY:
       Evaluate(interp, Command({"windestroyed", name}));
       Forget(interp, name.c_str(), win);
@@ -854,7 +862,25 @@ int FocusCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
   if (!win) return TCL_ERROR;
   if (!CanTakeFocus(win)) return DoneInt(interp, 0);
   xvt_scr_set_focus_vobj(win);
+  // Text already in the field is selected, as in dialogs: typing replaces
+  // it, and an arrow key keeps it, instead of typing in front of it.
+  if (xvt_vobj_get_type(win) == WC_EDIT) xvt_ctl_set_text_sel(win, 0, INT_MAX);
+  txedit_caret_to_end(win);
   return DoneInt(interp, 1);
+}
+
+// _xvt_move window ?control? rect: a window or control gets a new place,
+// in its parent's coordinates.
+int MoveCmd(ClientData, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[]) {
+  const char* cmd = "_xvt_move";
+  if (objc < 3 || objc > 4) return TclWrongArgs(interp, cmd);
+  WINDOW win = NeedWindow(interp, cmd, objv[1]);
+  if (win && objc == 4) win = NeedControl(interp, cmd, win, objv[1], objv[2]);
+  RCT rct{};
+  if (!win || !ParseRect(interp, cmd, objv[objc - 1], &rct)) return TCL_ERROR;
+  xvt_vobj_move(win, &rct);
+  Tcl_ResetResult(interp);
+  return TCL_OK;
 }
 
 // _xvt_raise window
@@ -982,6 +1008,7 @@ const CommandDef kCommands[] = {
     {"_xvt_select_text", SelectTextCmd},
     {"_xvt_get_client_rect", GetClientRectCmd},
     {"_xvt_focus", FocusCmd},
+    {"_xvt_move", MoveCmd},
     {"_xvt_raise", RaiseCmd},
     {"_container_next_focus", ContainerNextFocusCmd},
     {"txeditctl", TxEditCtlCmd},

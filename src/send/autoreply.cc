@@ -374,6 +374,7 @@ int autoreply_answer(int folder, UMI umi) {
   // Nobody wrote this message: a failed delivery offers no draft, the
   // next check tries again. Offline, it waits in the outbox.
   options.from_outbox = IsOffline() ? 0 : 1;
+  options.null_sender = 1;  // its bounce must not be answered again
   const int sent = send_message(message, &options);
   mail_free_message(&message);
   Trace(kTraceCompose, kTraceLow, "auto-reply to %s: %s\n", to.c_str(), sent ? "sent" : "failed");

@@ -131,7 +131,7 @@ void destroy_delivery_hostlist(char*** list) {
   *list = nullptr;
 }
 
-int deliver_message(char** hostlist, Message* message, const char* file, bool* cancelled) {
+int deliver_message(char** hostlist, Message* message, const char* file, bool* cancelled, bool null_sender) {
   Trace(kTraceCompose, kTraceAll, "deliver_message: function entry.\n");
   if (cancelled) *cancelled = false;
   if (!message || !message->envelope || !file) return 0;
@@ -154,7 +154,7 @@ int deliver_message(char** hostlist, Message* message, const char* file, bool* c
   }
   smtp_send(stream, "RSET", nullptr);
   char from[1024] = "";
-  if (message->envelope->from && std::strlen(message->envelope->from->mailbox ? message->envelope->from->mailbox : "") +
+  if (!null_sender && message->envelope->from && std::strlen(message->envelope->from->mailbox ? message->envelope->from->mailbox : "") +
                                          std::strlen(message->envelope->from->host ? message->envelope->from->host : "") <
                                      900)
     rfc822_write_one_address(from, message->envelope->from);

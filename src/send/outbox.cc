@@ -32,7 +32,7 @@ bool WriterMakes(const char* name) {
                                        "Delivery-Receipt-To", "Return-Receipt-To", "Disposition-Notification-To",
                                        "X-Mailer",           "X-Authentication",  "MIME-Version",
                                        "Date",               "Message-ID",        "From",
-                                       "Sender"};
+                                       "Sender",             "X-Null-Sender"};
   if (!name) return true;
   if (!strncasecmp(name, "Content-", 8)) return true;
   for (const char* n : kNames)
@@ -199,6 +199,7 @@ int OUTBOX_SendMessages(int folder) {
     options.read_receipt = HasHeader(umi, "Read-Receipt-To") ? 1 : 0;
     options.delivery_receipt = HasHeader(umi, "Delivery-Receipt-To") ? 1 : 0;
     options.save_outgoing = HasHeader(umi, "X-Save-Outgoing") ? 1 : 0;
+    options.null_sender = HasHeader(umi, "X-Null-Sender") ? 1 : 0;
     options.queued = 0;
     options.from_outbox = 1;
     Message* message = BuildMessageFromUMI(umi);

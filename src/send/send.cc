@@ -235,7 +235,7 @@ namespace {
 bool g_delivered = false;  // the last inject_message went out (not to a folder)
 }  // namespace
 
-int inject_message(Message* message, const char* file, int queued, int from_outbox) {
+int inject_message(Message* message, const char* file, int queued, int from_outbox, bool null_sender) {
   g_delivered = false;
   Trace(kTraceCompose, kTraceAll, "inject_message: function entry.\n");
   if (queued) {
@@ -248,7 +248,7 @@ int inject_message(Message* message, const char* file, int queued, int from_outb
   }
   char** hosts = get_delivery_hostlist();
   bool cancelled = false;
-  const int delivered = deliver_message(hosts, message, file, &cancelled);
+  const int delivered = deliver_message(hosts, message, file, &cancelled, null_sender);
   destroy_delivery_hostlist(&hosts);
   g_delivered = delivered != 0;
   if (delivered || cancelled || from_outbox) return delivered;
@@ -295,7 +295,7 @@ int send_message(Message* message, SendOptions* options) {
     return 0;
   }
   if (!options->draft) {
-    if (!inject_message(message, file.c_str(), options->queued, options->from_outbox)) {
+    if (!inject_message(message, file.c_str(), options->queued, options->from_outbox, options->null_sender != 0)) {
       ::unlink(file.c_str());
       return 0;
     }

@@ -21,6 +21,7 @@ struct SendOptions {
   int16_t draft = 0;             // save to the draft folder, send nothing
   int32_t priority = 1;          // 0 low, 1 normal, 2 high
   int16_t from_outbox = 0;       // the message is already in the outbox
+  int16_t null_sender = 0;       // MAIL FROM:<>: a bounce of an automatic answer must not be answered
 };
 
 // --- The message file ---------------------------------------------------------
@@ -64,7 +65,7 @@ int verify_message(Message* message, int* authenticated);
 // is kept in the outbox or, failing that, in the user directory, and the
 // user is told where. A message sent from the outbox (from_outbox) stays
 // there when delivery fails: no other place is offered.
-int inject_message(Message* message, const char* file, int queued, int from_outbox = 0);
+int inject_message(Message* message, const char* file, int queued, int from_outbox = 0, bool null_sender = false);
 
 // Delivery hosts: General.DeliveryHost, then common.delivery.hosts, at
 // most kMaxDeliveryHosts; the default mail host when empty. Each entry is
@@ -74,7 +75,8 @@ char** get_delivery_hostlist();
 void destroy_delivery_hostlist(char*** list);
 // Sends the file to the first host of the list that answers. 1 or 0; the
 // user has been told of a failure. *cancelled says the user stopped it.
-int deliver_message(char** hostlist, Message* message, const char* file, bool* cancelled = nullptr);
+int deliver_message(char** hostlist, Message* message, const char* file, bool* cancelled = nullptr,
+                    bool null_sender = false);
 
 int append_message_to_sentmail(const char* file);
 int append_message_to_draft(const char* file);

@@ -537,6 +537,8 @@ bool WriteMessage(Sink* sink, Message* message, const int* authenticated, const 
       head += AddressHeader("Return-Receipt-To", env->from);
     }
     if (options->save_outgoing && options->queued) head += "X-Save-Outgoing: True\r\n";
+    // The outbox reads this back to send with an empty envelope sender.
+    if (options->null_sender && options->queued) head += "X-Null-Sender: True\r\n";
     head += std::string("Priority: ") +
             (options->priority == 0 ? "LOW" : options->priority == 2 ? "HIGH" : "NORMAL") + "\r\n";
   }

@@ -134,6 +134,7 @@ bool NextError(Walk& w) {
 
 void Show(WINDOW dlg, Walk& w) {
   ++w.found;
+  if (!w.in_text) xvt_ctl_set_text_sel(w.subject, static_cast<int>(w.at.offset), static_cast<int>(w.at.offset + w.at.length));
   const std::string where = w.in_text ? "  (line " + std::to_string(w.at.line + 1) + ")" : "  (subject)";
   xvt_vobj_set_title(xvt_win_get_ctl(dlg, kSpellWordId), (w.word + where).c_str());
   WINDOW list = xvt_win_get_ctl(dlg, kSpellListId);

@@ -48,6 +48,14 @@ TEST_F(ComposeForms, FormsAreSentAsTheirOwnPartsInPlaceOfTheText) {
                    "txeditctl phonemsg_message set \"Call about\\nthe roof\""),
               "");
     EXPECT_EQ(phone_message(), NULL_WIN) << "one phone message at a time";
+    // Its fields follow the compose window when it grows.
+    const auto width = [&] { return std::atoi(Eval("lindex [_xvt_get_client_rect phonemsg_caller] 2").c_str()); };
+    const int before = width();
+    RCT grown{};
+    xvt_vobj_get_outer_rect(phone, &grown);
+    grown.right += 300;
+    xvt_vobj_move(phone, &grown);
+    EXPECT_GT(width(), before + 200);
     // Tab from the pane before the form enters its first field; Shift-Tab round the front, its last.
     const auto tab = [&](WINDOW from, bool back) {
       xvt_scr_set_focus_vobj(from);

@@ -373,7 +373,7 @@ TEST_F(ComposeTest, AutosaveFileParsing) {
   f.subject = "multi\nline";
   f.references = "<x@y>";
   std::vector<ComposeAttachment> atts{{"/tmp/a b", "doc.pdf", "application/pdf", true}};
-  const std::string good = ComposeAutosaveText(f, kComposeReply, atts, "body\n\nwith: colon\n");
+  const std::string good = ComposeAutosaveText(f, kComposeReply, atts, "body\n\nwith: colon\n", "begin form\nend\n");
   struct Case {
     std::string data;
     bool ok;
@@ -386,6 +386,7 @@ TEST_F(ComposeTest, AutosaveFileParsing) {
       {"Velmar-Autosave: 1\nnonsense\n\n", false, "no name"},
       {"Velmar-Autosave: 1\nAttachment: a\tb\n\n", false, "incomplete"},
       {"Velmar-Autosave: 1\nTo: " + std::string(70000, 'x') + "\n\n", false, "too long"},
+      {"Velmar-Autosave: 1\nForm: 30\n\nbegin form\n", false, "form is longer than the file"},
   };
   for (const Case& c : cases) {
     ComposeFields g;

@@ -252,13 +252,14 @@ TEST_F(WindowCommands, EditorFieldsTakeTextFocusAndCommands) {
     EXPECT_EQ(xvt_scr_get_focus_vobj(), Named("big"));
     SendKey(Named("big"), K_TAB);
     EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(w, 1));
-    // What the user types runs the field's command.
+    // What the user types runs the field's command; _xvt_focus left the
+    // caret behind the text.
     Eval("keylset windows(ed) command {lappend ::typed [txeditctl ed get]}");
     EVENT ev = xvtrec::MakeEvent(E_CHAR);
     ev.v.chr.ch = '!';
     ev.v.chr.text = true;
     xvt_test_user_event(Named("ed"), &ev);
-    EXPECT_EQ(Eval("set ::typed"), "ok: {!a [b]}");
+    EXPECT_EQ(Eval("set ::typed"), "ok: {a [b]!}");
     EXPECT_EQ(Eval("_xvt_close_win ed; list [info exists windows(ed)] [keylget $windows(w) kidlist]"),
               "ok: 0 {first label second off ok check r1 r2 list big}");
   });
@@ -327,6 +328,8 @@ TEST_F(WindowCommands, TabAndShiftTabMoveTheFocusAlongTheKidlist) {
       ASSERT_TRUE(SendKey(w, s.ch, s.shift));
       EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(w, s.expected_id)) << "expected control " << s.expected_id;
     }
+    // An edit reached by Tab has its text selected, so typing replaces it.
+    EXPECT_TRUE(xvt_test_text_sel(xvt_win_get_ctl(w, 1), nullptr, nullptr));
     // A window inside a container hands Tab on to the container.
     Eval("_xvt_create_window W_PLAIN {0 0 50 50} Pane w 0 pane");
     EXPECT_EQ(Eval("_container_next_focus pane"), "ok: 1");

@@ -77,6 +77,7 @@ TEST_F(AutoReplyPeer, AFailedSendRecordsNothingAndIsTriedAgain) {
   Opt_AssignString("General.DeliveryHost", ("127.0.0.1:" + sink_.env["PORT"]).c_str(), kOptPermanent, 0);
   Tick();
   ASSERT_EQ(sink_.Delivered("json").size(), 1u) << Posts();
+  EXPECT_NE(sink_.Delivered("json")[0].find("\"mail_from\": \"<>\""), std::string::npos) << sink_.Delivered("json")[0];
   EXPECT_NE(ReadFile(autoreply_record_file()).find(" carl@example.net\n"), std::string::npos);
 }
 

@@ -145,6 +145,8 @@ TEST_F(SpellTest, DialogCorrectsSubjectAndTextAndUndoRestores) {
     std::vector<std::string> shown;
     xvt_test_push_dialog(kSpellDialogRid, [&](WINDOW dlg) {
       shown.push_back(Shown(dlg));
+      int from = -1, to = -1;
+      EXPECT_TRUE(xvt_test_text_sel(xvt_win_get_ctl(win, kComposeSubjectId), &from, &to) && from == 8 && to == 13);
       xvt_test_type(dlg, kSpellChangeId, "about");
       xvt_test_click(dlg, kSpellReplaceId);
       shown.push_back(Shown(dlg));

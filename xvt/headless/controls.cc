@@ -41,6 +41,20 @@ void xvt_ctl_set_checked(WINDOW ctl, bool checked) {
 }
 bool xvt_ctl_is_checked(WINDOW ctl) { return Live(ctl) && ctl->checked; }
 
+void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end) {
+  if (!Live(ctl) || ctl->type != WC_EDIT) return;
+  const int n = static_cast<int>(ctl->title.size());
+  ctl->sel_start = std::clamp(start, 0, n);
+  ctl->sel_end = std::clamp(end, ctl->sel_start, n);
+}
+
+bool xvt_test_text_sel(WINDOW ctl, int* start, int* end) {
+  if (!Live(ctl) || ctl->sel_start < 0) return false;
+  if (start) *start = ctl->sel_start;
+  if (end) *end = ctl->sel_end;
+  return true;
+}
+
 void xvt_ctl_check_radio_button(WINDOW ctl, WINDOW* group, int count) {
   for (int i = 0; group && i < count; ++i)
     if (Live(group[i])) group[i]->checked = false;

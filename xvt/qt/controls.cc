@@ -1,5 +1,7 @@
 // Controls and list controls. The user's actions reach the owner window as
 // E_CONTROL; changes the program makes itself are silent (signals blocked).
+#include <algorithm>
+
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QComboBox>
@@ -277,6 +279,20 @@ void xvt_ctl_set_checked(WINDOW ctl, bool checked) {
 bool xvt_ctl_is_checked(WINDOW ctl) {
   auto* b = As<QAbstractButton>(ctl);
   return b && b->isChecked();
+}
+
+void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end) {
+  auto* e = As<QLineEdit>(ctl);
+  if (!e) return;
+  // The caller counts bytes of UTF-8; the line edit counts UTF-16 units.
+  const QByteArray raw = e->text().toUtf8();
+  auto units = [&raw](int at) {
+    at = std::clamp(at, 0, static_cast<int>(raw.size()));
+    while (at > 0 && at < raw.size() && (static_cast<unsigned char>(raw[at]) & 0xC0) == 0x80) --at;
+    return static_cast<int>(QString::fromUtf8(raw.constData(), at).size());
+  };
+  const int from = units(start);
+  e->setSelection(from, std::max(0, units(end) - from));
 }
 
 void xvt_ctl_check_radio_button(WINDOW ctl, WINDOW* group, int count) {
