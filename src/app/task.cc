@@ -35,12 +35,12 @@ namespace {
 
 const MENU_ITEM kFileMenu[] = {
     {M_GO_ONLINE_OFFLINE, "~Go Offline", true, false, false, nullptr},
-    {M_SEND_QUEUE_NOW, "Send ~Queue Now", true, false, false, nullptr},
-    {M_ADDRESS_BOOKS, "~Address Books...", true, false, false, nullptr},
+    {M_SEND_QUEUE_NOW, "Send ~Queue Now\tCtrl+Shift+Q", true, false, false, nullptr},
+    {M_ADDRESS_BOOKS, "~Address Books...\tCtrl+Shift+B", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_FILE_PRINT, "~Print...", false, false, false, nullptr},
+    {M_FILE_PRINT, "~Print...\tCtrl+P", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_FILE_QUIT, "E~xit", true, false, false, nullptr},
+    {M_FILE_QUIT, "E~xit\tCtrl+Q", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 
@@ -234,11 +234,18 @@ void OnCommand(WINDOW win, EVENT* ev) {
       GoOffline();
     return;
   }
+  // A window hands a command it does not know back here; it is then the
+  // program's own, never sent to that window again.
+  static WINDOW routing = NULL_WIN;
   WINDOW front = WinList_Head();
-  if (front && front != win && xvt_vobj_is_valid(front))
+  if (front && front != win && front != routing && xvt_vobj_is_valid(front)) {
+    WINDOW outer = routing;
+    routing = front;
     xvt_win_dispatch_event(front, ev);
-  else
+    routing = outer;
+  } else {
     MSG_DoCommonCommand(win, command);
+  }
 }
 
 }  // namespace

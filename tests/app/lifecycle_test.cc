@@ -11,6 +11,7 @@
 #include "src/base/cenv.h"
 #include "src/base/filenames.h"
 #include "src/app/workspace.h"
+#include "src/organizer/msgwin.h"
 #include "src/base/model_events.h"
 #include "src/base/tcl_interp.h"
 #include "src/options/options.h"
@@ -72,6 +73,17 @@ TEST_F(Lifecycle, StartsAndStopsInOrder) {
   EXPECT_FALSE(xvt_test_app_running());
   EXPECT_EQ(log.types, (std::vector<int>{E_SAVE_DESKTOP, E_ABANDON_SHIP, E_SHIP_SUNK}));
   EXPECT_EQ(log.options_readable, (std::vector<bool>{true, true, false}));
+}
+
+// A command the front window does not know goes back to the task window,
+// which does what it can with it: it never goes round between the two.
+TEST_F(Lifecycle, ACommandTheFrontWindowDoesNotKnowEndsAtTheTaskWindow) {
+  Run({"-b"}, [&] {
+    ASSERT_TRUE(xvt_test_user_command(TASK_WIN, M_MSG_COMPOSE));
+    ASSERT_TRUE(xvt_test_find_window("Compose"));
+    EXPECT_TRUE(xvt_test_user_command(TASK_WIN, M_MSG_SELECT_ALL));
+    Exit();
+  });
 }
 
 // A window's veto stops the exit without a question; Cancel at the question keeps the program up; the close box

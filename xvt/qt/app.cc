@@ -161,8 +161,17 @@ void BuildTaskWindow(XVT_CONFIG* config) {
   layout->addWidget(s.toolbar_row);
   layout->addWidget(s.mdi_area, 1);
   s.task_window->setCentralWidget(central);
-  QObject::connect(s.mdi_area, &QMdiArea::subWindowActivated, s.task_window, [](QMdiSubWindow*) {
-    if (!R().destroyed) ShowTaskMenuBar();
+  QObject::connect(s.mdi_area, &QMdiArea::subWindowActivated, s.task_window, [](QMdiSubWindow* sub) {
+    if (R().destroyed) return;
+    ShowTaskMenuBar();
+    // The window whose bar now shows is the one in front, also when the
+    // click that brought it there landed in a child (its tree) that takes
+    // the focus event itself: the program routes the bar's commands by it.
+    if (xvt_object* doc = RecordOf(sub); doc && Live(doc)) {
+      EVENT ev = MakeEvent(E_FOCUS);
+      ev.v.active = true;
+      Send(doc, &ev);
+    }
   });
 
   auto& r = R();
