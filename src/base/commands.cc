@@ -10,7 +10,7 @@ const MENU_ITEM kOptionsMenu[] = {
 };
 
 const MENU_ITEM kHelpMenu[] = {
-    {M_HELP_CONTENTS, "~Contents", true, false, false, nullptr},
+    {M_HELP_CONTENTS, "~Contents\tF1", true, false, false, nullptr},
     {M_HELP_ABOUT, "~About Velmar...", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };

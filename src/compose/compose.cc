@@ -30,20 +30,20 @@
 namespace {
 
 const MENU_ITEM kFileMenu[] = {
-    {M_COMPOSE_SEND, "~Send", true, false, false, nullptr},
-    {M_COMPOSE_SAVE_DRAFT, "Save to ~Drafts", true, false, false, nullptr},
+    {M_COMPOSE_SEND, "~Send\tCtrl+Return", true, false, false, nullptr},
+    {M_COMPOSE_SAVE_DRAFT, "Save to ~Drafts\tCtrl+S", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_COMPOSE_ATTACH, "~Attach File...", true, false, false, nullptr},
     {M_COMPOSE_DETACH, "~Detach File", true, false, false, nullptr},
     {M_COMPOSE_INSERT, "~Insert File...", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_COMPOSE_CLOSE, "~Close\tCtrl+W", true, false, false, nullptr},
+    {M_COMPOSE_CLOSE, "~Close", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 const MENU_ITEM kEditMenu[] = {
     {M_COMPOSE_EXPAND, "~Expand Aliases", true, false, false, nullptr},
     {M_COMPOSE_ADDRESS_BOOK, "~Address Book...", true, false, false, nullptr},
-    {M_COMPOSE_SPELL, "Check ~Spelling...", true, false, false, nullptr},
+    {M_COMPOSE_SPELL, "Check ~Spelling...\tF7", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 const MENU_ITEM kSecurityMenu[] = {

@@ -48,15 +48,15 @@ bool g_timer_busy = false;
 
 const MENU_ITEM kFileMenu[] = {
     {M_MSG_OPEN_WINDOW, "~Open in Window", true, false, false, nullptr},
-    {M_MSG_CLOSE, "~Close\tCtrl+W", true, false, false, nullptr},
+    {M_MSG_CLOSE, "~Close", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_MSG_SAVE, "~Save Message...", true, false, false, nullptr},
-    {M_FILE_PRINT, "~Print...", false, false, false, nullptr},
+    {M_MSG_SAVE, "~Save Message...\tCtrl+S", true, false, false, nullptr},
+    {M_FILE_PRINT, "~Print...\tCtrl+P", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_GO_ONLINE_OFFLINE, "~Go Offline", true, false, false, nullptr},
-    {M_SEND_QUEUE_NOW, "Send ~Queue Now", true, false, false, nullptr},
+    {M_SEND_QUEUE_NOW, "Send ~Queue Now\tCtrl+Shift+Q", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_FILE_QUIT, "E~xit", true, false, false, nullptr},
+    {M_FILE_QUIT, "E~xit\tCtrl+Q", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 
@@ -66,7 +66,7 @@ const MENU_ITEM kEditMenu[] = {
     {M_MSG_SELECT_ALL, "Select ~All\tCtrl+A", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_MSG_COPY, "~Copy to Folder...", true, false, false, nullptr},
-    {M_MSG_MOVE, "~Move to Folder...", true, false, false, nullptr},
+    {M_MSG_MOVE, "~Move to Folder...\tCtrl+Shift+M", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 
@@ -86,12 +86,12 @@ const MENU_ITEM kMessageMenu[] = {
     {M_MSG_NEXT, "Show ~Next", true, false, false, nullptr},
     {M_MSG_PREV, "Show ~Previous", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_MSG_COMPOSE, "New ~Message...", true, false, false, nullptr},
+    {M_MSG_COMPOSE, "New ~Message...\tCtrl+N", true, false, false, nullptr},
     {M_PHONE_MESSAGE, "New P~hone Message...", true, false, false, nullptr},
     {M_COMPOSE_FORM, "New F~orm...", true, false, false, nullptr},
-    {M_MSG_REPLY, "~Reply...", false, false, false, nullptr},
-    {M_MSG_REPLY_ALL, "Reply to ~All...", false, false, false, nullptr},
-    {M_MSG_FORWARD, "~Forward...", false, false, false, nullptr},
+    {M_MSG_REPLY, "~Reply...\tCtrl+R", false, false, false, nullptr},
+    {M_MSG_REPLY_ALL, "Reply to ~All...\tCtrl+Shift+R", false, false, false, nullptr},
+    {M_MSG_FORWARD, "~Forward...\tCtrl+L", false, false, false, nullptr},
     {M_MSG_RESTART, "Restart ~Compose", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_MSG_MARK_SEEN, "Mark ~Read", true, false, false, nullptr},
@@ -105,9 +105,9 @@ const MENU_ITEM kMessageMenu[] = {
 };
 
 const MENU_ITEM kSearchMenu[] = {
-    {M_MSG_NEW_SEARCH, "~New Search...", false, false, false, nullptr},
+    {M_MSG_NEW_SEARCH, "~New Search...\tCtrl+Shift+F", false, false, false, nullptr},
     {M_MSG_SAVED_SEARCH, "New ~Saved Search...", false, false, false, nullptr},
-    {M_MSG_QUICK_SEARCH, "~Quick Search...", true, false, false, nullptr},
+    {M_MSG_QUICK_SEARCH, "~Quick Search...\tCtrl+F", true, false, false, nullptr},
     {M_MSG_SEARCH_PROPERTIES, "Search ~Properties...", false, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };

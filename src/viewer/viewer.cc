@@ -44,25 +44,25 @@ Viewers& V() {
 }
 
 const MENU_ITEM kFileMenu[] = {
-    {M_VIEW_SAVE, "~Save Text As...", true, false, false, nullptr},
+    {M_VIEW_SAVE, "~Save Text As...\tCtrl+S", true, false, false, nullptr},
     {M_VIEW_SAVE_ATTACHMENT, "Save ~Attachment As...", true, false, false, nullptr},
     {M_VIEW_OPEN_ATTACHMENT, "~Open Attachment", true, false, false, nullptr},
     {M_VIEW_EXTRACT, "~Extract Enclosures", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_VIEW_PRINT, "~Print...", false, false, false, nullptr},
+    {M_VIEW_PRINT, "~Print...\tCtrl+P", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_VIEW_CLOSE, "~Close\tCtrl+W", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 
 const MENU_ITEM kMessageMenu[] = {
-    {M_VIEW_NEXT, "~Next", true, false, false, nullptr},
-    {M_VIEW_PREVIOUS, "~Previous", true, false, false, nullptr},
+    {M_VIEW_NEXT, "~Next\tAlt+Down", true, false, false, nullptr},
+    {M_VIEW_PREVIOUS, "~Previous\tAlt+Up", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_VIEW_COMPOSE, "~New Message...", false, false, false, nullptr},
-    {M_VIEW_REPLY, "~Reply...", false, false, false, nullptr},
-    {M_VIEW_REPLY_ALL, "Reply to ~All...", false, false, false, nullptr},
-    {M_VIEW_FORWARD, "~Forward...", false, false, false, nullptr},
+    {M_VIEW_COMPOSE, "~New Message...\tCtrl+N", false, false, false, nullptr},
+    {M_VIEW_REPLY, "~Reply...\tCtrl+R", false, false, false, nullptr},
+    {M_VIEW_REPLY_ALL, "Reply to ~All...\tCtrl+Shift+R", false, false, false, nullptr},
+    {M_VIEW_FORWARD, "~Forward...\tCtrl+L", false, false, false, nullptr},
     {M_VIEW_RESTART, "Restart Co~mpose", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_VIEW_DELETE, "~Delete\tDel", true, false, false, nullptr},
@@ -72,7 +72,7 @@ const MENU_ITEM kMessageMenu[] = {
     {M_VIEW_SPECIAL, "~Special", true, false, false, nullptr},
     {M_VIEW_REPLIED, "~Replied", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
-    {M_VIEW_RAW_HEADER, "Raw ~Header", true, false, false, nullptr},
+    {M_VIEW_RAW_HEADER, "Raw ~Header\tCtrl+U", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 
@@ -608,7 +608,7 @@ void setMenus(WINDOW win) {
   xvt_menu_set_item_title(win, M_VIEW_VIEWED, !shadow && MM_MsgIsRead(v->umi) ? "Not ~Viewed" : "~Viewed");
   xvt_menu_set_item_title(win, M_VIEW_SPECIAL, !shadow && MM_MsgIsFlagged(v->umi) ? "Not ~Special" : "~Special");
   xvt_menu_set_item_title(win, M_VIEW_REPLIED, !shadow && MM_MsgIsAnswered(v->umi) ? "Not ~Replied" : "~Replied");
-  xvt_menu_set_item_title(win, M_VIEW_RAW_HEADER, v->header_style == kHeaderRaw ? "Short ~Header" : "Raw ~Header");
+  xvt_menu_set_item_title(win, M_VIEW_RAW_HEADER, v->header_style == kHeaderRaw ? "Short ~Header\tCtrl+U" : "Raw ~Header\tCtrl+U");
   bool any_part = false;
   for (const AttachRow& row : v->content.rows) any_part |= !row.container;
   xvt_menu_set_item_enabled(win, M_VIEW_SAVE_ATTACHMENT, any_part);

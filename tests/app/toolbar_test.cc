@@ -3,10 +3,18 @@
 // window's menu item is, and Print reaches the printer with the message.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <set>
+
+#include "editor/ekeys/key_event.h"
+#include "editor/ekeys/keymap.h"
 #include "src/app/toolbar.h"
+#include "src/compose/compose.h"
+#include "src/organizer/msgwin.h"
 #include "src/base/window_list.h"
 #include "src/options/options.h"
 #include "src/viewer/viewer_internal.h"
+#include "tests/editor/keys_fixture.h"
 #include "tests/organizer/nodes_fixture.h"
 
 namespace nodestest {
@@ -88,6 +96,65 @@ TEST_F(ToolbarTest, ButtonsSendTheViewersOwnCommands) {
       ASSERT_NE(WinList_Head(), viewer);
       EXPECT_STREQ(xvt_vobj_get_title(WinList_Head(), title, sizeof title), c.opens);
     });
+  }
+}
+
+// The E_CHAR of a menu key as written after the tab: "Ctrl+Shift+R", "F7".
+EVENT KeyEvent(std::string keys) {
+  EVENT ev{};
+  ev.type = E_CHAR;
+  for (size_t plus; keys.size() > 1 && (plus = keys.find('+')) != std::string::npos; keys.erase(0, plus + 1)) {
+    ev.v.chr.control |= keys.compare(0, plus, "Ctrl") == 0;
+    ev.v.chr.shift |= keys.compare(0, plus, "Shift") == 0;
+  }
+  const std::pair<const char*, int> named[] = {{"Return", K_ENTER}, {"Del", K_DEL}, {"Up", K_UP}, {"Down", K_DOWN}};
+  ev.v.chr.ch = keys.size() == 1 ? std::tolower(keys[0]) : keys[0] == 'F' ? K_F1 + std::stoi(keys.substr(1)) - 1 : 0;
+  for (const auto& [name, code] : named)
+    if (keys == name) ev.v.chr.ch = code;
+  return ev;
+}
+
+// The editor's binding of a key, "" when it has none (the default only types).
+std::string Bound(KMSTATE* s, const EVENT& ev) {
+  KM_KEY key;
+  KBIND_RESULT r;
+  if (km_key_from_event(&ev, &key) != RC_OK || km_ksym_decode_seq(s, key.sym, &r) != RC_OK || r.status != 1) return "";
+  return std::strcmp(km_result_name(r), "self-insert") == 0 ? "" : km_result_name(r);
+}
+
+// A menu key takes the key from whatever has the focus, so one bar never
+// has a key twice, and a compose window's keys are none the editor gives a
+// meaning of its own (Ctrl+Return, a new line like Return, is free).
+TEST_F(ToolbarTest, MenuKeysAreUniqueAndLeaveTheEditorItsKeys) {
+  WithViewer(1, [this](WINDOW, WINDOW bar) {
+    ASSERT_TRUE(xvt_test_click(bar, kTbarNew));
+    ASSERT_TRUE(MSG_OpenNodeWindow(TREE_GetFirstKid(TREE_GetRoot(tree_))));
+  });
+  KeyState k;
+  ASSERT_EQ(km_state_setup(k.s, ShippedKeybind().c_str(), nullptr), RC_OK);
+  std::function<void(const MENU_ITEM*, std::set<std::string>*, bool)> walk;
+  walk = [&](const MENU_ITEM* m, std::set<std::string>* seen, bool editor) {
+    for (; m && (m->tag || m->text || m->separator); ++m) {
+      const char* tab = m->text ? std::strchr(m->text, '\t') : nullptr;
+      if (tab) {
+        EXPECT_TRUE(seen->insert(tab + 1).second) << "twice: " << tab + 1;
+        EVENT ev = KeyEvent(tab + 1);
+        ASSERT_NE(ev.v.chr.ch, 0) << tab + 1;
+        EVENT plain = ev;
+        plain.v.chr.control = false;
+        const std::string bound = Bound(k.s, ev);
+        if (editor) {
+          EXPECT_TRUE(bound.empty() || (ev.v.chr.control && bound == Bound(k.s, plain))) << tab + 1 << ": " << bound;
+        }
+      }
+      walk(m->children, seen, editor);
+    }
+  };
+  for (int rid : {kMsgMenuBar, kViewerMenuBar, kComposeMenuBar}) {
+    std::set<std::string> seen;
+    ASSERT_NE(xvt_res_get_menubar(rid), nullptr) << rid;
+    walk(xvt_res_get_menubar(rid), &seen, rid == kComposeMenuBar);
+    EXPECT_GE(seen.size(), 3u) << rid;
   }
 }
 

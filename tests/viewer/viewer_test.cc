@@ -173,7 +173,7 @@ TEST_F(ViewerTest, StepsThroughTheCommonKindsOfMail) {
     EXPECT_NE(v->header_text.find("Subject: =?UTF-8?B?U2FsZSDigqw=?="), std::string::npos);
     char label[64];
     xvt_menu_get_item_title(v->window, M_VIEW_RAW_HEADER, label, sizeof label);
-    EXPECT_STREQ(label, "Short ~Header");
+    EXPECT_STREQ(label, "Short ~Header\tCtrl+U");
     EXPECT_EQ(Opt_LookupText("Viewer.HeaderStyle", kOptPermanent), "Raw");
 
     doMenu(v->window, M_VIEW_PREVIOUS);

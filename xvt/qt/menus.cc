@@ -4,6 +4,7 @@
 // changes them by itself.
 #include <QAction>
 #include <QApplication>
+#include <QKeySequence>
 #include <QMainWindow>
 #include <QMdiArea>
 #include <QMdiSubWindow>
@@ -39,6 +40,18 @@ void SetChecked(QAction* a, bool checked) {
   }
 }
 
+// "~Close\tCtrl+W": the text before the tab is the title, the rest the
+// key that chooses the item. A bar's item takes the key as a shortcut, so
+// it works wherever the focus is in the window, as long as the item is
+// enabled and its bar shows (Qt ignores the bars of windows behind); a text
+// field keeps the editing keys it uses. A pop-up only shows the key.
+void SetTitle(QAction* a, const char* title, bool bar) {
+  const QString text = Mnemonic(title);
+  const qsizetype tab = bar ? text.indexOf(u'\t') : -1;
+  a->setShortcut(tab < 0 ? QKeySequence() : QKeySequence(text.mid(tab + 1), QKeySequence::PortableText));
+  a->setText(tab < 0 ? text : text.left(tab));
+}
+
 // Fills menu with items. A bar's items send E_COMMAND to the task window;
 // a pop-up's items carry their tag for the caller to read (set != null
 // means a bar, whose tagged items are registered in it).
@@ -54,7 +67,8 @@ void AddItems(MenuSet* set, QMenu* menu, const MENU_ITEM* items) {
       action = sub->menuAction();
       AddItems(set, sub, m->children);
     } else {
-      action = menu->addAction(Mnemonic(m->text));
+      action = menu->addAction(QString());
+      SetTitle(action, m->text, set != nullptr);
       SetChecked(action, m->checked);
       int tag = m->tag;
       action->setData(tag);
@@ -152,7 +166,7 @@ void xvt_menu_set_item_checked(WINDOW win, int tag, bool checked) {
 void xvt_menu_set_item_title(WINDOW win, int tag, const char* title) {
   if (MenuItem* m = FindMenuItem(win, tag)) {
     m->title = title ? title : "";
-    if (QAction* a = Action(win, tag)) a->setText(Mnemonic(title));
+    if (QAction* a = Action(win, tag)) SetTitle(a, title, !a->menu());
   }
 }
 

@@ -120,7 +120,7 @@ inline const MENU_ITEM kFileMenu[] = {{101, "~Open", true, false, false, nullptr
                                       {103, "~Wrap lines", true, true, false, nullptr},
                                       {104, "~Print", false, false, false, nullptr}, {}};
 inline const MENU_ITEM kMenus[] = {{100, "~File", true, false, false, kFileMenu}, {}};
-inline const MENU_ITEM kMessageMenu[] = {{201, "~Reply", true, false, false, nullptr}, {}};
+inline const MENU_ITEM kMessageMenu[] = {{201, "~Reply\tCtrl+R", true, false, false, nullptr}, {}};
 inline const MENU_ITEM kDocMenus[] = {{200, "~Message", true, false, false, kMessageMenu}, {}};
 
 struct Registered {

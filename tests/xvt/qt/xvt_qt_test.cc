@@ -3,6 +3,7 @@
 #include <QAction>
 #include <QMainWindow>
 #include <QMenu>
+#include <QKeySequence>
 #include <QMenuBar>
 #include <QScrollBar>
 #include <QWindow>
@@ -255,6 +256,8 @@ TEST_F(XvtQt, MenusShowTheProgramsStateAndChoicesReachTheTaskWindow) {
     WINDOW doc = Win(TASK_WIN, {0, 0, 300, 200}, nullptr, WSF_SIZE, W_DOC, kDocMenuBar);
     ASSERT_NE(doc, NULL_WIN);
     EXPECT_TRUE(WaitFor([] { return BarTitles() == Titles{"&Message"}; }, 500));
+    ASSERT_NE(BarAction("&Reply"), nullptr) << "the key after the tab is no part of the title";
+    EXPECT_EQ(BarAction("&Reply")->shortcut(), QKeySequence("Ctrl+R"));
     xvt_vobj_destroy(doc);
     EXPECT_EQ(BarTitles(), Titles{"&File"});
   });
