@@ -87,7 +87,28 @@ proc startup_ok {} {
     }
     option -permanent General.Fullname $name
     option -permanent General.MailAddress $addr
+    startup_local_folders
     doneVMRStartup
+}
+
+# A first start has no message service: the user gets local folders, with
+# drafts and sent mail kept there, so that Save to Drafts and the copy of
+# what was sent work before anything else is set up. What the site's
+# defaults already say is left as it is.
+proc startup_local_folders {} {
+    if {![catch {option -session MsgService.IDList} ids] && [string trim $ids] ne ""} return
+    foreach {name value} {
+        MsgService.IDList 1
+        MsgService.ms1.Name "Local Folders"
+        MsgService.ms1.Type local
+        Compose.DraftFolder "Local Folders!drafts"
+        Compose.SentmailFolder "Local Folders!sent"
+        Compose.SaveOutgoing 1
+    } {
+        if {[catch {option -session $name} old] || $old eq ""} {
+            option -permanent $name $value
+        }
+    }
 }
 
 startup_build

@@ -349,6 +349,9 @@ TEST_F(FirstRunForm, AnswersAreCheckedStoredAndSaved) {
   std::string saved = ReadFile(home_ + "/default.tcl");
   EXPECT_NE(saved.find("option General.Fullname \"Ann Example\""), std::string::npos) << saved;
   EXPECT_NE(saved.find("ann@example.org"), std::string::npos) << saved;
+  // A fresh home gets local folders that keep drafts and sent mail.
+  for (const char* line : {"option MsgService.ms1.Type \"local\"", "option Compose.DraftFolder \"Local Folders!drafts\""})
+    EXPECT_NE(saved.find(line), std::string::npos) << line << "\n" << saved;
   // The next start goes straight to the organizer.
   xvt_test_reset();
   Run({"-b"}, [&] {
