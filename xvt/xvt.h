@@ -245,6 +245,8 @@ const MENU_ITEM* xvt_res_get_menubar(int rid);
 // An icon by resource id: the name of an image file (BMP) under the
 // application directory's icons/ folder, registered by the program.
 void xvt_res_register_icon(int rid, const char* path);
+// The file registered for an icon id; null when none is.
+const char* xvt_res_icon_path(int rid);
 
 // ---------------------------------------------------------------------------
 // Application
@@ -456,6 +458,10 @@ WINDOW xvt_ctl_create(WIN_TYPE type, const RCT* rct, const char* title, WINDOW p
 WINDOW xvt_win_get_ctl(WINDOW win, int id);
 int xvt_ctl_get_id(WINDOW ctl);
 void xvt_ctl_set_checked(WINDOW ctl, bool checked);
+// A push button shows the icon of resource id icon_rid before its text; 0
+// takes the picture away. Other controls ignore it. A disabled button greys
+// its picture with its text.
+void xvt_ctl_set_icon(WINDOW ctl, int icon_rid);
 bool xvt_ctl_is_checked(WINDOW ctl);
 // Selects bytes [start, end) of an edit control's UTF-8 text; offsets inside
 // a character are moved to its start, offsets past the end to the end.

@@ -119,6 +119,8 @@ std::string xvt_test_help_shown(void);  // last help file opened or topic shown
 // The window's caret: false when it has none; else its rectangle and
 // whether it is shown.
 bool xvt_test_caret(WINDOW win, RCT* rct, bool* visible);
+// The icon a push button shows (xvt_ctl_set_icon); 0 when none.
+int xvt_test_ctl_icon(WINDOW ctl);
 // The selection last set in an edit control (byte offsets); false when none.
 bool xvt_test_text_sel(WINDOW ctl, int* start, int* end);
 

@@ -10,6 +10,7 @@
 
 #include "src/app/workspace.h"
 #include "src/base/commands.h"
+#include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/base/window_list.h"
 #include "src/books/book_window.h"
@@ -23,29 +24,34 @@ struct ButtonDef {
   int id;
   const char* label;
   const char* tip;
+  int icon;       // the picture beside the label
   int organizer;  // the command in an organizer window; 0: none there
   int viewer;     // in a viewer
   int task;       // a command of the task window, whatever window is in front
 };
 
 const ButtonDef kButtons[] = {
-    {kTbarNew, "New", "New Message", M_MSG_COMPOSE, M_VIEW_COMPOSE, 0},
-    {kTbarReply, "Reply", "Reply", M_MSG_REPLY, M_VIEW_REPLY, 0},
-    {kTbarReplyAll, "Reply All", "Reply to All", M_MSG_REPLY_ALL, M_VIEW_REPLY_ALL, 0},
-    {kTbarForward, "Forward", "Forward", M_MSG_FORWARD, M_VIEW_FORWARD, 0},
-    {kTbarDelete, "Delete", "Delete", M_MSG_DELETE, M_VIEW_DELETE, 0},
-    {kTbarPrevious, "Previous", "Previous Message", M_MSG_PREV, M_VIEW_PREVIOUS, 0},
-    {kTbarNext, "Next", "Next Message", M_MSG_NEXT, M_VIEW_NEXT, 0},
-    {kTbarCheck, "Check", "Check New Mail", M_MSG_CHECK, 0, 0},
-    {kTbarSendQueue, "Send Queue", "Send Queue Now", 0, 0, M_SEND_QUEUE_NOW},
-    {kTbarBooks, "Books", "Address Books", 0, 0, M_ADDRESS_BOOKS},
-    {kTbarPrint, "Print", "Print", M_FILE_PRINT, M_VIEW_PRINT, 0},
-    {kTbarOnline, "Online", "Go Offline", 0, 0, M_GO_ONLINE_OFFLINE},
+    {kTbarNew, "New", "New Message", 9500, M_MSG_COMPOSE, M_VIEW_COMPOSE, 0},
+    {kTbarReply, "Reply", "Reply", 9501, M_MSG_REPLY, M_VIEW_REPLY, 0},
+    {kTbarReplyAll, "Reply All", "Reply to All", 9502, M_MSG_REPLY_ALL, M_VIEW_REPLY_ALL, 0},
+    {kTbarForward, "Forward", "Forward", 9503, M_MSG_FORWARD, M_VIEW_FORWARD, 0},
+    {kTbarDelete, "Delete", "Delete", 9504, M_MSG_DELETE, M_VIEW_DELETE, 0},
+    {kTbarPrevious, "Previous", "Previous Message", 9505, M_MSG_PREV, M_VIEW_PREVIOUS, 0},
+    {kTbarNext, "Next", "Next Message", 9506, M_MSG_NEXT, M_VIEW_NEXT, 0},
+    {kTbarCheck, "Check", "Check New Mail", 9507, M_MSG_CHECK, 0, 0},
+    {kTbarSendQueue, "Send Queue", "Send Queue Now", 9508, 0, 0, M_SEND_QUEUE_NOW},
+    {kTbarBooks, "Books", "Address Books", 9509, 0, 0, M_ADDRESS_BOOKS},
+    {kTbarPrint, "Print", "Print", 9510, M_FILE_PRINT, M_VIEW_PRINT, 0},
+    {kTbarOnline, "Online", "Go Offline", kTbarIconOnline, 0, 0, M_GO_ONLINE_OFFLINE},
 };
 
 constexpr int kGap = 4;
 constexpr int kButtonTop = 6;
 constexpr int kButtonHeight = 30;
+// The pictures are 20 pixels wide, and the toolkit sets a few pixels
+// between a picture and its text; the rest is the button's frame.
+constexpr int kIconRoom = 24;
+constexpr int kFrameRoom = 16;
 constexpr long kRefreshPeriod = 300;
 
 struct Toolbar {
@@ -61,7 +67,24 @@ Toolbar& T() {
   return t;
 }
 
-int ButtonWidth(const char* label) { return std::max(56, 8 * static_cast<int>(std::string(label).size()) + 20); }
+// Measured in the buttons' own font, so a wide font does not clip the
+// text and a narrow one does not stretch the row. The Online button fits
+// its longer face too.
+int ButtonWidth(const ButtonDef& b) {
+  int text = xvt_dwin_get_text_width(NULL_WIN, b.label, -1);
+  if (b.id == kTbarOnline) text = std::max(text, xvt_dwin_get_text_width(NULL_WIN, "Offline", -1));
+  return std::max(56, text + kIconRoom + kFrameRoom);
+}
+
+// The buttons' pictures ship in the application directory's icons/ folder
+// like the frame's; the toolbar registers its own so it needs no list kept
+// elsewhere.
+void RegisterPictures() {
+  const std::string dir = JoinPath(GetApplicationDir(), "icons");
+  auto add = [&dir](int rid) { xvt_res_register_icon(rid, JoinPath(dir, std::to_string(rid) + ".bmp").c_str()); };
+  for (const ButtonDef& b : kButtons) add(b.icon);
+  add(kTbarIconOffline);
+}
 
 // The window a button's command goes to and the command there; 0 when that
 // window has no such command.
@@ -108,10 +131,12 @@ long toolbar_eh(WINDOW win, EVENT* ev) {
     case E_CREATE: {
       int x = kGap;
       for (const ButtonDef& b : kButtons) {
-        const int w = ButtonWidth(b.label);
+        const int w = ButtonWidth(b);
         RCT r{x, kButtonTop, x + w, kButtonTop + kButtonHeight};
-        if (WINDOW ctl = xvt_ctl_create(WC_PUSHBUTTON, &r, b.label, win, CTL_FLAG_DISABLED, b.id))
+        if (WINDOW ctl = xvt_ctl_create(WC_PUSHBUTTON, &r, b.label, win, CTL_FLAG_DISABLED, b.id)) {
           xvt_vobj_set_tooltip(ctl, b.tip);
+          xvt_ctl_set_icon(ctl, b.icon);
+        }
         x += w + kGap;
       }
       break;
@@ -136,8 +161,9 @@ WINDOW TBAR_Create(WINDOW task_win) {
   Toolbar& t = T();
   if (t.win) return t.win;
   int width = kGap;
-  for (const ButtonDef& b : kButtons) width += ButtonWidth(b.label) + kGap;
+  for (const ButtonDef& b : kButtons) width += ButtonWidth(b) + kGap;
   RCT r{kCriticalWinWidth, 0, kCriticalWinWidth + width, kToolbarHeight};
+  RegisterPictures();
   t.win = xvt_win_create(W_PLAIN, &r, "", 0, task_win, WSF_NONE, EM_ALL, toolbar_eh, 0);
   if (!t.win) {
     Trace(kTraceToolbar, kTraceCritical, "TBAR_Create: the toolbar window could not be made\n");
@@ -175,6 +201,7 @@ void TBAR_Refresh() {
   if (!t.known || offline != t.offline) {
     WINDOW ctl = xvt_win_get_ctl(t.win, kTbarOnline);
     xvt_vobj_set_title(ctl, offline ? "Offline" : "Online");
+    xvt_ctl_set_icon(ctl, offline ? kTbarIconOffline : kTbarIconOnline);
     xvt_vobj_set_tooltip(ctl, offline ? "Go Online" : "Go Offline");
     t.offline = offline;
   }

@@ -31,3 +31,7 @@ enum TbarButton {
   kTbarOnline,
   kTbarCount = kTbarOnline
 };
+
+// The Online button's pictures: plugged in, and pulled out.
+constexpr int kTbarIconOnline = 9511;
+constexpr int kTbarIconOffline = 9512;

@@ -158,5 +158,43 @@ TEST_F(ToolbarTest, MenuKeysAreUniqueAndLeaveTheEditorItsKeys) {
   }
 }
 
+// Each button shows its own picture, and the picture is a file the program
+// ships; the Online button's picture says the state it is in.
+TEST_F(ToolbarTest, ButtonsShowShippedPicturesAndOnlineFollowsTheState) {
+  Run([] {
+    WINDOW bar = TBAR_Create(TASK_WIN);
+    ASSERT_TRUE(bar);
+    auto reads = [](int rid) {
+      const char* path = xvt_res_icon_path(rid);
+      XVT_IMAGE img = path ? xvt_image_read_bmp(path) : nullptr;
+      int w = 0, h = 0;
+      xvt_image_get_dimensions(img, &w, &h);
+      xvt_image_destroy(img);
+      return w == 20 && h == 20;
+    };
+    std::set<int> seen;
+    for (int id = kTbarNew; id <= kTbarCount; ++id) {
+      const int rid = xvt_test_ctl_icon(xvt_win_get_ctl(bar, id));
+      EXPECT_TRUE(reads(rid)) << "button " << id << ", picture " << rid;
+      EXPECT_TRUE(seen.insert(rid).second) << "button " << id << " repeats picture " << rid;
+    }
+    const struct {
+      bool offline;
+      int icon;
+      const char* face;
+    } states[] = {{true, kTbarIconOffline, "Offline"}, {false, kTbarIconOnline, "Online"}};
+    for (const auto& s : states) {
+      Opt_AssignBoolean("General.Offline", s.offline, kOptSession, 0);
+      TBAR_Refresh();
+      WINDOW online = xvt_win_get_ctl(bar, kTbarOnline);
+      char face[40] = "";
+      EXPECT_STREQ(xvt_vobj_get_title(online, face, sizeof face), s.face);
+      EXPECT_EQ(xvt_test_ctl_icon(online), s.icon) << s.face;
+      EXPECT_TRUE(reads(xvt_test_ctl_icon(online))) << s.face;
+    }
+    TBAR_Destroy();
+  });
+}
+
 }  // namespace
 }  // namespace nodestest

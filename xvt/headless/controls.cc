@@ -41,6 +41,11 @@ void xvt_ctl_set_checked(WINDOW ctl, bool checked) {
 }
 bool xvt_ctl_is_checked(WINDOW ctl) { return Live(ctl) && ctl->checked; }
 
+void xvt_ctl_set_icon(WINDOW ctl, int icon_rid) {
+  if (Live(ctl) && ctl->type == WC_PUSHBUTTON) ctl->icon = icon_rid;
+}
+int xvt_test_ctl_icon(WINDOW ctl) { return Live(ctl) ? ctl->icon : 0; }
+
 void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end) {
   if (!Live(ctl) || ctl->type != WC_EDIT) return;
   const int n = static_cast<int>(ctl->title.size());

@@ -29,6 +29,7 @@ struct xvt_object : xvtrec::WinRecord {
   bool maximized = false, minimized = false;
   // Controls.
   bool checked = false;
+  int icon = 0;  // push buttons: the icon shown beside the text
   int sel_start = -1, sel_end = -1;  // edit controls: the selection last set
   std::vector<std::string> items;
   std::vector<bool> selected;

@@ -7,6 +7,7 @@
 #include <QComboBox>
 #include <QEvent>
 #include <QGroupBox>
+#include <QIcon>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -274,6 +275,21 @@ void xvt_ctl_set_checked(WINDOW ctl, bool checked) {
     QSignalBlocker block(b);
     b->setChecked(checked);
   }
+}
+
+void xvt_ctl_set_icon(WINDOW ctl, int icon_rid) {
+  if (!Live(ctl) || ctl->type != WC_PUSHBUTTON) return;
+  auto* b = As<QPushButton>(ctl);
+  if (!b) return;
+  QImage img = icon_rid ? IconImage(icon_rid) : QImage();
+  if (img.isNull()) {
+    b->setIcon(QIcon());
+    return;
+  }
+  // At its own size: a scaled picture would blur. Qt makes the greyed
+  // picture of a disabled button from this one.
+  b->setIcon(QIcon(QPixmap::fromImage(img)));
+  b->setIconSize(img.size());
 }
 
 bool xvt_ctl_is_checked(WINDOW ctl) {

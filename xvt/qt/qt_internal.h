@@ -33,8 +33,6 @@ class QSocketNotifier;
 class QTimer;
 class QWidget;
 
-// Declared by xvt_common.cc: the BMP file registered for an icon id.
-const char* xvt_res_icon_path(int rid);
 
 namespace xvtqt {
 
