@@ -3,9 +3,12 @@
 // the lines of a folder in order, named by message number.
 #pragma once
 
+#include <cstdlib>
 #include <functional>
 #include <string>
+#include <vector>
 
+#include "src/base/fs.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 #include "tests/model/model_fixture.h"
@@ -39,6 +42,34 @@ inline std::string Lines(TreeNode* node) {
     out += (out.empty() ? "" : " ") + part;
   }
   return out;
+}
+
+// Ten messages for a folder, the eighth with a long subject, and a load run
+// with the free store refusing just that message's line record (its header,
+// "a@x" and the subject): memory runs short in the middle of the load.
+inline std::vector<std::string> EighthIsLong() {
+  std::vector<std::string> raws;
+  for (int i = 1; i <= 10; ++i) raws.push_back(Msg("From: a@x\r\nSubject: " + std::string(i == 8 ? 137 : 1, i == 8 ? 'x' : 's') + "\r\n"));
+  return raws;
+}
+inline void ShortOfMemoryAtTheEighth(const std::function<void()>& load) {
+  static size_t fail_size = 0;
+  static const FsAllocator failing = {
+      [](size_t size, bool zero) -> void* {
+        if (size == fail_size) {
+          fail_size = 0;
+          return nullptr;
+        }
+        return zero ? std::calloc(1, size ? size : 1) : std::malloc(size ? size : 1);
+      },
+      [](void* p, size_t size) { return std::realloc(p, size ? size : 1); }, std::free};
+  fs_set_allocator(&failing);
+  fs_init();
+  xvt_test_clear_posts();
+  fail_size = sizeof(MessageNodeInfo) + 4 + 137 + 1;
+  load();
+  fs_shutdown();
+  fs_set_allocator(nullptr);
 }
 
 // The questions asked since the posts were cleared, each cut to width.

@@ -423,27 +423,11 @@ TEST_F(NodesTest, LinesDrawAtTheirColumns) {
   });
 }
 
-// The free store's allocator, made to refuse the first allocation of one
-// size: the line record of the message with the long subject.
-size_t g_fail_size = 0;
-void* FailingAlloc(size_t size, bool zero) {
-  if (size == g_fail_size) {
-    g_fail_size = 0;
-    return nullptr;
-  }
-  return zero ? std::calloc(1, size ? size : 1) : std::malloc(size ? size : 1);
-}
-void* Resize(void* p, size_t size) { return std::realloc(p, size ? size : 1); }
-const FsAllocator kFailing = {FailingAlloc, Resize, std::free};
-
 // Memory runs short in the middle of a load: the free store gives back its
 // reserve and posts E_LOW_MEMORY, the folder stops its loop and shows what
 // it read, with the note; the group road also says so in the progress window.
 TEST_F(NodesTest, LowMemoryCutsTheLoadShort) {
-  std::vector<std::string> raws;
-  const std::string long_subject(137, 'x');
-  for (int i = 1; i <= 10; ++i) raws.push_back(Msg("From: a@x\r\nSubject: " + (i == 8 ? long_subject : "s") + "\r\n"));
-  MakeFolder("Box", raws);
+  MakeFolder("Box", EighthIsLong());
   struct Road {
     const char* groups;
     const char* lines;
@@ -455,14 +439,8 @@ TEST_F(NodesTest, LowMemoryCutsTheLoadShort) {
   Run([&] {
     for (const Road& road : roads) {
       Opt_AssignString("View.MsgGroups", road.groups, kOptSession, 0);
-      fs_set_allocator(&kFailing);
-      fs_init();
-      xvt_test_clear_posts();
-      // The record of message 8, the third the load reads: header, "a@x", the subject.
-      g_fail_size = sizeof(MessageNodeInfo) + 4 + long_subject.size() + 1;
-      TreeNode* node = Open(local_, "Box");
-      fs_shutdown();
-      fs_set_allocator(nullptr);
+      TreeNode* node = nullptr;
+      ShortOfMemoryAtTheEighth([&] { node = Open(local_, "Box"); });  // the third the load reads
       ASSERT_NE(node, nullptr) << road.groups;
       EXPECT_EQ(Lines(node), road.lines) << road.groups;
       EXPECT_TRUE(F(node)->low_memory);

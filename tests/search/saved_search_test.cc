@@ -150,39 +150,16 @@ TEST_F(SavedSearch, TwoFoldersShownAndFollowingNewMail) {
   });
 }
 
-// Refuses the first allocation of one size: the line record of the
-// message with the long subject.
-size_t g_fail_size = 0;
-void* FailingAlloc(size_t size, bool zero) {
-  if (size == g_fail_size) {
-    g_fail_size = 0;
-    return nullptr;
-  }
-  return zero ? std::calloc(1, size ? size : 1) : std::malloc(size ? size : 1);
-}
-void* Resize(void* p, size_t size) { return std::realloc(p, size ? size : 1); }
-const FsAllocator kFailing = {FailingAlloc, Resize, std::free};
-
 // Memory runs short while the lines are made: the search shows what it
 // made, says so, and marks itself as cut short.
 TEST_F(SavedSearch, LowMemoryCutsTheLoadShort) {
-  std::vector<std::string> raws;
-  const std::string long_subject(137, 'x');
-  for (int i = 1; i <= 10; ++i)
-    raws.push_back(nodestest::Msg("From: a@x\r\nSubject: " + (i == 8 ? long_subject : "s") + "\r\n"));
-  MakeFolder("Box", raws);
+  MakeFolder("Box", nodestest::EighthIsLong());
   ASSERT_EQ(MM_FolSubscribe(local_, "Box", 1), 1);
   Make("Short", {"Box"}, "ALL");
   Run([&] {
     searchAppendNodes(TREE_GetRoot(tree_));
     TreeNode* node = TREE_GetFirstKid(TREE_GetRoot(tree_));
-    fs_set_allocator(&kFailing);
-    fs_init();
-    xvt_test_clear_posts();
-    g_fail_size = sizeof(MessageNodeInfo) + 4 + long_subject.size() + 1;
-    searchHandleNodeEvent(tree_, node, kNodeEventDoubleClick);
-    fs_shutdown();
-    fs_set_allocator(nullptr);
+    nodestest::ShortOfMemoryAtTheEighth([&] { searchHandleNodeEvent(tree_, node, kNodeEventDoubleClick); });
     SearchInfo* s = SRCH_NodeInfo(node);
     EXPECT_EQ(s->count, 8);  // the record that met the shortage is kept
     EXPECT_TRUE(s->flags & kSearchLowMemory);
