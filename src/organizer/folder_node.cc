@@ -182,6 +182,14 @@ int folderSortOrder(int ms, const char* name) {
   return MSG_SortOrderFromName(Opt_LookupText(FolderOption(ms, name, "Sort").c_str(), kOptSession).c_str());
 }
 
+void folderSetSortOrder(TreeNode* node, int order) {
+  FolderNodeInfo* f = FOL_Info(node);
+  if (!f || order < 0 || order >= kSortOrders) return;
+  Opt_AssignString(FolderOption(f->ms, f->name.c_str(), "Sort").c_str(), MSG_SortName(order), kOptPermanent, 0);
+  f->sort = order;
+  if (f->folder_id != INVALID_FOLDER && !f->groups_loaded) MSG_ResortKids(Holder(node), order);
+}
+
 TreeNode* folderAdd(TreeNode* parent, int ms, const FolderListEntry& item, int subscribed, int folder_id) {
   const char* friendly = MM_FolGetFriendlyName(ms, item.name.c_str());
   if (!friendly || !*friendly || friendly[0] == '.' ||

@@ -116,6 +116,16 @@ FolderNodeInfo* OneFolder(MsgWinInfo* info, const Selection& s) {
   return s.nodes.empty() && info->type == kMsgWinFolder ? FOL_Info(Origin(info)) : nullptr;
 }
 
+// The folder a sort concerns: a folder window's own, the one folder line
+// selected, or the folder of the first selected message.
+TreeNode* SortTarget(MsgWinInfo* info, const Selection& s) {
+  if (info->type == kMsgWinFolder) return Origin(info);
+  if (s.nodes.size() == 1 && FOL_Info(s.nodes[0])) return s.nodes[0];
+  for (TreeNode* n = s.message ? s.nodes[0] : nullptr; n; n = TREE_GetParent(n))
+    if (FOL_Info(n)) return n;
+  return nullptr;
+}
+
 bool Allowed(MsgWinInfo* info, const Selection& s, Need need) {
   const size_t n = s.nodes.size();
   switch (need) {
@@ -154,6 +164,13 @@ void SetMenus(MsgWinInfo* info) {
   char word[20] = "Next";
   Opt_LookupString("General.ActionDelete", word, sizeof word - 1, kOptSession);
   xvt_menu_set_item_checked(info->window, M_MSG_ACTION_DELETE, strcasecmp(word, "Previous") == 0);
+  // Sort By checks the folder's order; lines in rule groups follow their groups' orders instead.
+  const FolderNodeInfo* sorted = FOL_Info(SortTarget(info, s));
+  const int order = sorted ? folderSortOrder(sorted->ms, sorted->name.c_str()) : -1;
+  for (int o = 0; o < kSortOrders; ++o) {
+    xvt_menu_set_item_enabled(info->window, M_MSG_SORT_FIRST + o, sorted && !sorted->groups_loaded);
+    xvt_menu_set_item_checked(info->window, M_MSG_SORT_FIRST + o, o == order);
+  }
   xvt_menu_update(info->window);
 }
 
@@ -324,6 +341,11 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
   int16_t* guard = MSG_MenuGuard();
   if (*guard) return;  // a command's dialog is up
   const CommandRule* rule = RuleOf(command);
+  if (command >= M_MSG_SORT_FIRST && command < M_MSG_SORT_FIRST + kSortOrders) {
+    if (TreeNode* folder = SortTarget(info, Select(info))) folderSetSortOrder(folder, command - M_MSG_SORT_FIRST);
+    SetMenus(info);
+    return;
+  }
   if (!rule) {
     MSG_DoCommonCommand(info->window, command);
     return;

@@ -70,6 +70,17 @@ const MENU_ITEM kEditMenu[] = {
     {0, nullptr, false, false, false, nullptr},
 };
 
+const MENU_ITEM kSortMenu[] = {
+    {M_MSG_SORT_FIRST + kSortRecentArrival, "~Newest Arrival First", false, false, false, nullptr},
+    {M_MSG_SORT_FIRST + kSortLeastRecentArrival, "~Oldest Arrival First", false, false, false, nullptr},
+    {M_MSG_SORT_FIRST + kSortRecentDate, "Newest ~Date Sent First", false, false, false, nullptr},
+    {M_MSG_SORT_FIRST + kSortLeastRecentDate, "Oldest Date ~Sent First", false, false, false, nullptr},
+    {M_MSG_SORT_FIRST + kSortFrom, "~From", false, false, false, nullptr},
+    {M_MSG_SORT_FIRST + kSortSubject, "S~ubject", false, false, false, nullptr},
+    {M_MSG_SORT_FIRST + kSortConversation, "~Conversations", false, false, false, nullptr},
+    {0, nullptr, false, false, false, nullptr},
+};
+
 const MENU_ITEM kFolderMenu[] = {
     {M_MSG_NEW_FOLDER, "New ~Folder...", true, false, false, nullptr},
     {M_MSG_NEW_SERVICE, "New Message ~Service...", false, false, false, nullptr},
@@ -79,6 +90,8 @@ const MENU_ITEM kFolderMenu[] = {
     {M_MSG_CLEAN, "C~lean", true, false, false, nullptr},
     {M_MSG_SUBSCRIBE, "S~ubscribe", true, false, false, nullptr},
     {M_MSG_ACCESS_RIGHTS, "~Access Rights...", false, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {M_MSG_SORT_FIRST - 1, "S~ort By", true, false, false, kSortMenu},
     {0, nullptr, false, false, false, nullptr},
 };
 

@@ -62,6 +62,8 @@ enum MsgCommand : int {
   M_MSG_FILTERS = 20404,
   M_MSG_SAVE = 20501,
 };
+// Folder > Sort By: one item for each sort order, numbered from here in MsgSortOrder's order.
+constexpr int M_MSG_SORT_FIRST = 14520;
 
 struct MsgWinInfo {
   int32_t type = kMsgWinTop;

@@ -307,6 +307,10 @@ void folderDraw(WINDOW win, TreeNode* node, RCT* rect);
 TreeNode* folderFind(TreeNode* service_node, const char* full_name);
 // The sort order of the folder from Folder.<ms>.<name>.Sort.
 int folderSortOrder(int ms, const char* name);
+// Stores a new sort order for the folder and puts its lines in it, where
+// they are (the tree or the folder's window); a closed folder takes it when
+// it opens. Lines in rule groups keep their groups' own orders.
+void folderSetSortOrder(TreeNode* node, int order);
 // Takes the folder's counters again from its lines (after a batch of changes).
 void folderRecount(TreeNode* node);
 

@@ -509,4 +509,28 @@ TEST_F(OrganizerWindowsTest, ForgettingTheDesktopTakesBothSpellingsOfTheGeometry
   for (const auto& [key, after] : keys) EXPECT_EQ(Opt_LookupText(key, kOptSession), after) << key;
 }
 
+// Folder > Sort By puts the lines in the chosen order where they are, in the
+// tree or in the folder's window, checks the order in the menu and keeps it.
+TEST_F(OrganizerWindowsTest, SortByReordersTheLinesWhereTheyAreAndKeepsTheOrder) {
+  Run([&] {
+    auto first = [](TreeNode* holder) {
+      std::string out;
+      for (TreeNode* k = TREE_GetFirstKid(holder); k && out.size() < 5; k = TREE_GetNext(k))
+        if (MessageNodeInfo* m = MSG_Info(k)) out += std::to_string(MM_UMIMsgno(m->umi)) + " ";
+      return out;
+    };
+    TreeNode* mail = Folder("mail");
+    TREE_OpenSubtree(mail, 1, 0);
+    TREE_SelectOnlyNode(mail);
+    EXPECT_EQ(first(mail), "3 2 1 ");
+    Command(Top(), M_MSG_SORT_FIRST + kSortLeastRecentArrival);
+    EXPECT_EQ(first(mail), "1 2 3 ");
+    EXPECT_TRUE(xvt_menu_get_item_checked(Top()->window, M_MSG_SORT_FIRST + kSortLeastRecentArrival));
+    EXPECT_EQ(Opt_LookupText("Folder.1.mail.Sort", kOptPermanent), "Least Recent Arrival");
+    Command(Top(), M_MSG_OPEN_WINDOW);
+    Command(MSG_WinInfo(MSG_NodeWindow(mail)), M_MSG_SORT_FIRST + kSortRecentArrival);
+    EXPECT_EQ(first(TREE_GetElsewhereRoot(mail)), "3 2 1 ");
+  });
+}
+
 }  // namespace
