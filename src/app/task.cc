@@ -274,6 +274,7 @@ long task_eh(WINDOW win, EVENT* ev) {
     case E_DESTROY: OnDestroy(); break;
     case E_SIZE:
       Trace(kTraceFrame, kTraceLow, "main.c : task_eh - E_SIZE\n");
+      TBAR_Fit(ev->v.size.width);
       if (!P().icon_set) {
         xvt_vobj_set_attr(win, ATTR_APP_ICON, 9000);
         P().icon_set = true;

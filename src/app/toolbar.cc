@@ -52,11 +52,13 @@ constexpr int kButtonHeight = 30;
 // between a picture and its text; the rest is the button's frame.
 constexpr int kIconRoom = 24;
 constexpr int kFrameRoom = 16;
+constexpr int kPictureOnly = 36;  // a button without its name: the picture in its frame
 constexpr long kRefreshPeriod = 300;
 
 struct Toolbar {
   WINDOW win = NULL_WIN;
   long timer = 0;
+  bool names = true;  // the buttons carry their names beside the pictures
   bool enabled[kTbarCount + 1] = {};
   bool offline = false;
   bool known = false;  // the buttons show a state taken at least once
@@ -74,6 +76,33 @@ int ButtonWidth(const ButtonDef& b) {
   int text = xvt_dwin_get_text_width(NULL_WIN, b.label, -1);
   if (b.id == kTbarOnline) text = std::max(text, xvt_dwin_get_text_width(NULL_WIN, "Offline", -1));
   return std::max(56, text + kIconRoom + kFrameRoom);
+}
+
+// A button's face: its name, the Online button's saying the state.
+const char* Face(const ButtonDef& b) {
+  if (b.id == kTbarOnline && T().offline) return "Offline";
+  return b.label;
+}
+
+// Places the buttons in a row of `room` pixels: with their names when the
+// names fit, else pictures only (the tips still name them), so that a
+// narrow window does not cut the last buttons off.
+void Layout(WINDOW win, int room) {
+  int full = kGap;
+  for (const ButtonDef& b : kButtons) full += ButtonWidth(b) + kGap;
+  T().names = full <= room;
+  int x = kGap;
+  for (const ButtonDef& b : kButtons) {
+    const int w = T().names ? ButtonWidth(b) : kPictureOnly;
+    RCT r{x, kButtonTop, x + w, kButtonTop + kButtonHeight};
+    if (WINDOW ctl = xvt_win_get_ctl(win, b.id)) {
+      xvt_vobj_move(ctl, &r);
+      xvt_vobj_set_title(ctl, T().names ? Face(b) : "");
+    }
+    x += w + kGap;
+  }
+  RCT outer{kCriticalWinWidth, 0, kCriticalWinWidth + x, kToolbarHeight};
+  xvt_vobj_move(win, &outer);
 }
 
 // The buttons' pictures ship in the application directory's icons/ folder
@@ -139,6 +168,9 @@ long toolbar_eh(WINDOW win, EVENT* ev) {
         }
         x += w + kGap;
       }
+      RCT task{};
+      xvt_vobj_get_client_rect(TASK_WIN, &task);
+      if (task.right > task.left) Layout(win, task.right - task.left - kCriticalWinWidth);
       break;
     }
     case E_UPDATE: xvt_dwin_clear(win, COLOR_SYSTEM_WINDOW); break;
@@ -200,12 +232,16 @@ void TBAR_Refresh() {
   const bool offline = IsOffline() != 0;
   if (!t.known || offline != t.offline) {
     WINDOW ctl = xvt_win_get_ctl(t.win, kTbarOnline);
-    xvt_vobj_set_title(ctl, offline ? "Offline" : "Online");
+    t.offline = offline;
+    if (t.names) xvt_vobj_set_title(ctl, offline ? "Offline" : "Online");
     xvt_ctl_set_icon(ctl, offline ? kTbarIconOffline : kTbarIconOnline);
     xvt_vobj_set_tooltip(ctl, offline ? "Go Online" : "Go Offline");
-    t.offline = offline;
   }
   t.known = true;
+}
+
+void TBAR_Fit(int task_width) {
+  if (T().win) Layout(T().win, task_width - kCriticalWinWidth);
 }
 
 void TBAR_SetVisible(bool visible) {

@@ -13,6 +13,9 @@ WINDOW TBAR_Window();
 // for the program's own commands) onto the buttons.
 void TBAR_Refresh();
 // Hides the toolbar while another window needs the row (the first-run setup).
+// Lays the toolbar out for a task window of this client width: the buttons
+// drop their names when the names do not fit.
+void TBAR_Fit(int task_width);
 void TBAR_SetVisible(bool visible);
 
 // Control ids of the buttons, left to right.

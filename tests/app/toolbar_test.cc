@@ -192,6 +192,15 @@ TEST_F(ToolbarTest, ButtonsShowShippedPicturesAndOnlineFollowsTheState) {
       EXPECT_EQ(xvt_test_ctl_icon(online), s.icon) << s.face;
       EXPECT_TRUE(reads(xvt_test_ctl_icon(online))) << s.face;
     }
+    // A narrow task window keeps every button, with pictures only.
+    for (const int width : {700, 1400}) {
+      TBAR_Fit(width);
+      RCT r{};
+      char face[40] = "";
+      xvt_vobj_get_outer_rect(bar, &r);
+      EXPECT_LE(r.right, width);
+      EXPECT_STREQ(xvt_vobj_get_title(xvt_win_get_ctl(bar, kTbarNew), face, sizeof face), width < 1000 ? "" : "New");
+    }
     TBAR_Destroy();
   });
 }
