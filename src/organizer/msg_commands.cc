@@ -116,14 +116,26 @@ FolderNodeInfo* OneFolder(MsgWinInfo* info, const Selection& s) {
   return s.nodes.empty() && info->type == kMsgWinFolder ? FOL_Info(Origin(info)) : nullptr;
 }
 
-// The folder a sort concerns: a folder window's own, the one folder line
+// The folder a sort or Mark All Read concerns: a folder window's own, the one folder line
 // selected, or the folder of the first selected message.
-TreeNode* SortTarget(MsgWinInfo* info, const Selection& s) {
+TreeNode* FolderInQuestion(MsgWinInfo* info, const Selection& s) {
   if (info->type == kMsgWinFolder) return Origin(info);
   if (s.nodes.size() == 1 && FOL_Info(s.nodes[0])) return s.nodes[0];
   for (TreeNode* n = s.message ? s.nodes[0] : nullptr; n; n = TREE_GetParent(n))
     if (FOL_Info(n)) return n;
   return nullptr;
+}
+
+// Folder > Mark All Read: the open folder's unread lines, wherever they
+// stand (the tree, its window, its groups), read in one flag change.
+void MarkAllRead(TreeNode* folder) {
+  const FolderNodeInfo* f = FOL_Info(folder);
+  if (!f || f->folder_id == INVALID_FOLDER) return;
+  std::vector<UMI> unread;
+  for (TreeNode* line : f->index.Lines())
+    if (const MessageNodeInfo* m = MSG_Info(line); m && !(m->flags & kMsgRead)) unread.push_back(m->umi);
+  if (!unread.empty() && MM_MsgSetFlagMany(unread, "\\Seen") != static_cast<int>(unread.size()))
+    Trace(kTraceOrganizer, kTraceCritical, "Mark All Read: not every message could be marked\n");
 }
 
 bool Allowed(MsgWinInfo* info, const Selection& s, Need need) {
@@ -165,7 +177,8 @@ void SetMenus(MsgWinInfo* info) {
   Opt_LookupString("General.ActionDelete", word, sizeof word - 1, kOptSession);
   xvt_menu_set_item_checked(info->window, M_MSG_ACTION_DELETE, strcasecmp(word, "Previous") == 0);
   // Sort By checks the folder's order; lines in rule groups follow their groups' orders instead.
-  const FolderNodeInfo* sorted = FOL_Info(SortTarget(info, s));
+  const FolderNodeInfo* sorted = FOL_Info(FolderInQuestion(info, s));
+  xvt_menu_set_item_enabled(info->window, M_MSG_MARK_ALL_READ, sorted && sorted->folder_id != INVALID_FOLDER);
   const int order = sorted ? folderSortOrder(sorted->ms, sorted->name.c_str()) : -1;
   for (int o = 0; o < kSortOrders; ++o) {
     xvt_menu_set_item_enabled(info->window, M_MSG_SORT_FIRST + o, sorted && !sorted->groups_loaded);
@@ -341,8 +354,12 @@ void MSG_DoCommand(MsgWinInfo* info, int command) {
   int16_t* guard = MSG_MenuGuard();
   if (*guard) return;  // a command's dialog is up
   const CommandRule* rule = RuleOf(command);
+  if (command == M_MSG_MARK_ALL_READ) {
+    MarkAllRead(FolderInQuestion(info, Select(info)));
+    return;
+  }
   if (command >= M_MSG_SORT_FIRST && command < M_MSG_SORT_FIRST + kSortOrders) {
-    if (TreeNode* folder = SortTarget(info, Select(info))) folderSetSortOrder(folder, command - M_MSG_SORT_FIRST);
+    if (TreeNode* folder = FolderInQuestion(info, Select(info))) folderSetSortOrder(folder, command - M_MSG_SORT_FIRST);
     SetMenus(info);
     return;
   }

@@ -89,6 +89,7 @@ const MENU_ITEM kFolderMenu[] = {
     {M_MSG_CHECK, "C~heck New Mail\tF5", true, false, false, nullptr},
     {M_MSG_CLEAN, "C~lean", true, false, false, nullptr},
     {M_MSG_SUBSCRIBE, "S~ubscribe", true, false, false, nullptr},
+    {M_MSG_MARK_ALL_READ, "~Mark All Read\tCtrl+Shift+C", false, false, false, nullptr},
     {M_MSG_ACCESS_RIGHTS, "~Access Rights...", false, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_MSG_SORT_FIRST - 1, "S~ort By", true, false, false, kSortMenu},

@@ -64,6 +64,7 @@ enum MsgCommand : int {
 };
 // Folder > Sort By: one item for each sort order, numbered from here in MsgSortOrder's order.
 constexpr int M_MSG_SORT_FIRST = 14520;
+constexpr int M_MSG_MARK_ALL_READ = 14530;  // Folder > Mark All Read
 
 struct MsgWinInfo {
   int32_t type = kMsgWinTop;

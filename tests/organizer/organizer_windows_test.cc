@@ -510,7 +510,8 @@ TEST_F(OrganizerWindowsTest, ForgettingTheDesktopTakesBothSpellingsOfTheGeometry
 }
 
 // Folder > Sort By puts the lines in the chosen order where they are, in the
-// tree or in the folder's window, checks the order in the menu and keeps it.
+// tree or in the folder's window, checks the order in the menu and keeps it;
+// Mark All Read reads the same folder's lines.
 TEST_F(OrganizerWindowsTest, SortByReordersTheLinesWhereTheyAreAndKeepsTheOrder) {
   Run([&] {
     auto first = [](TreeNode* holder) {
@@ -527,6 +528,9 @@ TEST_F(OrganizerWindowsTest, SortByReordersTheLinesWhereTheyAreAndKeepsTheOrder)
     EXPECT_EQ(first(mail), "1 2 3 ");
     EXPECT_TRUE(xvt_menu_get_item_checked(Top()->window, M_MSG_SORT_FIRST + kSortLeastRecentArrival));
     EXPECT_EQ(Opt_LookupText("Folder.1.mail.Sort", kOptPermanent), "Least Recent Arrival");
+    ASSERT_GT(FOL_Info(mail)->unread, 0);
+    Command(Top(), M_MSG_MARK_ALL_READ);  // the same folder in question
+    EXPECT_EQ(FOL_Info(mail)->unread, 0);
     Command(Top(), M_MSG_OPEN_WINDOW);
     Command(MSG_WinInfo(MSG_NodeWindow(mail)), M_MSG_SORT_FIRST + kSortRecentArrival);
     EXPECT_EQ(first(TREE_GetElsewhereRoot(mail)), "3 2 1 ");
