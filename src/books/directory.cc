@@ -256,8 +256,9 @@ DirectoryAnswer DIR_Search(const std::string& typed) {
   if (tls != "none") {
     if (!SetTrust(c.ld, ca_file, true))
       return fail("TLS could not be set up for the directory" +
-                  (ca_file.empty() ? std::string() : " with the certificate authority file " + ca_file) +
-                  " (Directory.CACertFile); it was not searched.");
+                  (ca_file.empty() ? std::string()
+                                   : " with the certificate authority file " + ca_file + " (Directory.CACertFile)") +
+                  "; it was not searched.");
     // Any failure here ends the search: it never goes on in plain text.
     const bool starttls = tls == "starttls";
     const auto start = std::chrono::steady_clock::now();
