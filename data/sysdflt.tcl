@@ -8,3 +8,4 @@ option -default Folders.EnableLocal TRUE
 option -default Folders.EnableRemote TRUE
 option -default Send.Background FALSE
 option -default Compose.QueueOutgoing FALSE
+option -default Directory.CACertFile {}

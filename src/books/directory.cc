@@ -3,6 +3,10 @@
 // connection would only go stale behind a firewall.
 #include "src/books/directory.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include "c-client/auth/auth.h"
@@ -125,6 +129,46 @@ std::string Reason(int rc, const std::string& server, int timeout) {
   }
 }
 
+// TLS settings of this handle alone, made before anything connects: the
+// authorities in ca_file (or the system's when empty), and a certificate
+// that must be signed by one of them and name the host we asked for. The
+// library reads them only into a new context, hence NEWCTX last.
+bool SetTrust(LDAP* ld, const std::string& ca_file, bool check) {
+  const int require = check ? LDAP_OPT_X_TLS_DEMAND : LDAP_OPT_X_TLS_NEVER;
+  const int client = 0;
+  if (!ca_file.empty() && ldap_set_option(ld, LDAP_OPT_X_TLS_CACERTFILE, ca_file.c_str()) != LDAP_OPT_SUCCESS)
+    return false;
+  return ldap_set_option(ld, LDAP_OPT_X_TLS_REQUIRE_CERT, &require) == LDAP_OPT_SUCCESS &&
+         ldap_set_option(ld, LDAP_OPT_X_TLS_NEWCTX, &client) == LDAP_OPT_SUCCESS;
+}
+
+void Limit(LDAP* ld, timeval* limit) {
+  const int version = LDAP_VERSION3;
+  ldap_set_option(ld, LDAP_OPT_PROTOCOL_VERSION, &version);
+  ldap_set_option(ld, LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
+  // Connect and every synchronous wait are bounded, so a silent server
+  // costs the user at most the time-out, never a hang.
+  ldap_set_option(ld, LDAP_OPT_NETWORK_TIMEOUT, limit);
+  ldap_set_option(ld, LDAP_OPT_TIMEOUT, limit);
+}
+
+// The TLS handshake (after StartTLS, or first thing for ldaps).
+int Handshake(LDAP* ld, bool starttls) {
+  return starttls ? ldap_start_tls_s(ld, nullptr, nullptr) : ldap_connect(ld);
+}
+
+// After a handshake failed: whether the same handshake with the certificate
+// left unchecked goes through, i.e. the server speaks TLS but we do not
+// trust it. The library gives no reason of its own, and a user told
+// "cannot be reached" would look at the network instead. Nothing but the
+// handshake goes over this second connection.
+bool OnlyTrustFailed(const std::string& uri, bool starttls, timeval* limit) {
+  Connection probe;
+  if (ldap_initialize(&probe.ld, uri.c_str()) != LDAP_SUCCESS || !probe.ld) return false;
+  Limit(probe.ld, limit);
+  return SetTrust(probe.ld, "", false) && Handshake(probe.ld, starttls) == LDAP_SUCCESS;
+}
+
 // The first value of attribute, cleaned, or "".
 std::string FirstValue(LDAP* ld, LDAPMessage* entry, const char* attribute) {
   berval** values = ldap_get_values_len(ld, entry, attribute);
@@ -197,22 +241,41 @@ DirectoryAnswer DIR_Search(const std::string& typed) {
   std::string filter, error;
   if (!DIR_MakeFilter(templ, text, &filter, &error)) return fail(error);
 
+  const std::string ca_file = Trimmed(Opt_LookupText("Directory.CACertFile", kOptSession));
+  if (tls != "none" && !ca_file.empty() && access(ca_file.c_str(), R_OK) != 0)
+    return fail("The certificate authority file " + ca_file + " (Directory.CACertFile) cannot be read: " +
+                strerror(errno) + ".");
+
   const std::string server = host + ":" + std::to_string(port);
   const std::string uri = (tls == "ldaps" ? "ldaps://" : "ldap://") + server;
   Connection c;
   if (ldap_initialize(&c.ld, uri.c_str()) != LDAP_SUCCESS || !c.ld)
     return fail("The directory server's address " + uri + " is not usable.");
-  const int version = LDAP_VERSION3;
   timeval limit{timeout, 0};
-  ldap_set_option(c.ld, LDAP_OPT_PROTOCOL_VERSION, &version);
-  ldap_set_option(c.ld, LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
-  // Connect and every synchronous wait are bounded, so a silent server
-  // costs the user at most the time-out, never a hang.
-  ldap_set_option(c.ld, LDAP_OPT_NETWORK_TIMEOUT, &limit);
-  ldap_set_option(c.ld, LDAP_OPT_TIMEOUT, &limit);
-  if (tls == "starttls") {
-    const int rc = ldap_start_tls_s(c.ld, nullptr, nullptr);
-    if (rc != LDAP_SUCCESS) return fail("The directory server " + server + " could not start TLS: " + ldap_err2string(rc));
+  Limit(c.ld, &limit);
+  if (tls != "none") {
+    if (!SetTrust(c.ld, ca_file, true))
+      return fail("TLS could not be set up for the directory" +
+                  (ca_file.empty() ? std::string()
+                                   : " with the certificate authority file " + ca_file + " (Directory.CACertFile)") +
+                  "; it was not searched.");
+    // Any failure here ends the search: it never goes on in plain text.
+    const bool starttls = tls == "starttls";
+    const auto start = std::chrono::steady_clock::now();
+    int rc = Handshake(c.ld, starttls);
+    // A handshake the server never answers comes back as a lost connection
+    // once the time-out has passed; say what the user waited for.
+    if (rc == LDAP_SERVER_DOWN && std::chrono::steady_clock::now() - start >= std::chrono::seconds(timeout))
+      rc = LDAP_TIMEOUT;
+    if (rc > 0 && starttls)
+      return fail("The directory server " + server + " does not offer TLS (it answered the StartTLS request: " +
+                  ldap_err2string(rc) + "); it was not searched (Directory.TLS is starttls).");
+    if ((rc == LDAP_CONNECT_ERROR || rc == LDAP_SERVER_DOWN) && OnlyTrustFailed(uri, starttls, &limit))
+      return fail("The certificate of the directory server " + server +
+                  " was not trusted: it is not signed by a known authority, or it is not made out to " + host +
+                  ". It was not searched. If the directory has its own authority, name its certificate in "
+                  "Directory.CACertFile.");
+    if (rc != LDAP_SUCCESS) return fail(Reason(rc, server, timeout));
   }
   const std::string bind_dn = Trimmed(Opt_LookupText("Directory.BindDN", kOptSession));
   if (!bind_dn.empty()) {

@@ -1,5 +1,5 @@
 // The public directory against a real server (tests/peers/ldap-slapd.sh):
-// what a search gives, the size limit, a wrong password, and a compose
+// what a search gives, the size limit, a wrong password, TLS, and a compose
 // field filled from the directory when no book knows the name.
 #include <gtest/gtest.h>
 
@@ -77,6 +77,35 @@ TEST_F(DirectoryPeer, SearchesGiveEveryAddressTellALimitAndRefuseAWrongPassword)
     EXPECT_EQ(a.message.find("more than 3 entries") != std::string::npos, c.partial) << a.message;
   }
   EXPECT_EQ(g_asked, 2);  // asked again after the refusal, then once for the session
+}
+
+// Over TLS only with a certificate we trust, and never on in plain text.
+TEST_F(DirectoryPeer, TlsFindsThePersonOnlyWhenTheCertificateIsTrusted) {
+  setenv("LDAP_TLS", "off", 1);
+  PeerServer no_tls{"ldap-slapd.sh", "velmar-ldap"};
+  const bool started = no_tls.Start();
+  unsetenv("LDAP_TLS");
+  ASSERT_TRUE(started);
+  const std::string port = server_.env.at("PORT"), ssl = server_.env.at("SSLPORT"), ca = server_.env.at("CAFILE");
+  const std::string ann = "Ann Example <ann@example.org>;", untrusted = "server 127.0.0.1:";
+  const struct {
+    const char* tls;
+    std::string port, ca, expected;  // the person found, or part of the message
+  } cases[] = {
+      {"starttls", port, ca, ann},
+      {"ldaps", ssl, ca, ann},
+      {"starttls", port, "", "certificate of the directory " + untrusted + port + " was not trusted"},
+      {"ldaps", ssl, "", "certificate of the directory " + untrusted + ssl + " was not trusted"},
+      {"starttls", no_tls.env.at("PORT"), ca, untrusted + no_tls.env.at("PORT") + " does not offer TLS"},
+  };
+  for (const auto& c : cases) {
+    for (const auto& [name, value] : {std::pair<const char*, std::string>{"Directory.TLS", c.tls},
+                                      {"Directory.Port", c.port}, {"Directory.CACertFile", c.ca}})
+      Opt_AssignString(name, value.c_str(), kOptSession, 0);
+    const DirectoryAnswer a = DIR_Search("ann");
+    EXPECT_EQ(a.failed, c.expected != ann) << c.tls << " " << c.port << ": " << a.message;
+    EXPECT_NE((a.failed ? a.message : Shown(a)).find(c.expected), std::string::npos) << a.message << Shown(a);
+  }
 }
 
 TEST_F(DirectoryPeer, ComposeTakesANameNoBookKnowsFromTheDirectory) {

@@ -29,7 +29,8 @@ TEST(Directory, TypedTextIsEscapedIntoTheFilter) {
   }
 }
 
-// A port that refuses, and one that takes the connection and then says nothing.
+// A port that refuses, and one that takes the connection and then says
+// nothing, in plain text and over TLS; a CA file that is not there.
 TEST_F(ModelTest, DirectoryServerDownOrSilentIsToldWithinTheTimeout) {
   const unsigned short refusing = tcptest::LoopbackServer().port();  // closed again at once
   tcptest::LoopbackServer silent;
@@ -37,15 +38,26 @@ TEST_F(ModelTest, DirectoryServerDownOrSilentIsToldWithinTheTimeout) {
   for (const auto& [name, value] :
        {std::pair{"Directory.Enable", "1"}, {"Directory.Host", "127.0.0.1"}, {"Directory.TimeoutSeconds", "1"}})
     Opt_AssignString(name, value, kOptSession, 0);
-  const std::pair<unsigned short, const char*> cases[] = {{refusing, "cannot be reached"},
-                                                          {silent.port(), "did not answer within 1 seconds"}};
-  for (const auto& [port, says] : cases) {
-    Opt_AssignString("Directory.Port", std::to_string(port).c_str(), kOptSession, 0);
+  const struct {
+    unsigned short port;
+    const char *tls, *ca, *says;
+  } cases[] = {
+      {refusing, "none", "", "cannot be reached"},
+      {refusing, "ldaps", "", "cannot be reached"},
+      {silent.port(), "none", "", "did not answer within 1 seconds"},
+      {silent.port(), "starttls", "", "did not answer within 1 seconds"},
+      {silent.port(), "ldaps", "", "did not answer within 1 seconds"},
+      {silent.port(), "ldaps", "/nonexistent/ca.pem", "/nonexistent/ca.pem (Directory.CACertFile) cannot be read"},
+  };
+  for (const auto& [port, tls, ca, says] : cases) {
+    for (const auto& [name, value] : {std::pair<const char*, std::string>{"Directory.Port", std::to_string(port)},
+                                      {"Directory.TLS", tls}, {"Directory.CACertFile", ca}})
+      Opt_AssignString(name, value.c_str(), kOptSession, 0);
     const auto start = std::chrono::steady_clock::now();
     const DirectoryAnswer answer = DIR_Search("ann");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3)) << says;
     EXPECT_TRUE(answer.failed);
-    EXPECT_NE(answer.message.find(says), std::string::npos) << answer.message;
+    EXPECT_NE(answer.message.find(says), std::string::npos) << tls << ": " << answer.message;
   }
 }
 

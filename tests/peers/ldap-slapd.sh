@@ -3,12 +3,17 @@
 #
 #   ldap-slapd.sh start [DIR]   config, database and people in DIR (or a new
 #                               temporary directory); prints KEY=VALUE lines
-#                               once the seeded people can be read back
+#                               once the seeded people can be read back:
+#                               PORT (plain, StartTLS offered), SSLPORT (TLS
+#                               from the first byte), CAFILE (the server's
+#                               self-signed certificate, to trust it)
 #   ldap-slapd.sh stop DIR      stops the server started in DIR
 #
 # Nothing under /etc/ldap or /var/lib/ldap is written: the config names only
 # DIR and the schema files shipped with the server. The server runs in the
 # foreground in a process group of its own and is stopped by its recorded pid.
+# LDAP_TLS=off starts it without a certificate: no StartTLS, and nothing
+# listens on SSLPORT.
 set -euo pipefail
 
 BASE=dc=example,dc=org
@@ -17,6 +22,7 @@ ROOT_PW=rootsecret
 BIND_DN=uid=reader,ou=people,$BASE
 BIND_PW=readersecret
 START_TIMEOUT=${LDAP_START_TIMEOUT:-20}
+TLS=${LDAP_TLS:-on}
 
 PEER_NAME=ldap-slapd.sh
 PEER_USAGE="start [DIR] | stop DIR"
@@ -29,6 +35,7 @@ find_slapd() {
   [[ -n $SLAPD ]] || die "slapd is not installed: install the package slapd (scripts/install-deps does)"
   need ldapadd ldap-utils
   need ldapsearch ldap-utils
+  [[ $TLS == off ]] || need openssl openssl
   [[ -f /etc/ldap/schema/inetorgperson.schema ]] || die "the schema files of slapd are missing: reinstall slapd"
 }
 
@@ -46,6 +53,12 @@ argsfile $d/run/slapd.args
 # A server-side cap above what the tests ask for, so the client's limit is
 # the one that bites.
 sizelimit 500
+EOF
+  # slapd reads the key as the user it runs as, which is us: self_signed
+  # leaves the key to its owner alone.
+  [[ $TLS == off ]] || printf 'TLSCertificateFile %s\nTLSCertificateKeyFile %s\n' "$d/cert.pem" "$d/key.pem" \
+    >>"$d/slapd.conf"
+  cat >>"$d/slapd.conf" <<EOF
 
 database mdb
 maxsize 10485760
@@ -96,26 +109,30 @@ cmd_start() {
   d=$(server_dir velmar-ldap "$@")
   not_running "$d/run/slapd.pid"
   mkdir -p "$d/run" "$d/db" "$d/log"
+  [[ $TLS == off ]] || self_signed "$d"
   write_config "$d"
   write_people "$d"
 
   launch() {
     rm -rf "$d/db" && mkdir -p "$d/db"
     : >"$d/log/slapd.log"
+    local urls="ldap://127.0.0.1:$1/"
+    [[ $TLS == off ]] || urls+=" ldaps://127.0.0.1:$2/"
     # -d keeps it in the foreground, so that the pid we record is the server's.
-    setsid "$SLAPD" -f "$d/slapd.conf" -h "ldap://127.0.0.1:$1/" -d 0 >>"$d/log/slapd.log" 2>&1 </dev/null &
+    setsid "$SLAPD" -f "$d/slapd.conf" -h "$urls" -d 0 >>"$d/log/slapd.log" 2>&1 </dev/null &
   }
   answers() { ldapsearch -x -o nettimeout=1 -H "ldap://127.0.0.1:$1/" -s base -b "" >/dev/null 2>&1; }
   start_on_free_ports "$d/slapd.pid" "$START_TIMEOUT" "$d/log/slapd.log" launch answers
-  local port=$PORT pid=$PID
+  local port=$PORT sslport=$SSLPORT pid=$PID cafile=$d/cert.pem
+  [[ $TLS != off ]] || sslport= cafile=
   if ! ldapadd -x -H "ldap://127.0.0.1:$port/" -D "$ROOT_DN" -w "$ROOT_PW" -f "$d/people.ldif" \
     >"$d/log/ldapadd.log" 2>&1 || ! probe "$port"; then
     stop_recorded "$d/slapd.pid" "$d/slapd.conf" 10 group
     die "seeding failed (see $d/log/ldapadd.log)"
   fi
 
-  print_env "$d" "DIR=$d" "PID=$pid" HOST=127.0.0.1 "PORT=$port" "BASEDN=ou=people,$BASE" \
-    "BINDDN=$BIND_DN" "PASSWORD=$BIND_PW"
+  print_env "$d" "DIR=$d" "PID=$pid" HOST=127.0.0.1 "PORT=$port" "SSLPORT=$sslport" "CAFILE=$cafile" \
+    "BASEDN=ou=people,$BASE" "BINDDN=$BIND_DN" "PASSWORD=$BIND_PW"
 }
 
 cmd_stop() {
