@@ -463,7 +463,8 @@ void xvt_ctl_set_checked(WINDOW ctl, bool checked);
 // its picture with its text.
 void xvt_ctl_set_icon(WINDOW ctl, int icon_rid);
 bool xvt_ctl_is_checked(WINDOW ctl);
-// Selects bytes [start, end) of an edit control's UTF-8 text; offsets inside
+// Selects bytes [start, end) of an edit or text edit control's UTF-8 text
+// (a text edit scrolls the selection into view); offsets inside
 // a character are moved to its start, offsets past the end to the end.
 void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end);
 // Checks ctl and clears the other radio buttons of the group.

@@ -73,6 +73,9 @@ const MENU_ITEM kMessageMenu[] = {
     {M_VIEW_REPLIED, "~Replied", true, false, false, nullptr},
     {0, nullptr, false, false, true, nullptr},
     {M_VIEW_RAW_HEADER, "Raw ~Header\tCtrl+U", true, false, false, nullptr},
+    {0, nullptr, false, false, true, nullptr},
+    {M_VIEW_FIND, "~Find...\tCtrl+F", true, false, false, nullptr},
+    {M_VIEW_FIND_AGAIN, "Find A~gain\tF3", true, false, false, nullptr},
     {0, nullptr, false, false, false, nullptr},
 };
 
@@ -189,6 +192,7 @@ void FillPanes(ViewerInfo* v) {
   Layout(v);
   xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
   xvt_vobj_set_title(v->text_pane, v->content.text.c_str());
+  v->find_from = 0;
   xvt_list_suspend(v->attachment_pane);
   xvt_list_clear(v->attachment_pane);
   for (const AttachRow& row : v->content.rows) xvt_list_add(v->attachment_pane, -1, row.label.c_str());
@@ -651,6 +655,8 @@ void doMenu(WINDOW win, int command) {
       v->header_text = ViewerHeaderText(v->umi, v->header_style);
       xvt_vobj_set_title(v->header_pane, v->header_text.c_str());
       break;
+    case M_VIEW_FIND:
+    case M_VIEW_FIND_AGAIN: ViewerFind(v, command == M_VIEW_FIND_AGAIN); break;
     case M_VIEW_SAVE: SaveText(v); break;
     case M_VIEW_PRINT: VIEW_PrintMessages({v->umi}); break;
     case M_VIEW_COMPOSE: compose_new(); break;

@@ -34,6 +34,8 @@ constexpr int M_VIEW_EXTRACT = 14615;
 constexpr int M_VIEW_PGP_DECRYPT = 14701;
 constexpr int M_VIEW_PGP_VERIFY = 14702;
 constexpr int M_VIEW_PGP_CAPTURE = 14703;
+constexpr int M_VIEW_FIND = 14630;
+constexpr int M_VIEW_FIND_AGAIN = 14631;
 
 // Control ids of the panes.
 constexpr int kHeaderPaneId = 1;
@@ -94,6 +96,9 @@ struct ViewerInfo {
   // A stored form the message carries, shown below the header, and its size.
   WINDOW form_pane = NULL_WIN;
   int form_width = 0, form_height = 0;
+  // Message > Find: the text looked for and the byte behind its last match.
+  std::string find_text;
+  size_t find_from = 0;
 };
 
 // Shows the message's stored form (its first part of type text/form) in
@@ -139,5 +144,9 @@ int LaunchAttachmentOrCallWizard(const std::string& mime, const std::string& fil
 int attach_get_info(const std::string& mime, const std::string& file, const std::vector<struct HelperEntry>& candidates);
 
 long viewer_eh(WINDOW win, EVENT* ev);
+// Message > Find (asks for the text, looked for from the top) and Find
+// Again (on from the last match): ignoring case, round to the start once; the match is
+// selected in the text pane, and a text not there is said in a note.
+void ViewerFind(ViewerInfo* v, bool again);
 void setMenus(WINDOW win);
 void doMenu(WINDOW win, int command);

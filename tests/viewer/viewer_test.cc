@@ -476,4 +476,31 @@ TEST_F(ViewerTest, AStoredFormShowsInTheFormPane) {
 }
 
 }  // namespace
+// Find ignores case (the Kelvin sign folds from three bytes to one, so the
+// selection must be mapped back), goes on from its last match and round to
+// the start; a text not there is said.
+TEST_F(ViewerTest, FindSelectsEachMatchInTurn) {
+  Run([&] {
+    TreeNode* node = Folder("find", {Plain("f", "\xE2\x84\xAA" "elvin M\xC3\x9C" "NCHEN\nm\xC3\xBC" "nchen kelvin")});
+    ViewerInfo* v = Show(node, 1);
+    ASSERT_TRUE(v);
+    const struct {
+      int command;
+      const char* answer;
+      int start, end;  // -1: no match, the last one stays selected
+    } steps[] = {{M_VIEW_FIND, "M\xC3\xBC" "nchen", 9, 17}, {M_VIEW_FIND_AGAIN, nullptr, 18, 26},
+                 {M_VIEW_FIND_AGAIN, nullptr, 9, 17}, {M_VIEW_FIND, "KELVIN", 0, 8},
+                 {M_VIEW_FIND_AGAIN, nullptr, 27, 33}, {M_VIEW_FIND, "Paris", -1, -1}};
+    for (const auto& s : steps) {
+      if (s.answer) xvt_test_push_text(s.answer);
+      xvt_test_clear_posts();
+      doMenu(v->window, s.command);
+      int start = -1, end = -1;
+      xvt_test_text_sel(v->text_pane, &start, &end);
+      EXPECT_EQ(std::make_pair(start, end), std::make_pair(s.start < 0 ? 27 : s.start, s.start < 0 ? 33 : s.end));
+      EXPECT_EQ(Posts().find("note: \"Paris\" is not in this message.") != std::string::npos, s.start < 0);
+    }
+  });
+}
+
 }  // namespace nodestest

@@ -47,7 +47,7 @@ void xvt_ctl_set_icon(WINDOW ctl, int icon_rid) {
 int xvt_test_ctl_icon(WINDOW ctl) { return Live(ctl) ? ctl->icon : 0; }
 
 void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end) {
-  if (!Live(ctl) || ctl->type != WC_EDIT) return;
+  if (!Live(ctl) || (ctl->type != WC_EDIT && ctl->type != WC_TEXTEDIT)) return;
   const int n = static_cast<int>(ctl->title.size());
   ctl->sel_start = std::clamp(start, 0, n);
   ctl->sel_end = std::clamp(end, ctl->sel_start, n);

@@ -13,6 +13,7 @@
 #include <QListWidget>
 #include <QPixmap>
 #include <QPlainTextEdit>
+#include <QTextCursor>
 #include <QPushButton>
 #include <QScrollBar>
 #include <cstdlib>
@@ -299,16 +300,25 @@ bool xvt_ctl_is_checked(WINDOW ctl) {
 
 void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end) {
   auto* e = As<QLineEdit>(ctl);
-  if (!e) return;
-  // The caller counts bytes of UTF-8; the line edit counts UTF-16 units.
-  const QByteArray raw = e->text().toUtf8();
+  auto* pane = As<QPlainTextEdit>(ctl);
+  if (!e && !pane) return;
+  // The caller counts bytes of UTF-8; the controls count UTF-16 units.
+  const QByteArray raw = (e ? e->text() : pane->toPlainText()).toUtf8();
   auto units = [&raw](int at) {
     at = std::clamp(at, 0, static_cast<int>(raw.size()));
     while (at > 0 && at < raw.size() && (static_cast<unsigned char>(raw[at]) & 0xC0) == 0x80) --at;
     return static_cast<int>(QString::fromUtf8(raw.constData(), at).size());
   };
   const int from = units(start);
-  e->setSelection(from, std::max(0, units(end) - from));
+  if (e) {
+    e->setSelection(from, std::max(0, units(end) - from));
+    return;
+  }
+  QTextCursor cursor = pane->textCursor();
+  cursor.setPosition(from);
+  cursor.setPosition(std::max(from, units(end)), QTextCursor::KeepAnchor);
+  pane->setTextCursor(cursor);
+  pane->ensureCursorVisible();
 }
 
 void xvt_ctl_check_radio_button(WINDOW ctl, WINDOW* group, int count) {
