@@ -129,4 +129,31 @@ proc produce_win_file {name file} {
     close $f
 }
 
+# Puts back what produce_win_file wrote (a compose window restored after a
+# crash). The file is read as data in a safe interpreter: only the values
+# of known fields are taken, each into its own control.
+proc restore_win_file {name file} {
+    global phonemsg_fields
+    set f [open $file r]
+    fconfigure $f -translation auto -encoding ascii
+    set data [read $f 1048576]
+    close $f
+    set safe [interp create -safe]
+    interp limit $safe commands -value 100000
+    set failed [catch {interp eval $safe $data} why]
+    if {!$failed} {
+        foreach {key label kind id} $phonemsg_fields {
+            if {![interp eval $safe [list info exists phonemsg($key)]]} continue
+            set value [interp eval $safe [list set phonemsg($key)]]
+            if {$kind eq "box"} {
+                _xvt_checkbox SET formwin $id [expr {$value eq "1"}]
+            } else {
+                txeditctl phonemsg_$key set $value
+            }
+        }
+    }
+    interp delete $safe
+    if {$failed} { error "the saved fields could not be read: $why" }
+}
+
 phonemsg_build

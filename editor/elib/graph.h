@@ -1,8 +1,8 @@
 // Characters as a person sees them: a base code point with the marks and
 // joiners that ride on it (a cluster), and how many cells it takes on a
-// fixed-pitch screen. A compact range table, not a character database: it
-// knows the common combining blocks, the joiner, variation selectors, skin
-// tone modifiers and the wide East Asian and emoji blocks.
+// fixed-pitch screen. Which code points join and how wide each is comes
+// from the support library's table (rclib/char_width.h), which the printed
+// page uses too.
 //
 // Every cluster walk starts from code point steps (u8.h), so a cluster
 // boundary is always a code point boundary and bytes that are not UTF-8

@@ -5,7 +5,10 @@
 // most kChannelMaxValue bytes:
 //   POKE PART <id> <piece of the encoded request>   (as many as needed)
 //   POKE OPEN <id>                                  -> OK, or NO when refused
-// The id keeps two callers that talk at once apart.
+// The id keeps two callers that talk at once apart. A caller whose request
+// could not be read at all sends the reason instead, for us to show:
+//   POKE FAIL <reason>                              -> OK
+// (a program that does not know FAIL answers NO, as to any unknown line).
 #include "src/app/compose_request.h"
 
 #include <unistd.h>
@@ -25,6 +28,7 @@ constexpr int kAnswerWaitMs = 10000;
 constexpr size_t kMaxPartial = 4;  // callers sending at once
 constexpr size_t kMaxWaiting = 8;  // requests held until start-up is done
 constexpr size_t kMaxId = 32;
+constexpr size_t kMaxFaults = 4;  // reasons shown at once; more are traced only
 
 struct State {
   ChannelServer server;
@@ -34,6 +38,8 @@ struct State {
   bool started = false;
   // Shown after the answer has gone, so that a caller never waits on a box.
   std::string refusal;
+  // Requests that could not be read, shown the same way (or once start-up is done).
+  std::vector<std::string> faults;
 };
 
 State& S() {
@@ -43,11 +49,32 @@ State& S() {
 
 void TellRefusal() {
   State& s = S();
+  if (!s.started) return;
+  std::vector<std::string> faults;
+  faults.swap(s.faults);
+  for (const std::string& why : faults)
+    xvt_dm_post_error("Velmar was asked to start a message, but %s.\nNo message was opened.", why.c_str());
   if (s.refusal.empty()) return;
   const std::string why = s.refusal;
   s.refusal.clear();
   xvt_dm_post_error("Another program asked Velmar to start a message, but %s.\nNo message was opened.",
                     why.c_str());
+}
+
+void KeepFault(const std::string& why) {
+  State& s = S();
+  if (s.faults.size() < kMaxFaults) s.faults.push_back(why);
+}
+
+// One channel value: no controls, no more bytes than a line holds, cut
+// between characters.
+std::string ChannelSafe(const std::string& text, size_t max) {
+  std::string out;
+  for (unsigned char c : text) out += c < 0x20 || c == 0x7f ? ' ' : static_cast<char>(c);
+  if (out.size() <= max) return out;
+  size_t cut = max;
+  while (cut > 0 && (static_cast<unsigned char>(out[cut]) & 0xC0) == 0x80) --cut;
+  return out.substr(0, cut);
 }
 
 void SyncWatches();
@@ -76,6 +103,11 @@ bool OpenOrKeep(const ComposeRequest& request) {
 bool Handle(const ChannelLine& line, std::string*) {
   State& s = S();
   if (line.kind != ChannelKind::kPoke) return false;
+  if (line.item == "FAIL") {
+    Trace(kTraceFrame, kTraceLow, "compose request could not be read: %s\n", line.value.c_str());
+    KeepFault(line.value.empty() ? "the request could not be read" : line.value);
+    return true;
+  }
   const size_t blank = line.value.find(' ');
   const std::string id = line.value.substr(0, blank);
   if (id.empty() || id.size() > kMaxId) return false;
@@ -134,14 +166,27 @@ int CREQ_FromCommandLine(std::vector<std::string>* args) {
   std::string why;
   char cwd[4096];
   if (!::getcwd(cwd, sizeof cwd)) cwd[0] = '\0';
-  if (!ComposeParseArgs(*args, cwd, &request, &rest, &found, &why) ||
-      (found && !ComposeCheckAttachments(request, &why))) {
-    std::fprintf(stderr, "velmar: %s\nNo message was opened.\n", why.c_str());
-    return 2;
-  }
+  const bool ok = ComposeParseArgs(*args, cwd, &request, &rest, &found, &why) &&
+                  (!found || ComposeCheckAttachments(request, &why));
   if (!found) return -1;
   *args = rest;
   const std::string dir = FindUserDir();
+  if (!ok) {
+    // Whoever started us (a browser, a file manager) may show no error
+    // output, so the reason goes to a window too: the running copy's, or
+    // ours once it is up.
+    std::fprintf(stderr, "velmar: %s\nNo message was opened.\n", why.c_str());
+    if (!dir.empty()) {
+      ChannelClient client;
+      if (client.Connect(CREQ_SocketPath(dir))) {
+        client.Transact(ChannelLine{ChannelKind::kPoke, "FAIL", ChannelSafe(why, kChannelMaxValue)}, nullptr,
+                        kAnswerWaitMs);
+        return 2;
+      }
+    }
+    KeepFault(why);
+    return -1;
+  }
   if (!dir.empty()) {
     const int sent = CREQ_SendToRunning(CREQ_SocketPath(dir), request, &why);
     if (sent == 1) return 0;
@@ -172,6 +217,7 @@ void CREQ_StopServer() {
   SyncWatches();
   s.partial.clear();
   s.waiting.clear();
+  s.faults.clear();
   s.started = false;
 }
 

@@ -13,7 +13,9 @@
 // Before the toolkit starts: takes our words out of *args (the words after
 // the program's name). -1: go on starting (a request, if any, waits for
 // CREQ_StartupDone); otherwise the process's exit status (0 a running copy
-// took the request, 1 it did not answer, 2 a bad request: told on stderr).
+// took the request, 1 it did not answer, 2 a bad request: told on stderr and
+// in a box of the running copy). A bad request with no copy running starts
+// the program, which shows the reason once start-up is done.
 int CREQ_FromCommandLine(std::vector<std::string>* args);
 
 // Hands the request to the copy serving socket_path: 1 it took it, 0 it

@@ -305,11 +305,19 @@ bool ComposeParseArgs(const std::vector<std::string>& args, const std::string& c
                       std::vector<std::string>* rest, bool* found, std::string* why) {
   *found = false;
   bool compose = false;
+  // After the first fault the words are still sorted, so that the program
+  // can start without ours and tell the user what was wrong.
+  bool ok = true;
+  std::string reason;
+  auto fail = [&](const std::string& text) {
+    if (ok) *why = text;
+    ok = false;
+  };
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& word = args[i];
     if (IsMailtoUrl(word)) {
       *found = true;
-      if (!MailtoParse(word, out, why)) return false;
+      if (ok && !MailtoParse(word, out, &reason)) fail(reason);
       continue;
     }
     if (word == "--compose") {
@@ -323,8 +331,8 @@ bool ComposeParseArgs(const std::vector<std::string>& args, const std::string& c
       if (word == o) {
         option = o;
         if (i + 1 >= args.size()) {
-          *why = option + " needs a value";
-          return false;
+          fail(option + " needs a value");
+          break;
         }
         value = args[++i];
       } else if (word.compare(0, n + 1, std::string(o) + "=") == 0) {
@@ -336,33 +344,35 @@ bool ComposeParseArgs(const std::vector<std::string>& args, const std::string& c
       rest->push_back(word);
       continue;
     }
+    *found = true;
+    if (!ok) continue;
     if (!compose) {
-      *why = option + " is an option of --compose";
-      return false;
+      fail(option + " is an option of --compose");
+      continue;
     }
     if (option == "--body-file") {
       std::string text;
-      if (!ReadBodyFile(Absolute(value, cwd), &text, why)) return false;
-      out->body.clear();  // the file wins over a link's body
-      if (!AddField("body", text, Source::kLink, out, why)) {
-        *why = "the body file " + value + ": " + *why;
-        return false;
+      if (!ReadBodyFile(Absolute(value, cwd), &text, &reason)) {
+        fail(reason);
+        continue;
       }
+      out->body.clear();  // the file wins over a link's body
+      if (!AddField("body", text, Source::kLink, out, &reason)) fail("the body file " + value + ": " + reason);
       continue;
     }
     if (option == "--attach") {
       if (out->attach.size() >= kComposeMaxAttachments) {
-        *why = "more than " + std::to_string(kComposeMaxAttachments) + " attachments";
-        return false;
+        fail("more than " + std::to_string(kComposeMaxAttachments) + " attachments");
+        continue;
       }
       out->attach.push_back(Absolute(value, cwd));
       continue;
     }
     const std::string name = option.substr(2);
     if (name == "subject") out->subject.clear();  // the command line's word wins over a link's
-    if (!AddField(name, value, Source::kLink, out, why)) return false;
+    if (!AddField(name, value, Source::kLink, out, &reason)) fail(reason);
   }
-  return true;
+  return ok;
 }
 
 bool ComposeCheckAttachments(const ComposeRequest& request, std::string* why) {

@@ -37,7 +37,8 @@ bool MailtoParse(const std::string& url, ComposeRequest* out, std::string* why);
 // --to/--cc/--bcc/--subject/--body-file/--attach options. The words that are
 // not ours go to *rest in order. *found tells whether there was a request.
 // Relative attachment and body paths are taken from cwd. The body file is
-// read here; the attachments are checked by ComposeCheckAttachments.
+// read here; the attachments are checked by ComposeCheckAttachments. On a
+// fault (false, *why tells the first) *rest and *found are still complete.
 bool ComposeParseArgs(const std::vector<std::string>& args, const std::string& cwd, ComposeRequest* out,
                       std::vector<std::string>* rest, bool* found, std::string* why);
 

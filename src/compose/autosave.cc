@@ -73,7 +73,8 @@ bool ReadSmallFile(const std::string& path, std::string* out, std::string* error
 std::string ComposeAutosaveDir() { return JoinPath(GetUserDir(), "autosave"); }
 
 std::string ComposeAutosaveText(const ComposeFields& f, int kind, const std::vector<ComposeAttachment>& atts,
-                                const std::string& text, const std::string& form) {
+                                const std::string& text, const std::string& form,
+                                const ComposeScriptForm& script) {
   std::string out = std::string(kMagic) + "\n";
   out += "Kind: " + std::to_string(kind) + "\n";
   const std::pair<const char*, const std::string*> fields[] = {
@@ -89,19 +90,23 @@ std::string ComposeAutosaveText(const ComposeFields& f, int kind, const std::vec
   // The form's bytes come first after the header, counted, so that any
   // text may follow them.
   if (!form.empty()) out += "Form: " + std::to_string(form.size()) + "\n";
-  return out + "\n" + form + text;
+  // A form script's values follow the stored form's bytes, counted the same way.
+  const bool scripted = !script.name.empty() && script.name.find('\n') == std::string::npos;
+  if (scripted) out += "Script-Form: " + std::to_string(script.values.size()) + " " + script.name + "\n";
+  return out + "\n" + form + (scripted ? script.values : std::string()) + text;
 }
 
 bool ComposeAutosaveParse(const std::string& data, ComposeFields* f, int* kind,
                           std::vector<ComposeAttachment>* atts, std::string* text, std::string* error,
-                          std::string* form) {
+                          std::string* form, ComposeScriptForm* script) {
   if (data.size() > kAutosaveMaxSize) {
     *error = "the file is too large";
     return false;
   }
   size_t at = 0;
   bool first = true;
-  size_t form_size = 0;
+  size_t form_size = 0, script_size = 0;
+  std::string script_name;
   *kind = kComposeNew;
   for (;;) {
     const size_t end = data.find('\n', at);
@@ -160,6 +165,15 @@ bool ComposeAutosaveParse(const std::string& data, ComposeFields* f, int* kind,
         return false;
       }
       form_size = static_cast<size_t>(n);
+    } else if (name == "Script-Form") {
+      char* e = nullptr;
+      const unsigned long long n = std::strtoull(value.c_str(), &e, 10);
+      if (value.empty() || value[0] == '-' || *e != ' ' || e[1] == '\0' || n > data.size()) {
+        *error = "the form script's values are longer than the file";
+        return false;
+      }
+      script_size = static_cast<size_t>(n);
+      script_name = e + 1;
     } else if (name == "Attachment") {
       if (atts->size() >= kMaxAttachments) {
         *error = "too many attachments";
@@ -183,12 +197,13 @@ bool ComposeAutosaveParse(const std::string& data, ComposeFields* f, int* kind,
     }
     // Other names are skipped: a later version may write more.
   }
-  if (form_size > data.size() - at) {
+  if (form_size > data.size() - at || script_size > data.size() - at - form_size) {
     *error = "the form is longer than the file";
     return false;
   }
   if (form) *form = data.substr(at, form_size);
-  *text = data.substr(at + form_size);
+  if (script) *script = {script_name, data.substr(at + form_size, script_size)};
+  *text = data.substr(at + form_size + script_size);
   return true;
 }
 
@@ -207,8 +222,10 @@ int ComposeAutosave(ComposeInfo* info) {
     Trace(kTraceCompose, kTraceCritical, "ComposeAutosave: the form: %s\n", form_error.c_str());
     form.clear();
   }
+  ComposeScriptForm script;
+  if (info->form_pane && info->form_tcl) ComposeSnapshotScriptForm(info, &script);
   const std::string data = ComposeAutosaveText(ComposeGetFields(info), info->options.kind, info->attachment_list,
-                                               ComposeTextGet(info->text_pane), form);
+                                               ComposeTextGet(info->text_pane), form, script);
   SafeFileError err;
   if (!safe_replace_file(info->autosave_file, data, 0600, &err)) {
     Trace(kTraceCompose, kTraceCritical, "ComposeAutosave: %s: %s\n", info->autosave_file.c_str(), err.text().c_str());
@@ -242,10 +259,11 @@ int COMP_OfferRestore() {
       if (ComposeInfo* info = ComposeInfoOf(w)) ours |= info->autosave_file == path;
     if (ours) continue;
     std::string data, error, text, form;
+    ComposeScriptForm script;
     ComposeFields f;
     int kind = kComposeNew;
     std::vector<ComposeAttachment> atts;
-    if (!ReadSmallFile(path, &data, &error) || !ComposeAutosaveParse(data, &f, &kind, &atts, &text, &error, &form)) {
+    if (!ReadSmallFile(path, &data, &error) || !ComposeAutosaveParse(data, &f, &kind, &atts, &text, &error, &form, &script)) {
       xvt_dm_post_error("A message kept from an earlier session could not be read (%s: %s). The file is left as it is.",
                         path.c_str(), error.c_str());
       continue;
@@ -272,6 +290,7 @@ int COMP_OfferRestore() {
     WINDOW win = ComposeRestoreWindow(kind, f, text, present);
     ComposeInfo* info = ComposeInfoOf(win);
     if (info && !form.empty() && ComposeRestoreForm(info, form)) ComposeAutosave(info);
+    if (info && !script.name.empty() && ComposeRestoreScriptForm(info, script)) ComposeAutosave(info);
     // The old file stays until the new one stands.
     if (!info || info->autosave_file.empty() || ::access(info->autosave_file.c_str(), F_OK) != 0) continue;
     ::unlink(path.c_str());

@@ -189,13 +189,21 @@ constexpr long kAutosavePeriodMs = 60 * 1000;
 constexpr size_t kAutosaveMaxSize = 16u << 20;
 // Writes the window's fields and text to its autosave file now.
 int ComposeAutosave(ComposeInfo* info);
+// A form script's window as the autosave keeps it: the script's file name
+// (no folder) and what its produce_win_file wrote.
+struct ComposeScriptForm {
+  std::string name;
+  std::string values;
+};
 // The file as text, and back (false with *error on a bad file). form is
-// the text of a stored form shown in place of the message text, if any.
+// the text of a stored form shown in place of the message text, if any;
+// script a form script's, if any.
 std::string ComposeAutosaveText(const ComposeFields& f, int kind, const std::vector<ComposeAttachment>& atts,
-                                const std::string& text, const std::string& form = {});
+                                const std::string& text, const std::string& form = {},
+                                const ComposeScriptForm& script = {});
 bool ComposeAutosaveParse(const std::string& data, ComposeFields* f, int* kind,
                           std::vector<ComposeAttachment>* atts, std::string* text, std::string* error,
-                          std::string* form = nullptr);
+                          std::string* form = nullptr, ComposeScriptForm* script = nullptr);
 std::string ComposeAutosaveDir();
 // At start: offers to restore what windows of a program that ended without
 // closing them left. The number of windows restored.

@@ -73,24 +73,42 @@ void Attach(ComposeInfo* info, WINDOW pane, bool tcl, int width, int height) {
   ComposeLayout(info);
 }
 
-WINDOW OpenFormWindow(const char* file, bool tcl) {
-  WINDOW win = createComposeWin(kComposeForm, 0, tcl ? "Phone Message" : "Form");
-  ComposeInfo* info = ComposeInfoOf(win);
-  if (!info) return NULL_WIN;
-  // The script lays its fields out in the place the text would take.
+// Runs the form script in the place the text would take.
+bool AttachScript(ComposeInfo* info, const char* file) {
   RCT r{};
   xvt_vobj_get_outer_rect(info->text_pane, &r);
   r.right = std::max(r.right, r.left + 100);
   r.bottom = std::max(r.bottom, r.top + kTclFormMinHeight);
+  FormHost host;
+  host.set_title = HostSetTitle;
+  host.set_header = HostSetHeader;
+  host.get_header = HostGetHeader;
+  host.completed = HostCompleted;
+  host.data = info->window;
+  WINDOW pane = FormTclCreate(info->window, &r, file, host);
+  if (!pane) return false;
+  Attach(info, pane, true, r.right - r.left, r.bottom - r.top);
+  return true;
+}
+
+// A file of our own for a form script to write or read, mode 0600 in the
+// autosave folder; empty when none could be made.
+std::string ScratchFile() {
+  const std::string dir = ComposeAutosaveDir();
+  ::mkdir(dir.c_str(), 0700);
+  std::string path = dir + "/form-XXXXXX";
+  const int fd = ::mkstemp(path.data());
+  if (fd < 0) return {};
+  ::close(fd);
+  return path;
+}
+
+WINDOW OpenFormWindow(const char* file, bool tcl) {
+  WINDOW win = createComposeWin(kComposeForm, 0, tcl ? "Phone Message" : "Form");
+  ComposeInfo* info = ComposeInfoOf(win);
+  if (!info) return NULL_WIN;
   if (tcl) {
-    FormHost host;
-    host.set_title = HostSetTitle;
-    host.set_header = HostSetHeader;
-    host.get_header = HostGetHeader;
-    host.completed = HostCompleted;
-    host.data = win;
-    if (WINDOW pane = FormTclCreate(win, &r, file, host))
-      Attach(info, pane, true, r.right - r.left, r.bottom - r.top);
+    AttachScript(info, file);
   } else {
     int w = 0, h = 0;
     if (WINDOW pane = form_read_file(win, file, 0, &w, &h)) {
@@ -164,6 +182,48 @@ bool ComposeRestoreForm(ComposeInfo* info, const std::string& form) {
   Attach(info, pane, false, w, h);
   char title[256] = "";
   if (xvt_vobj_get_title(pane, title, sizeof title) && *title) xvt_vobj_set_title(info->window, title);
+  return true;
+}
+
+bool ComposeSnapshotScriptForm(ComposeInfo* info, ComposeScriptForm* out) {
+  if (!info || !info->form_pane || !info->form_tcl) return false;
+  const std::string script = get_file_name(kFilePhoneMsgForm);
+  const std::string scratch = ScratchFile();
+  std::string why = "no scratch file in the autosave folder";
+  std::string values;
+  const bool ok = !scratch.empty() && FormTclSnapshot(info->form_pane, scratch.c_str(), &why) &&
+                  (ReadPart(scratch, &values) || (why = "its file could not be read", false));
+  if (!scratch.empty()) ::unlink(scratch.c_str());
+  if (!ok) {
+    Trace(kTraceCompose, kTraceCritical, "autosave: the form script's values: %s\n", why.c_str());
+    return false;
+  }
+  *out = {script.substr(script.rfind('/') + 1), values};
+  return true;
+}
+
+bool ComposeRestoreScriptForm(ComposeInfo* info, const ComposeScriptForm& script) {
+  if (!info || info->form_pane) return false;
+  const std::string file = get_file_name(kFilePhoneMsgForm);
+  if (file.empty() || file.substr(file.rfind('/') + 1) != script.name) {
+    xvt_dm_post_error("The form \"%s\" of the restored message is not known here; its fields were not restored.",
+                      script.name.c_str());
+    return false;
+  }
+  if (!AttachScript(info, file.c_str())) {
+    // Told why by the script's host; the values stay with the message as text.
+    ComposeTextSet(info->text_pane, ComposeTextGet(info->text_pane) + script.values);
+    return false;
+  }
+  const std::string scratch = ScratchFile();
+  SafeFileError err;
+  std::string why = "no scratch file in the autosave folder";
+  const bool ok = !scratch.empty() &&
+                  (safe_replace_file(scratch, script.values, 0600, &err) || (why = err.text(), false)) &&
+                  FormTclRestore(info->form_pane, scratch.c_str(), &why);
+  if (!scratch.empty()) ::unlink(scratch.c_str());
+  if (!ok) xvt_dm_post_error("The fields of the restored form could not be filled in: %s", why.c_str());
+  // The window holds what the user wrote, whatever the fields show.
   return true;
 }
 

@@ -31,5 +31,11 @@ void ComposeLayoutForm(ComposeInfo* info, const RCT& area);
 // Shows a stored form's text (kept by the autosave) in place of the text;
 // false, the user told, when it can't be read.
 bool ComposeRestoreForm(ComposeInfo* info, const std::string& form);
+// The same for a form script (the phone message): the script is run again
+// and given back its values. False, the user told, when it can't be.
+bool ComposeRestoreScriptForm(ComposeInfo* info, const ComposeScriptForm& script);
+// What a form script's window holds now, for the autosave; false (traced)
+// when the script cannot say.
+bool ComposeSnapshotScriptForm(ComposeInfo* info, ComposeScriptForm* out);
 // The part a form window sends in place of its text; 1, or 0 (told).
 int ComposeFormPart(ComposeInfo* info, BodyPart** out);

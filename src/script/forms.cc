@@ -336,10 +336,27 @@ void FormFocusEdge(WINDOW form, bool last) {
 
 bool FormTclIsOpen() { return Current().win && xvt_vobj_is_valid(Current().win); }
 
+namespace {
+
+// Runs `command formwin file` of the form's script; false with *why.
+bool RunFileCommand(WINDOW form, const char* command, const char* file, std::string* why) {
+  if (!FormIsTcl(form) || !task_interp || !file) {
+    *why = "there is no form script";
+    return false;
+  }
+  if (!EvalWords(task_interp, {command, kFormWinName, file})) {
+    *why = Tcl_GetStringResult(task_interp);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 int FormTclProduce(WINDOW form, const char* file) {
-  if (!FormIsTcl(form) || !task_interp || !file) return 0;
-  if (!EvalWords(task_interp, {"produce_win_file", kFormWinName, file})) {
-    xvt_dm_post_error("The form could not be written: %s", Tcl_GetStringResult(task_interp));
+  std::string why;
+  if (!RunFileCommand(form, "produce_win_file", file, &why)) {
+    xvt_dm_post_error("The form could not be written: %s", why.c_str());
     return 0;
   }
   struct stat st {};
@@ -348,4 +365,16 @@ int FormTclProduce(WINDOW form, const char* file) {
     return 0;
   }
   return 1;
+}
+
+bool FormTclSnapshot(WINDOW form, const char* file, std::string* why) {
+  return RunFileCommand(form, "produce_win_file", file, why);
+}
+
+bool FormTclRestore(WINDOW form, const char* file, std::string* why) {
+  if (task_interp && !Tcl_FindCommand(task_interp, "restore_win_file", nullptr, 0)) {
+    *why = "the form script cannot take back what was entered";
+    return false;
+  }
+  return RunFileCommand(form, "restore_win_file", file, why);
 }

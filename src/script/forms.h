@@ -82,6 +82,11 @@ WINDOW FormTclCreate(WINDOW parent, const RCT* rect, const char* file, const For
 // Has the script of a Tcl form write what the user entered to file
 // (produce_win_file formwin file); 1 or 0 (told).
 int FormTclProduce(WINDOW form, const char* file);
+// The same without telling the user (for the autosave); false with *why.
+bool FormTclSnapshot(WINDOW form, const char* file, std::string* why);
+// Has the script put back what a file of produce_win_file holds
+// (restore_win_file formwin file); false with *why, the user not told.
+bool FormTclRestore(WINDOW form, const char* file, std::string* why);
 bool FormIsTcl(WINDOW win);
 // Gives the focus to the first (or last) field of a form that takes input:
 // Tab (or Shift-Tab) into the form from the pane beside it.

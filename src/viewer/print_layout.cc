@@ -1,40 +1,65 @@
-// Layout of printed pages. Widths are counted in characters (code points)
-// because the printer sets the pages in a fixed-pitch font.
+// Layout of printed pages. Widths are counted in columns of the fixed-pitch
+// font the pages are set in: most characters take one, the wide East Asian
+// ones two, and combining marks ride on the character before them.
 #include "src/viewer/print_layout.h"
 
 #include <algorithm>
+
+#include "rclib/char_width.h"
 
 namespace {
 
 bool IsContinuation(unsigned char c) { return (c & 0xC0) == 0x80; }
 
-// One printable character: a whole UTF-8 sequence, or '?' for a control.
+// The code point of one sequence as Cells cuts it; a malformed one reads as
+// an unknown character of one column.
+char32_t Decode(std::string_view seq) {
+  const auto lead = static_cast<unsigned char>(seq[0]);
+  const size_t want = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 0;
+  if (want != seq.size()) return 0xFFFD;
+  char32_t cp = want == 1 ? lead : lead & (0x7F >> want);
+  for (size_t k = 1; k < want; ++k) cp = (cp << 6) | (static_cast<unsigned char>(seq[k]) & 0x3F);
+  return cp;
+}
+
+// One printable character: a whole UTF-8 sequence with the marks that ride
+// on it, or '?' for a control.
 struct Cell {
   std::string text;
   bool blank;
+  int width;
 };
 
 std::vector<Cell> Cells(std::string_view line) {
   std::vector<Cell> cells;
   cells.reserve(line.size());
+  size_t column = 0;
   for (size_t i = 0; i < line.size();) {
     const unsigned char c = static_cast<unsigned char>(line[i]);
     if (c == '\t') {
-      do cells.push_back({" ", true});
-      while (cells.size() % kPrintTabWidth != 0);
+      do cells.push_back({" ", true, 1});
+      while (++column % kPrintTabWidth != 0);
       ++i;
       continue;
     }
     if (c < 0x20 || c == 0x7f) {
-      cells.push_back({"?", false});
+      cells.push_back({"?", false, 1});
+      ++column;
       ++i;
       continue;
     }
     size_t end = i + 1;
     if (c >= 0x80)
       while (end < line.size() && end - i < 4 && IsContinuation(static_cast<unsigned char>(line[end]))) ++end;
-    cells.push_back({std::string(line.substr(i, end - i)), c == ' '});
+    const std::string_view seq = line.substr(i, end - i);
+    const int width = rc_char_width(Decode(seq));
     i = end;
+    if (width == 0 && !cells.empty()) {
+      cells.back().text += seq;  // never parted from its base
+      continue;
+    }
+    cells.push_back({std::string(seq), c == ' ', std::max(width, 1)});
+    column += static_cast<size_t>(cells.back().width);
   }
   return cells;
 }
@@ -47,7 +72,7 @@ std::string Join(const std::vector<Cell>& cells, size_t from, size_t to) {
 
 size_t Width(std::string_view s) {
   size_t n = 0;
-  for (unsigned char c : s) n += !IsContinuation(c);
+  for (const Cell& c : Cells(s)) n += static_cast<size_t>(c.width);
   return n;
 }
 
@@ -93,16 +118,23 @@ std::vector<std::string> PRINT_WrapLine(std::string_view line, int columns, int 
   do {
     const size_t room = static_cast<size_t>(out.empty() ? columns : columns - indent);
     const std::string lead(out.empty() ? 0 : indent, ' ');
-    if (cells.size() - pos <= room) {
+    // The cells [pos, end) fit; a character wider than the whole line goes alone.
+    size_t end = pos, used = 0;
+    while (end < cells.size() && used + static_cast<size_t>(cells[end].width) <= room) used += cells[end++].width;
+    if (end == cells.size()) {
       out.push_back(lead + Join(cells, pos, cells.size()));
       break;
     }
+    if (end == pos) {
+      out.push_back(lead + cells[pos++].text);
+      continue;
+    }
     // The last blank that fits, or the one just past the width.
-    size_t cut = pos + room;
+    size_t cut = end;
     while (cut > pos && !cells[cut].blank) --cut;
     if (cut == pos) {
-      out.push_back(lead + Join(cells, pos, pos + room));
-      pos += room;
+      out.push_back(lead + Join(cells, pos, end));
+      pos = end;
     } else {
       out.push_back(lead + Join(cells, pos, cut));
       pos = cut + 1;

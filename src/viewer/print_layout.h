@@ -19,7 +19,7 @@ struct PrintMessage {
 
 struct PrintPageSize {
   int lines;    // lines on a page, header and footer included
-  int columns;  // characters on a line
+  int columns;  // columns of a fixed-pitch font on a line
 };
 
 using PrintPage = std::vector<std::string>;
@@ -34,7 +34,8 @@ constexpr size_t kPrintMaxPages = 5000;
 constexpr int kPrintTabWidth = 8;
 
 // Splits one line of text (no line end) into lines of at most `columns`
-// characters: at the last blank that fits, else in the middle of the word.
+// columns (a wide East Asian character takes two, a combining mark none and
+// stays with its base): at the last blank that fits, else in the middle of the word.
 // Tabs become blanks to the next tab stop; other control characters are
 // shown as '?'. The blank a line is broken at is the only thing dropped.
 // `indent` blanks start every line after the first.

@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
+
 #include "src/app/workspace.h"
 #include "src/base/filenames.h"
 #include "src/compose/compose.h"
@@ -19,11 +21,14 @@ class ComposeRequestTest : public UserFrameTest {
   // The second process sends; we serve our socket until it has its answer. Its exit status.
   static int SendFromChild(const ComposeRequest& request) {
     const std::string path = CREQ_SocketPath(GetUserDir());
-    const pid_t pid = ::fork();
-    if (pid == 0) {
+    return FromChild([&] {
       std::string why;
-      ::_exit(CREQ_SendToRunning(path, request, &why) == 1 ? 0 : 1);
-    }
+      return CREQ_SendToRunning(path, request, &why) == 1 ? 0 : 1;
+    });
+  }
+  static int FromChild(const std::function<int()>& fn) {
+    const pid_t pid = ::fork();
+    if (pid == 0) ::_exit(fn());
     int status = -1;
     for (int i = 0; i < 500 && ::waitpid(pid, &status, WNOHANG) == 0; ++i) CREQ_Pump(20);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -67,12 +72,19 @@ TEST_F(ComposeRequestTest, RunningProgramOpensFilledWindowOrRefuses) {
       const std::string seen = c.status == 0 ? Window(ComposeWindows().back()) : Posts();
       EXPECT_NE(seen.find(c.want), std::string::npos) << seen;
     }
+    // A bad link given to a second copy: the reason shows here, and the second copy ends with 2.
+    xvt_test_clear_posts();
+    std::vector<std::string> words = {"mailto:a@x.org?subject=%ZZ"};
+    EXPECT_EQ(FromChild([&] { return CREQ_FromCommandLine(&words); }), 2);
+    CREQ_Pump(50);
+    EXPECT_NE(Posts().find("bad %-escape \"%ZZ\""), std::string::npos) << Posts();
     for (WINDOW w : ComposeWindows()) xvt_vobj_destroy(w);
     Exit();
   });
 }
 
-// A program that is not running yet opens the request once it has started; a bad link opens nothing.
+// A program that is not running yet opens the request once it has started; a bad link opens nothing and
+// says why in a box.
 TEST_F(ComposeRequestTest, StartingProgramOpensAfterStartUp) {
   std::string seen;
   Run({"-b", "mailto:z@x.org?subject=Start"}, [&] {
@@ -81,10 +93,14 @@ TEST_F(ComposeRequestTest, StartingProgramOpensAfterStartUp) {
     Exit();
   });
   EXPECT_EQ(seen, "z@x.org|||Start|||");
-  std::string bad[] = {"velmar", "mailto:a@x.org?subject=%ZZ"};
-  char* argv[] = {bad[0].data(), bad[1].data(), nullptr};
-  EXPECT_EQ(velmar_main(2, argv), 2);
-  EXPECT_TRUE(ComposeWindows().empty());
+  xvt_test_clear_posts();
+  Run({"-b", "--compose", "--attach", home_ + "/gone.pdf"}, [&] {
+    seen = Posts() + std::to_string(ComposeWindows().size());
+    Exit();
+  });
+  EXPECT_NE(seen.find("cannot attach " + home_ + "/gone.pdf: No such file or directory.\nNo message was opened.\n0"),
+            std::string::npos)
+      << seen;
 }
 
 }  // namespace

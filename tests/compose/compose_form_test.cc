@@ -108,4 +108,28 @@ TEST_F(ComposeForms, FormsAreSentAsTheirOwnPartsInPlaceOfTheText) {
   });
 }
 
+// A phone message kept by the autosave comes back as a phone message with its fields filled in.
+TEST_F(ComposeForms, APhoneMessageIsRestoredWithItsFields) {
+  Run({"-b"}, [&] {
+    WINDOW phone = phone_message();
+    ASSERT_TRUE(phone) << Posts();
+    ASSERT_EQ(Eval("txeditctl phonemsg_caller set {Ann M\u00fcller [x]}; _xvt_checkbox SET formwin 22 1; "
+                   "txeditctl phonemsg_message set \"Call about\\nthe roof\"; txeditctl phonemsg_when set {}"),
+              "");
+    ASSERT_EQ(ComposeAutosave(ComposeInfoOf(phone)), 1);
+    xvt_vobj_destroy(phone);  // as in a crash: the file stays
+    xvt_test_clear_posts();
+    xvt_test_push_answer(RESP_DEFAULT);
+    ASSERT_EQ(COMP_OfferRestore(), 1) << Posts();
+    ASSERT_EQ(ComposeWindows().size(), 1u);
+    ComposeInfo* info = ComposeInfoOf(ComposeWindows().back());
+    EXPECT_TRUE(info->form_pane && info->form_tcl);
+    EXPECT_EQ(Eval("list [txeditctl phonemsg_caller get] [_xvt_checkbox GET formwin 22] [_xvt_checkbox GET formwin 21] "
+                   "[txeditctl phonemsg_message get] [txeditctl phonemsg_when get]"),
+              "{Ann M\u00fcller [x]} 1 0 {Call about\nthe roof} {}");
+    EXPECT_EQ(Posts().find("error"), std::string::npos) << Posts();
+    for (WINDOW w : ComposeWindows()) xvt_vobj_destroy(w);
+  });
+}
+
 }  // namespace

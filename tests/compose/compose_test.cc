@@ -373,7 +373,8 @@ TEST_F(ComposeTest, AutosaveFileParsing) {
   f.subject = "multi\nline";
   f.references = "<x@y>";
   std::vector<ComposeAttachment> atts{{"/tmp/a b", "doc.pdf", "application/pdf", true}};
-  const std::string good = ComposeAutosaveText(f, kComposeReply, atts, "body\n\nwith: colon\n", "begin form\nend\n");
+  const std::string good = ComposeAutosaveText(f, kComposeReply, atts, "body\n\nwith: colon\n", "begin form\nend\n",
+                                               {"phonemsg.frm", "set phonemsg(for) \"Ann\"\n"});
   struct Case {
     std::string data;
     bool ok;
@@ -387,13 +388,18 @@ TEST_F(ComposeTest, AutosaveFileParsing) {
       {"Velmar-Autosave: 1\nAttachment: a\tb\n\n", false, "incomplete"},
       {"Velmar-Autosave: 1\nTo: " + std::string(70000, 'x') + "\n\n", false, "too long"},
       {"Velmar-Autosave: 1\nForm: 30\n\nbegin form\n", false, "form is longer than the file"},
+      {"Velmar-Autosave: 1\nForm: 3\nScript-Form: 3 p.frm\n\nabcde", false, "form is longer than the file"},
+      {"Velmar-Autosave: 1\nScript-Form: 3\n\nabc", false, "values are longer"},
+      {"Velmar-Autosave: 1\nScript-Form: -1 p.frm\n\nabc", false, "values are longer"},
   };
   for (const Case& c : cases) {
     ComposeFields g;
     int kind = -1;
     std::vector<ComposeAttachment> a;
-    std::string text, error;
-    EXPECT_EQ(ComposeAutosaveParse(c.data, &g, &kind, &a, &text, &error), c.ok) << c.data.substr(0, 40);
+    std::string text, error, form;
+    ComposeScriptForm script;
+    EXPECT_EQ(ComposeAutosaveParse(c.data, &g, &kind, &a, &text, &error, &form, &script), c.ok)
+        << c.data.substr(0, 40);
     EXPECT_NE(error.find(c.error), std::string::npos) << error;
     if (!c.ok) continue;
     EXPECT_EQ(g.to, "a@b.c");
@@ -401,6 +407,7 @@ TEST_F(ComposeTest, AutosaveFileParsing) {
     EXPECT_EQ(g.references, "<x@y>");
     EXPECT_EQ(kind, kComposeReply);
     EXPECT_EQ(text, "body\n\nwith: colon\n");
+    EXPECT_EQ(form + script.name + "|" + script.values, "begin form\nend\nphonemsg.frm|set phonemsg(for) \"Ann\"\n");
     ASSERT_EQ(a.size(), 1u);
     EXPECT_EQ(a[0].path, "/tmp/a b");
     EXPECT_EQ(a[0].name, "doc.pdf");

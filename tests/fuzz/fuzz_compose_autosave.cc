@@ -14,16 +14,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int kind = 0;
   std::vector<ComposeAttachment> atts;
   std::string text, error, form;
-  if (!ComposeAutosaveParse(input, &f, &kind, &atts, &text, &error, &form)) {
+  ComposeScriptForm script;
+  if (!ComposeAutosaveParse(input, &f, &kind, &atts, &text, &error, &form, &script)) {
     if (error.empty()) std::abort();
     return 0;
   }
-  const std::string again = ComposeAutosaveText(f, kind, atts, text, form);
+  const std::string again = ComposeAutosaveText(f, kind, atts, text, form, script);
   ComposeFields g;
   int kind2 = 0;
   std::vector<ComposeAttachment> atts2;
   std::string text2, form2;
-  if (!ComposeAutosaveParse(again, &g, &kind2, &atts2, &text2, &error, &form2)) std::abort();
+  ComposeScriptForm script2;
+  if (!ComposeAutosaveParse(again, &g, &kind2, &atts2, &text2, &error, &form2, &script2)) std::abort();
+  if (script2.name != script.name || script2.values != script.values) std::abort();
   if (form2 != form || g.to != f.to || g.subject != f.subject || kind2 != kind || text2 != text || atts2.size() != atts.size()) std::abort();
   return 0;
 }

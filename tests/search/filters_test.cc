@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "src/options/options.h"
+#include "src/search/search_rules.h"
 #include "src/search/filters.h"
 #include "tests/model/model_fixture.h"
+#include "xvt/xvt_test.h"
 
 namespace {
 
@@ -52,6 +54,61 @@ TEST_F(Filters, TheListComesBackAsSavedAndBadEntriesAreLeftOut) {
   EXPECT_EQ(FLT_Save(5, {saved[0], {"x", "r", kFilterMove, "", false, true}}), 0);
   EXPECT_EQ(FLT_Save(5, {{"a\nb", "r", kFilterFlag, "", false, true}}), 0);
   EXPECT_TRUE(FLT_Load(5).empty());
+}
+
+// Message > Filters...: the dialog's changes reach the options on OK, and only then.
+TEST_F(Filters, DialogSavesOnOkAndCancelKeepsTheList) {
+  // The dialog's resources and controls, as the user sees them.
+  enum { kList = 6301, kAdd, kDelete = 6304, kUp, kOk = 6308, kCancel, kRule = 6322, kAction, kStop = 6325 };
+  enum { kListRid = 6300, kEditRid = 6320, kEditOk = 6327 };
+  for (const char* rule : {"R1", "R2"})
+    ASSERT_TRUE(SRCH_AddRuleByName(kOptSession, "IMAP", rule, "SUBJECT \"x\"", "Message"));
+  const int number = MM_MSGetNumber(local_);
+  const std::vector<MailFilter> before = {
+      {"A", "R1", kFilterFlag, "", false, true},
+      {"B", "R2", kFilterMarkRead, "", false, true},
+      {"C", "R1", kFilterDelete, "", true, false},
+  };
+  ASSERT_EQ(FLT_Save(number, before), 1);
+  auto names = [&] {
+    std::string out;
+    for (const MailFilter& f : FLT_Load(number)) out += f.name + "," + f.rule + "," + std::to_string(f.action) + "," +
+                                                        (f.stop ? "stop" : "go") + ";";
+    return out;
+  };
+  std::string after_ok;
+  XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+  xvt_test_set_run_hook([&] {
+    xvt_test_push_dialog(kListRid, [&](WINDOW d) {
+      xvt_test_push_dialog(kEditRid, [&](WINDOW e) {
+        const WINDOW rules = xvt_win_get_ctl(e, kRule);
+        for (int i = 0, n = xvt_list_count_all(rules); i < n; ++i) {
+          char item[64] = "";
+          if (xvt_list_get_elt(rules, i, item, sizeof item) && std::string(item) == "R2") xvt_test_select(e, kRule, i);
+        }
+        xvt_test_select(e, kAction, kFilterFlag);
+        xvt_test_click(e, kStop);
+        xvt_test_click(e, kEditOk);
+      });
+      xvt_test_click(d, kAdd);  // "Filter 4" comes last, chosen
+      xvt_test_click(d, kUp);
+      xvt_test_select(d, kList, 0);
+      xvt_test_click(d, kDelete);
+      xvt_test_click(d, kOk);
+    });
+    FLT_FiltersDialog(local_, "");
+    EXPECT_EQ(names(), "B,R2,2,go;Filter 4,R2,3,stop;C,R1,4,stop;") << Posts();
+    // Cancel after a change leaves the saved list alone.
+    after_ok = names();
+    xvt_test_push_dialog(kListRid, [&](WINDOW d) {
+      xvt_test_select(d, kList, 1);
+      xvt_test_click(d, kDelete);
+      xvt_test_click(d, kCancel);
+    });
+    FLT_FiltersDialog(local_, "");
+  });
+  xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
+  EXPECT_EQ(names(), after_ok);
 }
 
 }  // namespace

@@ -69,10 +69,25 @@ TEST(PrintLayout, PagesHoldEveryWordOnceWithinTheirBounds) {
 }
 
 TEST(PrintLayout, WrapsAtTheLastBlankThatFits) {
-  EXPECT_EQ(PRINT_WrapLine("aaa bbb ccccccccccc", 8), (std::vector<std::string>{"aaa bbb", "cccccccc", "ccc"}));
-  EXPECT_EQ(PRINT_WrapLine("To: one two three", 10, 4), (std::vector<std::string>{"To: one", "    two", "    three"}));
-  EXPECT_EQ(PRINT_WrapLine("a\tb", 20), (std::vector<std::string>{"a       b"}));
-  EXPECT_EQ(PRINT_WrapLine("", 20), (std::vector<std::string>{""}));
+  struct Case {
+    std::string line;
+    int columns, indent;
+    std::vector<std::string> want;
+  } cases[] = {
+      {"aaa bbb ccccccccccc", 8, 0, {"aaa bbb", "cccccccc", "ccc"}},
+      {"To: one two three", 10, 4, {"To: one", "    two", "    three"}},
+      {"a\tb", 20, 0, {"a       b"}},
+      {"", 20, 0, {""}},
+      // Wide characters take two columns; one that would straddle the edge starts the next line.
+      {"\u65E5\u672C\u8A9E\u306E\u30C6\u30AD\u30B9\u30C8", 7, 0,
+       {"\u65E5\u672C\u8A9E", "\u306E\u30C6\u30AD", "\u30B9\u30C8"}},
+      {"ab\uD55C\uAE00 \uFF21\uFF22", 5, 0, {"ab\uD55C", "\uAE00", "\uFF21\uFF22"}},
+      // A combining accent takes no column and stays with its letter.
+      {"cafe\u0301 au lait", 7, 0, {"cafe\u0301 au", "lait"}},
+      {"e\u0301e\u0301e\u0301e\u0301", 3, 0, {"e\u0301e\u0301e\u0301", "e\u0301"}},
+      {"a\tb\u4E00\tc", 20, 0, {"a       b\u4E00     c"}},
+  };
+  for (const Case& c : cases) EXPECT_EQ(PRINT_WrapLine(c.line, c.columns, c.indent), c.want) << c.line;
 }
 
 TEST(PrintLayout, RefusesWhatItCannotPrintWhole) {
