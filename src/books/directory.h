@@ -6,7 +6,8 @@
 // Options: Directory.Enable (0/1), Directory.Host, Directory.Port (389),
 // Directory.TLS (none, starttls, ldaps), Directory.BaseDN, Directory.BindDN,
 // Directory.Filter (%s stands for the escaped text), Directory.MaxResults
-// (50), Directory.TimeoutSeconds (10). The bind password is asked through
+// (50), Directory.TimeoutSeconds (10), Directory.CACertFile (empty: the
+// system's authorities). The bind password is asked through
 // the login dialog and kept for the session only.
 #pragma once
 
