@@ -23,34 +23,17 @@
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 #include "src/viewer/viewer_internal.h"
-#include "tests/model/model_fixture.h"
+#include "tests/organizer/nodes_fixture.h"
 
 namespace {
 
-long TaskEh(WINDOW, EVENT*) { return 0; }
-
-class OrganizerWindowsTest : public ModelTest {
+class OrganizerWindowsTest : public nodestest::TopWindowTest {
  protected:
   void SetUp() override {
-    ModelTest::SetUp();
-    MakeFolder("mail", 3);
-    MakeFolder("work", 2);
-    MakeFolder("zoo", 1);
-    for (const char* name : {"mail", "work", "zoo"}) MM_FolSubscribe(local_, name, 1);
+    TopWindowTest::SetUp();
+    Subscribed({{"mail", 3}, {"work", 2}, {"zoo", 1}});
   }
 
-  // Runs body with the program's top window open.
-  void Run(std::function<void()> body) {
-    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
-    xvt_test_set_run_hook([&] {
-      openMessageServicesWindow();
-      ASSERT_NE(MSG_TopWindow(), NULL_WIN);
-      body();
-    });
-    xvt_app_create(0, nullptr, 0, TaskEh, &config);
-  }
-
-  static MsgWinInfo* Top() { return MSG_WinInfo(MSG_TopWindow()); }
   static TreeNode* Service() { return TREE_GetFirstKid(TREE_GetRoot(Top()->tree)); }
   static TreeNode* Folder(const char* name) {
     TREE_OpenSubtree(Service(), 1, 0);
