@@ -134,6 +134,11 @@ std::vector<int> ModelTest::Types(const std::vector<int>& only) const {
   return out;
 }
 
+long ModelTest::Count(const char* folder) const {
+  std::string full;
+  return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
+}
+
 size_t ModelTest::TempFiles() {
   size_t n = 0;
   std::error_code ec;

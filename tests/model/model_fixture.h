@@ -45,6 +45,8 @@ class ModelTest : public ::testing::Test {
   std::vector<int> Types(const std::vector<int>& only = {}) const;
   bool Traced(const std::string& text) const { return ReadFile(home_ + "/debug.txt").find(text) != std::string::npos; }
   static size_t TempFiles();
+  // Messages in a folder of the local service, counted on disk; -1 for a bad name.
+  long Count(const char* folder) const;
 
   std::string home_;
   int local_ = INVALID_SERVICE;
