@@ -38,25 +38,8 @@ Snapshot Permanent() {
   return s;
 }
 
-class OptionFiles : public FrameTest {
+class OptionFiles : public OptionsFrameTest {
  protected:
-  void SetUp() override {
-    FrameTest::SetUp();
-    ASSERT_EQ(InitDirectories(), 1);
-    Start();
-  }
-  void TearDown() override {
-    Opt_Shutdown();
-    FrameTest::TearDown();
-  }
-  void Start(std::vector<std::string> args = {}) {
-    args.insert(args.begin(), "velmar");
-    std::vector<char*> argv;
-    for (auto& w : args) argv.push_back(w.data());
-    argv.push_back(nullptr);
-    ASSERT_EQ(CENV_Init(static_cast<int>(args.size()), argv.data()), 1);
-    ASSERT_EQ(Opt_Init(), 1);
-  }
   // Throws the store away and loads it again, as a restart does.
   static void Restart() {
     Opt_Shutdown();

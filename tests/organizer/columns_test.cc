@@ -199,20 +199,7 @@ TEST_F(ColumnSelect, TheFirstSelectedLineChoosesTheLayout) {
 
 namespace {
 
-class ColumnOptions : public FrameTest {
- protected:
-  void SetUp() override {
-    FrameTest::SetUp();
-    ASSERT_EQ(InitDirectories(), 1);
-    char* argv[] = {const_cast<char*>("velmar"), nullptr};
-    ASSERT_EQ(CENV_Init(1, argv), 1);
-    ASSERT_EQ(Opt_Init(), 1);
-  }
-  void TearDown() override {
-    Opt_Shutdown();
-    FrameTest::TearDown();
-  }
-};
+using ColumnOptions = OptionsFrameTest;
 
 TEST_F(ColumnOptions, DefaultsAreWrittenAndLayoutsComeBack) {
   EXPECT_EQ(MSG_CM_OptionName(kCMWindowFolder, "Message", "Subject", "size"), "desktop.colman.folder.Message.Subject.size");

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "src/base/cenv.h"
+#include "src/base/filenames.h"
 #include "src/options/options.h"
 #include "xvt/xvt_test.h"
 
@@ -49,5 +51,28 @@ class UserFrameTest : public FrameTest {
   void SetUp() override {
     FrameTest::SetUp();
     WriteUserOptions();
+  }
+};
+
+// The options loaded as at a start of the program, and dropped after the test.
+class OptionsFrameTest : public FrameTest {
+ protected:
+  void SetUp() override {
+    FrameTest::SetUp();
+    ASSERT_EQ(InitDirectories(), 1);
+    Start();
+  }
+  void TearDown() override {
+    Opt_Shutdown();
+    FrameTest::TearDown();
+  }
+  // Starts with these words after the program's name.
+  void Start(std::vector<std::string> args = {}) {
+    args.insert(args.begin(), "velmar");
+    std::vector<char*> argv;
+    for (auto& w : args) argv.push_back(w.data());
+    argv.push_back(nullptr);
+    ASSERT_EQ(CENV_Init(static_cast<int>(args.size()), argv.data()), 1);
+    ASSERT_EQ(Opt_Init(), 1);
   }
 };
