@@ -18,8 +18,6 @@ BIND_DN=uid=reader,ou=people,$BASE
 BIND_PW=readersecret
 START_TIMEOUT=${LDAP_START_TIMEOUT:-20}
 
-PEER_NAME=ldap-slapd.sh
-PEER_USAGE="start [DIR] | stop DIR"
 # shellcheck source=peer_lib.sh
 . "$(dirname "$0")/peer_lib.sh"
 
