@@ -464,10 +464,6 @@ class Session : public UserFrameTest {
       rows += std::string(xvt_list_is_sel(list, i) ? "*" : "") + xvt_list_get_elt(list, i, buf, sizeof buf) + ";";
     return rows;
   }
-  static std::string Title(WINDOW w) {
-    char buf[200];
-    return xvt_vobj_get_title(w, buf, sizeof buf);
-  }
 };
 
 // Cancel leaves the prompt mode: offline, unless there is nothing to choose from, when only Cancel can be used.

@@ -29,6 +29,11 @@ class FrameTest : public ::testing::Test {
   static void Exit();
   // An option's value at a level, or "(none)".
   static std::string Option(const char* name, int level = kOptSession);
+  // The title of a window, or the text of a control.
+  static std::string Title(WINDOW w) {
+    char buf[1000] = "";
+    return xvt_vobj_get_title(w, buf, sizeof buf) ? buf : "";
+  }
 
   std::string ReadFile(const std::string& path) const;
   void WriteFile(const std::string& path, const std::string& text) const;
