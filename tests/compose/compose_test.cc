@@ -154,8 +154,7 @@ TEST_F(ComposeTest, ViewerCommandsOpenComposeWindows) {
       doMenu(viewer, c.command);
       ASSERT_FALSE(ComposeWindows().empty()) << c.title;
       WINDOW win = ComposeWindows().back();
-      char title[100];
-      EXPECT_STREQ(xvt_vobj_get_title(win, title, sizeof title), c.title);
+      EXPECT_EQ(Title(win), c.title);
       EXPECT_EQ(ComposeGetFields(ComposeInfoOf(win)).cc, c.cc) << c.title;
       xvt_vobj_destroy(win);
     }

@@ -127,6 +127,11 @@ std::string Posts() {
   return out;
 }
 
+std::string Title(WINDOW win) {
+  char buf[1000] = "";
+  return xvt_vobj_get_title(win, buf, sizeof buf) ? buf : "";
+}
+
 std::vector<int> ModelTest::Types(const std::vector<int>& only) const {
   std::vector<int> out;
   for (const Seen& e : seen_)

@@ -27,6 +27,7 @@ std::string LocalSearchNumbers(int folder, const char* program);
 std::string ReadFile(const std::string& path);
 // Kinds and texts of the toolkit's posts, one per line ("error: text").
 std::string Posts();
+std::string Title(WINDOW win);  // of a window, or a control's text
 
 // One model event as the recorder saw it; borrowed names are copied.
 struct Seen {

@@ -269,8 +269,7 @@ TEST_F(ColumnOptions, TheManagerWindowShowsHidesAndMovesColumns) {
     WINDOW manager = CM_ManagerWindowCreate(info, kCMNone);
     ASSERT_NE(manager, NULL_WIN);
     EXPECT_EQ(CM_ManagerWindowCreate(info, layout), manager) << "one manager per strip";
-    char title[64];
-    EXPECT_STREQ(xvt_vobj_get_title(manager, title, sizeof title), "Columns: Message");
+    EXPECT_EQ(Title(manager), "Columns: Message");
     WINDOW list = NULL_WIN;
     for (WINDOW w : xvt_test_windows())
       if (xvt_vobj_get_parent(w) == manager && TREE_GetInfo(w)) list = w;

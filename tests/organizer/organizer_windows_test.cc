@@ -99,9 +99,7 @@ class OrganizerWindowsTest : public nodestest::TopWindowTest {
 TEST_F(OrganizerWindowsTest, NewSearchSearchesTheSelectedFolders) {
   std::string folders;
   xvt_test_push_dialog(kSearchDialogRid, [&](WINDOW d) {
-    char buffer[200] = "";
-    xvt_vobj_get_title(xvt_win_get_ctl(d, kSearchFolders), buffer, sizeof buffer);
-    folders = buffer;
+    folders = Title(xvt_win_get_ctl(d, kSearchFolders));
     xvt_test_click(d, kSearchClose);
   });
   Run([&] {
@@ -331,8 +329,7 @@ TEST_F(OrganizerWindowsTest, AFolderWindowTakesTheLinesFollowsTheirFlagsAndGives
     Command(Top(), M_MSG_OPEN_WINDOW);
     WINDOW win = MSG_NodeWindow(work);
     ASSERT_NE(win, NULL_WIN);
-    char title[100];
-    EXPECT_STREQ(xvt_vobj_get_title(win, title, sizeof title), "work - Local");
+    EXPECT_EQ(Title(win), "work - Local");
     EXPECT_TRUE(TREE_IsOpenElsewhere(work));
     EXPECT_EQ(TREE_GetFirstKid(work), nullptr);
     const int folder = FOL_Info(work)->folder_id;
