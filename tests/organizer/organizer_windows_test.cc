@@ -193,7 +193,6 @@ TEST_F(OrganizerWindowsTest, CommandsReachTheSelectedLines) {
     xvt_test_clear_posts();
     Command(Top(), M_MSG_COPY);
     EXPECT_EQ(Posts(), "");
-    EXPECT_TRUE(unexpected_.empty()) << unexpected_[0];
   });
 }
 

@@ -304,7 +304,6 @@ TEST_F(ViewerTest, ShowingAMessageAsksForItsReceiptOnce) {
     for (unsigned long msgno : {1ul, 2ul, 1ul}) ASSERT_NE(Show(node, msgno), nullptr);
     EXPECT_EQ(Asked(), "Sending a read receipt to \"ann@example.org\".");
   });
-  EXPECT_TRUE(unexpected_.empty());
 }
 
 TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {
