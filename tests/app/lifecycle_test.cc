@@ -365,9 +365,8 @@ TEST_F(FirstRunForm, KnownValuesArePrefilled) {
   // A site that sets the name but not the address still runs the setup.
   std::ofstream(appdir_ + "/sysdflt.tcl", std::ios::app) << "option -default General.Fullname {Site User}\n";
   WithSetup([&](WINDOW setup) {
-    char name[100], address[100];
-    xvt_vobj_get_title(xvt_win_get_ctl(setup, kNameEdit), name, sizeof name);
-    EXPECT_EQ(std::string(name) + "|" + xvt_vobj_get_title(xvt_win_get_ctl(setup, kAddressEdit), address, 100), "Site User|");
+    EXPECT_EQ(Title(xvt_win_get_ctl(setup, kNameEdit)) + "|" + Title(xvt_win_get_ctl(setup, kAddressEdit)),
+              "Site User|");
     EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(setup, kAddressEdit));
     EXPECT_EQ(Notes(), "");
   });

@@ -92,9 +92,8 @@ TEST_F(ToolbarTest, ButtonsSendTheViewersOwnCommands) {
     WithViewer(2, [&](WINDOW viewer, WINDOW bar) {
       for (int i = 0; i < c.questions; ++i) xvt_test_push_answer(RESP_2);
       ASSERT_TRUE(xvt_test_click(bar, c.press));
-      char title[100] = "";
       ASSERT_NE(WinList_Head(), viewer);
-      EXPECT_STREQ(xvt_vobj_get_title(WinList_Head(), title, sizeof title), c.opens);
+      EXPECT_EQ(Title(WinList_Head()), c.opens);
     });
   }
 }
@@ -187,8 +186,7 @@ TEST_F(ToolbarTest, ButtonsShowShippedPicturesAndOnlineFollowsTheState) {
       Opt_AssignBoolean("General.Offline", s.offline, kOptSession, 0);
       TBAR_Refresh();
       WINDOW online = xvt_win_get_ctl(bar, kTbarOnline);
-      char face[40] = "";
-      EXPECT_STREQ(xvt_vobj_get_title(online, face, sizeof face), s.face);
+      EXPECT_EQ(Title(online), s.face);
       EXPECT_EQ(xvt_test_ctl_icon(online), s.icon) << s.face;
       EXPECT_TRUE(reads(xvt_test_ctl_icon(online))) << s.face;
     }

@@ -29,11 +29,6 @@ class ComposeForms : public UserFrameTest {
     const int code = Tcl_EvalEx(task_interp, script.c_str(), -1, TCL_EVAL_GLOBAL);
     return std::string(code == TCL_OK ? "" : "error: ") + Tcl_GetStringResult(task_interp);
   }
-  static std::string Title(WINDOW w) {
-    char t[256] = "";
-    xvt_vobj_get_title(w, t, sizeof t);
-    return t;
-  }
 };
 
 TEST_F(ComposeForms, FormsAreSentAsTheirOwnPartsInPlaceOfTheText) {

@@ -34,10 +34,6 @@ class ComposePeer : public nodestest::NodesTest {
     ASSERT_TRUE(MM_FolCreate(local_, "sent", 1));
     MakeFolder("inbox", std::vector<std::string>{kOriginal});
   }
-  long Count(const char* folder) {
-    std::string full;
-    return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
-  }
   SmtpSink sink_;
 };
 

@@ -52,10 +52,6 @@ class ComposeTest : public nodestest::NodesTest {
     const int id = MM_FolOpen(local_, name.c_str());
     return MM_UMIFromMsgno(id, 1);
   }
-  long Count(const char* folder) {
-    std::string full;
-    return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
-  }
   static std::string Text(WINDOW win) { return ComposeTextGet(ComposeInfoOf(win)->text_pane); }
   // The message Send would build, as the writer writes it.
   static std::string Built(WINDOW win) {
@@ -158,8 +154,7 @@ TEST_F(ComposeTest, ViewerCommandsOpenComposeWindows) {
       doMenu(viewer, c.command);
       ASSERT_FALSE(ComposeWindows().empty()) << c.title;
       WINDOW win = ComposeWindows().back();
-      char title[100];
-      EXPECT_STREQ(xvt_vobj_get_title(win, title, sizeof title), c.title);
+      EXPECT_EQ(Title(win), c.title);
       EXPECT_EQ(ComposeGetFields(ComposeInfoOf(win)).cc, c.cc) << c.title;
       xvt_vobj_destroy(win);
     }

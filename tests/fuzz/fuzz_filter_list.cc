@@ -31,8 +31,7 @@ void Setup() {
 
 // Input: lines "name=value"; each name is put under "Filters.7.".
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static bool ready = (Setup(), true);
-  (void)ready;
+  [[maybe_unused]] static bool ready = (Setup(), true);
   Opt_Init();  // a fresh store each run
   std::string_view text(reinterpret_cast<const char*>(data), size);
   while (!text.empty()) {

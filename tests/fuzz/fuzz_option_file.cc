@@ -40,8 +40,7 @@ void Setup() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static bool ready = (Setup(), true);
-  (void)ready;
+  [[maybe_unused]] static bool ready = (Setup(), true);
   static int runs = 0;
   // A fresh store now and then keeps memory flat over a long run.
   if (++runs % 200 == 0) Opt_Init();

@@ -39,8 +39,7 @@ bool Subscribed(const char* name) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static bool ready = (Setup(), true);
-  (void)ready;
+  [[maybe_unused]] static bool ready = (Setup(), true);
   WriteFile(g_file, data, size);
   mail_env_clear();
   Subscribed("");

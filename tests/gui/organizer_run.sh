@@ -16,10 +16,7 @@ $open_demo_inbox
 wait 300
 click INBOX - Local Folders 120 47
 key ctrl+a
-dump $dump
-screenshot $shot screen
-command 32009
-answer 1
+$(dump_and_exit)
 SCRIPT
 show_on_failure=("$dump")
 run_velmar 60

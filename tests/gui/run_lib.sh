@@ -18,6 +18,8 @@ dismiss
 key Return
 wait 500
 dblclick INBOX - Local Folders 120 47"
+# Script lines writing $dump and a screenshot of the screen to $shot, then File > Exit, confirmed.
+dump_and_exit() { printf 'dump %s\nscreenshot %s screen\ncommand 32009\nanswer 1\n' "$dump" "$shot"; }
 copy_demo_home() { cp -r "$source/tests/data/demo-home/." "${1:-$home}/"; }
 
 # A private SMTP server; its plain port in $port.

@@ -34,10 +34,7 @@ dblclick Message Organizer 120 47
 dismiss
 dismiss
 wait 1000
-dump $dump
-screenshot $shot screen
-command 32009
-answer 1
+$(dump_and_exit)
 SCRIPT
 show_on_failure=("$dump")
 run_velmar 60

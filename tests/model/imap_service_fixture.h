@@ -32,20 +32,29 @@ inline int StartWorkService(imap_test::Dovecot* server, const char* security = n
   return MM_MSNew(2);
 }
 
+// The server started only when a test asks for the service.
 template <typename Base>
-class ImapServiceTest : public Base {
+class ImapServiceOnDemandTest : public Base {
  protected:
-  void SetUp() override {
-    Base::SetUp();
-    ms_ = StartWorkService(&server_);
-    ASSERT_TRUE(server_.env.count("PORT")) << "no Dovecot (package dovecot-imapd)";
-  }
   void TearDown() override {
     Base::TearDown();
     tcp_tls_set_ca_file(nullptr);
     server_.Remove();
   }
+  // Starts the server and makes service 2 on it, in the clear.
+  int RemoteService() { return StartWorkService(&server_, "none"); }
 
   imap_test::Dovecot server_;
+};
+
+template <typename Base>
+class ImapServiceTest : public ImapServiceOnDemandTest<Base> {
+ protected:
+  void SetUp() override {
+    Base::SetUp();
+    ms_ = StartWorkService(&this->server_);
+    ASSERT_TRUE(this->server_.env.count("PORT")) << "no Dovecot (package dovecot-imapd)";
+  }
+
   int ms_ = INVALID_SERVICE;
 };

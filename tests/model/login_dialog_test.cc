@@ -12,11 +12,6 @@ namespace {
 
 class LoginDialog : public UserFrameTest {};
 
-std::string Text(WINDOW dlg, int id) {
-  char buf[200];
-  return xvt_vobj_get_title(xvt_win_get_ctl(dlg, id), buf, sizeof buf);
-}
-
 TEST_F(LoginDialog, AnswersOkCancelAndTimeOut) {
   struct Case {
     const char* what;
@@ -53,8 +48,8 @@ TEST_F(LoginDialog, AnswersOkCancelAndTimeOut) {
     SCOPED_TRACE(c.what);
     std::string label, shown_user;
     xvt_test_push_dialog(kLoginDialogRid, [&](WINDOW d) {
-      label = Text(d, kLoginDialogLabel);
-      shown_user = Text(d, kLoginDialogUser);
+      label = Title(xvt_win_get_ctl(d, kLoginDialogLabel));
+      shown_user = Title(xvt_win_get_ctl(d, kLoginDialogUser));
       c.user_does(d);
     });
     long result = -1;

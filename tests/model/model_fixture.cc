@@ -127,11 +127,21 @@ std::string Posts() {
   return out;
 }
 
+std::string Title(WINDOW win) {
+  char buf[1000] = "";
+  return xvt_vobj_get_title(win, buf, sizeof buf) ? buf : "";
+}
+
 std::vector<int> ModelTest::Types(const std::vector<int>& only) const {
   std::vector<int> out;
   for (const Seen& e : seen_)
     if (only.empty() || std::find(only.begin(), only.end(), e.type) != only.end()) out.push_back(e.type);
   return out;
+}
+
+long ModelTest::Count(const char* folder) const {
+  std::string full;
+  return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
 }
 
 size_t ModelTest::TempFiles() {

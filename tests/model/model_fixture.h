@@ -27,6 +27,7 @@ std::string LocalSearchNumbers(int folder, const char* program);
 std::string ReadFile(const std::string& path);
 // Kinds and texts of the toolkit's posts, one per line ("error: text").
 std::string Posts();
+std::string Title(WINDOW win);  // of a window, or a control's text
 
 // One model event as the recorder saw it; borrowed names are copied.
 struct Seen {
@@ -45,6 +46,8 @@ class ModelTest : public ::testing::Test {
   std::vector<int> Types(const std::vector<int>& only = {}) const;
   bool Traced(const std::string& text) const { return ReadFile(home_ + "/debug.txt").find(text) != std::string::npos; }
   static size_t TempFiles();
+  // Messages in a folder of the local service, counted on disk; -1 for a bad name.
+  long Count(const char* folder) const;
 
   std::string home_;
   int local_ = INVALID_SERVICE;

@@ -38,25 +38,8 @@ Snapshot Permanent() {
   return s;
 }
 
-class OptionFiles : public FrameTest {
+class OptionFiles : public OptionsFrameTest {
  protected:
-  void SetUp() override {
-    FrameTest::SetUp();
-    ASSERT_EQ(InitDirectories(), 1);
-    Start();
-  }
-  void TearDown() override {
-    Opt_Shutdown();
-    FrameTest::TearDown();
-  }
-  void Start(std::vector<std::string> args = {}) {
-    args.insert(args.begin(), "velmar");
-    std::vector<char*> argv;
-    for (auto& w : args) argv.push_back(w.data());
-    argv.push_back(nullptr);
-    ASSERT_EQ(CENV_Init(static_cast<int>(args.size()), argv.data()), 1);
-    ASSERT_EQ(Opt_Init(), 1);
-  }
   // Throws the store away and loads it again, as a restart does.
   static void Restart() {
     Opt_Shutdown();
@@ -480,10 +463,6 @@ class Session : public UserFrameTest {
     for (int i = 0; i < xvt_list_count_all(list); ++i)
       rows += std::string(xvt_list_is_sel(list, i) ? "*" : "") + xvt_list_get_elt(list, i, buf, sizeof buf) + ";";
     return rows;
-  }
-  static std::string Title(WINDOW w) {
-    char buf[200];
-    return xvt_vobj_get_title(w, buf, sizeof buf);
   }
 };
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "src/base/fs.h"
+#include "src/organizer/msgwin.h"
 #include "src/organizer/nodes.h"
 #include "src/organizer/organizer.h"
 #include "tests/model/model_fixture.h"
@@ -114,6 +115,29 @@ class NodesTest : public ModelTest {
   }
 
   WINDOW tree_ = NULL_WIN;
+};
+
+// The model with the program's top window open over subscribed folders.
+class TopWindowTest : public ModelTest {
+ protected:
+  // Folders of that many numbered messages, each subscribed.
+  void Subscribed(const std::vector<std::pair<std::string, int>>& folders) {
+    for (const auto& [name, count] : folders) {
+      MakeFolder(name, count);
+      MM_FolSubscribe(local_, name.c_str(), 1);
+    }
+  }
+  // Runs body with the program's top window open.
+  static void Run(const std::function<void()>& body) {
+    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
+    xvt_test_set_run_hook([&] {
+      openMessageServicesWindow();
+      ASSERT_NE(MSG_TopWindow(), NULL_WIN);
+      body();
+    });
+    xvt_app_create(0, nullptr, 0, [](WINDOW, EVENT*) -> long { return 0; }, &config);
+  }
+  static MsgWinInfo* Top() { return MSG_WinInfo(MSG_TopWindow()); }
 };
 
 }  // namespace nodestest

@@ -21,7 +21,6 @@ OTHER_NAME=otheruser
 PASSWORD=secret
 START_TIMEOUT=${IMAP_START_TIMEOUT:-20}
 
-PEER_NAME=imap-dovecot.sh
 PEER_USAGE="start [DIR] | stop DIR | seed DIR N [MAILBOX [USER]]"
 # shellcheck source=peer_lib.sh
 . "$(dirname "$0")/peer_lib.sh"

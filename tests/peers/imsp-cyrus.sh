@@ -25,8 +25,6 @@ PASSWORD=secret
 START_TIMEOUT=${IMSP_START_TIMEOUT:-20}
 DATA_PATH=/var/lib/imsp
 
-PEER_NAME=imsp-cyrus.sh
-PEER_USAGE="start [DIR] | stop DIR"
 # shellcheck source=peer_lib.sh
 . "$(dirname "$0")/peer_lib.sh"
 

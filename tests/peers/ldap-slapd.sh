@@ -24,8 +24,6 @@ BIND_PW=readersecret
 START_TIMEOUT=${LDAP_START_TIMEOUT:-20}
 TLS=${LDAP_TLS:-on}
 
-PEER_NAME=ldap-slapd.sh
-PEER_USAGE="start [DIR] | stop DIR"
 # shellcheck source=peer_lib.sh
 . "$(dirname "$0")/peer_lib.sh"
 

@@ -1,5 +1,7 @@
 # Shared by the peer scripts here; sourced, in plain sh for the sh ones.
-# PEER_NAME (for messages) and PEER_USAGE (the arguments) are set first.
+# Messages name the script; PEER_USAGE (the arguments) may be set first.
+PEER_NAME=$(basename "$0")
+PEER_USAGE=${PEER_USAGE:-"start [DIR] | stop DIR"}
 
 die() { echo "$PEER_NAME: $*" >&2; exit 1; }
 usage() { echo "usage: $PEER_NAME $PEER_USAGE" >&2; exit 2; }

@@ -18,8 +18,6 @@ set -euo pipefail
 PY=/usr/bin/python3
 START_TIMEOUT=${SMTP_START_TIMEOUT:-20}
 
-PEER_NAME=smtp-aiosmtpd.sh
-PEER_USAGE="start [DIR] | stop DIR"
 # shellcheck source=peer_lib.sh
 . "$(dirname "$0")/peer_lib.sh"
 

@@ -12,7 +12,6 @@
 #       Stops every server started in DIR, by the pids recorded there.
 set -eu
 
-PEER_NAME=tls-server.sh
 PEER_USAGE="start DIR [good|selfsigned|wronghost] | stop DIR"
 # shellcheck source=peer_lib.sh
 . "$(dirname "$0")/peer_lib.sh"

@@ -14,17 +14,7 @@
 
 namespace {
 
-class SavedSearchPeer : public nodestest::NodesTest {
- protected:
-  void TearDown() override {
-    NodesTest::TearDown();
-    tcp_tls_set_ca_file(nullptr);
-    server_.Remove();
-  }
-  // Starts the server and makes service 2 on it, in the clear.
-  int RemoteService() { return StartWorkService(&server_, "none"); }
-  imap_test::Dovecot server_;
-};
+using SavedSearchPeer = ImapServiceOnDemandTest<nodestest::NodesTest>;
 
 TEST_F(SavedSearchPeer, ALocalAndARemoteFolderInOneSearch) {
   const int remote = RemoteService();

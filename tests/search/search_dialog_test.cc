@@ -11,11 +11,7 @@
 
 namespace {
 
-std::string Text(WINDOW dlg, int id) {
-  char buffer[600] = "";
-  xvt_vobj_get_title(xvt_win_get_ctl(dlg, id), buffer, sizeof buffer);
-  return buffer;
-}
+std::string Text(WINDOW dlg, int id) { return Title(xvt_win_get_ctl(dlg, id)); }
 
 std::vector<std::string> Items(WINDOW dlg, int id) {
   std::vector<std::string> out;

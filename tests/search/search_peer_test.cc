@@ -18,8 +18,6 @@
 
 namespace {
 
-using imap_test::Dovecot;
-
 const char* const kNames[] = {"Ann Lee", "Bob", "Zoë Ünal", "Carol \"CJ\" Jones", "Dmitri Ивanov"};
 const char* const kWords[] = {"budget", "Été", "ÉTÉ", "plan", "50% * off", "C:\\dir\\", "Привет", "report",
                               "a|b", "straße", "say \"hi\""};
@@ -126,17 +124,7 @@ Generated Make(int i) {
   return g;
 }
 
-class SearchPeer : public ModelTest {
- protected:
-  void TearDown() override {
-    ModelTest::TearDown();
-    tcp_tls_set_ca_file(nullptr);
-    server_.Remove();
-  }
-  // Starts the server and makes service 2 on it, in the clear.
-  int RemoteService() { return StartWorkService(&server_, "none"); }
-  Dovecot server_;
-};
+using SearchPeer = ImapServiceOnDemandTest<ModelTest>;
 
 TEST_F(SearchPeer, SameRulesSameMessagesLocallyAndOnTheServer) {
   const int remote = RemoteService();

@@ -11,30 +11,16 @@
 #include "src/organizer/organizer.h"
 #include "src/search/search_node.h"
 #include "src/search/search_rules.h"
-#include "tests/model/model_fixture.h"
+#include "tests/organizer/nodes_fixture.h"
 
 namespace {
 
-long TaskEh(WINDOW, EVENT*) { return 0; }
-
-class SearchWindows : public ModelTest {
+class SearchWindows : public nodestest::TopWindowTest {
  protected:
   void SetUp() override {
-    ModelTest::SetUp();
-    MakeFolder("mail", 12);
-    MakeFolder("work", 2);
-    for (const char* name : {"mail", "work"}) MM_FolSubscribe(local_, name, 1);
+    TopWindowTest::SetUp();
+    Subscribed({{"mail", 12}, {"work", 2}});
   }
-  void Run(std::function<void()> body) {
-    XVT_CONFIG config{0, 0, "t", "T", "task", 42};
-    xvt_test_set_run_hook([&] {
-      openMessageServicesWindow();
-      ASSERT_NE(MSG_TopWindow(), NULL_WIN);
-      body();
-    });
-    xvt_app_create(0, nullptr, 0, TaskEh, &config);
-  }
-  static MsgWinInfo* Top() { return MSG_WinInfo(MSG_TopWindow()); }
   static void SelectFolders(const std::vector<std::string>& names) {
     TREE_ClearSelections(Top()->tree);
     TreeNode* service = TREE_GetFirstKid(TREE_GetRoot(Top()->tree));

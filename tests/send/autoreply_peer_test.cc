@@ -65,7 +65,6 @@ TEST_F(AutoReplyPeer, AnsweredOncePerSenderAlsoAfterARestart) {
   Tick();
   ASSERT_EQ(sink_.Delivered("json").size(), 2u) << Posts();
   EXPECT_NE(sink_.Delivered("json")[1].find("[\"bob@example.net\"]"), std::string::npos);
-  EXPECT_TRUE(unexpected_.empty()) << Posts();
 }
 
 TEST_F(AutoReplyPeer, AFailedSendRecordsNothingAndIsTriedAgain) {

@@ -56,7 +56,6 @@ TEST_F(Receipt, PolicyAddressAndOnce) {
     EXPECT_TRUE(!c.rcpt || json.back().find(std::string("[\"") + c.rcpt + "\"]") != std::string::npos);
     delivered = json.size();
   }
-  EXPECT_TRUE(unexpected_.empty());
   EXPECT_EQ(ReadFile(receipt_log_file()), "<m@x>\n<n@x>\n");  // sent, and refused
 }
 

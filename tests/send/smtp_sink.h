@@ -48,10 +48,5 @@ class SmtpModelTest : public ModelTest {
     tcp_tls_set_ca_file(nullptr);
     ModelTest::TearDown();
   }
-  // Messages in a local folder, counted on disk; -1 for a bad name.
-  long Count(const char* folder) {
-    std::string full;
-    return MM_CCGenFolName(local_, folder, &full) ? CountOnDisk(full) : -1;
-  }
   SmtpSink sink_;
 };

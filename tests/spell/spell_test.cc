@@ -86,10 +86,6 @@ class SpellTest : public nodestest::NodesTest {
   static std::string Text(WINDOW win) { return ComposeTextGet(ComposeInfoOf(win)->text_pane); }
   static std::string Subject(WINDOW win) { return xvt_ctl_get_text(win, kComposeSubjectId, 1000); }
   static std::string Shown(WINDOW dlg) { return xvt_ctl_get_text(dlg, kSpellWordId, 1000); }
-  long Outbox() {
-    std::string full;
-    return MM_CCGenFolName(local_, "outbox", &full) ? CountOnDisk(full) : -1;
-  }
 };
 
 TEST_F(SpellTest, PersonalListRoundTripAndDamagedListsLeftAlone) {
@@ -202,11 +198,11 @@ TEST_F(SpellTest, CheckBeforeSendCancelStopsTheSend) {
     EXPECT_EQ(send_mail(win), 0);
     ASSERT_TRUE(ComposeInfoOf(win));
     EXPECT_EQ(Text(win), "Seee you.\n");
-    EXPECT_EQ(Outbox(), 0);
+    EXPECT_EQ(Count("outbox"), 0);
     // Ignored, the message goes.
     xvt_test_push_dialog(kSpellDialogRid, [&](WINDOW dlg) { xvt_test_click(dlg, kSpellIgnoreId); });
     EXPECT_EQ(send_mail(win), 1) << Posts();
-    EXPECT_EQ(Outbox(), 1);
+    EXPECT_EQ(Count("outbox"), 1);
   });
 }
 

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "src/base/cenv.h"
+#include "src/base/filenames.h"
 #include "src/options/options.h"
 #include "xvt/xvt_test.h"
 
@@ -27,6 +29,11 @@ class FrameTest : public ::testing::Test {
   static void Exit();
   // An option's value at a level, or "(none)".
   static std::string Option(const char* name, int level = kOptSession);
+  // The title of a window, or the text of a control.
+  static std::string Title(WINDOW w) {
+    char buf[1000] = "";
+    return xvt_vobj_get_title(w, buf, sizeof buf) ? buf : "";
+  }
 
   std::string ReadFile(const std::string& path) const;
   void WriteFile(const std::string& path, const std::string& text) const;
@@ -49,5 +56,28 @@ class UserFrameTest : public FrameTest {
   void SetUp() override {
     FrameTest::SetUp();
     WriteUserOptions();
+  }
+};
+
+// The options loaded as at a start of the program, and dropped after the test.
+class OptionsFrameTest : public FrameTest {
+ protected:
+  void SetUp() override {
+    FrameTest::SetUp();
+    ASSERT_EQ(InitDirectories(), 1);
+    Start();
+  }
+  void TearDown() override {
+    Opt_Shutdown();
+    FrameTest::TearDown();
+  }
+  // Starts with these words after the program's name.
+  void Start(std::vector<std::string> args = {}) {
+    args.insert(args.begin(), "velmar");
+    std::vector<char*> argv;
+    for (auto& w : args) argv.push_back(w.data());
+    argv.push_back(nullptr);
+    ASSERT_EQ(CENV_Init(static_cast<int>(args.size()), argv.data()), 1);
+    ASSERT_EQ(Opt_Init(), 1);
   }
 };

@@ -164,9 +164,7 @@ TEST_F(ViewerTest, StepsThroughTheCommonKindsOfMail) {
     EXPECT_EQ(v->content.text, "Big & cheap\n");
     ASSERT_EQ(v->content.rows.size(), 1u);
     EXPECT_EQ(v->content.rows[0].mime, "text/html");
-    char title[200];
-    xvt_vobj_get_title(v->window, title, sizeof title);
-    EXPECT_STREQ(title, "kinds : Sale \xE2\x82\xAC");
+    EXPECT_EQ(Title(v->window), "kinds : Sale \xE2\x82\xAC");
 
     // Raw header style shows the header as stored, and the label follows.
     doMenu(v->window, M_VIEW_RAW_HEADER);
@@ -306,7 +304,6 @@ TEST_F(ViewerTest, ShowingAMessageAsksForItsReceiptOnce) {
     for (unsigned long msgno : {1ul, 2ul, 1ul}) ASSERT_NE(Show(node, msgno), nullptr);
     EXPECT_EQ(Asked(), "Sending a read receipt to \"ann@example.org\".");
   });
-  EXPECT_TRUE(unexpected_.empty());
 }
 
 TEST_F(ViewerTest, ExtractedEnclosuresAreSavedDecoded) {

@@ -664,10 +664,7 @@ TEST(Sequences, MarksOrExplains) {
 }
 
 BodyPartNode* Node(unsigned short type, unsigned long offset, std::vector<BodyPartNode*> parts = {}) {
-  BodyPartNode* n = mail_newbody_part();
-  n->body.type = type;
-  n->body.subtype = cpystr(type == TYPEMESSAGE ? "RFC822" : "X");
-  n->offset = offset;
+  BodyPartNode* n = Part(type, type == TYPEMESSAGE ? "RFC822" : "X", offset, 0);
   for (size_t i = parts.size(); i-- > 0;) {
     parts[i]->next = n->body.parts;
     n->body.parts = parts[i];
