@@ -8,4 +8,5 @@ option -default Folders.EnableLocal TRUE
 option -default Folders.EnableRemote TRUE
 option -default Send.Background FALSE
 option -default Compose.QueueOutgoing FALSE
+option -default Compose.AttachmentWords {attach attached attaching attachment attachments enclosed}
 option -default Directory.CACertFile {}

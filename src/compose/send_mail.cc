@@ -7,7 +7,11 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cctype>
 #include <cstring>
+#include <iterator>
+#include <sstream>
+#include <vector>
 
 #include "rclib/safe_file.h"
 #include "src/base/errors.h"
@@ -15,6 +19,7 @@
 #include "src/compose/compose.h"
 #include "src/compose/compose_internal.h"
 #include "src/compose/compose_text.h"
+#include "src/model/local_search.h"
 #include "src/options/options.h"
 #include "src/security/pgp.h"
 #include "src/security/pgp_mime.h"
@@ -284,6 +289,26 @@ int COMP_ProcessPGP(Message* message, int kind, int encrypt, int sign, int mime)
   return ok;
 }
 
+// True when the text says it carries a file (one of Compose.AttachmentWords,
+// as a whole word, case ignored) and nothing is attached. Quoted lines do
+// not count: a reply quotes the other side's "attached". A blank option
+// never asks.
+bool MentionsAMissingAttachment(ComposeInfo* info) {
+  if (!info->attachment_list.empty()) return false;
+  std::istringstream words(MM_SearchFoldCase(Opt_LookupText("Compose.AttachmentWords", kOptSession)));
+  std::istringstream lines(MM_SearchFoldCase(ComposeTextGet(info->text_pane)));
+  std::vector<std::string> wanted{std::istream_iterator<std::string>(words), {}};
+  auto letter = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || (c & 0x80); };
+  for (std::string line; !wanted.empty() && std::getline(lines, line);) {
+    if (line.compare(0, 1, ">") == 0) continue;
+    for (const std::string& w : wanted)
+      for (size_t at = line.find(w); at != std::string::npos; at = line.find(w, at + 1))
+        if ((at == 0 || !letter(line[at - 1])) && (at + w.size() == line.size() || !letter(line[at + w.size()])))
+          return true;
+  }
+  return false;
+}
+
 int send_mail(WINDOW win) {
   Trace(kTraceCompose, kTraceAll, "send_mail: function entry.\n");
   ComposeInfo* info = ComposeInfoOf(win);
@@ -297,6 +322,10 @@ int send_mail(WINDOW win) {
     info = ComposeInfoOf(win);
     if (!info) return 0;
   }
+  if (!info->options.draft && MentionsAMissingAttachment(info) &&
+      xvt_dm_post_ask("Send", "Cancel", nullptr, "The message speaks of an attachment, but nothing is attached. Send it anyway?") !=
+          RESP_DEFAULT)
+    return 0;
   ComposeOptions& o = info->options;
   short expand = 0;
   if (Opt_LookupBoolean("AddrBook.ExpandOnSend", &expand, kOptSession) && expand) ExpandAllAddresses(win);

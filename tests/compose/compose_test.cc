@@ -224,6 +224,39 @@ TEST_F(ComposeTest, EmptyOrUnreadableToStopsSendAndKeepsTheText) {
   });
 }
 
+// A text that speaks of an attachment when none is attached is asked about
+// before it goes; quoted lines, longer words and a blank word list are not.
+TEST_F(ComposeTest, AMentionedAttachmentThatIsMissingIsAskedAbout) {
+  const struct {
+    const char* words;  // Compose.AttachmentWords; null: the site default
+    const char* body;
+    bool asked;
+  } cases[] = {{nullptr, "Here is the report, ATTACHED.\n", true},
+               {nullptr, "> see attached\nthanks\n", false},
+               {nullptr, "the reattached handle\n", false},
+               {"", "see attached\n", false}};
+  Run([&] {
+    int queued = 0;
+    for (const auto& c : cases) {
+      if (c.words) Opt_AssignString("Compose.AttachmentWords", c.words, kOptSession, 0);
+      WINDOW win = compose_new();
+      ASSERT_TRUE(win);
+      xvt_test_type(win, kComposeToId, "dave@example.net");
+      SetBody(win, c.body);
+      ComposeInfoOf(win)->options.queue_outgoing = 1;
+      xvt_test_clear_posts();
+      if (c.asked) xvt_test_push_answer(RESP_2);  // Cancel: the window stays as it is
+      EXPECT_EQ(send_mail(win), c.asked ? 0 : 1) << c.body << Posts();
+      EXPECT_EQ(Posts().find("nothing is attached") != std::string::npos, c.asked) << c.body;
+      queued += c.asked ? 0 : 1;
+      if (c.asked) {
+        EXPECT_EQ(Text(win), c.body);
+      }
+    }
+    EXPECT_EQ(Count("outbox"), queued);
+  });
+}
+
 TEST_F(ComposeTest, DraftSaveAndRestartRoundTrip) {
   Run([&] {
     const std::string file = home_ + "/report.pdf";
