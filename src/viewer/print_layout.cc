@@ -70,25 +70,20 @@ std::string Join(const std::vector<Cell>& cells, size_t from, size_t to) {
   return out;
 }
 
-size_t Width(std::string_view s) {
-  size_t n = 0;
-  for (const Cell& c : Cells(s)) n += static_cast<size_t>(c.width);
-  return n;
-}
 
 // The line with the folder at the left and the time of printing at the
 // right; the folder's name gives way when both do not fit.
 std::string HeaderLine(const std::string& folder, const std::string& printed, size_t columns) {
   const std::vector<std::string> when = PRINT_WrapLine(printed, static_cast<int>(columns));
   const std::string right = when.empty() ? std::string() : when[0];
-  const size_t room = columns - Width(right);
+  const size_t room = columns - PRINT_Columns(right);
   const std::vector<std::string> name = PRINT_WrapLine(folder, static_cast<int>(room) - 1);
   const std::string left = name.empty() ? std::string() : name[0];
-  return left + std::string(room - Width(left), ' ') + right;
+  return left + std::string(room - PRINT_Columns(left), ' ') + right;
 }
 
 std::string Centred(const std::string& text, size_t columns) {
-  const size_t w = Width(text);
+  const size_t w = PRINT_Columns(text);
   return w >= columns ? text : std::string((columns - w) / 2, ' ') + text;
 }
 
@@ -108,6 +103,12 @@ void ForEachLine(std::string_view text, Fn fn) {
 }
 
 }  // namespace
+
+size_t PRINT_Columns(std::string_view s) {
+  size_t n = 0;
+  for (const Cell& c : Cells(s)) n += static_cast<size_t>(c.width);
+  return n;
+}
 
 std::vector<std::string> PRINT_WrapLine(std::string_view line, int columns, int indent) {
   std::vector<std::string> out;
@@ -165,12 +166,12 @@ bool PRINT_LayoutMessage(const PrintMessage& message, const std::string& printed
     }
   };
   size_t name_width = 0;
-  for (const auto& field : message.fields) name_width = std::max(name_width, Width(field.first) + 2);
+  for (const auto& field : message.fields) name_width = std::max(name_width, PRINT_Columns(field.first) + 2);
   name_width = std::min(name_width, static_cast<size_t>(size.columns / 2));
   for (const auto& [name, value] : message.fields) {
     if (value.empty()) continue;
     std::string label = name + ":";
-    label += std::string(name_width > Width(label) ? name_width - Width(label) : 1, ' ');
+    label += std::string(name_width > PRINT_Columns(label) ? name_width - PRINT_Columns(label) : 1, ' ');
     bool first = true;
     ForEachLine(value, [&](std::string_view line) {
       add(PRINT_WrapLine((first ? label : std::string(name_width, ' ')) + std::string(line), size.columns,

@@ -40,6 +40,8 @@ constexpr int kPrintTabWidth = 8;
 // shown as '?'. The blank a line is broken at is the only thing dropped.
 // `indent` blanks start every line after the first.
 std::vector<std::string> PRINT_WrapLine(std::string_view line, int columns, int indent = 0);
+// The columns a printed line takes, measured as PRINT_WrapLine measures.
+size_t PRINT_Columns(std::string_view line);
 
 // Lays out one message. False with a message in *error when the page is too
 // small or the message too long; *pages is then left empty.
