@@ -97,6 +97,9 @@ const Field kFields[] = {
     {kPrefPageReading, 7, kCheck, kPrefSaveOutgoing, "Keep a copy of sent mail", "Compose.SaveOutgoing"},
     {kPrefPageReading, 8, kNumber, kPrefMailTimer, "Check mail (minutes):", "Timer.Interval", "", "", false,
      nullptr, 1, 1440, E_MAIL_TIMER_CHANGED},
+    {kPrefPageReading, 9, kCheck, kPrefSpellFirst, "Check spelling before sending", "Compose.SpellCheckBeforeSend",
+     "1", "0"},
+    {kPrefPageReading, 10, kText, kPrefAttachWords, "Attachment words:", "Compose.AttachmentWords"},
 
     {kPrefPageBooks, 0, kCheck, kPrefBookLocal, "Use local address books", "AddrBook.EnableLocal", "ON", "OFF", true},
     {kPrefPageBooks, 1, kCheck, kPrefBookRemote, "Use address books on the server", "AddrBook.EnableRemote", "ON",

@@ -55,6 +55,8 @@ constexpr int kPrefReceiptPolicy = 2406;
 constexpr int kPrefHeaderStyle = 2407;
 constexpr int kPrefSaveOutgoing = 2408;
 constexpr int kPrefMailTimer = 2409;
+constexpr int kPrefSpellFirst = 2410;
+constexpr int kPrefAttachWords = 2411;
 // Address books
 constexpr int kPrefBookLocal = 2501;
 constexpr int kPrefBookRemote = 2502;
