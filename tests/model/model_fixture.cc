@@ -13,6 +13,8 @@
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/compose/compose.h"
+#include "src/send/send.h"
 
 namespace fs = std::filesystem;
 
@@ -130,6 +132,15 @@ std::string Posts() {
 std::string Title(WINDOW win) {
   char buf[1000] = "";
   return xvt_vobj_get_title(win, buf, sizeof buf) ? buf : "";
+}
+
+std::string Built(WINDOW win) {
+  Message* m = mail_newmessage();
+  m->envelope = mail_newenvelope();
+  std::string out;
+  if (fill_envelope(win, m->envelope) && fill_body(win, &m->body)) write_message(&out, m, nullptr, nullptr);
+  mail_free_message(&m);
+  return out;
 }
 
 std::vector<int> ModelTest::Types(const std::vector<int>& only) const {

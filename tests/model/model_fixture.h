@@ -28,6 +28,8 @@ std::string ReadFile(const std::string& path);
 // Kinds and texts of the toolkit's posts, one per line ("error: text").
 std::string Posts();
 std::string Title(WINDOW win);  // of a window, or a control's text
+// The message Send would build from a compose window, as the writer writes it.
+std::string Built(WINDOW win);
 
 // One model event as the recorder saw it; borrowed names are copied.
 struct Seen {
