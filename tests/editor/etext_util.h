@@ -14,17 +14,10 @@
 #include "editor/elib/elib_trace.h"
 #include "editor/elib/marks.h"
 #include "rclib/rc.h"
+#include "tests/support/scratch_dir.h"
 
-struct SpillDir {
-  std::string path;
-  SpillDir() {
-    path = (std::filesystem::temp_directory_path() / "etext.XXXXXX").string();
-    if (!::mkdtemp(path.data())) path.clear();
-  }
-  ~SpillDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
+struct SpillDir : TempDir {
+  SpillDir() : TempDir("etext") {}
   int files() const {
     int n = 0;
     for (auto& e : std::filesystem::directory_iterator(path)) n += e.is_regular_file();

@@ -17,6 +17,7 @@
 #include "rclib/dsllist.h"
 #include "rclib/rc.h"
 #include "rclib/rc_hmem.h"
+#include "tests/support/scratch_dir.h"
 
 // Lets `alloc_budget` allocations through, then fails every later one.
 inline int alloc_budget = 0;
@@ -41,15 +42,12 @@ class ScratchTest : public RclibTest {
  protected:
   void SetUp() override {
     RclibTest::SetUp();
-    std::string pattern = (std::filesystem::temp_directory_path() / "velmar-rclib-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
+    ASSERT_FALSE(dir_.empty());
     old_cwd_ = std::filesystem::current_path();
     std::filesystem::current_path(dir_);
   }
   void TearDown() override {
     std::filesystem::current_path(old_cwd_);
-    std::filesystem::remove_all(dir_);
     RclibTest::TearDown();
   }
   // Writes a file below the scratch directory; its full path.
@@ -67,7 +65,9 @@ class ScratchTest : public RclibTest {
     for (const auto& e : std::filesystem::directory_iterator(dir_)) out.insert(e.path().filename());
     return out;
   }
-  std::filesystem::path dir_, old_cwd_;
+  TempDir scratch_{"velmar-rclib"};
+  const std::filesystem::path dir_ = scratch_.path;
+  std::filesystem::path old_cwd_;
 };
 
 inline void* V(intptr_t n) { return reinterpret_cast<void*>(n); }
