@@ -11,6 +11,7 @@
 
 #include "src/base/model_events.h"
 #include "src/model/mm.h"
+#include "tests/support/scratch_dir.h"
 #include "xvt/xvt_test.h"
 
 // A small message with Subject "message <i>".
@@ -51,7 +52,8 @@ class ModelTest : public ::testing::Test {
   // Messages in a folder of the local service, counted on disk; -1 for a bad name.
   long Count(const char* folder) const;
 
-  std::string home_;
+  TempDir scratch_{"velmar-model"};
+  const std::string home_ = scratch_.path;
   int local_ = INVALID_SERVICE;
   std::vector<Seen> seen_;
   std::function<void(const ModelEvent&)> on_event_;  // runs as each event is posted

@@ -15,11 +15,7 @@
 namespace fs = std::filesystem;
 
 void FrameTest::SetUp() {
-  char tmpl[] = "/tmp/velmar-test-XXXXXX";
-  ASSERT_NE(mkdtemp(tmpl), nullptr);
-  std::string root = tmpl;
-  home_ = root + "/home";
-  appdir_ = root + "/app";
+  ASSERT_FALSE(scratch_.path.empty());
   fs::create_directories(home_);
   fs::copy(VELMAR_SOURCE_DATA_DIR, appdir_, fs::copy_options::recursive);
   setenv("VELMAR_HOME", home_.c_str(), 1);
@@ -38,8 +34,6 @@ void FrameTest::TearDown() {
   TraceSetThreshold(kTraceCritical);
   TraceSetSubsystem(0xFFFFFFFFu);
   if (::chdir("/tmp") != 0) perror("chdir");
-  std::error_code ec;
-  fs::remove_all(fs::path(home_).parent_path(), ec);
 }
 
 void FrameTest::Run(const std::vector<std::string>& args, std::function<void()> hook) {

@@ -11,6 +11,7 @@
 #include "src/base/cenv.h"
 #include "src/base/filenames.h"
 #include "src/options/options.h"
+#include "tests/support/scratch_dir.h"
 #include "xvt/xvt_test.h"
 
 class FrameTest : public ::testing::Test {
@@ -45,8 +46,9 @@ class FrameTest : public ::testing::Test {
   // Fails the test on a question that no answer was queued for.
   void ExpectNoUnexpectedDialogs();
 
-  std::string home_;
-  std::string appdir_;
+  TempDir scratch_{"velmar-test"};
+  const std::string home_ = scratch_.path + "/home";
+  const std::string appdir_ = scratch_.path + "/app";
   std::vector<std::string> unexpected_;
 };
 

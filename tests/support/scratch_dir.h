@@ -16,7 +16,5 @@ struct TempDir {
     std::error_code ignored;
     if (!path.empty()) std::filesystem::remove_all(path, ignored);
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
   std::string path;  // empty when none could be made
 };
