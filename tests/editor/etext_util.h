@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "editor/elib/buffer.h"
@@ -90,9 +89,4 @@ inline std::string WriteTemp(const SpillDir& dir, const std::string& name, const
   std::string path = dir.path + "/" + name;
   std::ofstream(path, std::ios::binary) << data;
   return path;
-}
-
-inline std::string ReadFileText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }

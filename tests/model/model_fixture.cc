@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "c-client/mh/mh_names.h"
 #include "src/model/local_search.h"
@@ -111,12 +110,6 @@ std::string LocalSearchNumbers(int folder, const char* text) {
   std::string numbers;
   for (UMI u : found) numbers += (numbers.empty() ? "" : " ") + std::to_string(MM_UMIMsgno(u));
   return numbers;
-}
-
-std::string ReadFile(const std::string& path) {
-  std::stringstream ss;
-  ss << std::ifstream(path, std::ios::binary).rdbuf();
-  return ss.str();
 }
 
 std::string Posts() {

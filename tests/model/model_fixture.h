@@ -25,7 +25,6 @@ std::string Subject(UMI umi);  // as the model reads it, "(none)" if it can't
 // The message numbers a local search of folder finds for a program
 // ("1 3"), or "refused: <why>" when the program doesn't parse or run.
 std::string LocalSearchNumbers(int folder, const char* program);
-std::string ReadFile(const std::string& path);
 // Kinds and texts of the toolkit's posts, one per line ("error: text").
 std::string Posts();
 std::string Title(WINDOW win);  // of a window, or a control's text

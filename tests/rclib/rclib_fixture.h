@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -54,11 +53,6 @@ class ScratchTest : public RclibTest {
   std::string file(const std::string& name, const std::string& text = "x") const {
     std::ofstream(dir_ / name, std::ios::binary) << text;
     return (dir_ / name).string();
-  }
-  static std::string read(const std::string& path) {
-    std::stringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
   }
   std::set<std::string> names() const {
     std::set<std::string> out;

@@ -29,10 +29,10 @@ class Enclosure : public ::testing::Test {
   }
   void TearDown() override { safe_clear_faults_for_test(); }
   std::string P(const std::string& name) { return dir_ + "/" + name; }
-  void Put(const std::string& name, const std::string& data) { mh_test::WriteFile(P(name), data); }
+  void Put(const std::string& name, const std::string& data) { WriteFile(P(name), data); }
   // A missing file reads as "-".
   std::string Get(const std::string& name) {
-    return fs::exists(P(name)) ? mh_test::ReadFile(P(name)) : "-";
+    return fs::exists(P(name)) ? ReadFile(P(name)) : "-";
   }
   static std::string Posts() {
     std::string out;

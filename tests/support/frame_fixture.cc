@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
@@ -67,16 +66,6 @@ void FrameTest::Exit() {
 std::string FrameTest::Option(const char* name, int level) {
   size_t length = 0;
   return Opt_LookupStringLength(name, level, &length) ? Opt_LookupText(name, level) : "(none)";
-}
-
-std::string FrameTest::ReadFile(const std::string& path) const {
-  std::stringstream ss;
-  ss << std::ifstream(path, std::ios::binary).rdbuf();
-  return ss.str();
-}
-
-void FrameTest::WriteFile(const std::string& path, const std::string& text) const {
-  std::ofstream(path, std::ios::binary) << text;
 }
 
 bool FrameTest::TraceInOrder(const std::vector<std::string>& lines, std::string* why) const {

@@ -36,8 +36,6 @@ class FrameTest : public ::testing::Test {
     return xvt_vobj_get_title(w, buf, sizeof buf) ? buf : "";
   }
 
-  std::string ReadFile(const std::string& path) const;
-  void WriteFile(const std::string& path, const std::string& text) const;
   std::string TraceText() const { return ReadFile(home_ + "/debug.txt"); }
   // Offsets of each line in the trace, in the order given; -1 if missing.
   bool TraceInOrder(const std::vector<std::string>& lines, std::string* why) const;

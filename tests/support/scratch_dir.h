@@ -1,10 +1,13 @@
 // A fresh directory under the system's temporary one, removed with all it
-// holds when its owner goes (a fixture member outlives the test's TearDown).
+// holds when its owner goes (a fixture member outlives the test's TearDown),
+// and whole files read and written byte for byte.
 #pragma once
 
 #include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 struct TempDir {
@@ -18,3 +21,13 @@ struct TempDir {
   }
   std::string path;  // empty when none could be made
 };
+
+// "" for a file that can't be read.
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void WriteFile(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
