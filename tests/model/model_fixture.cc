@@ -112,12 +112,6 @@ std::string LocalSearchNumbers(int folder, const char* text) {
   return numbers;
 }
 
-std::string Posts() {
-  std::string out;
-  for (const XvtPost& p : xvt_test_posts()) out += p.kind + ": " + p.text + "\n";
-  return out;
-}
-
 std::string Title(WINDOW win) {
   char buf[1000] = "";
   return xvt_vobj_get_title(win, buf, sizeof buf) ? buf : "";

@@ -11,6 +11,7 @@
 
 #include "src/base/model_events.h"
 #include "src/model/mm.h"
+#include "tests/support/posts.h"
 #include "tests/support/scratch_dir.h"
 #include "xvt/xvt_test.h"
 
@@ -25,8 +26,6 @@ std::string Subject(UMI umi);  // as the model reads it, "(none)" if it can't
 // The message numbers a local search of folder finds for a program
 // ("1 3"), or "refused: <why>" when the program doesn't parse or run.
 std::string LocalSearchNumbers(int folder, const char* program);
-// Kinds and texts of the toolkit's posts, one per line ("error: text").
-std::string Posts();
 std::string Title(WINDOW win);  // of a window, or a control's text
 // The message Send would build from a compose window, as the writer writes it.
 std::string Built(WINDOW win);

@@ -13,6 +13,7 @@
 #include "c-client/rfc822/enclosure.h"
 #include "rclib/safe_file.h"
 #include "tests/c-client/mh/mh_test_util.h"
+#include "tests/support/posts.h"
 #include "tests/support/scratch_dir.h"
 #include "xvt/xvt_test.h"
 
@@ -33,11 +34,6 @@ class Enclosure : public ::testing::Test {
   // A missing file reads as "-".
   std::string Get(const std::string& name) {
     return fs::exists(P(name)) ? ReadFile(P(name)) : "-";
-  }
-  static std::string Posts() {
-    std::string out;
-    for (const XvtPost& p : xvt_test_posts()) out += p.kind + ": " + p.text + "\n";
-    return out;
   }
   TempDir scratch_{"enclosure_test"};
   const std::string dir_ = scratch_.path;

@@ -81,12 +81,6 @@ bool FrameTest::TraceInOrder(const std::vector<std::string>& lines, std::string*
   return true;
 }
 
-std::string FrameTest::Posts() const {
-  std::string out;
-  for (const XvtPost& p : xvt_test_posts()) out += p.kind + ": " + p.text + "\n";
-  return out;
-}
-
 void FrameTest::ExpectNoUnexpectedDialogs() {
   for (const std::string& u : unexpected_) ADD_FAILURE() << "unexpected dialog: " << u;
   unexpected_.clear();

@@ -11,6 +11,7 @@
 #include "src/base/cenv.h"
 #include "src/base/filenames.h"
 #include "src/options/options.h"
+#include "tests/support/posts.h"
 #include "tests/support/scratch_dir.h"
 #include "xvt/xvt_test.h"
 
@@ -39,8 +40,6 @@ class FrameTest : public ::testing::Test {
   std::string TraceText() const { return ReadFile(home_ + "/debug.txt"); }
   // Offsets of each line in the trace, in the order given; -1 if missing.
   bool TraceInOrder(const std::vector<std::string>& lines, std::string* why) const;
-  // Kinds and texts of the toolkit's posts, one per line ("ask: text").
-  std::string Posts() const;
   // Fails the test on a question that no answer was queued for.
   void ExpectNoUnexpectedDialogs();
 
