@@ -194,10 +194,9 @@ TEST_F(ToolbarTest, ButtonsShowShippedPicturesAndOnlineFollowsTheState) {
     for (const int width : {700, 1400}) {
       TBAR_Fit(width);
       RCT r{};
-      char face[40] = "";
       xvt_vobj_get_outer_rect(bar, &r);
       EXPECT_LE(r.right, width);
-      EXPECT_STREQ(xvt_vobj_get_title(xvt_win_get_ctl(bar, kTbarNew), face, sizeof face), width < 1000 ? "" : "New");
+      EXPECT_EQ(Title(xvt_win_get_ctl(bar, kTbarNew)), width < 1000 ? "" : "New");
     }
     TBAR_Destroy();
   });

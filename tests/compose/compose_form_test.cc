@@ -9,7 +9,7 @@
 #include "src/base/tcl_interp.h"
 #include "src/compose/compose.h"
 #include "src/compose/compose_text.h"
-#include "src/send/send.h"
+#include "tests/model/model_fixture.h"
 #include "tests/support/frame_fixture.h"
 #include "xvt/xvt_test.h"
 
@@ -17,14 +17,6 @@ namespace {
 
 class ComposeForms : public UserFrameTest {
  protected:
-  static std::string Built(WINDOW win) {
-    Message* m = mail_newmessage();
-    m->envelope = mail_newenvelope();
-    std::string out;
-    if (fill_envelope(win, m->envelope) && fill_body(win, &m->body)) write_message(&out, m, nullptr, nullptr);
-    mail_free_message(&m);
-    return out;
-  }
   static std::string Eval(const std::string& script) {
     const int code = Tcl_EvalEx(task_interp, script.c_str(), -1, TCL_EVAL_GLOBAL);
     return std::string(code == TCL_OK ? "" : "error: ") + Tcl_GetStringResult(task_interp);

@@ -53,15 +53,6 @@ class ComposeTest : public nodestest::NodesTest {
     return MM_UMIFromMsgno(id, 1);
   }
   static std::string Text(WINDOW win) { return ComposeTextGet(ComposeInfoOf(win)->text_pane); }
-  // The message Send would build, as the writer writes it.
-  static std::string Built(WINDOW win) {
-    Message* m = mail_newmessage();
-    m->envelope = mail_newenvelope();
-    std::string out;
-    if (fill_envelope(win, m->envelope) && fill_body(win, &m->body)) write_message(&out, m, nullptr, nullptr);
-    mail_free_message(&m);
-    return out;
-  }
   static bool Has(const std::string& s, const std::string& part) { return s.find(part) != std::string::npos; }
   int folders_ = 0;
 };

@@ -7,24 +7,16 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "editor/elib/buffer.h"
 #include "editor/elib/elib_trace.h"
 #include "editor/elib/marks.h"
 #include "rclib/rc.h"
+#include "tests/support/scratch_dir.h"
 
-struct SpillDir {
-  std::string path;
-  SpillDir() {
-    path = (std::filesystem::temp_directory_path() / "etext.XXXXXX").string();
-    if (!::mkdtemp(path.data())) path.clear();
-  }
-  ~SpillDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
+struct SpillDir : TempDir {
+  SpillDir() : TempDir("etext") {}
   int files() const {
     int n = 0;
     for (auto& e : std::filesystem::directory_iterator(path)) n += e.is_regular_file();
@@ -97,9 +89,4 @@ inline std::string WriteTemp(const SpillDir& dir, const std::string& name, const
   std::string path = dir.path + "/" + name;
   std::ofstream(path, std::ios::binary) << data;
   return path;
-}
-
-inline std::string ReadFileText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }

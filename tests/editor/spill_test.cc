@@ -169,8 +169,8 @@ TEST(Spill, DamagedFilesFailWithAReason) {
     ::unlink((dir.path + "/trickle.out").c_str());
     EXPECT_EQ(elib_block_read_spill(blk, c.data), RC_FAIL);
     EXPECT_FALSE(elib_last_error().empty());
-    EXPECT_NE(ReadFileText(dir.path + "/trickle.out").find(c.says), std::string::npos) << ReadFileText(dir.path + "/trickle.out");
-    EXPECT_FALSE(ReadFileText(dir.path + "/trickle.out").empty()) << "no trace line";
+    EXPECT_NE(ReadFile(dir.path + "/trickle.out").find(c.says), std::string::npos) << ReadFile(dir.path + "/trickle.out");
+    EXPECT_FALSE(ReadFile(dir.path + "/trickle.out").empty()) << "no trace line";
     EXPECT_EQ(blk->lin_head->next, blk->lin_head) << "half a block left behind";
     elib_block_destroy(&blk);
   }
@@ -202,7 +202,7 @@ TEST(Spill, UnreadableBlockIsAnErrorAndKeepsItsFile) {
   ASSERT_EQ(::stat(blk->fname.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
   EXPECT_EQ(blk->fname.rfind(spill.path, 0), 0u) << "spill file outside the given directory";
-  std::string saved = ReadFileText(blk->fname);
+  std::string saved = ReadFile(blk->fname);
   std::string path = blk->fname;
 
   // Damaged: the walk stops with a reason and the file is still there.
@@ -293,7 +293,7 @@ TEST(FileRead, IntoAnEmptyBuffer) {
     if (c.rc == RC_OK) {
       std::string out = input.path + "/out.txt";
       ASSERT_EQ(elib_file_write(out.c_str(), buf), RC_OK);
-      EXPECT_EQ(ReadFileText(out), c.text + "\n");
+      EXPECT_EQ(ReadFile(out), c.text + "\n");
       EXPECT_FALSE(buf->flags & kBufModified);
     }
     elib_buffer_destroy(&buf);

@@ -7,8 +7,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/support/scratch_dir.h"
 
 inline void Check(bool ok) {
   if (!ok) __builtin_trap();
@@ -22,11 +23,6 @@ inline std::string ScratchDir(const char* name) {
   Check(::mkdtemp(path.data()) != nullptr);
   std::atexit([] { std::error_code ignored; std::filesystem::remove_all(path, ignored); });
   return path;
-}
-
-inline std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 inline void WriteFile(const std::string& path, const void* data, size_t size) {

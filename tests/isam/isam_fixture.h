@@ -14,18 +14,13 @@
 #include <vector>
 
 #include "isam/isam_error.h"
+#include "tests/support/scratch_dir.h"
 
 class IsamDirTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "velmar-isam-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
+    ASSERT_FALSE(dir_.empty());
     isam_error_clear();
-  }
-  void TearDown() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(dir_, ignored);
   }
   std::string path(const std::string& name) const { return (dir_ / name).string(); }
   static std::vector<uint8_t> bytes(const std::string& path) {
@@ -67,5 +62,6 @@ class IsamDirTest : public ::testing::Test {
       if (isam_error_at(i).error == err) return true;
     return false;
   }
-  std::filesystem::path dir_;
+  TempDir scratch_{"velmar-isam"};
+  const std::filesystem::path dir_ = scratch_.path;
 };

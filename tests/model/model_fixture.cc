@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "c-client/mh/mh_names.h"
 #include "src/model/local_search.h"
@@ -13,13 +12,13 @@
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
 #include "src/options/options.h"
+#include "src/compose/compose.h"
+#include "src/send/send.h"
 
 namespace fs = std::filesystem;
 
 void ModelTest::SetUp() {
-  char tmpl[] = "/tmp/velmar-model-XXXXXX";
-  ASSERT_NE(mkdtemp(tmpl), nullptr);
-  home_ = tmpl;
+  ASSERT_FALSE(home_.empty());
   setenv("VELMAR_HOME", home_.c_str(), 1);
   setenv("VELMAR_APPDIR", VELMAR_SOURCE_DATA_DIR, 1);
   unsetenv("MAILHOST");
@@ -66,8 +65,6 @@ void ModelTest::TearDown() {
   xvt_test_reset();
   ResetDirectories();
   if (::chdir("/tmp") != 0) perror("chdir");
-  std::error_code ec;
-  fs::remove_all(home_, ec);
 }
 
 std::string Numbered(int i) {
@@ -115,21 +112,18 @@ std::string LocalSearchNumbers(int folder, const char* text) {
   return numbers;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::stringstream ss;
-  ss << std::ifstream(path, std::ios::binary).rdbuf();
-  return ss.str();
-}
-
-std::string Posts() {
-  std::string out;
-  for (const XvtPost& p : xvt_test_posts()) out += p.kind + ": " + p.text + "\n";
-  return out;
-}
-
 std::string Title(WINDOW win) {
   char buf[1000] = "";
   return xvt_vobj_get_title(win, buf, sizeof buf) ? buf : "";
+}
+
+std::string Built(WINDOW win) {
+  Message* m = mail_newmessage();
+  m->envelope = mail_newenvelope();
+  std::string out;
+  if (fill_envelope(win, m->envelope) && fill_body(win, &m->body)) write_message(&out, m, nullptr, nullptr);
+  mail_free_message(&m);
+  return out;
 }
 
 std::vector<int> ModelTest::Types(const std::vector<int>& only) const {

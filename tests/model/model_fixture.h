@@ -11,6 +11,8 @@
 
 #include "src/base/model_events.h"
 #include "src/model/mm.h"
+#include "tests/support/posts.h"
+#include "tests/support/scratch_dir.h"
 #include "xvt/xvt_test.h"
 
 // A small message with Subject "message <i>".
@@ -24,10 +26,9 @@ std::string Subject(UMI umi);  // as the model reads it, "(none)" if it can't
 // The message numbers a local search of folder finds for a program
 // ("1 3"), or "refused: <why>" when the program doesn't parse or run.
 std::string LocalSearchNumbers(int folder, const char* program);
-std::string ReadFile(const std::string& path);
-// Kinds and texts of the toolkit's posts, one per line ("error: text").
-std::string Posts();
 std::string Title(WINDOW win);  // of a window, or a control's text
+// The message Send would build from a compose window, as the writer writes it.
+std::string Built(WINDOW win);
 
 // One model event as the recorder saw it; borrowed names are copied.
 struct Seen {
@@ -49,7 +50,8 @@ class ModelTest : public ::testing::Test {
   // Messages in a folder of the local service, counted on disk; -1 for a bad name.
   long Count(const char* folder) const;
 
-  std::string home_;
+  TempDir scratch_{"velmar-model"};
+  const std::string home_ = scratch_.path;
   int local_ = INVALID_SERVICE;
   std::vector<Seen> seen_;
   std::function<void(const ModelEvent&)> on_event_;  // runs as each event is posted

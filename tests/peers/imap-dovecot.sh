@@ -26,9 +26,7 @@ PEER_USAGE="start [DIR] | stop DIR | seed DIR N [MAILBOX [USER]]"
 . "$(dirname "$0")/peer_lib.sh"
 
 find_dovecot() {
-  DOVECOT=$(command -v dovecot || true)
-  [[ -z $DOVECOT && -x /usr/sbin/dovecot ]] && DOVECOT=/usr/sbin/dovecot
-  [[ -n $DOVECOT ]] || die "dovecot is not installed: install the package dovecot-imapd (scripts/install-deps does)"
+  DOVECOT=$(find_sbin dovecot dovecot-imapd) || exit 1
   need openssl openssl
   [[ -x $PY ]] || die "$PY is missing: install the package python3"
 }

@@ -29,8 +29,7 @@ DATA_PATH=/var/lib/imsp
 . "$(dirname "$0")/peer_lib.sh"
 
 find_server() {
-  IMSPD=/usr/sbin/cyrus-imspd
-  [[ -x $IMSPD ]] || die "cyrus-imspd is not installed: install the package cyrus-imspd (scripts/install-deps does)"
+  IMSPD=$(find_sbin cyrus-imspd cyrus-imspd) || exit 1
   need saslpasswd2 sasl2-bin
   [[ -x $PY ]] || die "$PY is missing: install the package python3"
 }

@@ -28,9 +28,7 @@ TLS=${LDAP_TLS:-on}
 . "$(dirname "$0")/peer_lib.sh"
 
 find_slapd() {
-  SLAPD=$(command -v slapd || true)
-  [[ -z $SLAPD && -x /usr/sbin/slapd ]] && SLAPD=/usr/sbin/slapd
-  [[ -n $SLAPD ]] || die "slapd is not installed: install the package slapd (scripts/install-deps does)"
+  SLAPD=$(find_sbin slapd slapd) || exit 1
   need ldapadd ldap-utils
   need ldapsearch ldap-utils
   [[ $TLS == off ]] || need openssl openssl

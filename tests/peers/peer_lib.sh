@@ -6,6 +6,10 @@ PEER_USAGE=${PEER_USAGE:-"start [DIR] | stop DIR"}
 die() { echo "$PEER_NAME: $*" >&2; exit 1; }
 usage() { echo "usage: $PEER_NAME $PEER_USAGE" >&2; exit 2; }
 need() { command -v "$1" >/dev/null 2>&1 || die "$1 is not installed: install the package $2"; }
+find_sbin() {  # NAME PACKAGE: a server's path; /usr/sbin is often not on a user's PATH
+  command -v "$1" 2>/dev/null || { [ -x "/usr/sbin/$1" ] && echo "/usr/sbin/$1"; } ||
+    die "$1 is not installed: install the package $2 (scripts/install-deps does)"
+}
 
 # Two free loopback ports, picked by the kernel. They are released before
 # the server binds them, so a start retries on the rare clash.

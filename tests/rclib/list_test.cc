@@ -358,10 +358,10 @@ TEST_F(DebugTest, TrickleTraceFollowsTheTopics) {
   rc_debug_add(2012);
   EXPECT_EQ(rc_debug_trace(2011, "wanted %d\n", 2), RC_OK);
   EXPECT_EQ(rc_debug_trace(2013, "too detailed\n"), RC_FAIL);
-  EXPECT_EQ(read(path), "wanted 2\n");
+  EXPECT_EQ(ReadFile(path), "wanted 2\n");
   std::ofstream(path, std::ios::app) << std::string(kTrickleLimit, 'x');
   EXPECT_EQ(rc_debug_trace(2011, "past the limit\n"), RC_FAIL);
-  EXPECT_EQ(read(path).size(), 9u + kTrickleLimit);
+  EXPECT_EQ(ReadFile(path).size(), 9u + kTrickleLimit);
   rc_debug_set_file(nullptr);
 }
 

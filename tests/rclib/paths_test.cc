@@ -441,7 +441,7 @@ TEST_F(SafeFile, AFailureAtAnyStepKeepsTheOldFile) {
     EXPECT_EQ(err.text(), std::string(safe_step_name(r.step)) + ": " + std::strerror(r.error));
     // A failed directory sync comes after the rename: the new text is in place but the caller was told it may not
     // last a crash.
-    EXPECT_EQ(read(path_), r.step == kSafeSync && r.nth == 2 ? "new text" : old_text) << safe_step_name(r.step);
+    EXPECT_EQ(ReadFile(path_), r.step == kSafeSync && r.nth == 2 ? "new text" : old_text) << safe_step_name(r.step);
     EXPECT_EQ(names(), std::set<std::string>{"file.dat"}) << safe_step_name(r.step);
   }
 }
@@ -491,7 +491,7 @@ TEST_F(SafeFile, AppendAddsWholeRecordsOrNothing) {
     EXPECT_EQ(err.step, step);
     safe_clear_faults_for_test();
     // A record that may not last a crash is taken back like one half written.
-    EXPECT_EQ(read(path_), "one\n") << safe_step_name(step);
+    EXPECT_EQ(ReadFile(path_), "one\n") << safe_step_name(step);
   }
   ASSERT_TRUE(safe_append_record(path_, "two\n", 4, 0600));
   // A write cut short by a file size limit is taken back whole.
@@ -507,7 +507,7 @@ TEST_F(SafeFile, AppendAddsWholeRecordsOrNothing) {
   ::signal(SIGXFSZ, old_handler);
   EXPECT_FALSE(appended);
   EXPECT_EQ(err.error, EFBIG);
-  EXPECT_EQ(read(path_), "one\ntwo\n");
+  EXPECT_EQ(ReadFile(path_), "one\ntwo\n");
 }
 
 }  // namespace

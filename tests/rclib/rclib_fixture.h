@@ -10,13 +10,13 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "rclib/dsllist.h"
 #include "rclib/rc.h"
 #include "rclib/rc_hmem.h"
+#include "tests/support/scratch_dir.h"
 
 // Lets `alloc_budget` allocations through, then fails every later one.
 inline int alloc_budget = 0;
@@ -41,15 +41,12 @@ class ScratchTest : public RclibTest {
  protected:
   void SetUp() override {
     RclibTest::SetUp();
-    std::string pattern = (std::filesystem::temp_directory_path() / "velmar-rclib-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
+    ASSERT_FALSE(dir_.empty());
     old_cwd_ = std::filesystem::current_path();
     std::filesystem::current_path(dir_);
   }
   void TearDown() override {
     std::filesystem::current_path(old_cwd_);
-    std::filesystem::remove_all(dir_);
     RclibTest::TearDown();
   }
   // Writes a file below the scratch directory; its full path.
@@ -57,17 +54,14 @@ class ScratchTest : public RclibTest {
     std::ofstream(dir_ / name, std::ios::binary) << text;
     return (dir_ / name).string();
   }
-  static std::string read(const std::string& path) {
-    std::stringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
-  }
   std::set<std::string> names() const {
     std::set<std::string> out;
     for (const auto& e : std::filesystem::directory_iterator(dir_)) out.insert(e.path().filename());
     return out;
   }
-  std::filesystem::path dir_, old_cwd_;
+  TempDir scratch_{"velmar-rclib"};
+  const std::filesystem::path dir_ = scratch_.path;
+  std::filesystem::path old_cwd_;
 };
 
 inline void* V(intptr_t n) { return reinterpret_cast<void*>(n); }

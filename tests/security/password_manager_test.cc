@@ -69,8 +69,7 @@ TEST_F(PasswordManager, Conversations) {
         xvt_test_type(dlg, kPwLoginPassword, "secret");
         xvt_test_click(dlg, kPwLoginOk);
         if (!(stayed = xvt_vobj_is_valid(dlg))) return;
-        char text[64] = "?";
-        password_left = xvt_vobj_get_title(xvt_win_get_ctl(dlg, kPwLoginPassword), text, sizeof text);
+        password_left = Title(xvt_win_get_ctl(dlg, kPwLoginPassword));
         user_selected = user_selected && xvt_scr_get_focus_vobj() == xvt_win_get_ctl(dlg, kPwLoginUser);
         xvt_test_click(dlg, kPwLoginCancel);
       });

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "src/send/channel.h"
+#include "tests/support/scratch_dir.h"
 
 namespace {
 
@@ -74,13 +75,7 @@ TEST(Channel, OnlyOurOwnUidMayTalk) {
 
 class ChannelSocket : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/velmar-chan-XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    dir_ = tmpl;
-    path_ = ChannelPath(dir_, "VELMAR");
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
+  void SetUp() override { ASSERT_FALSE(dir_.empty()); }
   // A socket of our own, bound or connected to the channel's name.
   int Socket(int (*how)(int, const sockaddr*, socklen_t)) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
@@ -120,7 +115,9 @@ class ChannelSocket : public ::testing::Test {
     return got;
   }
 
-  std::string dir_, path_;
+  TempDir scratch_{"velmar-chan"};
+  const std::string dir_ = scratch_.path;
+  const std::string path_ = ChannelPath(dir_, "VELMAR");
 };
 
 TEST_F(ChannelSocket, AnswersEachLineAndDropsAnOverLongOne) {

@@ -13,6 +13,8 @@
 #include "c-client/rfc822/enclosure.h"
 #include "rclib/safe_file.h"
 #include "tests/c-client/mh/mh_test_util.h"
+#include "tests/support/posts.h"
+#include "tests/support/scratch_dir.h"
 #include "xvt/xvt_test.h"
 
 namespace {
@@ -22,28 +24,19 @@ namespace fs = std::filesystem;
 class Enclosure : public ::testing::Test {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/enclosure_test.XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    dir_ = tmpl;
+    ASSERT_FALSE(dir_.empty());
     xvt_test_reset();
     safe_clear_faults_for_test();
   }
-  void TearDown() override {
-    safe_clear_faults_for_test();
-    fs::remove_all(dir_);
-  }
+  void TearDown() override { safe_clear_faults_for_test(); }
   std::string P(const std::string& name) { return dir_ + "/" + name; }
-  void Put(const std::string& name, const std::string& data) { mh_test::WriteFile(P(name), data); }
+  void Put(const std::string& name, const std::string& data) { WriteFile(P(name), data); }
   // A missing file reads as "-".
   std::string Get(const std::string& name) {
-    return fs::exists(P(name)) ? mh_test::ReadFile(P(name)) : "-";
+    return fs::exists(P(name)) ? ReadFile(P(name)) : "-";
   }
-  static std::string Posts() {
-    std::string out;
-    for (const XvtPost& p : xvt_test_posts()) out += p.kind + ": " + p.text + "\n";
-    return out;
-  }
-  std::string dir_;
+  TempDir scratch_{"enclosure_test"};
+  const std::string dir_ = scratch_.path;
 };
 
 const std::string kData = std::string("binary\0\x90\xff data\n", 16) + std::string(400, 'q');

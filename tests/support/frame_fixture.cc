@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "src/base/filenames.h"
 #include "src/base/trace.h"
@@ -15,11 +14,7 @@
 namespace fs = std::filesystem;
 
 void FrameTest::SetUp() {
-  char tmpl[] = "/tmp/velmar-test-XXXXXX";
-  ASSERT_NE(mkdtemp(tmpl), nullptr);
-  std::string root = tmpl;
-  home_ = root + "/home";
-  appdir_ = root + "/app";
+  ASSERT_FALSE(scratch_.path.empty());
   fs::create_directories(home_);
   fs::copy(VELMAR_SOURCE_DATA_DIR, appdir_, fs::copy_options::recursive);
   setenv("VELMAR_HOME", home_.c_str(), 1);
@@ -38,8 +33,6 @@ void FrameTest::TearDown() {
   TraceSetThreshold(kTraceCritical);
   TraceSetSubsystem(0xFFFFFFFFu);
   if (::chdir("/tmp") != 0) perror("chdir");
-  std::error_code ec;
-  fs::remove_all(fs::path(home_).parent_path(), ec);
 }
 
 void FrameTest::Run(const std::vector<std::string>& args, std::function<void()> hook) {
@@ -75,16 +68,6 @@ std::string FrameTest::Option(const char* name, int level) {
   return Opt_LookupStringLength(name, level, &length) ? Opt_LookupText(name, level) : "(none)";
 }
 
-std::string FrameTest::ReadFile(const std::string& path) const {
-  std::stringstream ss;
-  ss << std::ifstream(path, std::ios::binary).rdbuf();
-  return ss.str();
-}
-
-void FrameTest::WriteFile(const std::string& path, const std::string& text) const {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
 bool FrameTest::TraceInOrder(const std::vector<std::string>& lines, std::string* why) const {
   const std::string trace = TraceText();
   size_t pos = 0;
@@ -96,12 +79,6 @@ bool FrameTest::TraceInOrder(const std::vector<std::string>& lines, std::string*
     pos += line.size();
   }
   return true;
-}
-
-std::string FrameTest::Posts() const {
-  std::string out;
-  for (const XvtPost& p : xvt_test_posts()) out += p.kind + ": " + p.text + "\n";
-  return out;
 }
 
 void FrameTest::ExpectNoUnexpectedDialogs() {

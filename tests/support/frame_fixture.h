@@ -11,6 +11,8 @@
 #include "src/base/cenv.h"
 #include "src/base/filenames.h"
 #include "src/options/options.h"
+#include "tests/support/posts.h"
+#include "tests/support/scratch_dir.h"
 #include "xvt/xvt_test.h"
 
 class FrameTest : public ::testing::Test {
@@ -35,18 +37,15 @@ class FrameTest : public ::testing::Test {
     return xvt_vobj_get_title(w, buf, sizeof buf) ? buf : "";
   }
 
-  std::string ReadFile(const std::string& path) const;
-  void WriteFile(const std::string& path, const std::string& text) const;
   std::string TraceText() const { return ReadFile(home_ + "/debug.txt"); }
   // Offsets of each line in the trace, in the order given; -1 if missing.
   bool TraceInOrder(const std::vector<std::string>& lines, std::string* why) const;
-  // Kinds and texts of the toolkit's posts, one per line ("ask: text").
-  std::string Posts() const;
   // Fails the test on a question that no answer was queued for.
   void ExpectNoUnexpectedDialogs();
 
-  std::string home_;
-  std::string appdir_;
+  TempDir scratch_{"velmar-test"};
+  const std::string home_ = scratch_.path + "/home";
+  const std::string appdir_ = scratch_.path + "/app";
   std::vector<std::string> unexpected_;
 };
 

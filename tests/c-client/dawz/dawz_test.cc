@@ -15,8 +15,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using mh_test::ReadFile;
-using mh_test::WriteFile;
 using Lines = std::vector<std::string>;
 
 // A record as the format writes it.

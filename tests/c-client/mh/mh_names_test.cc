@@ -17,8 +17,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using mh_test::ReadFile;
-using mh_test::WriteFile;
 using Names = std::vector<std::string>;
 
 // The clock the short names are made from: each call takes the next time
@@ -527,7 +525,7 @@ using FileInstall = mh_test::MhTest;
 
 TEST_F(FileInstall, StatesAndAFailedRename) {
   const std::string base = home_ + "/mh_index";
-  auto get = [&](const char* suffix) { return fs::exists(base + suffix) ? mh_test::ReadFile(base + suffix) : "-"; };
+  auto get = [&](const char* suffix) { return fs::exists(base + suffix) ? ReadFile(base + suffix) : "-"; };
   const std::tuple<const char*, const char*, const char*, int, const char*, const char*> rows[] = {
       // .dat, .bak and .new before (null: absent), the result, .dat and .bak after
       {"old", "older", "new", 1, "new", "old"}, {"old", nullptr, "new", 1, "new", "old"},
@@ -537,7 +535,7 @@ TEST_F(FileInstall, StatesAndAFailedRename) {
     SCOPED_TRACE(std::string(dat ? dat : "-") + " " + (bak ? bak : "-") + " " + (fresh ? fresh : "-"));
     for (auto [suffix, text] : {std::pair{".dat", dat}, {".bak", bak}, {".new", fresh}}) {
       fs::remove(base + suffix);
-      if (text) mh_test::WriteFile(base + suffix, text);
+      if (text) WriteFile(base + suffix, text);
     }
     errno = 0;
     EXPECT_EQ(file_install(base), result);

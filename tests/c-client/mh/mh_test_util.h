@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -25,20 +24,11 @@
 #include "c-client/rfc822/rfc822.h"
 #include "tests/c-client/core/env_lines.h"
 #include "tests/c-client/core/records_dump.h"
+#include "tests/support/scratch_dir.h"
 
 namespace mh_test {
 
 namespace fs = std::filesystem;
-
-inline std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void WriteFile(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << bytes;
-}
 
 inline std::string Le32(uint32_t v) {
   std::string s(4, '\0');
@@ -129,9 +119,7 @@ inline long TestClock() {
 class MhTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/mh_driver_test.XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    home_ = tmpl;
+    ASSERT_FALSE(home_.empty());
     local_set_home(home_.c_str());
     mh_set_clock_for_test(TestClock);
     mh_forget_paths();
@@ -150,7 +138,6 @@ class MhTest : public ::testing::Test {
     mh_set_clock_for_test(nullptr);
     mh_forget_paths();
     mail_unlink_all();
-    fs::remove_all(home_);
     mail_env_clear();
   }
 
@@ -218,7 +205,8 @@ class MhTest : public ::testing::Test {
     return out;
   }
 
-  std::string home_;
+  TempDir scratch_{"mh_driver_test"};
+  const std::string home_ = scratch_.path;
   std::vector<MailStream*> streams_;
 };
 
