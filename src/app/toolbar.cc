@@ -6,6 +6,7 @@
 #include "src/app/toolbar.h"
 
 #include <algorithm>
+#include <climits>
 #include <string>
 
 #include "src/app/workspace.h"
@@ -158,19 +159,17 @@ void Press(int id) {
 long toolbar_eh(WINDOW win, EVENT* ev) {
   switch (ev->type) {
     case E_CREATE: {
-      int x = kGap;
+      // Layout places the buttons; the task window's width decides whether their names fit.
+      const RCT none{0, 0, 0, 0};
       for (const ButtonDef& b : kButtons) {
-        const int w = ButtonWidth(b);
-        RCT r{x, kButtonTop, x + w, kButtonTop + kButtonHeight};
-        if (WINDOW ctl = xvt_ctl_create(WC_PUSHBUTTON, &r, b.label, win, CTL_FLAG_DISABLED, b.id)) {
+        if (WINDOW ctl = xvt_ctl_create(WC_PUSHBUTTON, &none, b.label, win, CTL_FLAG_DISABLED, b.id)) {
           xvt_vobj_set_tooltip(ctl, b.tip);
           xvt_ctl_set_icon(ctl, b.icon);
         }
-        x += w + kGap;
       }
       RCT task{};
       xvt_vobj_get_client_rect(TASK_WIN, &task);
-      if (task.right > task.left) Layout(win, task.right - task.left - kCriticalWinWidth);
+      Layout(win, task.right > task.left ? task.right - task.left - kCriticalWinWidth : INT_MAX);
       break;
     }
     case E_UPDATE: xvt_dwin_clear(win, COLOR_SYSTEM_WINDOW); break;
@@ -192,9 +191,7 @@ long toolbar_eh(WINDOW win, EVENT* ev) {
 WINDOW TBAR_Create(WINDOW task_win) {
   Toolbar& t = T();
   if (t.win) return t.win;
-  int width = kGap;
-  for (const ButtonDef& b : kButtons) width += ButtonWidth(b) + kGap;
-  RCT r{kCriticalWinWidth, 0, kCriticalWinWidth + width, kToolbarHeight};
+  RCT r{kCriticalWinWidth, 0, kCriticalWinWidth, kToolbarHeight};  // Layout gives the width
   RegisterPictures();
   t.win = xvt_win_create(W_PLAIN, &r, "", 0, task_win, WSF_NONE, EM_ALL, toolbar_eh, 0);
   if (!t.win) {
