@@ -83,23 +83,26 @@ void Encode(unsigned cp, std::string* out) {
 
 namespace {
 
-// Appends the folded form of n bytes at data to out.
-void FoldAppend(const char* data, size_t n, std::string* out) {
+// Appends the folded form of n bytes at data to out; with `from`, also the
+// offset in data of each byte appended.
+void FoldAppend(const char* data, size_t n, std::string* out, std::vector<size_t>* from = nullptr) {
   const auto* p = reinterpret_cast<const unsigned char*>(data);
   for (size_t i = 0; i < n;) {
+    const size_t at = i;
     if (p[i] < 0x80) {
       out->push_back(static_cast<char>(p[i] >= 'A' && p[i] <= 'Z' ? p[i] + 32 : p[i]));
       ++i;
-      continue;
+    } else {
+      unsigned cp;
+      const int len = Decode(p + i, n - i, &cp);
+      if (!len) {
+        out->push_back(static_cast<char>(p[i++]));
+      } else {
+        Encode(MM_SearchFoldCodePoint(cp), out);
+        i += static_cast<size_t>(len);
+      }
     }
-    unsigned cp;
-    const int len = Decode(p + i, n - i, &cp);
-    if (!len) {
-      out->push_back(static_cast<char>(p[i++]));
-      continue;
-    }
-    Encode(MM_SearchFoldCodePoint(cp), out);
-    i += static_cast<size_t>(len);
+    if (from) from->resize(out->size(), at);
   }
 }
 
@@ -117,10 +120,12 @@ size_t CutSequence(const unsigned char* p, size_t n) {
 
 }  // namespace
 
-std::string MM_SearchFoldCase(const std::string& text) {
+std::string MM_SearchFoldCase(const std::string& text, std::vector<size_t>* from) {
   std::string out;
   out.reserve(text.size());
-  FoldAppend(text.data(), text.size(), &out);
+  if (from) from->clear();
+  FoldAppend(text.data(), text.size(), &out, from);
+  if (from) from->push_back(text.size());
   return out;
 }
 

@@ -86,7 +86,10 @@ class SearchTextScan {
 bool MM_SearchMatches(const SearchProgram& program, SearchMessage* message);
 
 // Case folding of UTF-8 text (bytes that are not UTF-8 stay as they are).
-std::string MM_SearchFoldCase(const std::string& text);
+// With `from`, the offset in text of each byte of the result, and the
+// text's size behind them, so that a match found in the folded text names
+// the text's own bytes however folding changed the lengths.
+std::string MM_SearchFoldCase(const std::string& text, std::vector<size_t>* from = nullptr);
 unsigned MM_SearchFoldCodePoint(unsigned cp);
 // Every value of the headers with this name, unfolded, decoded for display.
 std::vector<std::string> MM_SearchHeaderValues(const std::string& headers, const std::string& name);
