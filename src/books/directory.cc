@@ -28,9 +28,11 @@ void Wipe(std::string* s) {
   s->clear();
 }
 
+// An option's number, kept within low..high; unset or 0 (what the
+// preferences write for "the default") gives the fallback.
 int IntOption(const char* name, int fallback, int low, int high) {
   int v = fallback;
-  if (!Opt_LookupInt(name, &v, kOptSession)) return fallback;
+  if (!Opt_LookupInt(name, &v, kOptSession) || v == 0) return fallback;
   return v < low ? low : v > high ? high : v;
 }
 

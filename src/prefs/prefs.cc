@@ -22,6 +22,7 @@ namespace {
 
 const char* const kPageNames[kPrefPageCount] = {
     "Identity", "Message Services", "Sending", "Reading and Composing", "Address Books", "Options Location", "Fonts",
+    "Directory",
 };
 
 // Fields whose control stands for one option, and a few that share one.
@@ -61,6 +62,7 @@ const Choice kSecurityChoices[] = {
     {"When offered (STARTTLS)", ""}, {"Always STARTTLS", "tls"}, {"TLS from the start", "ssl"}, {"Never", "none"}, {}};
 const Choice kReceiptChoices[] = {{"Ask me", "Prompt"}, {"Always send", "Always"}, {"Never send", "Never"}, {}};
 const Choice kHeaderChoices[] = {{"Short", "Short"}, {"All (raw)", "Raw"}, {}};
+const Choice kDirTlsChoices[] = {{"None", "none"}, {"STARTTLS", "starttls"}, {"TLS from the start (ldaps)", "ldaps"}, {}};
 
 // Options whose readers compare with "TRUE" take TRUE and FALSE; the others
 // read any truth word, and get ON and OFF.
@@ -114,6 +116,18 @@ const Field kFields[] = {
     {kPrefPageBooks, 6, kCheck, kPrefBookByAlias, "Look up addresses by alias", "AddrBook.SearchAlias", "ON", "OFF",
      true},
     {kPrefPageBooks, 7, kCheck, kPrefBookExpand, "Expand addresses when sending", "AddrBook.ExpandOnSend"},
+
+    // The public directory (LDAP): looked up for names no book knows.
+    {kPrefPageDirectory, 0, kCheck, kPrefDirEnable, "Look up names in the directory", "Directory.Enable", "1", "0"},
+    {kPrefPageDirectory, 1, kText, kPrefDirHost, "Directory server:", "Directory.Host"},
+    {kPrefPageDirectory, 2, kNumber, kPrefDirPort, "Port (0: default):", "Directory.Port", "", "", false, nullptr, 0,
+     65535},
+    {kPrefPageDirectory, 3, kChoice, kPrefDirTls, "Security:", "Directory.TLS", "", "", false, kDirTlsChoices},
+    {kPrefPageDirectory, 4, kText, kPrefDirBase, "Search base:", "Directory.BaseDN"},
+    {kPrefPageDirectory, 5, kText, kPrefDirBind, "Log in as (DN):", "Directory.BindDN"},
+    {kPrefPageDirectory, 6, kText, kPrefDirCaFile, "Trusted authorities:", "Directory.CACertFile"},
+    {kPrefPageDirectory, 7, kNumber, kPrefDirTimeout, "Time-out (seconds):", "Directory.TimeoutSeconds", "", "", false,
+     nullptr, 1, 300},
 };
 constexpr size_t kFieldCount = sizeof kFields / sizeof kFields[0];
 

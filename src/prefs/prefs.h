@@ -16,6 +16,7 @@ enum PrefPage {
   kPrefPageBooks,
   kPrefPageLocation,
   kPrefPageFonts,
+  kPrefPageDirectory,
   kPrefPageCount
 };
 
@@ -66,6 +67,15 @@ constexpr int kPrefBookByName = 2505;
 constexpr int kPrefBookByEmail = 2506;
 constexpr int kPrefBookByAlias = 2507;
 constexpr int kPrefBookExpand = 2508;
+// The public directory
+constexpr int kPrefDirEnable = 2701;
+constexpr int kPrefDirHost = 2702;
+constexpr int kPrefDirPort = 2703;
+constexpr int kPrefDirTls = 2704;
+constexpr int kPrefDirBase = 2705;
+constexpr int kPrefDirBind = 2706;
+constexpr int kPrefDirCaFile = 2707;
+constexpr int kPrefDirTimeout = 2708;
 // Options location
 constexpr int kPrefLocLocal = 2601;
 constexpr int kPrefLocRemote = 2602;
