@@ -56,6 +56,7 @@ std::vector<Cell> Cells(std::string_view line) {
     i = end;
     if (width == 0 && !cells.empty()) {
       cells.back().text += seq;  // never parted from its base
+      cells.back().blank = false;  // a blank with a mark is ink, not a place to break
       continue;
     }
     cells.push_back({std::string(seq), c == ' ', std::max(width, 1)});
