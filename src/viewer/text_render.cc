@@ -297,6 +297,7 @@ std::string HtmlToText(std::string_view input) {
         continue;
       }
       if (name == "hr") {
+        if (closing) continue;  // a rule has no end tag; a stray one draws nothing
         w.Break(1);
         w.Raw("----------------------------------------");
         w.Break(1);
