@@ -209,6 +209,10 @@ std::optional<std::string> MM_MsgHeaderContent(UMI umi, const char* name) {
   return ScanHeader(*header, name);
 }
 
+std::optional<std::string> MM_HeaderFieldContent(const std::string& header, const char* name) {
+  return ScanHeader(header, name);
+}
+
 std::optional<std::string> MM_MsgHeader(UMI umi, const char* name) {
   std::optional<std::string> content = MM_MsgHeaderContent(umi, name);
   if (!content) return std::nullopt;

@@ -229,6 +229,9 @@ MailAddress* MM_MsgToAddress(UMI umi, int kind);
 std::optional<std::string> MM_MsgHeaderContent(UMI umi, const char* name);
 std::optional<std::string> MM_MsgHeader(UMI umi, const char* name);
 std::optional<std::string> MM_MsgRawHeaders(UMI umi);
+// The content of the header line called name in a header block got from
+// MM_MsgRawHeaders: for asking one block several questions.
+std::optional<std::string> MM_HeaderFieldContent(const std::string& header, const char* name);
 // Files: the caller owns the named file; "" on failure.
 std::string MM_MsgRawHeadersToFile(UMI umi);
 std::string MM_MsgRawBodyToFile(UMI umi);

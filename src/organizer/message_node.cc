@@ -356,9 +356,11 @@ void MSG_ConversationAdd(ConversationIndex* conv, MessageNodeInfo* info) {
   std::string own;
   std::vector<std::string> parents;
   if (local) {
-    own = MM_MsgHeaderContent(umi, "Message-ID").value_or("");
-    parents = MessageIds(MM_MsgHeaderContent(umi, "References").value_or(""));
-    for (const std::string& id : MessageIds(MM_MsgHeaderContent(umi, "In-Reply-To").value_or("")))
+    // One read of the header block answers all three.
+    const std::string header = MM_MsgRawHeaders(umi).value_or("");
+    own = MM_HeaderFieldContent(header, "Message-ID").value_or("");
+    parents = MessageIds(MM_HeaderFieldContent(header, "References").value_or(""));
+    for (const std::string& id : MessageIds(MM_HeaderFieldContent(header, "In-Reply-To").value_or("")))
       parents.push_back(id);
   } else if (const Envelope* env = MM_MsgEnvelope(umi)) {
     own = env->message_id ? env->message_id : "";
