@@ -46,6 +46,11 @@ struct FolderWords {
   const char* progress;
   const char* failed;
   int flags;
+  // Asked before the folder is made. A sent-mail copy the user does not
+  // want is no loss (the message went out), but a draft that is not kept
+  // is: there a refusal fails, so that the caller keeps the message.
+  const char* create;
+  bool refusal_fails;
 };
 
 const FolderWords kSentmail = {"Compose.SentmailFolder",
@@ -56,7 +61,9 @@ const FolderWords kSentmail = {"Compose.SentmailFolder",
                                "Save Outgoing",
                                "Saving message to sentmail folder",
                                "Appending message to sentmail folder",
-                               kAppendSeen};
+                               kAppendSeen,
+                               nullptr,
+                               false};
 const FolderWords kDraft = {"Compose.DraftFolder",
                             "No draft folder specification in configuration",
                             2012,
@@ -65,10 +72,14 @@ const FolderWords kDraft = {"Compose.DraftFolder",
                             "Save Draft",
                             "Saving message to draft folder",
                             "Appending message to draft folder",
-                            kAppendSeen | kAppendDraft};
+                            kAppendSeen | kAppendDraft,
+                            "You have requested that the message be saved to your draft folder. This folder does "
+                            "not exist. Create it?",
+                            true};
 
 // Opens (creating after a question, when asked to) and appends. 1 on
-// success; -1 when the user declined to create the folder.
+// success; -1 when the user declined to create a folder whose refusal is
+// no failure.
 int AppendTo(int ms, const std::string& folder, const char* file, const FolderWords& words, bool ask_create) {
   int id = MM_FolFindOpen(ms, folder.c_str());
   bool opened_here = false;
@@ -77,7 +88,9 @@ int AppendTo(int ms, const std::string& folder, const char* file, const FolderWo
     id = MM_FolOpen(ms, folder.c_str());
     MM_QuietOff();
     if (id == INVALID_FOLDER) {
-      if (ask_create && xvt_dm_post_ask("Yes", "No", nullptr, "%s", ErrorText(3030)) != RESP_DEFAULT) return -1;
+      const char* question = words.create ? words.create : ErrorText(3030);
+      if (ask_create && xvt_dm_post_ask("Yes", "No", nullptr, "%s", question) != RESP_DEFAULT)
+        return words.refusal_fails ? 0 : -1;
       if (!MM_FolCreate(ms, folder.c_str(), 1)) {
         SendError(2008, (MM_FolCanonNameBuild(ms, folder.c_str()) + ": could not be created").c_str());
         return 0;
@@ -224,7 +237,7 @@ int append_message_to_draft(const char* file) { return AppendToConfigured(file, 
 
 int append_message_to_outbox(const char* file) {
   static const FolderWords kOutbox = {"General.OutboxFolder", "", 0, "", "", "Saving message to outbox folder",
-                                      "Appending message to outbox folder", 0};
+                                      "Appending message to outbox folder", 0, nullptr, true};
   int ms;
   std::string folder;
   if (!outbox_folder_get(&ms, &folder)) return 0;

@@ -179,6 +179,18 @@ TEST_F(SendPeer, UndeliverableWithoutDraftsStaysInTheOutbox) {
   EXPECT_NE(Posts().find("kept in your outbox folder Local!outbox"), std::string::npos) << Posts();
 }
 
+// Declining to make the draft folder saves nothing there, so the message
+// must go on to the outbox rather than count as kept.
+TEST_F(SendPeer, ADeclinedDraftFolderLeavesTheMessageInTheOutbox) {
+  Opt_AssignString("General.DeliveryHost", "127.0.0.1:1", kOptPermanent, 0);
+  Opt_AssignString("Compose.DraftFolder", "Local!unmade", kOptPermanent, 0);
+  xvt_test_push_answer(RESP_DEFAULT);  // save it to drafts
+  xvt_test_push_answer(RESP_2);        // but do not make the folder
+  EXPECT_EQ(Send(NewMessage()), 1);
+  EXPECT_EQ(Count("outbox"), 1);
+  EXPECT_NE(Posts().find("saved to your draft folder. This folder does not exist"), std::string::npos) << Posts();
+}
+
 TEST_F(SendPeer, QueuedMessageGoesToTheOutboxOnly) {
   SendOptions options;
   options.queued = 1;
