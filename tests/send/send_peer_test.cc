@@ -170,24 +170,18 @@ TEST_F(SendPeer, FailuresOfferDraftsAndLoseNothing) {
   EXPECT_TRUE(sink_.Delivered("eml").empty());
 }
 
+// A draft folder of no service, or one the user declines to make, keeps
+// nothing: the message must go on to the outbox rather than count as kept.
 TEST_F(SendPeer, UndeliverableWithoutDraftsStaysInTheOutbox) {
   Opt_AssignString("General.DeliveryHost", "127.0.0.1:1", kOptPermanent, 0);
-  Opt_AssignString("Compose.DraftFolder", "Nowhere!drafts", kOptPermanent, 0);
-  xvt_test_push_answer(RESP_DEFAULT);
-  EXPECT_EQ(Send(NewMessage()), 1);
-  EXPECT_EQ(Count("outbox"), 1);
+  for (const char* drafts : {"Nowhere!drafts", "Local!unmade"}) {
+    Opt_AssignString("Compose.DraftFolder", drafts, kOptPermanent, 0);
+    xvt_test_push_answer(RESP_DEFAULT);                  // to drafts, yes
+    if (drafts[0] == 'L') xvt_test_push_answer(RESP_2);  // but no new folder
+    EXPECT_EQ(Send(NewMessage()), 1);
+  }
+  EXPECT_EQ(Count("outbox"), 2);
   EXPECT_NE(Posts().find("kept in your outbox folder Local!outbox"), std::string::npos) << Posts();
-}
-
-// Declining to make the draft folder saves nothing there, so the message
-// must go on to the outbox rather than count as kept.
-TEST_F(SendPeer, ADeclinedDraftFolderLeavesTheMessageInTheOutbox) {
-  Opt_AssignString("General.DeliveryHost", "127.0.0.1:1", kOptPermanent, 0);
-  Opt_AssignString("Compose.DraftFolder", "Local!unmade", kOptPermanent, 0);
-  xvt_test_push_answer(RESP_DEFAULT);  // save it to drafts
-  xvt_test_push_answer(RESP_2);        // but do not make the folder
-  EXPECT_EQ(Send(NewMessage()), 1);
-  EXPECT_EQ(Count("outbox"), 1);
   EXPECT_NE(Posts().find("saved to your draft folder. This folder does not exist"), std::string::npos) << Posts();
 }
 
