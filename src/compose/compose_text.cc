@@ -61,7 +61,7 @@ void ComposeTextSetModified(WINDOW pane, bool modified) {
 }
 
 void ComposeTextFocus(WINDOW pane) {
-  if (pane && xvt_vobj_is_valid(pane)) txedit_focus(pane);
+  if (pane && xvt_vobj_is_valid(pane)) xvt_scr_set_focus_vobj(pane);  // the text, or an address field
 }
 
 void ComposeTextForget(WINDOW pane) { Baseline().erase(pane); }

@@ -133,10 +133,11 @@ TEST_F(ComposeTest, ViewerCommandsOpenComposeWindows) {
       int command;
       const char* title;
       const char* cc;
-    } cases[] = {{M_VIEW_REPLY_ALL, "Reply", "Carol <carol@example.com>, bob@example.net"},
-                 {M_VIEW_FORWARD, "Forward", ""},
-                 {M_VIEW_RESTART, "Restart Compose", "Carol <carol@example.com>"},
-                 {M_VIEW_COMPOSE, "Compose", ""}};
+      bool to_first;  // the caret in To, else in the text
+    } cases[] = {{M_VIEW_REPLY_ALL, "Reply", "Carol <carol@example.com>, bob@example.net", false},
+                 {M_VIEW_FORWARD, "Forward", "", true},
+                 {M_VIEW_RESTART, "Restart Compose", "Carol <carol@example.com>", false},
+                 {M_VIEW_COMPOSE, "Compose", "", true}};
     const UMI umi = Original();
     spawnViewer(umi, nullptr);
     WINDOW viewer = viewerFind(umi);
@@ -147,6 +148,8 @@ TEST_F(ComposeTest, ViewerCommandsOpenComposeWindows) {
       WINDOW win = ComposeWindows().back();
       EXPECT_EQ(Title(win), c.title);
       EXPECT_EQ(ComposeGetFields(ComposeInfoOf(win)).cc, c.cc) << c.title;
+      const ComposeInfo* info = ComposeInfoOf(win);
+      EXPECT_EQ(xvt_scr_get_focus_vobj(), c.to_first ? info->address_panel[0] : info->text_pane) << c.title;
       xvt_vobj_destroy(win);
     }
     xvt_vobj_destroy(viewer);
