@@ -9,6 +9,7 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
+#include <QScreen>
 #include <QTimer>
 #include <cstdarg>
 #include <cstdio>
@@ -71,6 +72,19 @@ struct OpenChooser {
 };
 std::vector<OpenChooser> g_open_choosers;
 
+// Puts w's middle on over's (the task window's without one), kept on over's screen.
+void CentreOver(QWidget* w, QWidget* over) {
+  over = over ? over->window() : S().task_window;
+  if (!over) return;
+  QPoint at = over->frameGeometry().center() - QPoint(w->width() / 2, w->height() / 2);
+  if (const QScreen* screen = over->screen()) {
+    const QRect room = screen->availableGeometry();
+    at.setX(std::clamp(at.x(), room.left(), std::max(room.left(), room.right() - w->width())));
+    at.setY(std::clamp(at.y(), room.top(), std::max(room.top(), room.bottom() - w->height())));
+  }
+  w->move(at);
+}
+
 // Builds the dialog and its controls; E_CREATE comes once all exist.
 xvt_object* BuildDialog(const WIN_DEF* defs, EVENT_HANDLER eh, intptr_t app_data) {
   auto& s = S();
@@ -88,6 +102,9 @@ xvt_object* BuildDialog(const WIN_DEF* defs, EVENT_HANDLER eh, intptr_t app_data
     rec->title = defs->title ? defs->title : "";
     Bind(dlg, rec);
     PlaceTopLevel(dlg, defs->rct);
+    // A table that gives no place (the origin) means "where the user is
+    // looking": over the window it belongs to, not in the screen's corner.
+    if (defs->rct.left == 0 && defs->rct.top == 0) CentreOver(dlg, dlg->parentWidget());
     // Controls sit at fixed places: the dialog keeps its size unless the
     // table says it may be resized.
     if (!(defs->flags & WSF_SIZE)) dlg->setFixedSize(dlg->size());
