@@ -773,6 +773,11 @@ long compose_eh(WINDOW win, EVENT* ev) {
       if (ev->v.chr.control && (ev->v.chr.ch == 'w' || ev->v.chr.ch == 'W')) compose_close(win);
       if (info && !ev->v.chr.text && (ev->v.chr.ch == K_TAB || ev->v.chr.ch == K_BTAB))
         StepFocus(info, ev->v.chr.ch == K_BTAB || ev->v.chr.shift);
+      // Enter ends an address or the subject: on to the next field, and
+      // from the subject to the text, as the user expects; never Send.
+      if (info && ev->v.chr.ch == K_ENTER &&
+          std::count(info->address_panel, info->address_panel + 5, xvt_scr_get_focus_vobj()))
+        StepFocus(info, false);
       break;
     case E_TIMER:
       if (info && ev->v.timer.id == info->autosave_timer && ComposeIsModified(info)) ComposeAutosave(info);

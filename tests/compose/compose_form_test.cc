@@ -44,11 +44,11 @@ TEST_F(ComposeForms, FormsAreSentAsTheirOwnPartsInPlaceOfTheText) {
     xvt_vobj_move(phone, &grown);
     EXPECT_GT(width(), before + 200);
     // Tab from the pane before the form enters its first field; Shift-Tab round the front, its last.
-    const auto tab = [&](WINDOW from, bool back) {
+    const auto tab = [&](WINDOW from, bool back, int key = K_TAB) {
       xvt_scr_set_focus_vobj(from);
       EVENT ev{};
       ev.type = E_CHAR;
-      ev.v.chr.ch = back ? K_BTAB : K_TAB;
+      ev.v.chr.ch = back ? K_BTAB : key;
       xvt_test_user_event(phone, &ev);
       char ptr[32];
       std::snprintf(ptr, sizeof ptr, "%p", static_cast<void*>(xvt_scr_get_focus_vobj()));
@@ -56,6 +56,7 @@ TEST_F(ComposeForms, FormsAreSentAsTheirOwnPartsInPlaceOfTheText) {
     };
     EXPECT_EQ(tab(info->address_panel[4], false), Eval("keylget $windows(phonemsg_for) windowptr"));
     EXPECT_EQ(tab(info->address_panel[0], true), Eval("keylget $windows(phonemsg_message) windowptr"));
+    EXPECT_EQ(tab(info->address_panel[4], false, K_ENTER), tab(info->address_panel[4], false));  // Enter too
 
     xvt_test_type(phone, kComposeToId, "bob@example.org");
     const std::string tcl = Built(phone);

@@ -105,6 +105,10 @@ QWidget* MakeWidget(xvt_object* rec, WIN_TYPE type, const char* title, unsigned 
       QObject::connect(e, &QLineEdit::returnPressed, e, [e] {
         xvt_object* r = RecordOf(e);
         if (!r || !r->parent) return;
+        // The field leaves the key unused, so a window's canvas gets it too
+        // and tells the window itself: once is enough.
+        for (QWidget* w = e->parentWidget(); w && !w->isWindow(); w = w->parentWidget())
+          if (dynamic_cast<Canvas*>(w)) return;
         EVENT ev = MakeEvent(E_CHAR);
         ev.v.chr.ch = K_ENTER;
         Send(r->parent, &ev);

@@ -168,6 +168,11 @@ TEST_F(XvtQt, KeysAndMouseReachTheWindowInItsTerms) {
       ASSERT_EQ(chars.size(), 1u) << "key " << k.qt_key;
       EXPECT_EQ(chars[0].v.chr.ch, k.expected) << "key " << k.qt_key;
     }
+    // Enter in a field reaches the window once, not by the field and again by the canvas.
+    RCT er{10, 10, 100, 30};
+    log.clear();
+    Key(xvt_ctl_create(WC_EDIT, &er, "", win, 0, 5)->outer, Qt::Key_Return, "\r");
+    EXPECT_EQ(OfType(log, E_CHAR).size(), 1u);
     Qt::MouseButton buttons[] = {Qt::LeftButton, Qt::RightButton, Qt::MiddleButton};
     for (int i = 0; i < 3; ++i) {
       log.clear();
