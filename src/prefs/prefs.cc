@@ -21,7 +21,7 @@
 namespace {
 
 const char* const kPageNames[kPrefPageCount] = {
-    "Identity", "Message Services", "Sending", "Reading and Composing", "Address Books", "Options Location", "Fonts",
+    "Identity", "Message Services", "Sending", "Reading", "Composing", "Address Books", "Options Location", "Fonts",
     "Directory",
 };
 
@@ -61,6 +61,10 @@ struct Field {
 const Choice kSecurityChoices[] = {
     {"When offered (STARTTLS)", ""}, {"Always STARTTLS", "tls"}, {"TLS from the start", "ssl"}, {"Never", "none"}, {}};
 const Choice kReceiptChoices[] = {{"Ask me", "Prompt"}, {"Always send", "Always"}, {"Never send", "Never"}, {}};
+// The questions a reply or a forward may ask; anything but the two words asks.
+const Choice kAskChoices[] = {{"Ask me", "Prompt"}, {"Always", "Always"}, {"Never", "Never"}, {}};
+// A forward goes inline unless the option says otherwise.
+const Choice kForwardChoices[] = {{"Never (inline)", ""}, {"Always", "Always"}, {"Ask me", "Prompt"}, {}};
 const Choice kHeaderChoices[] = {{"Short", "Short"}, {"All (raw)", "Raw"}, {}};
 const Choice kDirTlsChoices[] = {{"None", "none"}, {"STARTTLS", "starttls"}, {"TLS from the start (ldaps)", "ldaps"}, {}};
 
@@ -84,24 +88,29 @@ const Field kFields[] = {
     {kPrefPageSending, 6, kCheck, kPrefBackground, "Send the outbox in the background", "Send.Background", "TRUE",
      "FALSE"},
 
-    {kPrefPageReading, 0, kNumber, kPrefLineWrap, "Wrap lines at:", "Compose.LineWrap", "", "", false, nullptr, 0,
-     998},
-    {kPrefPageReading, 1, kCheck, kPrefReplyWrap, "Wrap quoted text of replies", "Reply.WrapOriginalText", "TRUE",
-     "FALSE"},
-    {kPrefPageReading, 2, kCheck, kPrefForwardWrap, "Wrap forwarded text", "Forward.WrapOriginalText", "TRUE",
-     "FALSE"},
-    {kPrefPageReading, 3, kText, kPrefQuotePrefix, "Quote prefix:", "Reply.OriginalTextPrefix"},
-    {kPrefPageReading, 4, kCheck, kPrefAskReceipt, "Ask for a read receipt", "Compose.RequestReadRcpt"},
-    {kPrefPageReading, 5, kChoice, kPrefReceiptPolicy, "Receipts asked of me:", "General.ReadReceiptPolicy", "", "",
+    {kPrefPageReading, 0, kChoice, kPrefReceiptPolicy, "Receipts asked of me:", "General.ReadReceiptPolicy", "", "",
      false, kReceiptChoices},
-    {kPrefPageReading, 6, kChoice, kPrefHeaderStyle, "Headers shown:", "Viewer.HeaderStyle", "", "", false,
+    {kPrefPageReading, 1, kChoice, kPrefHeaderStyle, "Headers shown:", "Viewer.HeaderStyle", "", "", false,
      kHeaderChoices},
-    {kPrefPageReading, 7, kCheck, kPrefSaveOutgoing, "Keep a copy of sent mail", "Compose.SaveOutgoing"},
-    {kPrefPageReading, 8, kNumber, kPrefMailTimer, "Check mail (minutes):", "Timer.Interval", "", "", false,
+    {kPrefPageReading, 2, kNumber, kPrefMailTimer, "Check mail (minutes):", "Timer.Interval", "", "", false,
      nullptr, 1, 1440, E_MAIL_TIMER_CHANGED},
-    {kPrefPageReading, 9, kCheck, kPrefSpellFirst, "Check spelling before sending", "Compose.SpellCheckBeforeSend",
+
+    {kPrefPageComposing, 0, kNumber, kPrefLineWrap, "Wrap lines at:", "Compose.LineWrap", "", "", false, nullptr, 0,
+     998},
+    {kPrefPageComposing, 1, kChoice, kPrefReplyText, "Quote the original:", "Reply.Text", "", "", false, kAskChoices},
+    {kPrefPageComposing, 2, kChoice, kPrefReplyAll, "Reply to all:", "Reply.All", "", "", false, kAskChoices},
+    {kPrefPageComposing, 3, kChoice, kPrefForwardAttach, "Forward as attachment:", "Forward.Attachment", "", "",
+     false, kForwardChoices},
+    {kPrefPageComposing, 4, kCheck, kPrefReplyWrap, "Wrap quoted text of replies", "Reply.WrapOriginalText", "TRUE",
+     "FALSE"},
+    {kPrefPageComposing, 5, kCheck, kPrefForwardWrap, "Wrap forwarded text", "Forward.WrapOriginalText", "TRUE",
+     "FALSE"},
+    {kPrefPageComposing, 6, kText, kPrefQuotePrefix, "Quote prefix:", "Reply.OriginalTextPrefix"},
+    {kPrefPageComposing, 7, kCheck, kPrefAskReceipt, "Ask for a read receipt", "Compose.RequestReadRcpt"},
+    {kPrefPageComposing, 8, kCheck, kPrefSaveOutgoing, "Keep a copy of sent mail", "Compose.SaveOutgoing"},
+    {kPrefPageComposing, 9, kCheck, kPrefSpellFirst, "Check spelling before sending", "Compose.SpellCheckBeforeSend",
      "1", "0"},
-    {kPrefPageReading, 10, kText, kPrefAttachWords, "Attachment words:", "Compose.AttachmentWords"},
+    {kPrefPageComposing, 10, kText, kPrefAttachWords, "Attachment words:", "Compose.AttachmentWords"},
 
     {kPrefPageBooks, 0, kCheck, kPrefBookLocal, "Use local address books", "AddrBook.EnableLocal", "ON", "OFF", true},
     {kPrefPageBooks, 1, kCheck, kPrefBookRemote, "Use address books on the server", "AddrBook.EnableRemote", "ON",

@@ -13,6 +13,7 @@ enum PrefPage {
   kPrefPageServices,
   kPrefPageSending,
   kPrefPageReading,
+  kPrefPageComposing,
   kPrefPageBooks,
   kPrefPageLocation,
   kPrefPageFonts,
@@ -58,6 +59,9 @@ constexpr int kPrefSaveOutgoing = 2408;
 constexpr int kPrefMailTimer = 2409;
 constexpr int kPrefSpellFirst = 2410;
 constexpr int kPrefAttachWords = 2411;
+constexpr int kPrefReplyText = 2412;
+constexpr int kPrefReplyAll = 2413;
+constexpr int kPrefForwardAttach = 2414;
 // Address books
 constexpr int kPrefBookLocal = 2501;
 constexpr int kPrefBookRemote = 2502;

@@ -63,11 +63,15 @@ const Case kCases[] = {
        Page(d, kPrefPageReading);
        EXPECT_EQ(Text(d, kPrefMailTimer), "7");
        xvt_test_type(d, kPrefMailTimer, "3");
-       xvt_test_click(d, kPrefReplyWrap);
        xvt_test_select(d, kPrefReceiptPolicy, 2);
+       Page(d, kPrefPageComposing);
+       EXPECT_EQ(Text(d, kPrefForwardAttach), "Never (inline)");  // as it goes when unset
+       xvt_test_click(d, kPrefReplyWrap);
+       xvt_test_select(d, kPrefReplyText, 2);
+       xvt_test_select(d, kPrefForwardAttach, 1);
        xvt_test_click(d, kPrefOk);
-     }, {"option Timer.Interval \"3\"", "option Reply.WrapOriginalText \"TRUE\"",
-         "option General.ReadReceiptPolicy \"Never\""}, {E_MAIL_TIMER_CHANGED}},
+     }, {"option Timer.Interval \"3\"", "option Reply.WrapOriginalText \"TRUE\"", "option Reply.Text \"Never\"",
+         "option General.ReadReceiptPolicy \"Never\"", "option Forward.Attachment \"Always\""}, {E_MAIL_TIMER_CHANGED}},
     {"books: on by default, turned off", "", [](WINDOW d) {
        Page(d, kPrefPageBooks);
        xvt_test_click(d, kPrefBookRemote);
@@ -75,7 +79,6 @@ const Case kCases[] = {
        xvt_test_click(d, kPrefOk);
      }, {"option AddrBook.EnableRemote \"OFF\"", "option AddrBook.TCPPort \"406\""}, {}},
     {"a bad number keeps the dialog, Cancel writes nothing", "", [](WINDOW d) {
-       Page(d, kPrefPageReading);
        xvt_test_type(d, kPrefMailTimer, "0");
        xvt_test_type(d, kPrefLineWrap, "72");
        xvt_test_click(d, kPrefOk);

@@ -247,7 +247,12 @@ void SetControlTitle(xvt_object* ctl, const QString& title) {
     case WC_CHECKBOX: static_cast<QAbstractButton*>(w)->setText(Mnemonic(raw.constData())); break;
     case WC_TEXT: static_cast<QLabel*>(w)->setText(StripMnemonic(raw.constData())); break;
     case WC_GROUPBOX: static_cast<QGroupBox*>(w)->setTitle(StripMnemonic(raw.constData())); break;
-    case WC_EDIT: static_cast<QLineEdit*>(w)->setText(title); break;
+    case WC_EDIT: {
+      auto* e = static_cast<QLineEdit*>(w);
+      e->setText(title);
+      if (!e->hasFocus()) e->setCursorPosition(0);  // a long value shows its start, not its end
+      break;
+    }
     case WC_TEXTEDIT: static_cast<QPlainTextEdit*>(w)->setPlainText(title); break;
     case WC_LISTEDIT: {
       auto* c = static_cast<QComboBox*>(w);
