@@ -291,6 +291,15 @@ def plug(apart):
     return layers
 
 
+def app_icon():
+    """32x32: a letter in its envelope, the flap blue."""
+    layers = outlined(rect(2, 7, 30, 26), WHITE, 1.4)
+    layers += outlined(poly([(2.6, 7.6), (16, 18), (29.4, 7.6)]), BLUE, 1.2)
+    layers.append((line([(2.8, 25.2), (12.5, 16.5)], 0.55), DARK))
+    layers.append((line([(29.2, 25.2), (19.5, 16.5)], 0.55), DARK))
+    return layers
+
+
 def toolbar_pictures():
     return {
         9500: sheet_new(),                                          # New
@@ -321,10 +330,10 @@ def main():
         9355: (0.3, 0.7, 0),
         9253: (0.15, 0.85, -2),
         9252: (0.0, 1.0, 0),
-        9000: (0.6, 0.4, 0),   # the application's icon
     }
     for rid, (top, bottom, tilt) in frames.items():
         hourglass(f"{out}/icons/{rid}.bmp", top, bottom, tilt)
+    write_bmp_alpha(f"{out}/icons/9000.bmp", 32, 32, render(app_icon(), 32))  # the application's
     for rid, layers in toolbar_pictures().items():
         write_bmp_alpha(f"{out}/icons/{rid}.bmp", PICTURE_SIZE, PICTURE_SIZE, render(layers, PICTURE_SIZE))
 
