@@ -66,17 +66,6 @@ TEST_F(XvtQt, ModalDialogReportsUserClicksOnlyAndEndsWhenDestroyed) {
                                              "control 12", "control 11", "destroy", "returned"}));
 }
 
-TEST_F(XvtQt, ADialogWithoutAPlaceOpensOverTheTaskWindow) {
-  static const WIN_DEF kAnywhere[] = {{W_MODELESS, {0, 0, 300, 200}, "Anywhere", 0, 0}, {W_NONE, {}, nullptr, 0, 0}};
-  RunApp([] {
-    WINDOW dlg = xvt_dlg_create_def(kAnywhere, EM_ALL, [](WINDOW, EVENT*) -> long { return 0; }, 0);
-    ASSERT_NE(dlg, NULL_WIN);
-    const QPoint off = dlg->outer->frameGeometry().center() - TASK_WIN->outer->frameGeometry().center();
-    EXPECT_LE(off.manhattanLength(), 4) << off.x() << "," << off.y();
-    xvt_vobj_destroy(dlg);
-  });
-}
-
 TEST_F(XvtQt, ListControlsKeepProgramSelectionsSilent) {
   RunApp([] {
     std::vector<EVENT>& log = NewLog();

@@ -118,6 +118,11 @@ TEST_F(XvtQt, ClientRectIsRightFromCreationOn) {
       EXPECT_EQ(std::vector<int>({outer.left, outer.top, now.right, now.bottom}),
                 std::vector<int>({r.left, r.top, 300, 30}));
     }
+    // A dialog whose table gives no place opens over the task window.
+    static const WIN_DEF kAnywhere[] = {{W_MODELESS, {0, 0, 300, 200}, "Anywhere", 0, 0}, {W_NONE, {}, nullptr, 0, 0}};
+    WINDOW dlg = xvt_dlg_create_def(kAnywhere, EM_ALL, ClientAtCreateEh, 0);
+    const QPoint off = dlg->outer->frameGeometry().center() - TASK_WIN->outer->frameGeometry().center();
+    EXPECT_LE(off.manhattanLength(), 4) << off.x() << "," << off.y();
   });
 }
 
