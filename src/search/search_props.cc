@@ -249,6 +249,7 @@ long quick_eh(WINDOW win, EVENT* ev) {
       Radio(win, kQuickReadBtn, kQuickReadBtn + 2);
       Radio(win, kQuickDayBtn, kQuickDayBtn + 2);
       Check(win, kQuickHeaderBody, true);
+      xvt_scr_set_focus_vobj(xvt_win_get_ctl(win, kQuickText));  // the words are what one came to type
       break;
     case E_CONTROL: {
       const int id = ev->v.ctl.id;

@@ -54,6 +54,7 @@ TEST_F(SearchWindows, QuickSearchOpensAWindowOfWhatItFound) {
     SelectFolders({"mail", "work"});
     MM_MsgSetFlag(MM_UMIFromMsgno(MM_FolOpen(local_, "mail"), 1), "\\Seen");
     xvt_test_push_dialog(kQuickRid, [&](WINDOW d) {
+      EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(d, kQuickText));  // ready for the words
       xvt_test_click(d, kQuickReadBtn + 1);  // Unread
       xvt_test_click(d, kQuickSubject);
       xvt_test_click(d, kQuickHeaderBody);  // off: the subject box counts
