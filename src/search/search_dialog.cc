@@ -143,6 +143,8 @@ long rule_eh(WINDOW win, EVENT* ev) {
       Fill(list, attributes);
       xvt_list_set_sel(list, 0, true);
       FillCriteria(win);
+      // Named and with a field chosen already: what is left is the value.
+      xvt_scr_set_focus_vobj(xvt_win_get_ctl(win, kRuleValue));
       break;
     }
     case E_CONTROL:
