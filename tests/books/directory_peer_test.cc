@@ -81,12 +81,11 @@ TEST_F(DirectoryPeer, SearchesGiveEveryAddressTellALimitAndRefuseAWrongPassword)
 
 // Over TLS only with a certificate we trust, and never on in plain text.
 TEST_F(DirectoryPeer, TlsFindsThePersonOnlyWhenTheCertificateIsTrusted) {
-  setenv("LDAP_TLS", "off", 1);
-  PeerServer no_tls{"ldap-slapd.sh", "velmar-ldap"};
-  const bool started = no_tls.Start();
-  unsetenv("LDAP_TLS");
-  ASSERT_TRUE(started);
+  PeerServer no_tls{"ldap-slapd.sh", "velmar-ldap"}, elsewhere{"ldap-slapd.sh", "velmar-ldap"};
+  no_tls.vars = "LDAP_TLS=off", elsewhere.vars = "PEER_CERT_HOST=elsewhere.invalid";  // trusted, but not for us
+  ASSERT_TRUE(no_tls.Start() && elsewhere.Start());
   const std::string port = server_.env.at("PORT"), ssl = server_.env.at("SSLPORT"), ca = server_.env.at("CAFILE");
+  const std::string other = elsewhere.env.at("PORT");
   const std::string ann = "Ann Example <ann@example.org>;", untrusted = "server 127.0.0.1:";
   const struct {
     const char* tls;
@@ -97,6 +96,7 @@ TEST_F(DirectoryPeer, TlsFindsThePersonOnlyWhenTheCertificateIsTrusted) {
       {"starttls", port, "", "certificate of the directory " + untrusted + port + " was not trusted"},
       {"ldaps", ssl, "", "certificate of the directory " + untrusted + ssl + " was not trusted"},
       {"starttls", no_tls.env.at("PORT"), ca, untrusted + no_tls.env.at("PORT") + " does not offer TLS"},
+      {"starttls", other, elsewhere.env.at("CAFILE"), "certificate of the directory " + untrusted + other + " was not"},
   };
   for (const auto& c : cases) {
     for (const auto& [name, value] : {std::pair<const char*, std::string>{"Directory.TLS", c.tls},

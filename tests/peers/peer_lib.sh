@@ -31,12 +31,14 @@ not_running() {  # PIDFILE
   fi
 }
 
-# DIR/cert.pem (self-signed for 127.0.0.1 and localhost) and DIR/key.pem, once.
+# DIR/cert.pem (self-signed for 127.0.0.1 and localhost, or for PEER_CERT_HOST
+# alone when it is set) and DIR/key.pem, once.
 self_signed() {
   [ ! -f "$1/cert.pem" ] || return 0
   mkdir -p "$1/log"
-  openssl req -x509 -newkey rsa:2048 -nodes -days 30 -subj "/CN=127.0.0.1" \
-    -addext "subjectAltName=IP:127.0.0.1,DNS:localhost" \
+  local host=${PEER_CERT_HOST:-}
+  openssl req -x509 -newkey rsa:2048 -nodes -days 30 -subj "/CN=${host:-127.0.0.1}" \
+    -addext "subjectAltName=${host:+DNS:$host}${host:-IP:127.0.0.1,DNS:localhost}" \
     -keyout "$1/key.pem" -out "$1/cert.pem" >"$1/log/openssl.log" 2>&1 ||
     die "openssl could not make the test certificate (see $1/log/openssl.log)"
   chmod 600 "$1/key.pem"

@@ -14,10 +14,10 @@
 // Runs a script of tests/peers with these arguments: what it printed,
 // errors included; its KEY=VALUE lines go into values.
 inline std::string RunPeerScript(const std::string& script, const std::string& args,
-                                 std::map<std::string, std::string>* values = nullptr) {
+                                 std::map<std::string, std::string>* values = nullptr, const std::string& vars = "") {
   std::string out;
   const std::string path = VELMAR_TEST_DATA_DIR "/../peers/" + script;
-  if (FILE* p = ::popen(("bash '" + path + "' " + args + " 2>&1").c_str(), "r")) {
+  if (FILE* p = ::popen((vars + " bash '" + path + "' " + args + " 2>&1").c_str(), "r")) {
     char buffer[512];
     while (size_t n = std::fread(buffer, 1, sizeof buffer, p)) out.append(buffer, n);
     ::pclose(p);
@@ -41,7 +41,7 @@ struct PeerServer {
   bool Start() {
     std::string name = "/tmp/" + prefix + "-XXXXXX";
     dir = ::mkdtemp(name.data()) ? name : "/nonexistent";
-    const std::string out = RunPeerScript(script, "start '" + dir + "'", &env);
+    const std::string out = RunPeerScript(script, "start '" + dir + "'", &env, vars);
     if (!env.count("PORT")) ADD_FAILURE() << script << " could not start its server:\n" << out;
     return env.count("PORT");
   }
@@ -53,7 +53,7 @@ struct PeerServer {
     if (!dir.empty()) Stop(), std::filesystem::remove_all(dir, ignored), dir.clear();
   }
 
-  std::string script, prefix;
+  std::string script, prefix, vars;  // vars: NAME=value words for the script's start
   std::map<std::string, std::string> env;  // the KEY=VALUE lines of the start
   std::string dir;
 };
