@@ -467,6 +467,9 @@ bool xvt_ctl_is_checked(WINDOW ctl);
 // (a text edit scrolls the selection into view); offsets inside
 // a character are moved to its start, offsets past the end to the end.
 void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end);
+// Scrolls a text edit control a page down (or up); false when it stood at
+// that end already and nothing moved.
+bool xvt_ctl_page_text(WINDOW ctl, bool down);
 // Checks ctl and clears the other radio buttons of the group.
 void xvt_ctl_check_radio_button(WINDOW ctl, WINDOW* group, int count);
 

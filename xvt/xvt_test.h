@@ -72,6 +72,7 @@ std::vector<XvtTimer> xvt_test_timers(void);
 // native hook first, as they would on a real display.
 bool xvt_test_user_event(WINDOW win, EVENT* ev);
 bool xvt_test_user_command(WINDOW win, int tag);  // a menu choice
+bool xvt_test_key(WINDOW win, int ch, bool shift = false, bool control = false);  // E_CHAR
 // Clicks a control of a dialog or window: a check box flips, a radio button
 // is checked, then the owner gets E_CONTROL.
 bool xvt_test_click(WINDOW win, int ctl_id);

@@ -732,6 +732,10 @@ long viewer_eh(WINDOW win, EVENT* ev) {
       break;
     case E_CHAR:
       if (ev->v.chr.ch == K_DEL) doMenu(win, M_VIEW_DELETE);
+      // Space reads on: a page, and from the end of the text the next message.
+      if (v && ev->v.chr.ch == ' ' && !ev->v.chr.control && !xvt_ctl_page_text(v->text_pane, !ev->v.chr.shift) &&
+          !ev->v.chr.shift)
+        doMenu(win, M_VIEW_NEXT);
       if (ev->v.chr.control && (ev->v.chr.ch == 'w' || ev->v.chr.ch == 'W')) doMenu(win, M_VIEW_CLOSE);
       break;
     case E_CONTROL:

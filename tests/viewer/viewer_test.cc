@@ -129,6 +129,17 @@ TEST_F(ViewerTest, NextPreviousAndDeleteWithStepping) {
   }
 }
 
+// Space reads on: a page at a time, then the next message; at the last, nothing.
+TEST_F(ViewerTest, SpacePagesThroughTheTextThenShowsTheNextMessage) {
+  Run([&] {
+    TreeNode* node = Folder("space", {Numbered(1) + std::string(50, '\n') + "end\r\n", Numbered(2), Numbered(3)});
+    WINDOW win = Show(node, 1)->window;
+    std::vector<unsigned long> shown;
+    for (int i = 0; i < 5; ++i) xvt_test_key(win, ' '), shown.push_back(Shown(win));
+    EXPECT_EQ(shown, (std::vector<unsigned long>{1, 1, 2, 3, 3}));
+  });
+}
+
 // Stepped through a folder of the common kinds of mail: the panes of each,
 // and the menus telling the folder's ends.
 TEST_F(ViewerTest, StepsThroughTheCommonKindsOfMail) {

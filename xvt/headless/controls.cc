@@ -53,6 +53,16 @@ void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end) {
   ctl->sel_end = std::clamp(end, ctl->sel_start, n);
 }
 
+// A page of 20 lines stands in for the height of the window.
+bool xvt_ctl_page_text(WINDOW ctl, bool down) {
+  if (!Live(ctl) || ctl->type != WC_TEXTEDIT) return false;
+  const int lines = 1 + static_cast<int>(std::count(ctl->title.begin(), ctl->title.end(), '\n'));
+  const int top = std::clamp(ctl->top_line + (down ? 20 : -20), 0, std::max(0, lines - 20));
+  const bool moved = top != ctl->top_line;
+  ctl->top_line = top;
+  return moved;
+}
+
 bool xvt_test_text_sel(WINDOW ctl, int* start, int* end) {
   if (!Live(ctl) || ctl->sel_start < 0) return false;
   if (start) *start = ctl->sel_start;

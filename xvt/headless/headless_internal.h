@@ -31,6 +31,7 @@ struct xvt_object : xvtrec::WinRecord {
   bool checked = false;
   int icon = 0;  // push buttons: the icon shown beside the text
   int sel_start = -1, sel_end = -1;  // edit controls: the selection last set
+  int top_line = 0;                  // text edits: the first line shown
   std::vector<std::string> items;
   std::vector<bool> selected;
   xvthl::ScrollBar sbar[2];

@@ -50,6 +50,15 @@ void xvt_app_request_attention(void) { Record("attention", ""); }
 // ---------------------------------------------------------------------------
 // Test hooks
 
+bool xvt_test_key(WINDOW win, int ch, bool shift, bool control) {
+  EVENT ev{};
+  ev.type = E_CHAR;
+  ev.v.chr.ch = ch;
+  ev.v.chr.shift = shift;
+  ev.v.chr.control = control;
+  return xvt_test_user_event(win, &ev);
+}
+
 bool xvt_test_user_event(WINDOW win, EVENT* ev) {
   auto& s = R();
   if (!Live(win) || !ev) return false;

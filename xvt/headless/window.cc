@@ -33,7 +33,9 @@ char* xvt_vobj_get_title(WINDOW win, char* buf, size_t size) {
 }
 
 void xvt_vobj_set_title(WINDOW win, const char* title) {
-  if (Live(win)) win->title = title ? title : "";
+  if (!Live(win)) return;
+  win->title = title ? title : "";
+  win->top_line = 0;  // new text shows from its start
 }
 
 RCT* xvt_vobj_get_outer_rect(WINDOW win, RCT* rct) {

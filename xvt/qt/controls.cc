@@ -8,6 +8,7 @@
 #include <QEvent>
 #include <QGroupBox>
 #include <QIcon>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -34,6 +35,29 @@ class EditFocusFilter : public QObject {
       if (rec && IsControl(rec->type)) NotifyControl(rec, false, true, e->type() == QEvent::FocusIn);
     }
     return false;
+  }
+};
+
+// A read-only text pages itself with Space; at its end (its start, with
+// Shift) the key goes to the window instead, which may read on elsewhere.
+class TextEndFilter : public QObject {
+ public:
+  using QObject::QObject;
+  bool eventFilter(QObject* o, QEvent* e) override {
+    auto* pane = qobject_cast<QPlainTextEdit*>(o);
+    if (e->type() != QEvent::KeyPress || !pane || !pane->isReadOnly()) return false;
+    const auto* k = static_cast<QKeyEvent*>(e);
+    const bool back = k->modifiers() == Qt::ShiftModifier;
+    if (k->key() != Qt::Key_Space || (k->modifiers() != Qt::NoModifier && !back)) return false;
+    const QScrollBar* bar = pane->verticalScrollBar();
+    xvt_object* r = RecordOf(pane);
+    if (bar->value() != (back ? bar->minimum() : bar->maximum()) || !r || !r->parent) return false;
+    EVENT ev = MakeEvent(E_CHAR);
+    ev.v.chr.ch = ' ';
+    ev.v.chr.shift = back;
+    ev.v.chr.text = true;
+    Send(r->parent, &ev);
+    return true;
   }
 };
 
@@ -155,6 +179,7 @@ QWidget* MakeWidget(xvt_object* rec, WIN_TYPE type, const char* title, unsigned 
     case WC_TEXTEDIT: {
       auto* e = new QPlainTextEdit(text, container);
       if (flags & CTL_FLAG_READONLY) e->setReadOnly(true);
+      e->installEventFilter(new TextEndFilter(e));
       QObject::connect(e, &QPlainTextEdit::textChanged, e, [e] {
         if (xvt_object* r = RecordOf(e)) NotifyControl(r);
       });
@@ -328,6 +353,15 @@ void xvt_ctl_set_text_sel(WINDOW ctl, int start, int end) {
   cursor.setPosition(std::max(from, units(end)), QTextCursor::KeepAnchor);
   pane->setTextCursor(cursor);
   pane->ensureCursorVisible();
+}
+
+bool xvt_ctl_page_text(WINDOW ctl, bool down) {
+  auto* pane = As<QPlainTextEdit>(ctl);
+  if (!pane) return false;
+  QScrollBar* bar = pane->verticalScrollBar();
+  const int before = bar->value();
+  bar->triggerAction(down ? QAbstractSlider::SliderPageStepAdd : QAbstractSlider::SliderPageStepSub);
+  return bar->value() != before;
 }
 
 void xvt_ctl_check_radio_button(WINDOW ctl, WINDOW* group, int count) {

@@ -178,6 +178,15 @@ TEST_F(XvtQt, KeysAndMouseReachTheWindowInItsTerms) {
     log.clear();
     Key(xvt_ctl_create(WC_EDIT, &er, "", win, 0, 5)->outer, Qt::Key_Return, "\r");
     EXPECT_EQ(OfType(log, E_CHAR).size(), 1u);
+    // Space in a read-only text pages it; only at its end does the window hear it.
+    RCT tr{10, 40, 200, 100};
+    WINDOW text = xvt_ctl_create(WC_TEXTEDIT, &tr, std::string(60, '\n').c_str(), win, CTL_FLAG_READONLY, 6);
+    std::vector<size_t> heard;
+    for (int i = 0; i < 40 && heard.size() < 2; ++i)
+      if (log.clear(), Key(text->outer, Qt::Key_Space, " "), !OfType(log, E_CHAR).empty()) heard.push_back(i);
+    ASSERT_EQ(heard.size(), 2u);
+    EXPECT_GT(heard[0], 0u);  // not before the end, then every time
+    EXPECT_EQ(heard[1], heard[0] + 1);
     Qt::MouseButton buttons[] = {Qt::LeftButton, Qt::RightButton, Qt::MiddleButton};
     for (int i = 0; i < 3; ++i) {
       log.clear();
