@@ -328,12 +328,9 @@ TEST_F(FirstRunForm, AnswersAreCheckedStoredAndSaved) {
     ASSERT_TRUE(xvt_test_type(setup, kNameEdit, "  Ann Example "));
     ASSERT_TRUE(xvt_test_type(setup, kAddressEdit, " ann@example.org"));
     xvt_scr_set_focus_vobj(xvt_win_get_ctl(setup, kNameEdit));
-    EVENT enter{};
-    enter.type = E_CHAR;
-    enter.v.chr.ch = K_ENTER;
-    xvt_test_user_event(setup, &enter);
+    xvt_test_key(setup, K_ENTER);
     EXPECT_EQ(xvt_scr_get_focus_vobj(), xvt_win_get_ctl(setup, kAddressEdit));
-    xvt_test_user_event(setup, &enter);
+    xvt_test_key(setup, K_ENTER);
     EXPECT_FALSE(xvt_test_find_window("Velmar Setup"));
     EXPECT_TRUE(xvt_test_find_window("Message Organizer"));
     EXPECT_EQ(SDDE_FullyStarted(), 1);

@@ -46,10 +46,7 @@ TEST_F(ComposeForms, FormsAreSentAsTheirOwnPartsInPlaceOfTheText) {
     // Tab from the pane before the form enters its first field; Shift-Tab round the front, its last.
     const auto tab = [&](WINDOW from, bool back, int key = K_TAB) {
       xvt_scr_set_focus_vobj(from);
-      EVENT ev{};
-      ev.type = E_CHAR;
-      ev.v.chr.ch = back ? K_BTAB : key;
-      xvt_test_user_event(phone, &ev);
+      xvt_test_key(phone, back ? K_BTAB : key);
       char ptr[32];
       std::snprintf(ptr, sizeof ptr, "%p", static_cast<void*>(xvt_scr_get_focus_vobj()));
       return std::string(ptr);

@@ -282,10 +282,7 @@ TEST_F(FolderOpsTest, TypeAheadFindsFoldersByDisplayName) {
     TreeNode* svc = serviceAdd(TREE_GetRoot(tree_), 1);
     TREE_OpenSubtree(svc, 1, 0);
     auto type = [&](int ch) {
-      EVENT ev{};
-      ev.type = E_CHAR;
-      ev.v.chr.ch = ch;
-      xvt_win_dispatch_event(tree_, &ev);
+      xvt_test_key(tree_, ch);
       TreeNode* sel = TREE_FirstSelection(tree_);
       char text[64] = "";
       if (sel) MSG_LineText(sel, text, sizeof text);

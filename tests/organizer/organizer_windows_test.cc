@@ -61,13 +61,7 @@ class OrganizerWindowsTest : public nodestest::TopWindowTest {
       }
     }
   }
-  static void Key(WINDOW win, int ch, bool control = false) {
-    EVENT ev{};
-    ev.type = E_CHAR;
-    ev.v.chr.ch = ch;
-    ev.v.chr.control = control;
-    xvt_win_dispatch_event(win, &ev);
-  }
+  static void Key(WINDOW win, int ch, bool control = false) { xvt_test_key(win, ch, false, control); }
   static void Command(MsgWinInfo* info, int tag) {
     EVENT ev{};
     ev.type = E_COMMAND;
