@@ -522,7 +522,7 @@ WINDOW createComposeWin(int kind, UMI umi, const char* tag) {
   info->autosave_timer = xvt_timer_create(win, kAutosavePeriodMs);
   setComposeMenus(win);
   Layout(info);
-  ComposeTextFocus(kind == kComposeNew || kind == kComposeForward ? info->address_panel[0] : info->text_pane);
+  xvt_scr_set_focus_vobj(kind == kComposeNew || kind == kComposeForward ? info->address_panel[0] : info->text_pane);
   s.building = false;
   return win;
 }

@@ -60,8 +60,4 @@ void ComposeTextSetModified(WINDOW pane, bool modified) {
     Baseline()[pane] = ComposeTextGet(pane);
 }
 
-void ComposeTextFocus(WINDOW pane) {
-  if (pane && xvt_vobj_is_valid(pane)) xvt_scr_set_focus_vobj(pane);  // the text, or an address field
-}
-
 void ComposeTextForget(WINDOW pane) { Baseline().erase(pane); }

@@ -16,7 +16,6 @@ void ComposeTextSet(WINDOW pane, const std::string& text);
 void ComposeTextInsert(WINDOW pane, const std::string& text);
 bool ComposeTextModified(WINDOW pane);
 void ComposeTextSetModified(WINDOW pane, bool modified);
-void ComposeTextFocus(WINDOW pane);
 void ComposeTextSetFont(WINDOW pane, const FontChoice& font);
 // The window is going: forget what the pane kept.
 void ComposeTextForget(WINDOW pane);

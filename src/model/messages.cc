@@ -98,22 +98,29 @@ const EnvelopeField kEnvelopeFields[] = {
     {"To", [](const Envelope* e) { return Addresses(e->to); }},
 };
 
-// The value of the first header line called name (any case, blanks allowed
-// before the colon), folds joined and the line end trimmed.
-std::optional<std::string> ScanHeader(const std::string& header, const char* name) {
-  const size_t n = std::strlen(name);
-  if (n == 0) return std::nullopt;
+// For each name, the value of the first header line called so (any case,
+// blanks allowed before the colon), folds joined and the line end trimmed;
+// one pass over the block whatever the number of names.
+std::vector<std::optional<std::string>> ScanHeader(const std::string& header,
+                                                   std::initializer_list<const char*> names) {
+  std::vector<std::optional<std::string>> found(names.size());
+  size_t missing = names.size();
   std::vector<char> block(header.begin(), header.end());
   block.push_back('\0');
   char* text = block.data();
   unsigned long remaining = header.size();
-  while (char* line = rfc822_next_header(&text, &remaining, true)) {
-    if (strncasecmp(line, name, n) != 0) continue;
-    const char* p = SkipBlanks(line + n);
-    if (*p != ':') continue;
-    return std::string(SkipBlanks(p + 1));
+  while (missing > 0) {
+    char* line = rfc822_next_header(&text, &remaining, true);
+    if (!line) break;
+    size_t i = 0;
+    for (const char* name : names) {
+      const size_t n = std::strlen(name);
+      const char* p = n && !found[i] && strncasecmp(line, name, n) == 0 ? SkipBlanks(line + n) : nullptr;
+      if (p && *p == ':') found[i] = std::string(SkipBlanks(p + 1)), --missing;
+      ++i;
+    }
   }
-  return std::nullopt;
+  return found;
 }
 
 }  // namespace
@@ -206,11 +213,12 @@ std::optional<std::string> MM_MsgHeaderContent(UMI umi, const char* name) {
   }
   const std::optional<std::string> header = MM_MsgRawHeaders(umi);
   if (!header) return std::nullopt;
-  return ScanHeader(*header, name);
+  return ScanHeader(*header, {name})[0];
 }
 
-std::optional<std::string> MM_HeaderFieldContent(const std::string& header, const char* name) {
-  return ScanHeader(header, name);
+std::vector<std::optional<std::string>> MM_HeaderFieldContents(const std::string& header,
+                                                               std::initializer_list<const char*> names) {
+  return ScanHeader(header, names);
 }
 
 std::optional<std::string> MM_MsgHeader(UMI umi, const char* name) {

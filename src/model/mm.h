@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <vector>
@@ -229,9 +230,10 @@ MailAddress* MM_MsgToAddress(UMI umi, int kind);
 std::optional<std::string> MM_MsgHeaderContent(UMI umi, const char* name);
 std::optional<std::string> MM_MsgHeader(UMI umi, const char* name);
 std::optional<std::string> MM_MsgRawHeaders(UMI umi);
-// The content of the header line called name in a header block got from
-// MM_MsgRawHeaders: for asking one block several questions.
-std::optional<std::string> MM_HeaderFieldContent(const std::string& header, const char* name);
+// The contents of the header lines with these names (each the first so
+// called) in a header block got from MM_MsgRawHeaders, read in one pass.
+std::vector<std::optional<std::string>> MM_HeaderFieldContents(const std::string& header,
+                                                               std::initializer_list<const char*> names);
 // Files: the caller owns the named file; "" on failure.
 std::string MM_MsgRawHeadersToFile(UMI umi);
 std::string MM_MsgRawBodyToFile(UMI umi);

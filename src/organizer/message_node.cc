@@ -356,12 +356,12 @@ void MSG_ConversationAdd(ConversationIndex* conv, MessageNodeInfo* info) {
   std::string own;
   std::vector<std::string> parents;
   if (local) {
-    // One read of the header block answers all three.
-    const std::string header = MM_MsgRawHeaders(umi).value_or("");
-    own = MM_HeaderFieldContent(header, "Message-ID").value_or("");
-    parents = MessageIds(MM_HeaderFieldContent(header, "References").value_or(""));
-    for (const std::string& id : MessageIds(MM_HeaderFieldContent(header, "In-Reply-To").value_or("")))
-      parents.push_back(id);
+    // One read and one pass of the header block answer all three.
+    const auto fields =
+        MM_HeaderFieldContents(MM_MsgRawHeaders(umi).value_or(""), {"Message-ID", "References", "In-Reply-To"});
+    own = fields[0].value_or("");
+    parents = MessageIds(fields[1].value_or(""));
+    for (const std::string& id : MessageIds(fields[2].value_or(""))) parents.push_back(id);
   } else if (const Envelope* env = MM_MsgEnvelope(umi)) {
     own = env->message_id ? env->message_id : "";
     parents = MessageIds(env->in_reply_to ? env->in_reply_to : "");
